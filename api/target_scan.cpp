@@ -1,0 +1,74 @@
+#include "api/target_scan.h"
+
+#include <algorithm>
+#include <array>
+
+#include "api/jtag_chain.h"
+#include "api/swd_packet.h"
+#include "device/device.h"
+#include "device/probe_protocol.h"
+#include "support/bytes.h"
+
+namespace api {
+namespace {
+
+// `ids` stays empty when no target answers; that is no failure.
+std::uint32_t ScanSwdTarget(CTzDevice& device, std::vector<std::uint32_t>& ids) {
+  if (const std::uint32_t result = device.SWD_CReset(); result != 0) return result;
+  const std::array<std::uint8_t, 1> request = {swd::kReadIdcode};
+  std::array<std::uint8_t, swd::kReadReplySize> reply = {};
+  auto room = static_cast<std::uint32_t>(reply.size());
+  const std::uint32_t result = device.SWDXfer(static_cast<std::uint32_t>(request.size()),
+                                              request.data(), room, reply.data());
+  if (result != 0) return result;
+  if (swd::IsGoodStatus(reply[swd::kReadReplySize - 1])) ids.push_back(LoadLe32(reply.data()));
+  return 0;
+}
+
+std::uint32_t ScanInterface(CTzDevice& device, std::uint8_t active,
+                            std::vector<std::uint32_t>& ids) {
+  switch (active) {
+    case probe::kModeJtag:
+      return ScanJtagChain(device, ids);
+    case probe::kModeSwd:
+    case probe::kModeSwdSwv:
+      return ScanSwdTarget(device, ids);
+    case probe::kModeI2c:
+    case probe::kModeVser:
+      // Nothing to ask there: one target stands for whatever is connected.
+      ids.push_back(0);
+      return 0;
+    default:
+      return 0;
+  }
+}
+
+bool SameTargets(const std::vector<std::uint32_t>& ids, const std::vector<TargetRecord>& targets) {
+  return std::equal(
+      ids.begin(), ids.end(), targets.begin(), targets.end(),
+      [](std::uint32_t id, const TargetRecord& target) { return id == target.targetId; });
+}
+
+void ReplaceTargets(const std::vector<std::uint32_t>& ids, std::vector<TargetRecord>& targets) {
+  for (const TargetRecord& target : targets) {
+    if (target.sessionMutex == nullptr) continue;
+    // The mutex may belong to another thread; then releasing fails, and closing is what counts.
+    ReleaseMutex(target.sessionMutex);
+    CloseHandle(target.sessionMutex);
+  }
+  targets.clear();
+  for (const std::uint32_t id : ids) targets.push_back({.targetId = id});
+}
+
+}  // namespace
+
+std::uint32_t ScanTargets(CTzDevice& device, std::vector<TargetRecord>& targets) {
+  std::array<std::uint8_t, probe::kStatusReplySize> status = {};
+  if (const std::uint32_t result = device.GetDeviceStatus(status); result != 0) return result;
+  std::vector<std::uint32_t> ids;
+  const std::uint32_t result = ScanInterface(device, status[probe::kStatusActiveInterface], ids);
+  if (!SameTargets(ids, targets)) ReplaceTargets(ids, targets);
+  return result;
+}
+
+}  // namespace api

@@ -1,0 +1,70 @@
+#include "client/command.h"
+
+#include <algorithm>
+
+namespace client {
+
+bool Context::Connect(int& exit_status) {
+  if (service_ != nullptr) return true;
+  HRESULT status = S_OK;
+  service_ = connector_(status);
+  if (service_ != nullptr) return true;
+  exit_status = output.ReportUnreachable(status);
+  return false;
+}
+
+int Context::Report(const Result& result) {
+  if (FAILED(service_->call_failure())) return output.ReportUnreachable(service_->call_failure());
+  return output.Report(result);
+}
+
+void Context::ReleaseSessions() {
+  for (const auto& [name, session] : sessions) service_->ReleaseDevice(session.handle);
+  sessions.clear();
+}
+
+const Command* FindCommand(const std::string& name) {
+  const auto commands = AllCommands();
+  const auto found =
+      std::ranges::find_if(commands, [&](const Command& command) { return name == command.name; });
+  return found == commands.end() ? nullptr : &*found;
+}
+
+ParsedCommand ParseCommand(std::span<const std::string> words, bool in_script) {
+  ParsedCommand parsed;
+  const Command* command = words.empty() ? nullptr : FindCommand(words[0]);
+  if (command == nullptr) {
+    parsed.problem = words.empty() ? "no command given" : "unknown command '" + words[0] + "'";
+    return parsed;
+  }
+  const CommandPlace wrong = in_script ? CommandPlace::kCommandLineOnly : CommandPlace::kScriptOnly;
+  if (command->place == wrong) {
+    parsed.problem = std::string("'") + command->name +
+                     (in_script ? "' cannot be used in a script" : "' is for scripts only");
+    return parsed;
+  }
+  CLI::App app(command->summary, std::string(in_script ? "" : "wfx ") + command->name);
+  // Paths begin with a slash on both hosts.
+  app.allow_windows_style_options(false);
+  if (!in_script) app.add_flag("--json", parsed.json, "Print one JSON object per result");
+  const Action action = command->define(app);
+  // CLI11 takes the words from the back.
+  std::vector<std::string> rest(words.rbegin(), std::prev(words.rend()));
+  try {
+    app.parse(rest);
+  } catch (const CLI::CallForHelp&) {
+    parsed.help = app.help();
+    return parsed;
+  } catch (const CLI::ParseError& error) {
+    parsed.problem = std::string(command->name) + ": " + error.what();
+    return parsed;
+  }
+  parsed.action = [action, command](Context& context) {
+    int exit_status = kExitSuccess;
+    if (command->needs_service && !context.Connect(exit_status)) return exit_status;
+    return action(context);
+  };
+  return parsed;
+}
+
+}  // namespace client

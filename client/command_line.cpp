@@ -1,0 +1,69 @@
+#include "client/command_line.h"
+
+#include <algorithm>
+
+#include "client/command.h"
+
+namespace client {
+
+namespace {
+
+std::string Overview() {
+  static constexpr std::size_t kColumn = 14;
+  std::string text =
+      "wfx: talks to USB debug probes through TzWirefoxService\n"
+      "\n"
+      "Usage: wfx [--json] COMMAND [ARGUMENTS]\n"
+      "       wfx COMMAND --help\n"
+      "\n"
+      "Commands:\n";
+  for (const Command& command : AllCommands()) {
+    if (command.place == CommandPlace::kScriptOnly) continue;
+    const std::string name = command.name;
+    text += "  " + name + std::string(kColumn - name.size(), ' ') + command.summary + "\n";
+  }
+  text +=
+      "\n"
+      "First steps: `wfx list` names the probes, `wfx mode PROBE JTAG` chooses how to talk to the\n"
+      "targets, `wfx targets PROBE` finds them. With --json each result is one line of JSON.\n"
+      "\n"
+      "Exit status: 0 success, 1 the target did not answer well, 2 usage, 3 the service cannot be\n"
+      "reached, 10 + N the service answered with error N.\n";
+  return text;
+}
+
+}  // namespace
+
+int RunCommandLine(const std::vector<std::string>& arguments, const Connector& connector,
+                   const Streams& streams) {
+  Output output(streams.out, streams.err, streams.err_is_terminal);
+  std::vector<std::string> words = arguments;
+  bool json = false;
+  while (!words.empty() && words[0] == "--json") {
+    json = true;
+    words.erase(words.begin());
+  }
+  if (!words.empty() && (words[0] == "--help" || words[0] == "-h" || words[0] == "help")) {
+    if (words.size() == 1) {
+      output.Print(Overview());
+      return kExitSuccess;
+    }
+    words = {words[1], "--help"};
+  }
+  const ParsedCommand command = ParseCommand(words, false);
+  if (!command.problem.empty()) {
+    const std::string more = words.empty() || FindCommand(words[0]) == nullptr
+                                 ? "; `wfx --help` lists the commands"
+                                 : "; `wfx " + words[0] + " --help` tells more";
+    return output.ReportUsage(command.problem + more);
+  }
+  if (!command.help.empty()) {
+    output.Print(command.help);
+    return kExitSuccess;
+  }
+  output.UseJson(json || command.json);
+  Context context(output, &streams.in, connector);
+  return command.action(context);
+}
+
+}  // namespace client

@@ -1,0 +1,46 @@
+// The commands' definitions, one for each row of the table in command_table.cpp.
+#pragma once
+
+#include "client/command.h"
+
+namespace client {
+
+// commands_list.cpp
+Action DefineList(CLI::App& app);
+Action DefineTargets(CLI::App& app);
+Action DefineVersion(CLI::App& app);
+
+// commands_wait.cpp
+Action DefineWatch(CLI::App& app);
+Action DefineHold(CLI::App& app);
+
+// commands_probe.cpp
+Action DefineStatus(CLI::App& app);
+Action DefineMode(CLI::App& app);
+Action DefineVTarg(CLI::App& app);
+Action DefineClock(CLI::App& app);
+Action DefineTimeout(CLI::App& app);
+Action DefineLed(CLI::App& app);
+Action DefineIdentify(CLI::App& app);
+Action DefineXres(CLI::App& app);
+Action DefineSwvSetup(CLI::App& app);
+Action DefineHwRev(CLI::App& app);
+
+// commands_jtag.cpp, commands_swd.cpp, commands_i2c.cpp
+Action DefineJtag(CLI::App& app);
+Action DefineSwd(CLI::App& app);
+Action DefineI2c(CLI::App& app);
+
+// commands_bulk.cpp
+Action DefineBulk(CLI::App& app);
+Action DefineSwv(CLI::App& app);
+
+// commands_port.cpp
+Action DefineAcquirePort(CLI::App& app);
+
+// commands_script.cpp
+Action DefineAcquire(CLI::App& app);
+Action DefineRelease(CLI::App& app);
+Action DefineScript(CLI::App& app);
+
+}  // namespace client

@@ -1,0 +1,66 @@
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client/commands.h"
+#include "client/options.h"
+
+namespace client {
+
+namespace {
+
+// A target as the interface lists it: eight hexadecimal digits of id, and '1' when it is acquired.
+constexpr std::size_t kIdLength = 8;
+
+std::string TargetLines(const std::vector<std::string>& devices) {
+  std::string text;
+  for (std::size_t i = 0; i < devices.size(); ++i) {
+    const std::string id = devices[i].substr(0, kIdLength);
+    const bool acquired = devices[i].substr(id.size()) == "1";
+    text += std::to_string(i) + "  0x" + id + (acquired ? "  acquired" : "  free") + "\n";
+  }
+  return text.empty() ? "no target answers in the probe's present mode\n" : text;
+}
+
+}  // namespace
+
+Action DefineList(CLI::App&) {
+  return [](Context& context) {
+    Result result;
+    std::vector<std::string> names;
+    result.error = context.service().EnumerateWirefoxs(names);
+    result.outputs["wirefoxs"] = names;
+    for (const std::string& name : names) result.text += name + "\n";
+    if (names.empty()) result.text = "no probe is attached\n";
+    return context.Report(result);
+  };
+}
+
+Action DefineTargets(CLI::App& app) {
+  auto probe = std::make_shared<std::string>();
+  AddProbe(app, *probe);
+  return [probe](Context& context) {
+    Result result;
+    std::vector<std::string> devices;
+    result.error = context.service().EnumerateDevices(*probe, devices);
+    result.outputs["devices"] = devices;
+    if (result.error == TzErrorCode::SUCCESS) result.text = TargetLines(devices);
+    return context.Report(result);
+  };
+}
+
+Action DefineVersion(CLI::App&) {
+  return [](Context& context) {
+    Result result;
+    std::int32_t version = 0;
+    result.error = context.service().GetVersion(version);
+    result.outputs["versionNum"] = version;
+    const auto bits = static_cast<std::uint32_t>(version);
+    result.text = "TzWirefoxService " + std::to_string(bits >> 24) + "." +
+                  std::to_string(bits >> 16 & 0xFF) + "." + std::to_string(bits >> 8 & 0xFF) + "." +
+                  std::to_string(bits & 0xFF) + "\n";
+    return context.Report(result);
+  };
+}
+
+}  // namespace client

@@ -1,0 +1,131 @@
+#include "client/output.h"
+
+#include "client/interface_names.h"
+#include "client/numbers.h"
+
+namespace client {
+
+namespace {
+
+constexpr HRESULT kClassNotRegistered = static_cast<HRESULT>(0x80040154);
+constexpr HRESULT kServerExecFailure = static_cast<HRESULT>(0x80080005);
+constexpr HRESULT kServerUnavailable = static_cast<HRESULT>(0x800706BA);
+constexpr HRESULT kCallFailed = static_cast<HRESULT>(0x800706BE);
+constexpr HRESULT kAccessDenied = static_cast<HRESULT>(0x80070005);
+constexpr HRESULT kOutOfMemory = static_cast<HRESULT>(0x8007000E);
+
+}  // namespace
+
+std::string ErrorAdvice(TzErrorCode error) {
+  switch (error) {
+    case TzErrorCode::SUCCESS:
+      return "done";
+    case TzErrorCode::IN_USE:
+      return "another program holds a target of this probe; wait until it lets go or ends "
+             "(`wfx targets PROBE` marks what is held, `wfx list` frees what dead programs held)";
+    case TzErrorCode::NOT_ACQUIRED:
+      return "the session is not valid any more: it was released, the probe was unplugged, or a "
+             "scan found other targets; acquire the target again";
+    case TzErrorCode::INVALID_DEVICE:
+      return "no such probe, or no such target behind it; `wfx list` names the probes, `wfx "
+             "targets "
+             "PROBE` what answers in the present mode (check power and wiring)";
+    case TzErrorCode::INVALID_MODE:
+      return "the probe is in a mode that does not allow this; switch it first, for example `wfx "
+             "mode PROBE JTAG`, SWD, I2C or SWD_SWV";
+    case TzErrorCode::INVALID_PARAM:
+      return "no probe of this name, or a value that is out of range; `wfx list` names the probes, "
+             "letter case counts";
+    case TzErrorCode::WFX_ERROR:
+      return "the probe refused, or did not answer in time; check the target's power (`wfx status "
+             "PROBE`, `wfx vtarg PROBE 3.3 --supply on`) and wiring, or plug the probe in again";
+    case TzErrorCode::UNKNOWN:
+      return "the service could not take or give the data; its log may tell more";
+  }
+  return "an error code that this client does not know";
+}
+
+std::string UnreachableAdvice(HRESULT status) {
+  const std::string code = " (" + HexWord(static_cast<std::uint32_t>(status)) + ")";
+  switch (status) {
+    case kClassNotRegistered:
+      return "the service is not registered on this computer; run `TzWirefoxService -RegServer` "
+             "once" +
+             code;
+    case kServerExecFailure:
+      return "the service could not be started; run `TzWirefoxService -RegServer` again if it was "
+             "moved" +
+             code;
+    case kServerUnavailable:
+    case kCallFailed:
+      return "the service has ended" + code;
+    case kAccessDenied:
+      return "this account may not use the service" + code;
+    case kOutOfMemory:
+      return "the data is too large to be sent" + code;
+    default:
+      return "the call to the service failed" + code;
+  }
+}
+
+nlohmann::ordered_json StatusOutputs(const TzWFXStatus& status) {
+  auto outputs = nlohmann::ordered_json::object();
+  VisitStatusFields(status,
+                    [&](const std::string& name, std::int32_t value) { outputs[name] = value; });
+  return outputs;
+}
+
+int Output::Report(const Result& result) {
+  EndProgress();
+  const std::string name = NameOfValue(kErrorCodes, static_cast<std::int32_t>(result.error));
+  if (json_) {
+    nlohmann::ordered_json line = {{"error", name}};
+    line.update(result.outputs);
+    if (!result.target_problem.empty()) line["problem"] = result.target_problem;
+    out_ << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+  } else {
+    out_ << result.text;
+  }
+  out_.flush();
+  if (result.error != TzErrorCode::SUCCESS) {
+    const int code = static_cast<int>(result.error);
+    Complain(name + " (error " + std::to_string(code) + "): " + ErrorAdvice(result.error));
+    return kExitFirstError + code;
+  }
+  if (!result.target_problem.empty()) {
+    Complain(result.target_problem);
+    return kExitTargetFailed;
+  }
+  return kExitSuccess;
+}
+
+int Output::ReportUsage(const std::string& problem) {
+  Complain(problem);
+  return kExitUsage;
+}
+
+int Output::ReportUnreachable(HRESULT status) {
+  Complain("cannot reach TzWirefoxService: " + UnreachableAdvice(status));
+  return kExitUnreachable;
+}
+
+void Output::ShowProgress(const std::string& text) {
+  if (!progress_) return;
+  std::string line = text;
+  if (line.size() < progress_width_) line.append(progress_width_ - line.size(), ' ');
+  progress_width_ = text.size();
+  err_ << '\r' << line << std::flush;
+}
+
+void Output::EndProgress() {
+  if (progress_width_ == 0) return;
+  err_ << '\r' << std::string(progress_width_, ' ') << '\r' << std::flush;
+  progress_width_ = 0;
+}
+
+void Output::Complain(const std::string& problem) {
+  EndProgress();
+  err_ << "wfx: " << place_ << problem << std::endl;
+}
+
+}  // namespace client

@@ -1,0 +1,83 @@
+// What the client prints: results for people or as JSON, problems, progress; and its exit statuses.
+#pragma once
+
+#include <windows.h>
+
+#include <nlohmann/json.hpp>
+
+#include <ostream>
+#include <string>
+
+#include "api/tz_wirefox.h"
+
+namespace client {
+
+enum ExitStatus : int {
+  kExitSuccess = 0,
+  kExitTargetFailed = 1,  // the service did its part; the target did not answer well
+  kExitUsage = 2,
+  kExitUnreachable = 3,
+  kExitFirstError = 10,  // plus the service's error code
+};
+
+// The outcome of one command. Keys of `outputs` are the outputs' names in the interface; what a
+// command works out of them has lower-case keys of its own.
+struct Result {
+  TzErrorCode error = TzErrorCode::SUCCESS;
+  nlohmann::ordered_json outputs = nlohmann::ordered_json::object();
+  std::string text;            // for people, with its line ends; may be empty
+  std::string target_problem;  // not empty: how the target failed although the service did not
+};
+
+inline Result Outcome(TzErrorCode error) {
+  Result result;
+  result.error = error;
+  return result;
+}
+
+class Output {
+ public:
+  // The streams outlive this object. Progress shows only when `progress` is set, which is for an
+  // error stream that is a terminal.
+  Output(std::ostream& out, std::ostream& err, bool progress)
+      : out_(out), err_(err), progress_(progress) {}
+
+  void UseJson(bool json) { json_ = json; }
+  bool json() const { return json_; }
+
+  // Put before each problem, such as a script's line; empty for none.
+  void SetPlace(const std::string& place) { place_ = place; }
+
+  // Prints the result, and for a failure what it means and what to do. Returns the exit status.
+  int Report(const Result& result);
+
+  // Each prints the problem and returns its exit status.
+  int ReportUsage(const std::string& problem);
+  int ReportUnreachable(HRESULT status);
+
+  void Print(const std::string& text) { out_ << text << std::flush; }
+
+  // A line that the next one replaces.
+  void ShowProgress(const std::string& text);
+  void EndProgress();
+
+ private:
+  void Complain(const std::string& problem);
+
+  std::ostream& out_;
+  std::ostream& err_;
+  bool progress_;
+  bool json_ = false;
+  std::string place_;
+  std::size_t progress_width_ = 0;
+};
+
+// What an error code means for who typed the command, and what helps.
+std::string ErrorAdvice(TzErrorCode error);
+
+std::string UnreachableAdvice(HRESULT status);
+
+// The outputs of the status record, each field under its name.
+nlohmann::ordered_json StatusOutputs(const TzWFXStatus& status);
+
+}  // namespace client

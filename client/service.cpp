@@ -1,0 +1,216 @@
+#include "client/service.h"
+
+#include <objbase.h>
+
+#include "client/automation.h"
+
+namespace client {
+
+Service::Service(ITzWirefox_v3* object)
+    : object_(object), process_id_(static_cast<LONG>(GetCurrentProcessId())) {}
+
+template <typename Call>
+TzErrorCode Service::Run(Call call) {
+  if (FAILED(call_failure_)) return TzErrorCode::UNKNOWN;
+  TzErrorCode error = TzErrorCode::SUCCESS;
+  const HRESULT status = call(&error);
+  if (SUCCEEDED(status)) return error;
+  call_failure_ = status;
+  return TzErrorCode::UNKNOWN;
+}
+
+template <typename Call>
+TzErrorCode Service::RunForBytes(Bytes& result, Call call) {
+  SAFEARRAY* array = nullptr;
+  const TzErrorCode error = Run([&](TzErrorCode* e) { return call(&array, e); });
+  const SafeArray owner(array);
+  result = BytesOf(array);
+  return error;
+}
+
+TzErrorCode Service::GetVersion(std::int32_t& version) {
+  LONG value = 0;
+  const TzErrorCode error = Run([&](TzErrorCode*) { return object_->GetVersion(&value); });
+  version = value;
+  return error;
+}
+
+TzErrorCode Service::GetDevicesChangedLocation(std::string& path) {
+  BSTR value = nullptr;
+  const TzErrorCode error =
+      Run([&](TzErrorCode*) { return object_->GetDevicesChangedLocation(&value); });
+  const Bstr owner(value);
+  path = Utf8FromBstr(value);
+  return error;
+}
+
+TzErrorCode Service::EnumerateWirefoxs(std::vector<std::string>& names) {
+  SAFEARRAY* array = nullptr;
+  const TzErrorCode error =
+      Run([&](TzErrorCode* e) { return object_->EnumerateWirefoxs(&array, e); });
+  const SafeArray owner(array);
+  names = StringsOf(array);
+  return error;
+}
+
+TzErrorCode Service::EnumerateDevices(const std::string& probe, std::vector<std::string>& devices) {
+  const Bstr name = MakeBstr(probe);
+  SAFEARRAY* array = nullptr;
+  const TzErrorCode error =
+      Run([&](TzErrorCode* e) { return object_->EnumerateDevices(name.get(), &array, e); });
+  const SafeArray owner(array);
+  devices = StringsOf(array);
+  return error;
+}
+
+TzErrorCode Service::GetWirefoxStatus(const std::string& probe, TzWFXStatus& status) {
+  const Bstr name = MakeBstr(probe);
+  return Run([&](TzErrorCode* e) { return object_->GetWirefoxStatus(name.get(), &status, e); });
+}
+
+TzErrorCode Service::GetHwRevID(const std::string& probe, std::int32_t& revision) {
+  const Bstr name = MakeBstr(probe);
+  LONG value = 0;
+  const TzErrorCode error =
+      Run([&](TzErrorCode* e) { return object_->GetHwRevID(name.get(), &value, e); });
+  revision = value;
+  return error;
+}
+
+TzErrorCode Service::SetLedState(const std::string& probe, TzLed led, TzLedState state) {
+  const Bstr name = MakeBstr(probe);
+  return Run([&](TzErrorCode* e) { return object_->SetLedState(name.get(), led, state, e); });
+}
+
+TzErrorCode Service::VisualIdentify(const std::string& probe, TzLedIdentifyState state) {
+  const Bstr name = MakeBstr(probe);
+  return Run([&](TzErrorCode* e) { return object_->VisualIdentify(name.get(), state, e); });
+}
+
+TzErrorCode Service::SetTimeOut(const std::string& probe, TzWirefoxEndPoint endpoint,
+                                std::int32_t timeout_ms) {
+  const Bstr name = MakeBstr(probe);
+  return Run([&](TzErrorCode* e) {
+    return object_->SetTimeOut(name.get(), endpoint, timeout_ms, process_id_, e);
+  });
+}
+
+TzErrorCode Service::SetJtagClock(const std::string& probe, TzJtagClock clock) {
+  const Bstr name = MakeBstr(probe);
+  return Run(
+      [&](TzErrorCode* e) { return object_->SetJtagClock(name.get(), clock, process_id_, e); });
+}
+
+TzErrorCode Service::SetMode(const std::string& probe, TzTransferMode mode, bool port10) {
+  const Bstr name = MakeBstr(probe);
+  return Run([&](TzErrorCode* e) {
+    return object_->SetMode(name.get(), mode, port10 ? 1 : 0, process_id_, e);
+  });
+}
+
+TzErrorCode Service::SetVTarg(const std::string& probe, TzVTargVoltage voltage, bool supply) {
+  const Bstr name = MakeBstr(probe);
+  return Run([&](TzErrorCode* e) {
+    return object_->SetVTarg(name.get(), voltage, supply ? 1 : 0, process_id_, e);
+  });
+}
+
+TzErrorCode Service::ToggleXres(const std::string& probe, bool active) {
+  const Bstr name = MakeBstr(probe);
+  return Run([&](TzErrorCode* e) { return object_->ToggleXres(name.get(), active ? 1 : 0, e); });
+}
+
+TzErrorCode Service::SetupSWV(const std::string& probe, std::int32_t frequency_hz, bool manchester,
+                              std::int16_t commit_time) {
+  const Bstr name = MakeBstr(probe);
+  return Run([&](TzErrorCode* e) {
+    return object_->SetupSWV(name.get(), frequency_hz, manchester ? 1 : 0, commit_time, e);
+  });
+}
+
+TzErrorCode Service::AcquireDevice(const std::string& probe, std::int32_t target,
+                                   std::int64_t& handle) {
+  const Bstr name = MakeBstr(probe);
+  handle = 0;
+  return Run([&](TzErrorCode* e) {
+    return object_->AcquireDevice(name.get(), target, process_id_, &handle, e);
+  });
+}
+
+TzErrorCode Service::ReleaseDevice(std::int64_t handle) {
+  return Run([&](TzErrorCode* e) { return object_->ReleaseDevice(handle, e); });
+}
+
+TzErrorCode Service::SendJtagPacket(std::span<const std::uint8_t> packet, bool read,
+                                    std::int64_t handle, Bytes& result) {
+  const SafeArray input = MakeByteArray(packet);
+  return RunForBytes(result, [&](SAFEARRAY** array, TzErrorCode* e) {
+    return object_->SendJtagPacket(input.get(), read ? 1 : 0, handle, array, e);
+  });
+}
+
+TzErrorCode Service::SendSwdPacket(std::span<const std::uint8_t> packet, std::int64_t handle,
+                                   Bytes& result) {
+  const SafeArray input = MakeByteArray(packet);
+  return RunForBytes(result, [&](SAFEARRAY** array, TzErrorCode* e) {
+    return object_->SendSwdPacket(input.get(), handle, array, e);
+  });
+}
+
+TzErrorCode Service::SendI2CPacket(std::span<const std::uint8_t> packet, std::int64_t handle,
+                                   std::int32_t restart_location, Bytes& result) {
+  const SafeArray input = MakeByteArray(packet);
+  return RunForBytes(result, [&](SAFEARRAY** array, TzErrorCode* e) {
+    return object_->SendI2CPacket(input.get(), handle, restart_location, array, e);
+  });
+}
+
+TzErrorCode Service::BulkTransfer(TzWirefoxEndPoint endpoint, std::span<const std::uint8_t> data,
+                                  bool read, std::int64_t handle, Bytes& result) {
+  const SafeArray input = MakeByteArray(data);
+  return RunForBytes(result, [&](SAFEARRAY** array, TzErrorCode* e) {
+    return object_->BulkTransfer(endpoint, input.get(), read ? 1 : 0, handle, array, e);
+  });
+}
+
+TzErrorCode Service::RequestSwvPackets(std::int64_t handle, Bytes& result) {
+  return RunForBytes(result, [&](SAFEARRAY** array, TzErrorCode* e) {
+    return object_->RequestSwvPackets(handle, array, e);
+  });
+}
+
+TzErrorCode Service::PortAcquire(const std::string& probe, const PortAcquireSettings& settings) {
+  const Bstr name = MakeBstr(probe);
+  return Run([&](TzErrorCode* e) {
+    return object_->PortAcquire(name.get(), settings.mode, settings.key,
+                                settings.write_test_key ? 1 : 0, settings.test_mode_address,
+                                settings.test_mode_key, settings.retry_limit, e);
+  });
+}
+
+TzErrorCode Service::PortAcquire(std::int64_t handle, const PortAcquireSettings& settings) {
+  return Run([&](TzErrorCode* e) {
+    return object_->PortAcquire(settings.mode, settings.key, settings.write_test_key ? 1 : 0,
+                                settings.test_mode_address, settings.test_mode_key,
+                                settings.retry_limit, handle, e);
+  });
+}
+
+TzErrorCode Service::GetPortAcquireStatus(const std::string& probe, std::int32_t& acquire_status) {
+  const Bstr name = MakeBstr(probe);
+  LONG value = 0;
+  const TzErrorCode error =
+      Run([&](TzErrorCode* e) { return object_->GetPortAcquireStatus(name.get(), 0, &value, e); });
+  acquire_status = value;
+  return error;
+}
+
+std::unique_ptr<Service> ConnectToService(HRESULT& status) {
+  void* object = nullptr;
+  status =
+      CoCreateInstance(api::kClassId, nullptr, CLSCTX_LOCAL_SERVER, api::kInterfaceIdV3, &object);
+  if (FAILED(status)) return nullptr;
+  return std::make_unique<Service>(static_cast<ITzWirefox_v3*>(object));
+}
+
+}  // namespace client

@@ -1,0 +1,186 @@
+#include "config/device_notification.h"
+
+#include <dbt.h>
+
+#include <array>
+#include <climits>
+#include <cwchar>
+#include <fstream>
+#include <string>
+
+#include "config/device_table.h"
+#include "config/evk_configure.h"
+#include "config/wfx_configure.h"
+#include "support/handle.h"
+#include "support/log.h"
+#include "support/paths.h"
+#include "usb/driver_interface.h"
+
+namespace {
+
+constexpr const wchar_t* kWindowClass = L"Wirefox_API_t";
+constexpr const wchar_t* kWindowTitle = L"Wirefox_API";
+constexpr const wchar_t* kNoWindowText =
+    L"Failed to register event handler. Unable to detect Wirefox attach/detach events";
+constexpr UINT_PTR kTimerId = 0x11112222;
+constexpr UINT kTimerPeriodMs = 5000;
+constexpr DWORD kPollPauseMs = 1;
+constexpr DWORD kNoWindowExitCode = 0xFFFFFFFF;
+
+// Never destroyed: the notification thread and the last client call outlive the end of main.
+std::wstring& DevicesChangedPath() {
+  static auto& path = *new std::wstring;
+  return path;
+}
+
+// Set and read on the notification thread alone.
+bool quit = false;
+
+// A name as the file shows it: by the conversion of the "C" locale, in which the process runs, or,
+// when that cannot represent a character, all of it in the host's narrow character set.
+std::string LineText(const wchar_t* name) {
+  if (name == nullptr) return {};
+  std::string text;
+  std::array<char, MB_LEN_MAX> bytes;
+  std::mbstate_t state{};
+  for (const wchar_t* at = name; *at != 0; ++at) {
+    const std::size_t length = std::wcrtomb(bytes.data(), *at, &state);
+    if (length == static_cast<std::size_t>(-1)) return NarrowText(name);
+    text.append(bytes.data(), length);
+  }
+  return text;
+}
+
+// Binary, with the line ends written out, so that the file is the same on every host.
+std::ofstream OpenDevicesChangedFile() {
+  return std::ofstream(StreamPath(DevicesChangedPath().c_str()),
+                       std::ios::binary | std::ios::trunc);
+}
+
+HWND CreateNotificationWindow(HINSTANCE instance) {
+  WNDCLASSEXW window_class{};
+  window_class.cbSize = sizeof window_class;
+  window_class.lpfnWndProc = NotificationWindowProc;
+  window_class.hInstance = instance;
+  window_class.lpszClassName = kWindowClass;
+  RegisterClassExW(&window_class);
+  return CreateWindowExW(0, kWindowClass, kWindowTitle, WS_POPUP, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                         instance, nullptr);
+}
+
+// Both calls' results are not looked at: without notifications clients still refresh the table. The
+// registration ends with the window.
+void RegisterForNotifications(HWND window) {
+  DEV_BROADCAST_DEVICEINTERFACE_W filter{};
+  static_assert(sizeof filter == 32);
+  filter.dbcc_size = sizeof filter;
+  filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
+  filter.dbcc_classguid = kProbeDriverInterface;
+  RegisterDeviceNotificationW(window, &filter, DEVICE_NOTIFY_WINDOW_HANDLE);
+}
+
+// Polls rather than waits: device notifications must be picked up soon, and are lost on some hosts
+// when the thread is not seen to look at its queue.
+void HandleMessages(HWND window) {
+  while (!quit) {
+    MSG message;
+    while (PeekMessageW(&message, window, 0, 0, PM_NOREMOVE)) {
+      if (!PeekMessageW(&message, window, 0, 0, PM_REMOVE)) break;
+      TranslateMessage(&message);
+      DispatchMessageW(&message);
+    }
+    Sleep(kPollPauseMs);
+  }
+}
+
+// Runs until the process ends: nothing sends the quit message.
+DWORD WINAPI NotificationThread(LPVOID parameter) {
+  const HWND window = CreateNotificationWindow(static_cast<HINSTANCE>(parameter));
+  if (window == nullptr) {
+    // Kept although a service's box may be seen by nobody: this thread has nothing else to do.
+    MessageBoxW(nullptr, kNoWindowText, L"Error", MB_OK);
+    return kNoWindowExitCode;
+  }
+  const UINT_PTR timer = SetTimer(window, kTimerId, kTimerPeriodMs, nullptr);
+  RegisterForNotifications(window);
+  HandleMessages(window);
+  DestroyWindow(window);
+  if (timer != 0) KillTimer(window, kTimerId);
+  return 0;
+}
+
+// A pass that changed the table makes clients look at the file.
+bool Announce(bool changed) {
+  if (changed) WriteDevicesChangedFile();
+  return changed;
+}
+
+}  // namespace
+
+void StartDeviceDiscovery(HINSTANCE instance, const wchar_t* path) {
+  // Taken before the thread starts: it must not handle a message while the list below is
+  // incomplete.
+  const DeviceTableGuard guard;
+  // The thread is left to itself until the process ends; its handle is of no use.
+  const KernelHandle thread(CreateThread(nullptr, 0, NotificationThread, instance, 0, nullptr));
+  if (!thread) Log(LOG_ERROR, "StartDeviceDiscovery", "Error %u occured.", GetLastError());
+  DevicesChangedPath() = path;
+  OpenDevicesChangedFile();
+  Configurators().push_back(new CTzEvkConfigure);
+  Configurators().push_back(new CTzWfxConfigure);
+}
+
+const wchar_t* GetDevicesChangedPath() {
+  return DevicesChangedPath().empty() ? nullptr : DevicesChangedPath().c_str();
+}
+
+bool RefreshDevices() {
+  const DeviceTableGuard guard;
+  CTzUSBDevice enumerator(kProbeDriverInterface, true);
+  bool changed = false;
+  for (CTzDeviceConfigure* configurator : Configurators()) {
+    changed |= configurator->UpdateState(enumerator);
+    changed |= configurator->ConfigureNewDevices(enumerator);
+  }
+  return Announce(changed);
+}
+
+bool HandleDeviceEvent(WPARAM event) {
+  CTzUSBDevice enumerator(kProbeDriverInterface, true);
+  bool changed = false;
+  for (CTzDeviceConfigure* configurator : Configurators()) {
+    if (event == DBT_DEVICEARRIVAL) {
+      changed |= configurator->ConfigureNewDevices(enumerator);
+    } else if (event == DBT_DEVICEREMOVECOMPLETE) {
+      changed |= configurator->UpdateState(enumerator);
+    }
+  }
+  return Announce(changed);
+}
+
+void WriteDevicesChangedFile() {
+  std::ofstream file = OpenDevicesChangedFile();
+  if (!file) return;
+  for (const ProbeEntry* entry : ListProbeEntries()) {
+    file << LineText(entry->name) << "\r\n" << std::flush;
+  }
+}
+
+LRESULT CALLBACK NotificationWindowProc(HWND window, UINT message, WPARAM first, LPARAM second) {
+  switch (message) {
+    case WM_CREATE:
+    case WM_DESTROY:
+      return 0;
+    case WM_QUIT:
+      quit = true;
+      return 0;
+    case WM_TIMER:  // its id is no event code: the enumeration is all that happens
+    case WM_DEVICECHANGE: {
+      const DeviceTableGuard guard;
+      HandleDeviceEvent(first);
+      return 1;
+    }
+    default:
+      return DefWindowProcW(window, message, first, second);
+  }
+}

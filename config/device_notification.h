@@ -1,0 +1,32 @@
+// Keeps the device table in step with what is plugged in, and tells clients of changes by rewriting
+// the devices-changed file.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+
+// Starts device handling: the notification thread, the empty devices-changed file at `path` (which
+// is copied) and the configuration objects. Called once, before the service runs. Takes the
+// device-table lock.
+void StartDeviceDiscovery(HINSTANCE instance, const wchar_t* path);
+
+// The path of the devices-changed file, for the life of the process; null before
+// StartDeviceDiscovery.
+const wchar_t* GetDevicesChangedPath();
+
+// Brings the table up to date with what is attached: for each family the removal pass, then the
+// configuration pass. True when the table changed; the devices-changed file is then rewritten.
+// Takes the device-table lock, which the caller may hold already.
+bool RefreshDevices();
+
+// Handles a WM_DEVICECHANGE event code, with the lock held: an arrival runs the configuration
+// passes, a completed removal the removal passes, any other code none. True when the table changed.
+bool HandleDeviceEvent(WPARAM event);
+
+// Rewrites the devices-changed file: a line with each probe's name, in table order. With the lock
+// held.
+void WriteDevicesChangedFile();
+
+// The procedure of the notification window.
+LRESULT CALLBACK NotificationWindowProc(HWND window, UINT message, WPARAM first, LPARAM second);

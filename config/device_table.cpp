@@ -1,0 +1,83 @@
+#include "config/device_table.h"
+
+#include <cwchar>
+
+#include "config/device_configure.h"
+#include "support/handle.h"
+#include "support/log.h"
+
+namespace {
+
+constexpr const wchar_t* kLockName = L"WfxDeviceLock";
+constexpr DWORD kRetryPauseMs = 100;
+
+// Opens the mutex or creates it. Creating asks for every right on one that exists; waiting and
+// releasing need less, and get by where that is refused.
+KernelHandle OpenLock() {
+  KernelHandle lock(CreateMutexW(nullptr, FALSE, kLockName));
+  if (!lock) lock.Reset(OpenMutexW(SYNCHRONIZE | MUTEX_MODIFY_STATE, FALSE, kLockName));
+  return lock;
+}
+
+// A holder that ended without releasing has left the table as it was in its own process: there is
+// nothing to repair here.
+bool Acquire(const KernelHandle& lock) {
+  const DWORD waited = WaitForSingleObject(lock.Get(), INFINITE);
+  return waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED;
+}
+
+}  // namespace
+
+HANDLE LockDeviceTable() {
+  bool logged = false;
+  for (;;) {
+    KernelHandle lock = OpenLock();
+    if (lock && Acquire(lock)) return lock.Release();
+    if (!logged) Log(LOG_ERROR, "LockDeviceTable", "Error %u occured.", GetLastError());
+    logged = true;
+    Sleep(kRetryPauseMs);
+  }
+}
+
+void UnlockDeviceTable(HANDLE lock) {
+  const KernelHandle closed_at_end(lock);
+  ReleaseMutex(lock);
+}
+
+bool CanOpenDeviceTableLock() { return static_cast<bool>(OpenLock()); }
+
+std::vector<CTzDeviceConfigure*>& Configurators() {
+  static auto& configurators = *new std::vector<CTzDeviceConfigure*>;
+  return configurators;
+}
+
+std::vector<ProbeEntry*> ListProbeEntries() {
+  std::vector<ProbeEntry*> entries;
+  for (CTzDeviceConfigure* configurator : Configurators()) {
+    const std::vector<ProbeEntry*> family = configurator->GetConfiguredDevices();
+    entries.insert(entries.end(), family.begin(), family.end());
+  }
+  return entries;
+}
+
+ProbeEntry* FindProbeByName(const wchar_t* name) {
+  if (name == nullptr) return nullptr;
+  for (ProbeEntry* entry : ListProbeEntries()) {
+    if (entry->name != nullptr && std::wcscmp(entry->name, name) == 0) return entry;
+  }
+  return nullptr;
+}
+
+std::int64_t SessionHandleOf(HANDLE session_mutex) {
+  return static_cast<std::int32_t>(reinterpret_cast<std::intptr_t>(session_mutex));
+}
+
+ProbeEntry* FindProbeByHandle(std::int64_t session) {
+  if (session == 0) return nullptr;
+  for (ProbeEntry* entry : ListProbeEntries()) {
+    for (const TargetRecord& target : entry->targets) {
+      if (SessionHandleOf(target.sessionMutex) == session) return entry;
+    }
+  }
+  return nullptr;
+}

@@ -1,0 +1,30 @@
+// Starting the process that serves a class.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/linux/component_paths.h"
+
+namespace linux_host {
+
+// The words of a command line: separated by blanks, a word in double quotes may hold some. The
+// first one is the program.
+std::vector<std::string> SplitCommand(const std::string& command);
+
+// A server that was started.
+class ServerProcess {
+ public:
+  // Starts the program in a session of its own, with standard streams on /dev/null, no other open
+  // files, no signal blocked or ignored, and this process's environment. It belongs to nobody here:
+  // it is neither waited for nor ended with its client. False when it cannot be run.
+  bool Start(const std::vector<std::string>& command);
+
+  // Waits until it has ended, for at most that long.
+  bool HasEnded(int wait_ms) const;
+
+ private:
+  Descriptor process_;
+};
+
+}  // namespace linux_host

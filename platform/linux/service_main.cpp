@@ -1,0 +1,29 @@
+// Linked into the service program only: what a Windows executable's start-up code and resource
+// section do.
+#include <windows.h>
+
+#include "api/interface_table.h"
+#include "platform/linux/program_resources.h"
+
+namespace {
+
+constexpr linux_host::StringResource kStrings[] = {{100, L"TzWirefoxService"}};
+
+// The command line without the program's name, which ends at the first blank that is not quoted.
+LPWSTR ArgumentsOf(LPWSTR command_line) {
+  bool quoted = false;
+  while (*command_line && (quoted || (*command_line != L' ' && *command_line != L'\t'))) {
+    if (*command_line == L'"') quoted = !quoted;
+    ++command_line;
+  }
+  while (*command_line == L' ' || *command_line == L'\t') ++command_line;
+  return command_line;
+}
+
+}  // namespace
+
+int main() {
+  linux_host::SetProgramResources({.type_library = &api::kLibrary, .strings = kStrings});
+  return wWinMain(GetModuleHandleW(nullptr), nullptr, ArgumentsOf(GetCommandLineW()),
+                  SW_SHOWDEFAULT);
+}

@@ -1,0 +1,231 @@
+// The frames between a bus in one process and its devices' users in another, over a byte stream.
+//
+// The user of the bus connects and sends the eight bytes of kBusGreeting. From then on both sides
+// send frames: a header of kFrameHeaderSize bytes, little-endian, then `payload` bytes. Every
+// header has all fields; those that a type does not name are 0.
+//
+//   offset size field          offset size field
+//        0    4 payload             24    8 setup packet, as on the wire
+//        4    1 type                32    4 status (UsbStatus, or 0 and 1)
+//        5    1 endpoint            36    4 bus status
+//        6    2 0                   40    4 driver status
+//        8    8 id                  44    4 0
+//       16    4 device
+//       20    4 length
+//
+// User to bus:
+//   kOpen    id, payload: path              opens a device under `device`, a number of the user's
+//   kClose   device                         closes it; what is in flight completes before
+//   kSubmit  id, device, endpoint, setup,   starts a transfer of `length` bytes; the payload is the
+//            length, payload                data of an OUT transfer, empty for an IN transfer
+//   kCancel  id, device                     ends the transfer with that id
+//   kAbort   device, endpoint               ends all that the device has pending on an endpoint
+//   kReset   id, device, endpoint           resets a pipe
+// Bus to user:
+//   kArrived   payload: path                first for every present device, later as devices come
+//   kListed    once, when the present devices have been told
+//   kRemoved   payload: path
+//   kOpened    id, status (1: opened), payload when opened: the driver's facts
+//   kCompleted id, endpoint, status, bus status, driver status, length (bytes moved), payload: the
+//              data of an IN transfer, `length` bytes
+//   kWasReset  id, status (1: done)
+//
+// Ids are the user's and unique while their answer is due. A side that receives a frame that does
+// not fit these rules ends the connection; with it all devices are closed.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/probe_driver/usb_bus.h"
+
+namespace probe_driver {
+
+inline constexpr std::string_view kBusGreeting = "WFXBUS1\n";
+
+inline constexpr std::size_t kFrameHeaderSize = 48;
+inline constexpr std::uint32_t kLargestTransfer = 64u << 20;  // bytes in one transfer
+inline constexpr std::uint32_t kLongestPath = 255;
+inline constexpr std::uint32_t kLongestFacts = 18 + 2 * 255;
+
+enum class FrameType : std::uint8_t {
+  kOpen = 1,
+  kClose = 2,
+  kSubmit = 3,
+  kCancel = 4,
+  kAbort = 5,
+  kReset = 6,
+  kArrived = 64,
+  kListed = 65,
+  kRemoved = 66,
+  kOpened = 67,
+  kCompleted = 68,
+  kWasReset = 69,
+};
+
+struct Frame {
+  std::uint32_t payload = 0;
+  FrameType type = FrameType::kListed;
+  std::uint8_t endpoint = 0;
+  std::uint64_t id = 0;
+  std::uint32_t device = 0;
+  std::uint32_t length = 0;
+  SetupPacket setup{};
+  std::uint32_t status = 0;
+  std::uint32_t bus_status = 0;
+  std::uint32_t driver_status = 0;
+};
+
+using FrameHeader = std::array<std::uint8_t, kFrameHeaderSize>;
+
+namespace frame_bytes {
+
+inline void Store(std::uint8_t* at, std::uint64_t value, int size) {
+  for (int i = 0; i < size; ++i) at[i] = static_cast<std::uint8_t>(value >> (8 * i));
+}
+
+inline std::uint64_t Load(const std::uint8_t* at, int size) {
+  std::uint64_t value = 0;
+  for (int i = size - 1; i >= 0; --i) value = value << 8 | at[i];
+  return value;
+}
+
+inline std::uint32_t Load32(const std::uint8_t* at) {
+  return static_cast<std::uint32_t>(Load(at, 4));
+}
+
+}  // namespace frame_bytes
+
+inline FrameHeader EncodeFrame(const Frame& frame) {
+  using frame_bytes::Store;
+  FrameHeader bytes{};
+  Store(&bytes[0], frame.payload, 4);
+  bytes[4] = static_cast<std::uint8_t>(frame.type);
+  bytes[5] = frame.endpoint;
+  Store(&bytes[8], frame.id, 8);
+  Store(&bytes[16], frame.device, 4);
+  Store(&bytes[20], frame.length, 4);
+  bytes[24] = frame.setup.request_type;
+  bytes[25] = frame.setup.request;
+  Store(&bytes[26], frame.setup.value, 2);
+  Store(&bytes[28], frame.setup.index, 2);
+  Store(&bytes[30], frame.setup.length, 2);
+  Store(&bytes[32], frame.status, 4);
+  Store(&bytes[36], frame.bus_status, 4);
+  Store(&bytes[40], frame.driver_status, 4);
+  return bytes;
+}
+
+// What a frame of this type may carry at most; none when there is no such type.
+inline std::optional<std::uint32_t> LargestPayload(FrameType type) {
+  switch (type) {
+    case FrameType::kOpen:
+    case FrameType::kArrived:
+    case FrameType::kRemoved:
+      return kLongestPath;
+    case FrameType::kSubmit:
+    case FrameType::kCompleted:
+      return kLargestTransfer;
+    case FrameType::kOpened:
+      return kLongestFacts;
+    case FrameType::kClose:
+    case FrameType::kCancel:
+    case FrameType::kAbort:
+    case FrameType::kReset:
+    case FrameType::kListed:
+    case FrameType::kWasReset:
+      return 0;
+  }
+  return std::nullopt;
+}
+
+inline bool IsInTransfer(std::uint8_t endpoint, const SetupPacket& setup) {
+  return ((endpoint != 0 ? endpoint : setup.request_type) & 0x80) != 0;
+}
+
+// None when the header breaks the rules above as far as it alone can tell.
+inline std::optional<Frame> DecodeFrame(const FrameHeader& bytes) {
+  using frame_bytes::Load;
+  using frame_bytes::Load32;
+  Frame frame;
+  frame.payload = Load32(&bytes[0]);
+  frame.type = static_cast<FrameType>(bytes[4]);
+  frame.endpoint = bytes[5];
+  frame.id = Load(&bytes[8], 8);
+  frame.device = Load32(&bytes[16]);
+  frame.length = Load32(&bytes[20]);
+  frame.setup.request_type = bytes[24];
+  frame.setup.request = bytes[25];
+  frame.setup.value = static_cast<std::uint16_t>(Load(&bytes[26], 2));
+  frame.setup.index = static_cast<std::uint16_t>(Load(&bytes[28], 2));
+  frame.setup.length = static_cast<std::uint16_t>(Load(&bytes[30], 2));
+  frame.status = Load32(&bytes[32]);
+  frame.bus_status = Load32(&bytes[36]);
+  frame.driver_status = Load32(&bytes[40]);
+
+  const std::optional<std::uint32_t> largest = LargestPayload(frame.type);
+  if (!largest || frame.payload > *largest) return std::nullopt;
+  if (frame.type == FrameType::kSubmit) {
+    const bool in = IsInTransfer(frame.endpoint, frame.setup);
+    if (frame.length > kLargestTransfer || frame.payload != (in ? 0 : frame.length)) {
+      return std::nullopt;
+    }
+  }
+  if (frame.type == FrameType::kCompleted &&
+      (frame.status > static_cast<std::uint32_t>(UsbStatus::kError) ||
+       (frame.payload != 0 && frame.payload != frame.length))) {
+    return std::nullopt;
+  }
+  return frame;
+}
+
+// A path is printable ASCII.
+inline bool IsPath(std::span<const std::uint8_t> bytes) {
+  for (const std::uint8_t byte : bytes) {
+    if (byte < 0x20 || byte > 0x7E) return false;
+  }
+  return !bytes.empty() && bytes.size() <= kLongestPath;
+}
+
+inline std::vector<std::uint8_t> EncodeFacts(const DriverFacts& facts) {
+  using frame_bytes::Store;
+  const std::string text = facts.text.substr(0, 255);
+  const std::string second = facts.second_text.substr(0, 255);
+  std::vector<std::uint8_t> bytes(18 + text.size() + second.size());
+  Store(&bytes[0], facts.driver_version, 4);
+  Store(&bytes[4], facts.interface_version, 4);
+  bytes[8] = facts.usb_address;
+  bytes[9] = facts.alternate_setting;
+  Store(&bytes[10], facts.speed, 4);
+  Store(&bytes[14], text.size(), 2);
+  Store(&bytes[16], second.size(), 2);
+  std::copy(second.begin(), second.end(), std::copy(text.begin(), text.end(), bytes.begin() + 18));
+  return bytes;
+}
+
+inline std::optional<DriverFacts> DecodeFacts(std::span<const std::uint8_t> bytes) {
+  using frame_bytes::Load;
+  using frame_bytes::Load32;
+  if (bytes.size() < 18) return std::nullopt;
+  const auto text = static_cast<std::size_t>(Load(&bytes[14], 2));
+  const auto second = static_cast<std::size_t>(Load(&bytes[16], 2));
+  if (text > 255 || second > 255 || bytes.size() != 18 + text + second) return std::nullopt;
+  DriverFacts facts;
+  facts.driver_version = Load32(&bytes[0]);
+  facts.interface_version = Load32(&bytes[4]);
+  facts.usb_address = bytes[8];
+  facts.alternate_setting = bytes[9];
+  facts.speed = Load32(&bytes[10]);
+  facts.text.assign(bytes.begin() + 18, bytes.begin() + 18 + static_cast<std::ptrdiff_t>(text));
+  facts.second_text.assign(bytes.begin() + 18 + static_cast<std::ptrdiff_t>(text), bytes.end());
+  return facts;
+}
+
+}  // namespace probe_driver

@@ -1,0 +1,134 @@
+// The inside of a bench: the probes, who is on the bus, and the transfers between, under one lock.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "sim/attachment.h"
+#include "sim/bench.h"
+#include "sim/capture.h"
+#include "sim/description.h"
+#include "sim/probe.h"
+
+namespace sim {
+
+// A place of the bench with its probe.
+struct ProbeSlot {
+  std::unique_ptr<Probe> probe;
+  ProbeDescription next;                   // what the probe is when it is plugged next
+  std::shared_ptr<Attachment> attachment;  // null when the probe is not on the bus
+  bool restarting = false;                 // has left to come back with its firmware
+  std::uint64_t generation = 0;            // counts attachments and removals
+  FaultList faults;
+  bool recording = false;
+  std::deque<Received> records;
+};
+
+// Every public operation takes the lock, and gives it back before completions and listeners run.
+class BenchCore : public std::enable_shared_from_this<BenchCore> {
+ public:
+  BenchCore(BenchDescription description, Scheduler scheduler, std::string instance);
+
+  // Attaches the probes that are described as plugged.
+  void Start();
+  // Takes every probe off the bus and the listener away; no action of the scheduler has an effect
+  // afterwards.
+  void Close();
+
+  std::vector<std::string> Paths();
+  std::shared_ptr<Attachment> Find(const std::string& path);
+  void SetListener(probe_driver::UsbBusListener* listener);
+
+  void Submit(const std::shared_ptr<Attachment>& attachment, const std::shared_ptr<InFlight>& owner,
+              probe_driver::UsbTransfer& transfer);
+  void Cancel(Attachment& attachment, probe_driver::UsbTransfer& transfer);
+  // Ends what `owner` has pending on an endpoint, or on all of them when `endpoint` is negative.
+  void Abort(Attachment& attachment, const InFlight& owner, int endpoint);
+  bool ResetPipe(const std::shared_ptr<Attachment>& attachment, std::uint8_t endpoint);
+  probe_driver::DriverFacts Facts(const Attachment& attachment);
+
+  bool Plug(const std::string& name);
+  bool Unplug(const std::string& name);
+  std::vector<ProbeState> States();
+  bool Rearrange(const std::string& name, const std::string& changes);
+  void Add(const ProbeDescription& description);
+  bool CaptureTo(const std::string& path);
+
+  // Calls `use(slot)` under the lock, then lets waiting transfers go on. False: no such probe.
+  bool With(const std::string& name, const std::function<void(ProbeSlot&)>& use);
+
+ private:
+  // Holds the lock; when it ends, gives the lock back, runs the completions, tells the listener.
+  class Session {
+   public:
+    explicit Session(BenchCore& core) : core_(core), lock_(core.mutex_) {}
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    Completions& done() { return done_; }
+
+   private:
+    BenchCore& core_;
+    std::unique_lock<std::mutex> lock_;
+    Completions done_;
+  };
+
+  ProbeSlot* FindSlot(const std::string& name);
+  ProbeSlot& MakeSlot(const ProbeDescription& description);
+  void Attach(ProbeSlot& slot, bool with_firmware);
+  void Detach(ProbeSlot& slot, Completions& done);
+  void Restart(ProbeSlot& slot);
+  // Runs an action under the lock unless the probe was attached or removed meanwhile.
+  void Later(ProbeSlot& slot, std::uint64_t delay_ms,
+             std::function<void(ProbeSlot&, Completions&)> action);
+  void Deliver();
+  ProbeState StateOf(const ProbeSlot& slot) const;
+
+  // Transfers (transfers.cpp).
+  void Pump(Attachment& attachment, Completions& done);
+  bool Process(Attachment& attachment, Pending& pending, EndpointQueue& queue, Completions& done);
+  void ProcessControl(Attachment& attachment, Pending& pending, Completions& done);
+  void ProcessOut(Attachment& attachment, Pending& pending, Completions& done);
+  bool ProcessIn(Attachment& attachment, Pending& pending, Completions& done);
+  void ProcessUnplug(Attachment& attachment, Pending& pending, Completions& done);
+  void ApplyReply(Pending& pending, ControlReply& reply);
+  void Finish(const Attachment& attachment, Pending& pending, probe_driver::UsbStatus status,
+              Completions& done);
+  void Hold(Attachment& attachment, Pending& pending);
+  void Note(ProbeSlot& slot, const probe_driver::UsbTransfer& transfer);
+  void ResetPipeLocked(Attachment& attachment, std::uint8_t endpoint);
+
+  std::mutex mutex_;
+  const probe_driver::DriverFacts driver_;
+  const std::uint32_t detach_ms_;
+  const std::uint32_t return_ms_;
+  std::vector<ProbeDescription> described_;  // until Start
+  const Scheduler scheduler_;
+  const std::string instance_;
+  bool closed_ = false;
+
+  std::vector<std::unique_ptr<ProbeSlot>> slots_;
+  std::map<std::string, std::shared_ptr<Attachment>> present_;
+  std::uint64_t attachments_ = 0;  // ever made: numbers paths
+  std::uint64_t held_ = 0;         // numbers transfers that a fault holds
+  Capture capture_;
+
+  probe_driver::UsbBusListener* listener_ = nullptr;
+  probe_driver::UsbBusListener* calling_ = nullptr;  // the listener that is being called
+  std::thread::id caller_;                           // by this thread
+  bool delivering_ = false;
+  std::deque<std::pair<bool, std::string>> events_;  // arrived or removed, path
+  std::condition_variable delivered_;
+};
+
+}  // namespace sim

@@ -1,0 +1,180 @@
+#include "sim/server/socket_server.h"
+
+#include <fcntl.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+#include "sim/server/control_commands.h"
+
+namespace sim {
+namespace {
+
+using probe_driver::FrameSocket;
+
+constexpr std::size_t kLongestRequest = 1u << 20;
+
+[[noreturn]] void Fail(const std::string& what) {
+  throw std::runtime_error(what + ": " + strerror(errno));
+}
+
+// Closes a descriptor at the end of its scope.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+  int Release() { return std::exchange(fd_, -1); }
+
+ private:
+  int fd_;
+};
+
+bool SomebodyListens(const sockaddr_un& address) {
+  const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  return probe.get() >= 0 &&
+         connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+// Two simulators that start at once take turns by locking the directory, so that neither removes
+// the socket of the other.
+int Listen(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof address.sun_path) {
+    throw std::runtime_error("the socket path " + path + " is empty or longer than 107 bytes");
+  }
+  path.copy(address.sun_path, path.size());
+  const std::size_t slash = path.rfind('/');
+  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const Descriptor lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (lock.get() < 0) Fail("cannot open the directory " + directory);
+  if (flock(lock.get(), LOCK_EX) != 0) Fail("cannot lock the directory " + directory);
+
+  struct stat entry {};
+  if (lstat(path.c_str(), &entry) == 0) {
+    if (!S_ISSOCK(entry.st_mode)) throw std::runtime_error(path + " exists and is not a socket");
+    if (SomebodyListens(address)) {
+      throw std::runtime_error("another simulator listens on " + path);
+    }
+    unlink(path.c_str());
+  }
+  Descriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (listening.get() < 0) Fail("cannot make a socket");
+  if (bind(listening.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    Fail("cannot bind " + path);
+  }
+  if (listen(listening.get(), SOMAXCONN) != 0) Fail("cannot listen on " + path);
+  return listening.Release();
+}
+
+}  // namespace
+
+SocketServer::SocketServer(Bench& bench, const std::string& socket_path, std::function<void()> stop)
+    : bench_(bench), socket_path_(socket_path), stop_(std::move(stop)) {
+  listening_ = Listen(socket_path);
+  bench_.SetListener(this);
+  acceptor_ = std::thread([this] { Accept(); });
+}
+
+SocketServer::~SocketServer() {
+  unlink(socket_path_.c_str());
+  {
+    const std::lock_guard lock(mutex_);
+    ending_ = true;
+  }
+  shutdown(listening_, SHUT_RDWR);
+  acceptor_.join();
+  close(listening_);
+  bench_.SetListener(nullptr);
+  Reap(true);
+}
+
+void SocketServer::Accept() {
+  while (true) {
+    const int fd = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC);
+    Reap(false);
+    const std::lock_guard lock(mutex_);
+    if (ending_) {
+      if (fd >= 0) close(fd);
+      return;
+    }
+    if (fd < 0) continue;
+    Peer& peer = peers_.emplace_back();
+    peer.socket = std::make_shared<FrameSocket>(fd);
+    peer.thread = std::thread([this, &peer] { Serve(peer); });
+  }
+}
+
+void SocketServer::Serve(Peer& peer) {
+  std::array<char, 8> greeting;
+  if (peer.socket->Receive(greeting.data(), greeting.size())) {
+    const std::string_view text(greeting.data(), greeting.size());
+    if (text == probe_driver::kBusGreeting) ServeBus(peer);
+    if (text == kControlGreeting) ServeControl(*peer.socket);
+  }
+  peer.socket->Shutdown();
+  const std::lock_guard lock(mutex_);
+  peer.ended = true;
+}
+
+void SocketServer::ServeBus(Peer& peer) {
+  {
+    // Under the lock: an event comes either before the list is made or behind it.
+    const std::lock_guard lock(mutex_);
+    peer.bus = std::make_unique<BusConnection>(bench_, peer.socket);
+    for (const std::string& path : bench_.ListDevices()) peer.bus->Tell(true, path);
+    peer.bus->TellListed();
+  }
+  peer.bus->Run();
+  const std::lock_guard lock(mutex_);
+  peer.bus.reset();
+}
+
+void SocketServer::ServeControl(FrameSocket& socket) {
+  std::string line;
+  char c = 0;
+  while (line.size() < kLongestRequest && socket.Receive(&c, 1)) {
+    if (c != '\n') {
+      line += c;
+      continue;
+    }
+    bool stopping = false;
+    const std::string answer = RunCommand(bench_, line, [&] { stopping = true; }) + "\n";
+    line.clear();
+    if (!socket.SendBytes(answer.data(), answer.size())) return;
+    if (stopping) stop_();
+  }
+}
+
+void SocketServer::Tell(bool arrived, const std::string& path) {
+  const std::lock_guard lock(mutex_);
+  for (const Peer& peer : peers_) {
+    if (peer.bus != nullptr) peer.bus->Tell(arrived, path);
+  }
+}
+
+void SocketServer::Reap(bool all) {
+  std::list<Peer> ended;
+  {
+    const std::lock_guard lock(mutex_);
+    for (auto it = peers_.begin(); it != peers_.end();) {
+      const auto next = std::next(it);
+      if (all) it->socket->Shutdown();
+      if (all || it->ended) ended.splice(ended.end(), peers_, it);
+      it = next;
+    }
+  }
+  for (Peer& peer : ended) peer.thread.join();
+}
+
+}  // namespace sim

@@ -1,0 +1,61 @@
+// Offers a bench to other processes on a Unix socket: its bus, and the commands that rearrange it.
+#pragma once
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "platform/probe_driver/frame_socket.h"
+#include "platform/probe_driver/usb_bus.h"
+#include "sim/bench.h"
+#include "sim/server/bus_connection.h"
+
+namespace sim {
+
+// What a controlling connection sends first; each line behind it is a request of
+// control_commands.h, and each answer is one line.
+inline constexpr std::string_view kControlGreeting = "WFXCTL1\n";
+
+class SocketServer : public probe_driver::UsbBusListener {
+ public:
+  // Listens from now on. `bench` outlives the server, which is its listener; `stop` is called on
+  // any thread when a controlling connection asks for the end. A socket file that nobody listens
+  // on is replaced. Throws std::runtime_error when one is listened on, or when there can be none.
+  SocketServer(Bench& bench, const std::string& socket_path, std::function<void()> stop);
+  // Ends all connections and removes the socket file.
+  ~SocketServer() override;
+
+  void OnDeviceArrived(const std::string& path) override { Tell(true, path); }
+  void OnDeviceRemoved(const std::string& path) override { Tell(false, path); }
+
+ private:
+  struct Peer {
+    std::shared_ptr<probe_driver::FrameSocket> socket;
+    std::unique_ptr<BusConnection> bus;  // once the greeting said so
+    bool ended = false;
+    std::thread thread;
+  };
+
+  void Accept();
+  void Serve(Peer& peer);
+  void ServeBus(Peer& peer);
+  void ServeControl(probe_driver::FrameSocket& socket);
+  void Tell(bool arrived, const std::string& path);
+  // Joins the threads of peers that have ended, or of all.
+  void Reap(bool all);
+
+  Bench& bench_;
+  const std::string socket_path_;
+  const std::function<void()> stop_;
+  int listening_ = -1;
+  std::mutex mutex_;  // of the peers, and of what they are told
+  std::list<Peer> peers_;
+  bool ending_ = false;
+  std::thread acceptor_;
+};
+
+}  // namespace sim

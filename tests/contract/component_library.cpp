@@ -1,0 +1,63 @@
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <objbase.h>
+
+#include <string>
+#include <thread>
+
+namespace {
+
+constexpr GUID kUnknownClass = {
+    0x0B1C2D3E, 0x4F50, 0x6172, {0x83, 0x94, 0xA5, 0xB6, 0xC7, 0xD8, 0xE9, 0xFA}};
+
+TEST(ComponentLibrary, ApartmentsNestAndDoNotMix) {
+  std::thread([] {
+    EXPECT_EQ(CoInitialize(nullptr), S_OK);
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_FALSE);
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), RPC_E_CHANGED_MODE);
+    CoUninitialize();
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), RPC_E_CHANGED_MODE)
+        << "one initialisation is left";
+    CoUninitialize();
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+    CoUninitialize();
+  }).join();
+}
+
+TEST(ComponentLibrary, AnUninitialisedThreadCreatesNothing) {
+  std::thread([] {
+    void* object = &object;
+    EXPECT_EQ(CoCreateInstance(kUnknownClass, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, &object),
+              CO_E_NOTINITIALIZED);
+    EXPECT_EQ(object, nullptr);
+  }).join();
+}
+
+TEST(ComponentLibrary, AnUnregisteredClassIsNotCreated) {
+  std::thread([] {
+    ASSERT_EQ(CoInitialize(nullptr), S_OK);
+    void* object = &object;
+    EXPECT_EQ(CoCreateInstance(kUnknownClass, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, &object),
+              REGDB_E_CLASSNOTREG);
+    EXPECT_EQ(object, nullptr);
+    CoUninitialize();
+  }).join();
+}
+
+TEST(ComponentLibrary, IdentifiersHaveOneText) {
+  OLECHAR text[39];
+  EXPECT_EQ(StringFromGUID2(kUnknownClass, text, 39), 39);
+  EXPECT_EQ(std::wstring(text), L"{0B1C2D3E-4F50-6172-8394-A5B6C7D8E9FA}");
+  EXPECT_EQ(StringFromGUID2(kUnknownClass, text, 38), 0);
+  CLSID id;
+  EXPECT_EQ(CLSIDFromString(L"{0b1c2d3e-4f50-6172-8394-a5b6c7d8e9fa}", &id), S_OK);
+  EXPECT_TRUE(IsEqualGUID(id, kUnknownClass));
+  for (const wchar_t* wrong :
+       {L"0B1C2D3E-4F50-6172-8394-A5B6C7D8E9FA", L"{}", L"{0B1C2D3E-4F50-6172-8394-A5B6C7D8E9FG}",
+        L"{0B1C2D3E-4F50-6172-8394-A5B6C7D8E9FA}x"}) {
+    EXPECT_TRUE(FAILED(CLSIDFromString(wrong, &id))) << wrong;
+  }
+}
+
+}  // namespace

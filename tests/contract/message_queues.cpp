@@ -1,0 +1,254 @@
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr DWORD kPatienceMs = 20000;
+constexpr wchar_t kClass[] = L"WirefoxContractWindow";
+
+// What the window procedure has seen since a test last looked.
+std::vector<UINT>& Seen() {
+  static thread_local std::vector<UINT> seen;
+  return seen;
+}
+
+LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM w_param, LPARAM l_param) {
+  Seen().push_back(message);
+  if (message == WM_APP) return 42;
+  return DefWindowProcW(window, message, w_param, l_param);
+}
+
+ATOM RegisterOnce() {
+  WNDCLASSEXW window_class = {};
+  window_class.cbSize = sizeof(window_class);
+  window_class.lpfnWndProc = Procedure;
+  window_class.lpszClassName = kClass;
+  static const ATOM atom = RegisterClassExW(&window_class);
+  return atom;
+}
+
+class MessageQueues : public testing::Test {
+ protected:
+  void SetUp() override {
+    RegisterOnce();
+    window_ = Create(kClass);
+    ASSERT_NE(nullptr, window_);
+    Drain();
+  }
+  void TearDown() override {
+    if (window_) DestroyWindow(window_);
+    Drain();
+  }
+
+  static HWND Create(LPCWSTR name) {
+    return CreateWindowExW(0, name, L"title", WS_POPUP, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr,
+                           nullptr);
+  }
+
+  static void Drain() {
+    MSG message;
+    while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+    }
+    Seen().clear();
+  }
+
+  // The next message of the filter, removed; 0: none.
+  static UINT Next(HWND filter) {
+    MSG message;
+    return PeekMessageW(&message, filter, 0, 0, PM_REMOVE) ? message.message : 0;
+  }
+
+  HWND window_ = nullptr;
+};
+
+TEST_F(MessageQueues, MessagesComeInTheOrderInWhichTheyWerePosted) {
+  EXPECT_TRUE(PostMessageW(window_, WM_APP + 1, 11, 12));
+  EXPECT_TRUE(PostThreadMessageW(GetCurrentThreadId(), WM_APP + 2, 21, 22));
+  EXPECT_TRUE(PostMessageW(window_, WM_APP + 3, 0, -1));
+  MSG message;
+  ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
+  EXPECT_EQ(window_, message.hwnd);
+  EXPECT_EQ(WM_APP + 1U, message.message);
+  EXPECT_EQ(11U, message.wParam);
+  EXPECT_EQ(12, message.lParam);
+  ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
+  EXPECT_EQ(nullptr, message.hwnd);
+  EXPECT_EQ(WM_APP + 2U, message.message);
+  ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
+  EXPECT_EQ(-1, message.lParam);
+  EXPECT_FALSE(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
+}
+
+TEST_F(MessageQueues, WindowFilterLeavesMessagesOfTheThreadAndOfOtherWindows) {
+  const HWND other = Create(kClass);
+  PostThreadMessageW(GetCurrentThreadId(), WM_APP + 1, 0, 0);
+  PostMessageW(other, WM_APP + 2, 0, 0);
+  PostMessageW(window_, WM_APP + 3, 0, 0);
+  EXPECT_EQ(WM_APP + 3U, Next(window_));
+  EXPECT_EQ(0U, Next(window_));
+  EXPECT_EQ(WM_APP + 1U, Next(reinterpret_cast<HWND>(static_cast<LONG_PTR>(-1))));
+  EXPECT_EQ(WM_APP + 2U, Next(nullptr));
+  DestroyWindow(other);
+}
+
+TEST_F(MessageQueues, LookingWithoutRemovingLeavesTheMessage) {
+  PostMessageW(window_, WM_APP + 1, 0, 0);
+  MSG message;
+  EXPECT_TRUE(PeekMessageW(&message, window_, 0, 0, PM_NOREMOVE));
+  EXPECT_TRUE(PeekMessageW(&message, window_, 0, 0, PM_NOREMOVE));
+  EXPECT_EQ(WM_APP + 1U, Next(window_));
+  EXPECT_EQ(0U, Next(window_));
+}
+
+TEST_F(MessageQueues, PostedQuitMessageEndsTheLoop) {
+  PostMessageW(window_, WM_APP + 1, 0, 0);
+  PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 7, 0);
+  MSG message;
+  EXPECT_TRUE(GetMessageW(&message, nullptr, 0, 0));
+  EXPECT_EQ(0, GetMessageW(&message, nullptr, 0, 0));
+  EXPECT_EQ(static_cast<UINT>(WM_QUIT), message.message);
+  EXPECT_EQ(7U, message.wParam);
+}
+
+TEST_F(MessageQueues, QuitRequestComesAfterEverythingThatWasPosted) {
+  PostQuitMessage(3);
+  PostMessageW(window_, WM_APP + 1, 0, 0);
+  MSG message;
+  ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
+  EXPECT_EQ(WM_APP + 1U, message.message);
+  EXPECT_EQ(0, GetMessageW(&message, nullptr, 0, 0));
+  EXPECT_EQ(3U, message.wParam);
+  EXPECT_EQ(0U, Next(nullptr));
+}
+
+TEST_F(MessageQueues, AnotherThreadWakesTheLoop) {
+  const DWORD loop = GetCurrentThreadId();
+  std::thread other([&] {
+    for (WPARAM i = 0; i < 500; ++i) {
+      if (i % 2) {
+        PostMessageW(window_, WM_APP + 1, i, 0);
+      } else {
+        PostThreadMessageW(loop, WM_APP + 1, i, 0);
+      }
+      if (i % 50 == 0) Sleep(1);  // lets the loop block now and then
+    }
+    PostThreadMessageW(loop, WM_QUIT, 0, 0);
+  });
+  WPARAM next = 0;
+  MSG message;
+  while (GetMessageW(&message, nullptr, 0, 0) > 0) {
+    EXPECT_EQ(next, message.wParam);
+    ++next;
+  }
+  EXPECT_EQ(500U, next);
+  other.join();
+}
+
+TEST_F(MessageQueues, ThreadWithoutAQueueCannotBePostedTo) {
+  const HANDLE go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  const HANDLE ready = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  DWORD id = 0;
+  std::thread other([&] {
+    id = GetCurrentThreadId();
+    SetEvent(ready);
+    WaitForSingleObject(go, kPatienceMs);
+  });
+  WaitForSingleObject(ready, kPatienceMs);
+  EXPECT_FALSE(PostThreadMessageW(id, WM_APP, 0, 0));
+  EXPECT_EQ(1444U, GetLastError());
+  SetEvent(go);
+  other.join();
+  EXPECT_FALSE(PostThreadMessageW(id, WM_APP, 0, 0));
+  EXPECT_EQ(1444U, GetLastError());
+  CloseHandle(go);
+  CloseHandle(ready);
+}
+
+TEST_F(MessageQueues, DispatchingCallsTheWindowsProcedure) {
+  PostMessageW(window_, WM_APP, 0, 0);
+  MSG message;
+  ASSERT_TRUE(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
+  EXPECT_FALSE(TranslateMessage(&message));
+  EXPECT_EQ(42, DispatchMessageW(&message));
+  EXPECT_EQ(std::vector<UINT>{WM_APP}, Seen());
+}
+
+TEST_F(MessageQueues, WindowIsToldOfItsBeginningAndItsEnd) {
+  const HWND window = Create(kClass);
+  const auto count = [](UINT message) { return std::count(Seen().begin(), Seen().end(), message); };
+  EXPECT_EQ(1, count(WM_NCCREATE));
+  EXPECT_EQ(1, count(WM_CREATE));
+  Seen().clear();
+  EXPECT_TRUE(DestroyWindow(window));
+  EXPECT_EQ(1, count(WM_DESTROY));
+  EXPECT_EQ(1, count(WM_NCDESTROY));
+}
+
+TEST_F(MessageQueues, MessagesAndTimersEndWithTheirWindow) {
+  PostMessageW(window_, WM_APP + 1, 0, 0);
+  SetTimer(window_, 5, 10, nullptr);
+  const HWND gone = window_;
+  EXPECT_TRUE(DestroyWindow(std::exchange(window_, nullptr)));
+  Sleep(50);
+  EXPECT_EQ(0U, Next(nullptr));
+  EXPECT_FALSE(PostMessageW(gone, WM_APP, 0, 0));
+  EXPECT_EQ(1400U, GetLastError());
+  EXPECT_FALSE(DestroyWindow(gone));
+  EXPECT_EQ(1400U, GetLastError());
+  EXPECT_FALSE(KillTimer(gone, 5));
+}
+
+TEST_F(MessageQueues, WindowOfAnotherThreadIsNotDestroyed) {
+  BOOL destroyed = TRUE;
+  DWORD error = 0;
+  std::thread([&] {
+    destroyed = DestroyWindow(window_);
+    error = GetLastError();
+  }).join();
+  EXPECT_FALSE(destroyed);
+  EXPECT_EQ(5U, error);
+}
+
+TEST_F(MessageQueues, ClassesAreKnownByTheirName) {
+  WNDCLASSEXW window_class = {};
+  window_class.cbSize = sizeof(window_class);
+  window_class.lpfnWndProc = Procedure;
+  window_class.lpszClassName = kClass;
+  EXPECT_EQ(0, RegisterClassExW(&window_class));
+  EXPECT_EQ(1410U, GetLastError());
+  EXPECT_EQ(nullptr, Create(L"WirefoxContractNoSuchClass"));
+  EXPECT_EQ(1407U, GetLastError());
+  const HWND by_atom = Create(MAKEINTRESOURCEW(RegisterOnce()));
+  EXPECT_NE(nullptr, by_atom);
+  DestroyWindow(by_atom);
+}
+
+TEST_F(MessageQueues, TimerTicksAgainAndAgainButWaitsForEachTickToBeTaken) {
+  constexpr UINT_PTR kId = 0x11112222;
+  EXPECT_EQ(kId, SetTimer(window_, kId, 20, nullptr));
+  MSG message;
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_TRUE(GetMessageW(&message, window_, 0, 0));
+    EXPECT_EQ(window_, message.hwnd);
+    EXPECT_EQ(static_cast<UINT>(WM_TIMER), message.message);
+    EXPECT_EQ(kId, message.wParam);
+    EXPECT_EQ(0, message.lParam);
+  }
+  // However many periods go by, one tick waits, behind what was posted.
+  SetTimer(window_, kId, 200, nullptr);
+  Sleep(700);
+  PostMessageW(window_, WM_APP + 1, 0, 0);
+  EXPECT_EQ(WM_APP + 1U, Next(window_));
+  EXPECT_EQ(static_cast<UINT>(WM_TIMER), Next(window_));
+  EXPECT_EQ(0U, Next(window_));
+  EXPECT_TRUE(KillTimer(window_, kId));
+  EXPECT_FALSE(KillTimer(window_, kId));
+}
+
+}  // namespace

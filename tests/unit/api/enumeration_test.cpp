@@ -1,0 +1,187 @@
+// The list of targets: what is scanned in which interface, and what happens to sessions when the
+// list changes. Chains are scanned over the bench, in bench_test.cpp.
+#include <functional>
+
+#include "api/jtag_chain.h"
+#include "tests/unit/api/api_fixture.h"
+
+namespace {
+
+using Strings = std::vector<std::wstring>;
+
+class Enumeration : public ApiTest {
+ protected:
+  Enumeration() : probe_(AddProbe(L"P1")) {}
+
+  // The list of a scan while the probe reports this interface.
+  std::optional<Strings> Scan(std::uint8_t active) {
+    device_->status_reply[5] = active;
+    Result devices;
+    EXPECT_EQ(object_->EnumerateDevices(Text(L"P1"), &devices, &error_), S_OK);
+    EXPECT_EQ(error_, TzErrorCode::SUCCESS);
+    return devices.AsStrings();
+  }
+
+  TzErrorCode Release(std::int64_t handle) {
+    EXPECT_EQ(object_->ReleaseDevice(handle, &error_), S_OK);
+    return error_;
+  }
+
+  ProbeEntry& probe_;
+};
+
+TEST_F(Enumeration, SwdTargetIsListedByItsIdcode) {
+  device_->reply = {0x0A, 0xBC, 0x34, 0x12, 1};
+  for (const std::uint8_t active : {4, 12}) {
+    EXPECT_EQ(Scan(active), Strings{L"1234BC0A0"});
+    EXPECT_EQ(device_->TakeCalls(),
+              (Calls{"GetDeviceStatus()", "SWD_CReset()", "SWDXfer(A5, room 5)"}));
+  }
+  EXPECT_EQ(log_.Take(), (std::vector<std::string>(2, "[CTzWirefox::EnumerateDevices]")));
+}
+
+TEST_F(Enumeration, SwdTargetIsThereWhenItsStatusIsGood) {
+  const struct {
+    std::uint8_t status;
+    bool there;
+  } kCases[] = {{1, true}, {0xFB, true}, {4, false}, {5, false}, {0, false}, {2, false}};
+  for (const auto& test : kCases) {
+    device_->reply = {1, 0, 0, 0, test.status};
+    EXPECT_EQ(Scan(4), test.there ? Strings{L"000000010"} : Strings{}) << int{test.status};
+  }
+}
+
+TEST_F(Enumeration, InterfacesWithoutAScanHaveOneTargetOrNone) {
+  const struct {
+    std::uint8_t active;
+    Strings listed;
+  } kCases[] = {
+      {2, {L"000000000"}}, {16, {L"000000000"}}, {0, {}}, {8, {}}, {32, {}}, {3, {}}, {255, {}}};
+  for (const auto& test : kCases) {
+    EXPECT_EQ(Scan(test.active), test.listed) << int{test.active};
+    EXPECT_EQ(device_->TakeCalls(), Calls{"GetDeviceStatus()"});
+  }
+}
+
+TEST_F(Enumeration, SessionSurvivesAScanThatFindsTheSame) {
+  device_->reply = {0x77, 0x14, 0xA0, 0x2B, 1};
+  Scan(4);
+  const std::int64_t handle = Acquire(probe_);
+  EXPECT_EQ(Scan(12), Strings{L"2BA014771"});
+  EXPECT_EQ(Release(handle), TzErrorCode::SUCCESS);
+  EXPECT_EQ(Scan(4), Strings{L"2BA014770"});
+}
+
+TEST_F(Enumeration, SessionsEndWhenAnythingElseIsFound) {
+  const struct {
+    const char* name;
+    std::function<void()> change;
+  } kChanges[] = {
+      {"another device", [&] { device_->reply[0] = 0x78; }},
+      {"no device", [&] { device_->reply[4] = 4; }},
+      {"a mode without targets", [&] { device_->status_reply[5] = 8; }},
+      {"a placeholder", [&] { device_->status_reply[5] = 2; }},
+      {"a failed reset",
+       [&] {
+         device_->failing = {{"SWD_CReset", 5}};
+       }},
+      {"a failed transfer",
+       [&] {
+         device_->failing = {{"SWDXfer", 8}};
+       }},
+  };
+  for (const auto& test : kChanges) {
+    SCOPED_TRACE(test.name);
+    device_->failing.clear();
+    device_->reply = {0x77, 0x14, 0xA0, 0x2B, 1};
+    Scan(4);
+    const std::int64_t handle = Acquire(probe_);
+    const HANDLE mutex = probe_.targets[0].sessionMutex;
+    test.change();
+    Scan(device_->status_reply[5]);
+    EXPECT_EQ(Release(handle), TzErrorCode::NOT_ACQUIRED);
+    EXPECT_FALSE(ReleaseMutex(mutex)) << "the session's mutex is still open and owned";
+    for (const TargetRecord& target : probe_.targets) EXPECT_EQ(target.ownerPID, 0u);
+  }
+}
+
+TEST_F(Enumeration, UnreadableStatusLeavesListAndSessionsAlone) {
+  device_->reply = {0x77, 0x14, 0xA0, 0x2B, 1};
+  Scan(4);
+  const std::int64_t handle = Acquire(probe_);
+  device_->failing = {{"GetDeviceStatus", 31}};
+  EXPECT_EQ(Scan(8), Strings{L"2BA014771"});
+  EXPECT_EQ(Release(handle), TzErrorCode::SUCCESS);
+}
+
+TEST_F(Enumeration, RecordedModePlaysNoPart) {
+  probe_.mode = 1;
+  EXPECT_EQ(Scan(2), Strings{L"000000000"});
+  EXPECT_EQ(probe_.mode, 1u);
+}
+
+// A stream of bits, first bit first.
+Bytes Pack(const std::string& bits) {
+  Bytes bytes((bits.size() + 7) / 8);
+  for (std::size_t i = 0; i < bits.size(); ++i) {
+    if (bits[i] == '1') bytes[i / 8] |= static_cast<std::uint8_t>(1u << (i % 8));
+  }
+  return bytes;
+}
+
+// The bits of a chain as they leave it: an IDCODE's lowest first, a zero for a device in bypass.
+constexpr std::uint32_t kBypass = 0;
+std::string BitsOf(const std::vector<std::uint32_t>& devices) {
+  std::string bits;
+  for (const std::uint32_t device : devices) {
+    const int length = device == kBypass ? 1 : 32;
+    for (int i = 0; i < length; ++i) bits.push_back((device >> i & 1) != 0 ? '1' : '0');
+  }
+  return bits;
+}
+
+TEST(JtagChain, BitsAreDividedIntoDevicesLastOutFirst) {
+  const std::uint32_t kA = 0x1BA01477;
+  const std::uint32_t kB = 0x0684617F;
+  const struct {
+    const char* name;
+    std::string bits;  // as they leave the chain
+    std::vector<std::uint32_t> ids;
+  } kCases[] = {
+      {"two with IDCODE", BitsOf({kB, kA}), {kA, kB}},
+      {"all in bypass", "00000000", std::vector<std::uint32_t>(8, 0)},
+      {"bypass first out", BitsOf({0, 0, 0, 0, kA, 0, 0, 0, 0}), {0, 0, 0, 0, kA, 0, 0, 0, 0}},
+      {"empty", "", {}},
+  };
+  for (const auto& test : kCases) {
+    EXPECT_EQ(api::ParseChain(Pack(test.bits), static_cast<std::uint32_t>(test.bits.size())),
+              test.ids)
+        << test.name;
+  }
+}
+
+// A chain is read in whole bytes: up to 7 bits at its end stay unread.
+TEST(JtagChain, DevicesInTheUnreadBitsAreStillListed) {
+  const std::uint32_t kA = 0x1BA01477;
+  const std::uint32_t kTopBitsSet = 0xFBA01477;
+  const struct {
+    const char* name;
+    std::string bits;
+    std::vector<std::uint32_t> ids;
+  } kCases[] = {
+      {"IDCODE first out, bypass unread", BitsOf({kA, 0}), {0, kA}},
+      {"bypass first out, top bit of the IDCODE unread", BitsOf({0, kA}), {kA, 0}},
+      {"seven bits of the IDCODE unread",
+       BitsOf({0, 0, 0, 0, 0, 0, 0, kTopBitsSet}),
+       {kTopBitsSet & 0x01FFFFFF, 0, 0, 0, 0, 0, 0, 0}},
+      {"nothing read at all", "000", {0, 0, 0}},
+  };
+  for (const auto& test : kCases) {
+    Bytes received = Pack(test.bits.substr(0, test.bits.size() / 8 * 8));
+    received.shrink_to_fit();  // so that a read beyond it shows
+    EXPECT_EQ(api::ParseChain(received, static_cast<std::uint32_t>(test.bits.size())), test.ids)
+        << test.name;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,208 @@
+// The passes of the configuration objects over what is attached.
+#include <windows.h>
+
+#include "tests/unit/config/configure_fixture.h"
+
+namespace {
+
+class PassTest : public ConfigureTest {
+ protected:
+  PassTest()
+      : evk_(configurators_.Add<CTzEvkConfigure>()),
+        wfx_(configurators_.Add<CTzWfxConfigure>()),
+        enumerator_(kProbeDriverInterface, false) {}
+
+  std::uint16_t NewEvkProduct(const char* state = "CONFIGURED") {
+    const std::uint16_t product = NewProduct();
+    Set(product, "EVKDEVICE", state);
+    return product;
+  }
+
+  // A probe whose FPGA loads from an empty image.
+  std::uint16_t NewWfxProduct() {
+    const std::uint16_t product = NewProduct();
+    Set(product, "WFXDEVICE", "CONFIGURED");
+    Set(product, "FPGA", folder_.Write("empty.bin", ""));
+    return product;
+  }
+
+  static std::string FpgaLoads(const char* finish_reply = "00*16") {
+    return std::string("C0 47 00 00 00 00 10 00 -> 00*16\nC0 45 FF FF FF FF 10 00 -> 00*16\n") +
+           "out 02 : -> ok\nC0 46 00 00 00 00 10 00 -> " + finish_reply +
+           "\nC0 44 00 00 00 00 0E 00 -> 00*14\n";
+  }
+
+  CTzEvkConfigure& evk_;
+  CTzWfxConfigure& wfx_;
+  CTzUSBDevice enumerator_;
+};
+
+TEST_F(PassTest, StateIsTheSettingsWord) {
+  struct Case {
+    const char* word;
+    std::uint32_t state;
+  };
+  for (const Case& c : {Case{"CONFIGURED", 2}, Case{"UNCONFIGURED", 1}, Case{"configured", 0},
+                        Case{"CONFIGURED ", 0}, Case{"", 0}, Case{"\"CONFIGURED\"", 2}}) {
+    const std::uint16_t product = NewEvkProduct(c.word);
+    EXPECT_EQ(c.state, evk_.GetDeviceState(0x0F0F, product)) << c.word;
+    EXPECT_EQ(0U, wfx_.GetDeviceState(0x0F0F, product)) << c.word;
+    EXPECT_EQ(0U, evk_.GetDeviceState(0x0F0E, product)) << c.word;
+  }
+}
+
+TEST_F(PassTest, ConfiguredBoardIsAddedOnce) {
+  const std::uint16_t product = NewEvkProduct();
+  bus_.SetDevices({Device(product, "EVK1")});
+  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
+  EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
+  EXPECT_EQ((std::vector<std::wstring>{L"EVK1"}), Names());
+  const ProbeEntry& entry = *ListProbeEntries()[0];
+  EXPECT_EQ(Path(product, "EVK1"), entry.path);
+  EXPECT_EQ(0U, entry.mode);
+  EXPECT_TRUE(entry.targets.empty());
+  EXPECT_EQ((std::vector<std::string>{"[CTzDeviceConfigure::AddConfiguredDevice]Device " +
+                                      Path(product, "EVK1") + " available for use"}),
+            log_.Lines());
+}
+
+TEST_F(PassTest, ProbeIsAddedWhenItsFpgaLoads) {
+  const std::uint16_t product = NewWfxProduct();
+  bus_.SetDevices({Device(product, "WFX1")});
+  bus_.Play(FpgaLoads("01 02 00*14"));
+  EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
+  EXPECT_TRUE(Names().empty());
+  bus_.ExpectPlayed();
+  EXPECT_EQ((std::vector<std::string>{"[CTzWfxConfigure::ProgramFPGA]Error 3 programming device " +
+                                      Path(product, "WFX1") + ", with file " +
+                                      folder_.Path("empty.bin") + "."}),
+            log_.Lines());
+  // Every later pass tries again.
+  bus_.Play(FpgaLoads());
+  EXPECT_TRUE(wfx_.ConfigureNewDevices(enumerator_));
+  EXPECT_EQ((std::vector<std::wstring>{L"WFX1"}), Names());
+  bus_.ExpectPlayed();
+  EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
+  bus_.ExpectPlayed();
+}
+
+TEST_F(PassTest, FreshDeviceGetsFirmwareAndNoEntry) {
+  const std::uint16_t product = NewEvkProduct("UNCONFIGURED");
+  Set(product, "KX7", folder_.Write("fw.hex", ":0100000042BD\n"));
+  bus_.SetDevices({Device(product, "FRESH")});
+  for (int pass = 0; pass < 2; ++pass) {
+    bus_.Play(R"(
+        40 A0 00 E6 00 00 01 00 : 01 -> ok
+        40 A0 00 00 00 00 01 00 : 42 -> ok
+        40 A0 00 E6 00 00 01 00 : 00 -> ok
+    )");
+    EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
+    bus_.ExpectPlayed();
+  }
+  EXPECT_TRUE(Names().empty());
+  EXPECT_TRUE(log_.Lines().empty());
+}
+
+TEST_F(PassTest, FailedFirmwareIsLoggedWithTheSettingAsWritten) {
+  const std::uint16_t without_file = NewEvkProduct("UNCONFIGURED");
+  const std::uint16_t missing_file = NewProduct();
+  Set(missing_file, "WFXDEVICE", "UNCONFIGURED");
+  Set(missing_file, "KX7", "missing.hex");
+  bus_.SetDevices({Device(without_file, "E"), Device(missing_file, "W")});
+  EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
+  EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
+  EXPECT_EQ((std::vector<std::string>{
+                "[CTzEvkConfigure::ProgramKX7]Error 1 programming device " +
+                    Path(without_file, "E") + ", with file .",
+                "[CTzWfxConfigure::ProgramKX7]Error 1 programming device " +
+                    Path(missing_file, "W") + ", with file missing.hex.",
+            }),
+            log_.Lines());
+}
+
+TEST_F(PassTest, DeviceThatDoesNotOpenIsSkippedAfterThreeAttempts) {
+  const std::uint16_t product = NewEvkProduct();
+  bus_.SetDevices({Device(product, "A"), Device(product, "B")});
+  bus_.RefuseOpens(3);
+  const std::uint64_t before = clock_.NowMs();
+  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  EXPECT_EQ(150U, clock_.NowMs() - before);
+  EXPECT_EQ((std::vector<std::wstring>{L"B"}), Names());
+  EXPECT_EQ(
+      "[CTzEvkConfigure::UpdateState]Unable to open device " + Path(product, "A") + ". Skipping",
+      log_.Lines()[0]);
+  // Two refusals are waited out.
+  bus_.RefuseOpens(2);
+  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  EXPECT_EQ((std::vector<std::wstring>{L"B", L"A"}), Names());
+}
+
+TEST_F(PassTest, ProbeThatCannotBeOpenedLosesItsEntry) {
+  const std::uint16_t product = NewEvkProduct();
+  bus_.SetDevices({Device(product, "A")});
+  ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  bus_.RefuseOpens(3);
+  EXPECT_TRUE(evk_.UpdateState(enumerator_));
+  EXPECT_TRUE(Names().empty());
+  EXPECT_EQ((std::vector<std::string>{"[CTzDeviceConfigure::AddConfiguredDevice]Device " +
+                                          Path(product, "A") + " available for use",
+                                      "[CTzDeviceConfigure::UpdateState]Unable to open device " +
+                                          Path(product, "A") + ". Skipping",
+                                      "[CTzDeviceConfigure::CleanupRemovedDevice]Device " +
+                                          Path(product, "A") + " removed"}),
+            log_.Lines());
+  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+}
+
+TEST_F(PassTest, RemovalPassKeepsTheOrderOfEnumeration) {
+  const std::uint16_t product = NewEvkProduct();
+  const std::uint16_t other = NewEvkProduct();
+  bus_.SetDevices({Device(other, "C"), Device(product, "B")});
+  ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  bus_.SetDevices({Device(other, "C"), Device(product, "B"), Device(product, "A")});
+  ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  EXPECT_EQ((std::vector<std::wstring>{L"B", L"C", L"A"}), Names());
+  const ProbeEntry* const before = FindProbeByName(L"A");
+  const CTzDevice* const device = before->device.get();
+  EXPECT_FALSE(evk_.UpdateState(enumerator_));
+  EXPECT_EQ((std::vector<std::wstring>{L"A", L"B", L"C"}), Names());
+  EXPECT_EQ(device, FindProbeByName(L"A")->device.get());
+
+  bus_.SetDevices({Device(product, "A"), Device(other, "C")});
+  EXPECT_TRUE(evk_.UpdateState(enumerator_));
+  EXPECT_EQ((std::vector<std::wstring>{L"A", L"C"}), Names());
+  bus_.SetDevices({});
+  EXPECT_TRUE(evk_.UpdateState(enumerator_));
+  EXPECT_TRUE(Names().empty());
+  EXPECT_FALSE(evk_.UpdateState(enumerator_));
+}
+
+TEST_F(PassTest, BothFamiliesMayHandleOneDevice) {
+  const std::uint16_t product = NewWfxProduct();
+  Set(product, "EVKDEVICE", "CONFIGURED");
+  bus_.SetDevices({Device(product, "BOTH")});
+  bus_.Play(FpgaLoads());
+  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  EXPECT_TRUE(wfx_.ConfigureNewDevices(enumerator_));
+  EXPECT_EQ((std::vector<std::wstring>{L"BOTH", L"BOTH"}), Names());
+  EXPECT_EQ(evk_.GetConfiguredDevices()[0], FindProbeByName(L"BOTH"));
+}
+
+TEST_F(PassTest, RemovedProbeEndsItsSessionsAndKeepsTheirHandles) {
+  bus_.SetDevices({Device(NewEvkProduct(), "A")});
+  ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  const HANDLE session = CreateMutexW(nullptr, TRUE, nullptr);
+  ListProbeEntries()[0]->targets = {TargetRecord{1, nullptr, 0}, TargetRecord{2, session, 77}};
+  const std::int64_t handle = SessionHandleOf(session);
+  EXPECT_EQ(ListProbeEntries()[0], FindProbeByHandle(handle));
+  bus_.SetDevices({});
+  EXPECT_TRUE(evk_.UpdateState(enumerator_));
+  EXPECT_EQ(nullptr, FindProbeByHandle(handle));
+  // Released, so not owned any more; open, so that its value is not given out again.
+  EXPECT_FALSE(ReleaseMutex(session));
+  EXPECT_EQ(static_cast<DWORD>(ERROR_NOT_OWNER), GetLastError());
+  EXPECT_TRUE(CloseHandle(session));
+}
+
+}  // namespace

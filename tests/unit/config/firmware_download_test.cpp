@@ -1,0 +1,130 @@
+// Loading the firmware of a fresh probe's controller.
+#include "device/evk_device.h"
+#include "device/wfx_device.h"
+#include "tests/unit/config/configure_fixture.h"
+
+namespace {
+
+class FirmwareDownloadTest : public ConfigureTest {
+ protected:
+  // A fresh device whose firmware setting is `setting`.
+  void Attach(const std::string& setting) {
+    product_ = NewProduct();
+    Set(product_, "KX7", setting);
+    bus_.SetDevices({Device(product_, "FRESH")});
+  }
+
+  std::uint32_t LoadEvk() {
+    CTzEvkDevice device(0, false);
+    return evk_.ConfigureKX7(device);
+  }
+  std::uint32_t LoadWfx() {
+    CTzWfxDevice device(0, false);
+    return wfx_.ConfigureKX7(device);
+  }
+
+  static std::string Record(unsigned address, unsigned count, const char* byte) {
+    char text[16];
+    std::snprintf(text, sizeof text, ":%02X%04X00", count, address);
+    std::string record = text;
+    for (unsigned i = 0; i < count; ++i) record += byte;
+    return record + "00\n";
+  }
+
+  std::uint16_t product_ = 0;
+  CTzEvkConfigure evk_;
+  CTzWfxConfigure wfx_;
+};
+
+TEST_F(FirmwareDownloadTest, BlocksGoOutInChunksBetweenTheTwoResets) {
+  std::string file;
+  for (unsigned address = 0; address < 5000; address += 200) file += Record(address, 200, "AA");
+  file += Record(0x2000, 16, "BB") + Record(0x2010, 16, "BB") + Record(0x2030, 3, "CC");
+  Attach(folder_.Write("fw.hex", file + ":00000001FF\n"));
+  bus_.Play(R"(
+      40 A0 00 E6 00 00 01 00 : 01 -> ok         # hold the processor
+      40 A0 00 00 00 00 00 08 : AA*2048 -> ok
+      40 A0 00 08 00 00 00 08 : AA*2048 -> ok
+      40 A0 00 10 00 00 88 03 : AA*904 -> ok
+      40 A0 00 20 00 00 20 00 : BB*32 -> ok      # two records that lie back to back
+      40 A0 30 20 00 00 03 00 : CC CC CC -> ok
+      40 A0 00 E6 00 00 01 00 : 00 -> ok         # let it run
+  )");
+  EXPECT_EQ(0U, LoadEvk());
+  bus_.ExpectPlayed();
+}
+
+TEST_F(FirmwareDownloadTest, FileWithoutDataOnlyResets) {
+  Attach(folder_.Write("empty.hex", ":00000001FF\n"));
+  bus_.Play("40 A0 00 E6 00 00 01 00 : 01 -> ok \n 40 A0 00 E6 00 00 01 00 : 00 -> ok");
+  EXPECT_EQ(0U, LoadWfx());
+  bus_.ExpectPlayed();
+}
+
+TEST_F(FirmwareDownloadTest, FirstFailedRequestEndsIt) {
+  const std::string file = folder_.Write("fw.hex", Record(0, 1, "AA") + Record(8, 1, "BB"));
+  const char* const steps[] = {
+      "40 A0 00 E6 00 00 01 00 : 01 -> ",
+      "40 A0 00 00 00 00 01 00 : AA -> ",
+      "40 A0 08 00 00 00 01 00 : BB -> ",
+      "40 A0 00 E6 00 00 01 00 : 00 -> ",
+  };
+  for (std::size_t failing = 0; failing < std::size(steps); ++failing) {
+    for (const bool evk : {true, false}) {
+      Attach(file);
+      std::string script;
+      for (std::size_t i = 0; i <= failing; ++i) {
+        script.append(steps[i]).append(i == failing ? "stall\n" : "ok\n");
+      }
+      bus_.Play(script);
+      EXPECT_EQ(evk ? 3U : 6U, evk ? LoadEvk() : LoadWfx()) << failing;
+      bus_.ExpectPlayed();
+    }
+  }
+}
+
+TEST_F(FirmwareDownloadTest, FileThatCannotBeUsedSendsNothing) {
+  Attach("");
+  EXPECT_EQ(1U, LoadEvk());
+  Attach(folder_.Path("missing.hex"));
+  EXPECT_EQ(1U, LoadWfx());
+  Attach("no such file beside the program.hex");
+  EXPECT_EQ(1U, LoadEvk());
+  // Two characters are a name as they stand.
+  Attach("zz");
+  EXPECT_EQ(1U, LoadEvk());
+  Attach(folder_.Write("bad.hex", Record(0, 4, "AA") + ":04000400AABB\n"));
+  EXPECT_EQ(2U, LoadWfx());
+  bus_.ExpectPlayed();
+}
+
+TEST_F(FirmwareDownloadTest, RelativeNamesAreBesideTheProgram) {
+  const std::string name = "wirefox-firmware-test.hex";
+  std::ofstream(GetModuleDirectory() + name) << ":00000001FF\n";
+  Attach(name);
+  bus_.Play("40 A0 00 E6 00 00 01 00 : 01 -> ok \n 40 A0 00 E6 00 00 01 00 : 00 -> ok");
+  EXPECT_EQ(0U, LoadEvk());
+  bus_.ExpectPlayed();
+  std::remove((GetModuleDirectory() + name).c_str());
+}
+
+TEST_F(FirmwareDownloadTest, ProgrammingIsLogged) {
+  const unit::LogFile log(LOG_XFER);
+  const std::string file = folder_.Write("bad.hex", "bad");
+  Attach(file);
+  LoadEvk();
+  LoadWfx();
+  std::vector<std::string> notices;
+  for (const std::string& line : log.Lines()) {
+    if (line.find("Programming") != std::string::npos) notices.push_back(line);
+  }
+  char ids[64];
+  std::snprintf(ids, sizeof ids, "VID=0F0F, PID=%04X", product_);
+  const std::string text =
+      std::string("Programming KX7 of device ") + ids + " with hex file " + file;
+  EXPECT_EQ((std::vector<std::string>{"[CTzEvkConfigure::ConfigureKX7())]" + text,
+                                      "[CTzWfxConfigure::ConfigureKX7())]" + text}),
+            notices);
+}
+
+}  // namespace

@@ -1,0 +1,220 @@
+#include "config/intel_hex.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <streambuf>
+#include <string>
+
+#include "tests/unit/random_seed.h"
+#include "tests/unit/scripted_bus.h"
+
+namespace {
+
+using unit::Bytes;
+
+// Blocks as "address:bytes; ...", or "refused".
+std::string Text(const HexImage::Blocks& blocks) {
+  std::string text;
+  for (const auto& [address, bytes] : blocks) {
+    char start[16];
+    std::snprintf(start, sizeof start, "%04X:", address);
+    text.append(text.empty() ? "" : "; ").append(start).append(unit::HexText(bytes));
+  }
+  return text;
+}
+
+std::string Parsed(const std::string& file) {
+  std::istringstream stream(file);
+  HexImage image;
+  return ReadIntelHex(stream, image) ? Text(image.GetBlocks()) : "refused";
+}
+
+TEST(IntelHex, FilesAndTheirBlocks) {
+  struct Case {
+    const char* what;
+    std::string file;
+    const char* blocks;
+  };
+  const Case cases[] = {
+      {"an empty file", "", ""},
+      {"blanks alone", " \r\n\t\n", ""},
+      {"a continued block", ":0200000001020A\n:02000200030400\n:00000001FF\n", "0000:01 02 03 04"},
+      {"a gap", ":0100000001FF\n:0100020002FF\n", "0000:01; 0002:02"},
+      {"later blocks first", ":0100100001FF :0100000002FF", "0000:02; 0010:01"},
+      {"the same address twice", ":0200000001020A\n:02000000AABB0A\n", "0000:01 02"},
+      {"the same address, at which a block ends",
+       ":0100000001FF\n:0100010002FF\n:0200020003040A\n:0100020005FF", "0000:01 02 03 04; 0002:05"},
+      {"an overlapping record", ":0400000001020304FF\n:02000100AABBFF",
+       "0000:01 02 03 04; 0001:AA BB"},
+      {"CR LF, lower case, leading blanks", "  :02abcd00feDCff\r\n:00000001ff\r\n", "ABCD:FE DC"},
+      {"a wrong checksum", ":0100000001EE", "0000:01"},
+      {"no checksum", ":0100000001", "0000:01"},
+      {"more data than announced", ":0100000001020304", "0000:01"},
+      {"half a last byte", ":020000000A0", "0000:0A 00"},
+      {"data cut off", ":020000000A", "refused"},
+      {"no data at all", ":01000000", "refused"},
+      {"data that is not hexadecimal", ":01000000G1", "refused"},
+      {"data with a digit too few", ":010000000G", "0000:00"},
+      {"a type with a digit too few", ":0100000G01", "0000:01"},
+      {"addresses are not extended", ":020000040001F9\n:0100000007FF", "0000:07"},
+      {"other types whatever they hold", ":02000005zz\n:10000003\n:FF000002", ""},
+      {"no colon", "0100000001", "refused"},
+      {"text", "hello", "refused"},
+      {"a record in two pieces", ":01000 00001", "refused"},
+      {"too few digits", ":0100", "refused"},
+      {"an empty record, continued", ":00001000\n:01001000AA", "0010:AA"},
+      {"signs count as digits", ":+1+010+07F", "0010:7F"},
+      {"a negative count", ":-1000000", "refused"},
+      {"data with a sign", ":01000000-1", "0000:FF"},
+      {"records before the bad one do not help", ":0100000001\nbad", "refused"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.blocks, Parsed(c.file)) << c.what;
+}
+
+// The rules of merging as they are stated, block by block.
+void MergeLiterally(HexImage::Blocks& blocks, std::uint32_t address, const Bytes& bytes) {
+  for (auto& [start, block] : blocks) {
+    if (start + block.size() == address) {
+      block.insert(block.end(), bytes.begin(), bytes.end());
+      return;
+    }
+  }
+  blocks.emplace(address, bytes);
+}
+
+TEST(IntelHex, RandomOverlappingRecordsMergeAsALiteralSearchDoes) {
+  std::mt19937 random(unit::RandomSeed());
+  for (int round = 0; round < 300; ++round) {
+    HexImage image;
+    HexImage::Blocks literal;
+    const std::uint32_t range = 4 + random() % 60;
+    for (int record = 0; record < 80; ++record) {
+      const std::uint32_t address = random() % range;
+      Bytes bytes(random() % 6);
+      for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
+      MergeHexRecord(image, address, bytes);
+      MergeLiterally(literal, address, bytes);
+    }
+    ASSERT_EQ(Text(literal), Text(image.GetBlocks())) << "round " << round;
+  }
+}
+
+// The rules of reading as they are stated, with the standard library's own scanning.
+bool ReadLiterally(std::istream& file, HexImage::Blocks& blocks) {
+  while (!file.eof()) {
+    std::string token;
+    file >> token;
+    if (!token.empty()) {
+      unsigned long count = 0;
+      unsigned long address = 0;
+      unsigned long type = 0;
+      if (std::sscanf(token.c_str(), ":%2lX%4lX%2lX", &count, &address, &type) != 3) return false;
+      if (static_cast<std::uint32_t>(type) != 0) continue;
+      Bytes bytes;
+      for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(count); ++i) {
+        unsigned long byte = 0;
+        if (token.size() <= 9 + 2 * std::size_t{i}) return false;
+        if (std::sscanf(token.substr(9 + 2 * i, 2).c_str(), "%2lX", &byte) != 1) return false;
+        bytes.push_back(static_cast<std::uint8_t>(byte));
+      }
+      MergeLiterally(blocks, static_cast<std::uint32_t>(address), bytes);
+    } else if (!file.eof()) {
+      return false;
+    }
+  }
+  return true;
+}
+
+TEST(IntelHex, RandomTextIsReadAsTheStandardLibraryScansIt) {
+  std::mt19937 random(unit::RandomSeed());
+  const std::string likely = "0000000111223456789abcdefABCDEF";
+  const std::string odd = "xX+-gG:.";
+  int accepted = 0;
+  for (int round = 0; round < 6000; ++round) {
+    std::string file;
+    for (unsigned tokens = 1 + random() % 3; tokens > 0; --tokens) {
+      std::string token = ":0";
+      const unsigned length = random() % 24;
+      for (unsigned i = 0; i < length; ++i) {
+        token += random() % 12 == 0 ? odd[random() % odd.size()] : likely[random() % likely.size()];
+      }
+      if (random() % 3 == 0 && token.size() > 9) token.replace(7, 2, "00");
+      if (random() % 20 == 0) token[random() % token.size()] = '\0';
+      file += token + "\n\r \t\v\f"[random() % 6];
+    }
+    std::istringstream stream(file);
+    HexImage::Blocks literal;
+    const bool literal_result = ReadLiterally(stream, literal);
+    accepted += literal_result ? 1 : 0;
+    ASSERT_EQ(literal_result ? Text(literal) : "refused", Parsed(file)) << file;
+  }
+  EXPECT_LT(200, accepted);
+}
+
+TEST(IntelHex, TokensMayLieAnywhereInALongFile) {
+  std::mt19937 random(unit::RandomSeed());
+  std::string file;
+  std::string expected;
+  for (int record = 0; record < 400; ++record) {
+    char text[64];
+    std::snprintf(text, sizeof text, ":01%04X00%02X", record * 2, record & 0xFF);
+    file += std::string(random() % 3000, ' ') + text;
+    // Behind what a record can hold a token may go on as long as it likes.
+    if (record % 40 == 0) file += std::string(300000, 'z');
+    file += '\n';
+    std::snprintf(text, sizeof text, "%s%04X:%02X", record == 0 ? "" : "; ", record * 2,
+                  record & 0xFF);
+    expected += text;
+  }
+  EXPECT_EQ(expected, Parsed(file));
+}
+
+TEST(IntelHex, FileOfManyBlocksIsNotSearchedBlockByBlock) {
+  // Ten times the same 32,768 blocks, none of which ends where another record begins: every record
+  // after the first pass is compared with all of them by a plain search, which takes minutes.
+  std::string pass;
+  for (unsigned address = 0; address < 0x10000; address += 2) {
+    char text[32];
+    std::snprintf(text, sizeof text, ":01%04X00%02X\n", address, address >> 8);
+    pass += text;
+  }
+  HexImage image;
+  for (int i = 0; i < 10; ++i) {
+    std::istringstream stream(pass);
+    ASSERT_TRUE(ReadIntelHex(stream, image));
+  }
+  EXPECT_EQ(0x8000U, image.GetBlocks().size());
+  EXPECT_EQ((std::vector<std::uint8_t>{0xAB}), image.GetBlocks().at(0xABCE));
+}
+
+// Gives its text, then fails to read on.
+class FailingBuffer : public std::streambuf {
+ public:
+  explicit FailingBuffer(std::string text) : text_(std::move(text)) {
+    setg(text_.data(), text_.data(), text_.data() + text_.size());
+  }
+
+ protected:
+  int_type underflow() override { throw std::runtime_error("read error"); }
+
+ private:
+  std::string text_;
+};
+
+TEST(IntelHex, StreamThatFailsBeforeItsEndIsRefused) {
+  FailingBuffer buffer(":0100000001\n:0100010002\n");
+  std::istream stream(&buffer);
+  HexImage image;
+  EXPECT_FALSE(ReadIntelHex(stream, image));
+
+  std::istringstream failed(":0100000001");
+  failed.setstate(std::ios::failbit);
+  EXPECT_FALSE(ReadIntelHex(failed, image));
+}
+
+}  // namespace

@@ -1,0 +1,111 @@
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "platform/linux/message_loop.h"
+
+namespace {
+
+// Serves the bytes of a pipe, a given number at a time, and notes them.
+class PipeSource : public linux_host::MessageLoopSource {
+ public:
+  explicit PipeSource(std::string& log) : log_(log) {
+    EXPECT_EQ(0, pipe2(ends_, O_CLOEXEC | O_NONBLOCK));
+    linux_host::AddMessageLoopSource(this);
+  }
+  ~PipeSource() override {
+    linux_host::RemoveMessageLoopSource(this);
+    close(ends_[0]);
+    close(ends_[1]);
+  }
+
+  void Write(const std::string& text) const {
+    EXPECT_EQ(static_cast<ssize_t>(text.size()), write(ends_[1], text.data(), text.size()));
+  }
+
+  void AppendDescriptors(std::vector<pollfd>& descriptors) override {
+    ++waits;
+    descriptors.push_back({ends_[0], POLLIN, 0});
+  }
+  int WaitLimitMs() override { return limit_ms; }
+  bool Dispatch(const pollfd* ready, std::size_t count) override {
+    EXPECT_EQ(1U, count);
+    EXPECT_EQ(ends_[0], ready->fd);
+    char byte;
+    if (read(ends_[0], &byte, 1) != 1) {
+      log_ += '.';
+      limit_ms = -1;
+      PostThreadMessageW(GetCurrentThreadId(), WM_APP, 0, 0);
+      return false;
+    }
+    log_ += byte;
+    if (byte == 'q') PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 0, 0);
+    if (byte == 'm') PostThreadMessageW(GetCurrentThreadId(), WM_APP + 1, 0, 0);
+    return true;
+  }
+
+  int waits = 0;
+  int limit_ms = -1;
+
+ private:
+  std::string& log_;
+  int ends_[2];
+};
+
+std::string RunLoop(std::string& log) {
+  MSG message;
+  while (GetMessageW(&message, nullptr, 0, 0) > 0) {
+    log += message.message == WM_APP ? "|" : "M";
+  }
+  return std::exchange(log, {});
+}
+
+TEST(MessageLoop, ServesASourceAndLooksForMessagesBetweenItsCalls) {
+  std::string log;
+  PipeSource source(log);
+  source.Write("abmcq");
+  // The message that serving 'm' posts is taken before 'c' is served.
+  EXPECT_EQ("abmMcq", RunLoop(log));
+  // What was known to wait was served without looking at the descriptors again.
+  EXPECT_EQ(1, source.waits);
+}
+
+TEST(MessageLoop, ServesASourceThatBecomesReadyWhileTheThreadWaits) {
+  std::string log;
+  PipeSource source(log);
+  std::thread other([&] { source.Write("q"); });
+  EXPECT_EQ("q", RunLoop(log));
+  other.join();
+}
+
+TEST(MessageLoop, SourceThatAlwaysHasMoreDoesNotKeepAnotherFromBeingServed) {
+  std::string log;
+  PipeSource busy(log);
+  PipeSource other(log);
+  busy.Write("a");
+  MSG message;
+  PostThreadMessageW(GetCurrentThreadId(), WM_APP, 0, 0);
+  EXPECT_TRUE(GetMessageW(&message, nullptr, 0, 0));
+  busy.Write(std::string(200, 'a'));
+  other.Write("q");
+  const std::string served = RunLoop(log);
+  EXPECT_LT(served.find('q'), 100U);
+}
+
+TEST(MessageLoop, SourceIsCalledWhenItsWaitLimitIsOver) {
+  std::string log;
+  PipeSource source(log);
+  source.limit_ms = 0;
+  MSG message;
+  EXPECT_TRUE(GetMessageW(&message, nullptr, 0, 0));
+  EXPECT_EQ(static_cast<UINT>(WM_APP), message.message);
+  EXPECT_EQ(".", log);
+}
+
+}  // namespace

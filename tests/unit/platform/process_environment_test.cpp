@@ -1,0 +1,213 @@
+// What this host adds to the calls that tests/contract checks on both.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <psapi.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/linux/command_line.h"
+#include "platform/linux/notices.h"
+#include "platform/linux/program_resources.h"
+#include "tests/unit/platform/scratch_home.h"
+
+namespace {
+
+std::vector<DWORD> ListProcesses(std::size_t room = 4096) {
+  std::vector<DWORD> ids(room);
+  DWORD filled = 0;
+  EXPECT_TRUE(EnumProcesses(ids.data(), static_cast<DWORD>(room * sizeof(DWORD)), &filled));
+  ids.resize(filled / sizeof(DWORD));
+  return ids;
+}
+
+bool Holds(const std::vector<DWORD>& ids, pid_t id) {
+  return std::find(ids.begin(), ids.end(), static_cast<DWORD>(id)) != ids.end();
+}
+
+TEST(ProcessList, BeginsWithIdZeroAndTheNewest) {
+  const pid_t child = fork();
+  if (child == 0) {
+    for (;;) pause();
+  }
+  const auto ids = ListProcesses();
+  ASSERT_FALSE(ids.empty());
+  EXPECT_EQ(0u, ids[0]);
+  const auto child_place = std::find(ids.begin(), ids.end(), static_cast<DWORD>(child));
+  const auto own_place = std::find(ids.begin(), ids.end(), GetCurrentProcessId());
+  EXPECT_LT(child_place, own_place);
+  EXPECT_EQ(std::vector<DWORD>{0}, ListProcesses(1));
+
+  kill(child, SIGKILL);
+  siginfo_t info;
+  waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
+  EXPECT_FALSE(Holds(ListProcesses(), child)) << "it has ended, although nobody has waited for it";
+  waitpid(child, nullptr, 0);
+}
+
+std::wstring TemporaryPath() {
+  wchar_t path[1024];
+  return std::wstring(path, GetTempPathW(1024, path));
+}
+
+TEST(TemporaryPath, LiesBelowTheInstallationsHome) {
+  const char* previous = getenv("TMPDIR");
+  const std::string saved = previous ? previous : "";
+  {
+    const ScratchHome home;
+    EXPECT_EQ(home.directory().wstring() + L"/tmp/", TemporaryPath());
+    EXPECT_TRUE(std::filesystem::is_directory(home.directory() / "tmp"));
+    unsetenv("WIREFOX_HOME");
+    setenv("TMPDIR", "/var/tmp", 1);
+    EXPECT_EQ(L"/var/tmp/", TemporaryPath());
+    unsetenv("TMPDIR");
+    EXPECT_EQ(L"/tmp/", TemporaryPath());
+  }
+  if (previous) setenv("TMPDIR", saved.c_str(), 1);
+}
+
+TEST(CommandLine, ArgumentsAreQuotedSoThatWindowsRulesGiveThemAgain) {
+  const struct {
+    std::vector<std::string> arguments;
+    const char* line;
+  } cases[] = {
+      {{"/opt/TzWirefoxService", "-RegServer"}, "/opt/TzWirefoxService -RegServer"},
+      {{"a b", "c\td", ""}, "\"a b\" \"c\td\" \"\""},
+      {{"a\\b", "a\\\\ b"}, "a\\b \"a\\\\ b\""},
+      {{"say \"x\"", "\\\""}, "\"say \\\"x\\\"\" \"\\\\\\\"\""},
+      {{"ends in \\"}, "\"ends in \\\\\""},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.line, linux_host::JoinCommandLine(c.arguments));
+}
+
+TEST(Notices, HoldBoxesAndEventsInOrder) {
+  linux_host::TakeNotices();
+  EXPECT_EQ(IDOK, MessageBoxW(nullptr, L"text\r\nmore", L"title", MB_OK | MB_ICONERROR));
+  const HANDLE log = RegisterEventSourceW(nullptr, L"Application");
+  const wchar_t* texts[] = {L"one", L"two"};
+  EXPECT_TRUE(ReportEventW(log, EVENTLOG_ERROR_TYPE, 1, 11, nullptr, 2, 0, texts, nullptr));
+  EXPECT_EQ((std::vector<std::wstring>{L"box|title|text\r\nmore",
+                                       L"event|Application|1|1|11|one\r\ntwo"}),
+            linux_host::TakeNotices());
+
+  EXPECT_TRUE(DeregisterEventSource(log));
+  EXPECT_FALSE(ReportEventW(log, EVENTLOG_ERROR_TYPE, 1, 11, nullptr, 1, 0, texts, nullptr));
+  EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+  EXPECT_FALSE(DeregisterEventSource(log));
+  EXPECT_EQ(nullptr, RegisterEventSourceW(L"\\\\other", L"Application"));
+  EXPECT_EQ(std::vector<std::wstring>{}, linux_host::TakeNotices());
+}
+
+TEST(Notices, ThatNobodyTakesDoNotGrowForever) {
+  linux_host::TakeNotices();
+  for (int i = 0; i < 300; ++i) linux_host::AddNotice(std::to_wstring(i));
+  const auto notices = linux_host::TakeNotices();
+  EXPECT_EQ(256u, notices.size());
+  EXPECT_EQ(L"299", notices.back());
+}
+
+TEST(Resources, StringsAreCopiedCutAndPointedTo) {
+  static constexpr linux_host::StringResource kStrings[] = {{100, L"TzWirefoxService"}};
+  linux_host::SetProgramResources({.type_library = nullptr, .strings = kStrings});
+  wchar_t text[20];
+  EXPECT_EQ(16, LoadStringW(nullptr, 100, text, 20));
+  EXPECT_STREQ(L"TzWirefoxService", text);
+  text[3] = L'#';
+  EXPECT_EQ(2, LoadStringW(nullptr, 100, text, 3));
+  EXPECT_STREQ(L"Tz", text);
+  const wchar_t* resource = nullptr;
+  EXPECT_EQ(16, LoadStringW(nullptr, 100, reinterpret_cast<LPWSTR>(&resource), 0));
+  EXPECT_EQ(kStrings[0].text, resource);
+  EXPECT_EQ(0, LoadStringW(nullptr, 55306, text, 20));
+  linux_host::SetProgramResources({});
+}
+
+TEST(ServiceManager, IsAbsentInTheWaysThatCallersKnow) {
+  const auto error_after = [](bool failed) { return failed ? GetLastError() : 0; };
+  SERVICE_STATUS status = {};
+  EXPECT_EQ(DWORD{RPC_S_SERVER_UNAVAILABLE},
+            error_after(!OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)));
+  EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, error_after(!OpenServiceW(nullptr, L"x", 1)));
+  EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, error_after(!SetServiceStatus(nullptr, &status)));
+  const SERVICE_TABLE_ENTRYW table[] = {{nullptr, nullptr}};
+  EXPECT_EQ(DWORD{ERROR_FAILED_SERVICE_CONTROLLER_CONNECT},
+            error_after(!StartServiceCtrlDispatcherW(table)));
+  EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_IN_EXE}, error_after(!RegisterServiceCtrlHandlerW(L"x", {})));
+}
+
+TEST(ChangeNotification, AChangeBetweenWaitAndNextIsNotLost) {
+  const ScratchHome home;
+  const std::wstring directory = home.directory().wstring();
+  const HANDLE notification =
+      FindFirstChangeNotificationW(directory.c_str(), FALSE, FILE_NOTIFY_CHANGE_DIR_NAME);
+  ASSERT_NE(INVALID_HANDLE_VALUE, notification);
+  std::filesystem::create_directory(home.directory() / "first");
+  ASSERT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(notification, 10000));
+  std::filesystem::create_directory(home.directory() / "second");
+  ASSERT_TRUE(FindNextChangeNotification(notification));
+  EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(notification, 10000));
+  EXPECT_TRUE(FindCloseChangeNotification(notification));
+  EXPECT_FALSE(FindCloseChangeNotification(notification));
+  EXPECT_EQ(INVALID_HANDLE_VALUE,
+            FindFirstChangeNotificationW(directory.c_str(), TRUE, FILE_NOTIFY_CHANGE_DIR_NAME));
+  EXPECT_EQ(DWORD{ERROR_NOT_SUPPORTED}, GetLastError());
+}
+
+// What the handlers of a child process saw, a character each.
+int handler_pipe = -1;
+
+void Tell(char what) { EXPECT_EQ(1, write(handler_pipe, &what, 1)); }
+
+BOOL EndOnClose(DWORD control) {
+  Tell(static_cast<char>('0' + control));
+  return control == CTRL_CLOSE_EVENT;
+}
+
+BOOL PassOn(DWORD) {
+  Tell('p');
+  return FALSE;
+}
+
+// Sends `signal` to a child with both handlers; what they saw, and how the child ended.
+std::string SeenOf(int signal, int* status) {
+  int ends[2];
+  EXPECT_EQ(0, pipe(ends));
+  const pid_t child = fork();
+  if (child == 0) {
+    handler_pipe = ends[1];
+    ::signal(SIGHUP, SIG_DFL);
+    SetConsoleCtrlHandler(EndOnClose, TRUE);
+    SetConsoleCtrlHandler(PassOn, TRUE);
+    Tell('r');
+    for (;;) pause();
+  }
+  close(ends[1]);
+  char c = 0;
+  EXPECT_EQ(1, read(ends[0], &c, 1));
+  kill(child, signal);
+  std::string seen;
+  while (seen.size() < 2 && read(ends[0], &c, 1) == 1) seen += c;
+  // Handled: the child goes on until it is killed.
+  if (signal != SIGINT) kill(child, SIGKILL);
+  waitpid(child, status, 0);
+  close(ends[0]);
+  return seen;
+}
+
+TEST(ConsoleControl, SignalsReachTheHandlersLastAddedFirst) {
+  int status = 0;
+  EXPECT_EQ("p2", SeenOf(SIGTERM, &status));
+  EXPECT_EQ(SIGKILL, WTERMSIG(status));
+  EXPECT_EQ("p2", SeenOf(SIGHUP, &status));
+  EXPECT_EQ(SIGKILL, WTERMSIG(status));
+  EXPECT_EQ("p0", SeenOf(SIGINT, &status));
+  EXPECT_EQ(SIGINT, WTERMSIG(status)) << "a signal that no handler takes ends the process";
+}
+
+}  // namespace

@@ -1,0 +1,36 @@
+// A WIREFOX_HOME of a test's own.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <string>
+
+class ScratchHome {
+ public:
+  ScratchHome() {
+    std::string pattern = testing::TempDir() + "wirefox-home-XXXXXX";
+    directory_ = mkdtemp(pattern.data());
+    if (const char* previous = getenv("WIREFOX_HOME")) previous_ = previous;
+    setenv("WIREFOX_HOME", directory_.c_str(), 1);
+  }
+
+  ~ScratchHome() {
+    if (previous_.empty()) {
+      unsetenv("WIREFOX_HOME");
+    } else {
+      setenv("WIREFOX_HOME", previous_.c_str(), 1);
+    }
+    std::filesystem::remove_all(directory_);
+  }
+
+  ScratchHome(const ScratchHome&) = delete;
+  ScratchHome& operator=(const ScratchHome&) = delete;
+
+  const std::filesystem::path& directory() const { return directory_; }
+
+ private:
+  std::filesystem::path directory_;
+  std::string previous_;
+};

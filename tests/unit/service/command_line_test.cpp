@@ -1,0 +1,53 @@
+#include "service/command_line.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(CommandLine, KeywordIsAWholeTokenInAnyLetterCase) {
+  using enum ServerCommand;
+  const struct {
+    const wchar_t* line;
+    ServerCommand command;
+  } kCases[] = {
+      {L"", kRun},
+      {L"service.exe", kRun},
+      {L"service.exe -RegServer", kRegister},
+      {L"service.exe /RegServer", kRegister},
+      {L"service.exe /rEGsERVER", kRegister},
+      {L"service.exe -regserver more", kRegister},
+      {L"service.exe -regserver\tmore", kRegister},
+      {L"service.exe -RegServerX", kRun},
+      {L"service.exe -RegServer2", kRun},
+      {L"service.exe -RegServer\"", kRun},
+      {L"service.exe -RegServe", kRun},
+      {L"service.exe RegServer", kRun},
+      {L"service.exe - RegServer", kRun},
+      {L"service.exe --RegServer", kRegister},
+      {L"service.exe -x-RegServer", kRegister},
+      {L"service.exe -/-UNREGSERVER", kUnregister},
+      {L"service.exe -Service", kRegisterService},
+      {L"service.exe -ServiceX", kRun},
+      {L"service.exe -Embedding", kRun},
+      {L"service.exe -", kRun},
+      // The path counts, too.
+      {L"\"/opt/wire-fox/service\"", kRun},
+      {L"\"/opt/RegServer/service\"", kRun},
+      {L"/opt/regserver", kRegister},
+      {L"C:\\wire-service foo", kRegisterService},
+  };
+  for (const auto& test : kCases) {
+    EXPECT_EQ(ParseCommandLine(test.line), test.command) << testing::PrintToString(test.line);
+  }
+}
+
+TEST(CommandLine, FirstRegistrationWordCountsAndServiceOnlyWithoutThem) {
+  using enum ServerCommand;
+  EXPECT_EQ(ParseCommandLine(L"s -UnregServer -RegServer"), kUnregister);
+  EXPECT_EQ(ParseCommandLine(L"s -RegServer -UnregServer"), kRegister);
+  EXPECT_EQ(ParseCommandLine(L"s -Service -RegServer"), kRegister);
+  EXPECT_EQ(ParseCommandLine(L"s -Service -UnregServer"), kUnregister);
+  EXPECT_EQ(ParseCommandLine(L"s -RegServerX -Service"), kRegisterService);
+}
+
+}  // namespace

@@ -1,0 +1,219 @@
+#include "usb/usb_endpoint.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "support/bytes.h"
+#include "support/handle.h"
+#include "usb/driver_call.h"
+
+namespace {
+
+// wMaxPacketSize: bits 0 to 10 are the size, bits 11 and 12 further packets per microframe.
+constexpr std::uint16_t kPacketSizeMask = 0x7FF;
+constexpr int kPacketsShift = 11;
+constexpr std::uint16_t kPacketsMask = 3;
+
+}  // namespace
+
+bool RequestRecord::Prepare(std::uint64_t size, std::uint32_t requested_length) {
+  if (size > std::numeric_limits<std::uint32_t>::max()) return false;
+  if (size > kInlineBytes && size > heap_bytes_) {
+    heap_.reset(new (std::nothrow) std::uint8_t[size]);
+    heap_bytes_ = heap_ ? static_cast<std::uint32_t>(size) : 0;
+    if (!heap_) return false;
+  }
+  size_ = static_cast<std::uint32_t>(size);
+  requested_length_ = requested_length;
+  in_use_ = true;
+  return true;
+}
+
+void RequestRecord::Release() {
+  in_use_ = false;
+  if (heap_bytes_ <= kKeptBytes) return;
+  heap_.reset();
+  heap_bytes_ = 0;
+}
+
+CTzUSBEndPoint::CTzUSBEndPoint(HANDLE driver, const std::uint8_t* descriptor) : driver_(driver) {
+  if (descriptor == nullptr) return;
+  descriptor_length_ = descriptor[0];
+  descriptor_type_ = descriptor[1];
+  address_ = descriptor[2];
+  attributes_ = descriptor[3];
+  const std::uint16_t packet_size = LoadLe16(descriptor + 4);
+  packets_per_microframe_ = ((packet_size >> kPacketsShift) & kPacketsMask) + 1;
+  max_packet_size_ = (packet_size & kPacketSizeMask) * packets_per_microframe_;
+  interval_ = descriptor[6];
+  is_in_ = (address_ & usb_standard::kEndpointIn) != 0;
+}
+
+RequestRecord* CTzUSBEndPoint::Refuse(std::uint32_t error) {
+  last_error_ = error;
+  return nullptr;
+}
+
+RequestRecord* CTzUSBEndPoint::PrepareRecord(const std::uint8_t* buffer, std::uint32_t length,
+                                             std::uint64_t packet_table_bytes, bool payload) {
+  if (driver_ == INVALID_HANDLE_VALUE) return Refuse(ERROR_INVALID_HANDLE);
+  if (record_.in_use_) return Refuse(ERROR_BUSY);
+  const std::uint64_t payload_offset = request_record::kHeaderBytes + packet_table_bytes;
+  if (!record_.Prepare(payload_offset + (payload ? length : 0), length)) {
+    return Refuse(ERROR_NOT_ENOUGH_MEMORY);
+  }
+  record_.packet_table_bytes_ = static_cast<std::uint32_t>(packet_table_bytes);
+  record_.payload_offset_ = payload ? static_cast<std::uint32_t>(payload_offset) : 0;
+
+  std::uint8_t* const bytes = record_.Bytes();
+  std::memset(bytes, 0, static_cast<std::size_t>(payload_offset));
+  bytes[request_record::kEndpoint] = address_;
+  if (packet_table_bytes != 0) {
+    StoreLe32(bytes + request_record::kPacketTableOffset, request_record::kHeaderBytes);
+    StoreLe32(bytes + request_record::kPacketTableLength, record_.packet_table_bytes_);
+  }
+  if (payload) {
+    StoreLe32(bytes + request_record::kPayloadOffset, record_.payload_offset_);
+    StoreLe32(bytes + request_record::kPayloadLength, length);
+    // Also for transfers to the host: the driver is given what the caller's buffer held.
+    if (length != 0) std::memcpy(bytes + payload_offset, buffer, length);
+  }
+  return &record_;
+}
+
+RequestRecord* CTzUSBEndPoint::Send(std::uint32_t code, RequestRecord* record,
+                                    std::uint8_t* direct_buffer, std::uint32_t length,
+                                    OVERLAPPED* overlapped) {
+  std::uint8_t* const bytes = record->Bytes();
+  const bool direct = record->payload_offset_ == 0;
+  // A request that completes at once leaves the last error alone.
+  SetLastError(ERROR_SUCCESS);
+  const BOOL completed =
+      DeviceIoControl(driver_, code, bytes, record->Size(), direct ? direct_buffer : bytes,
+                      direct ? length : record->Size(), nullptr, overlapped);
+  last_error_ = GetLastError();
+  record->in_flight_ = !completed && last_error_ == ERROR_IO_PENDING;
+  // Until it has completed, the record is the driver's.
+  bus_status_ = completed ? LoadLe32(bytes + request_record::kBusStatus) : 0;
+  driver_status_ = completed ? LoadLe32(bytes + request_record::kDriverStatus) : 0;
+  return record;
+}
+
+RequestRecord* CTzUSBEndPoint::StartDirectTransfer(std::uint8_t* buffer, std::uint32_t length,
+                                                   OVERLAPPED* overlapped) {
+  RequestRecord* const record = PrepareRecord(nullptr, length, 0, false);
+  if (record == nullptr) return nullptr;
+  return Send(driver_request::kDirectTransfer, record, buffer, length, overlapped);
+}
+
+RequestRecord* CTzUSBEndPoint::StartBufferedTransfer(std::uint8_t* buffer, std::uint32_t length,
+                                                     OVERLAPPED* overlapped) {
+  RequestRecord* const record = PrepareRecord(buffer, length, 0, true);
+  if (record == nullptr) return nullptr;
+  return Send(driver_request::kBufferedTransfer, record, nullptr, length, overlapped);
+}
+
+bool CTzUSBEndPoint::CompleteTransfer(std::uint8_t* buffer, std::uint32_t& length,
+                                      OVERLAPPED* overlapped, RequestRecord* record,
+                                      std::uint8_t* packet_table) {
+  length = 0;
+  bytes_transferred_ = 0;
+  if (record == nullptr) return false;
+
+  DWORD count = 0;
+  const bool succeeded = GetOverlappedResult(driver_, overlapped, &count, FALSE) != FALSE;
+  // A refused request may look incomplete for ever: the system marks the block before it asks the
+  // driver. There is nothing to wait for then.
+  if (!succeeded && GetLastError() == ERROR_IO_INCOMPLETE && record->in_flight_) {
+    CancelIoEx(driver_, overlapped);
+    GetOverlappedResult(driver_, overlapped, &count, TRUE);
+    count = 0;
+  }
+
+  const std::uint8_t* const bytes = record->Bytes();
+  // The count includes the record where the payload travels in it. It is the driver's word, and no
+  // reason to believe that more moved than was asked for.
+  if (count > record->payload_offset_) {
+    length = std::min<std::uint32_t>(count - record->payload_offset_, record->RequestedLength());
+  }
+  bytes_transferred_ = length;
+  bus_status_ = LoadLe32(bytes + request_record::kBusStatus);
+  driver_status_ = LoadLe32(bytes + request_record::kDriverStatus);
+  if (is_in_ && record->payload_offset_ != 0 && length > 0) {
+    std::memcpy(buffer, bytes + record->payload_offset_, length);
+  }
+  if (packet_table != nullptr && length >= 1) {
+    std::memcpy(packet_table, bytes + request_record::kHeaderBytes, record->packet_table_bytes_);
+  }
+  record->Release();
+  return succeeded && bus_status_ == 0 && driver_status_ == 0;
+}
+
+bool CTzUSBEndPoint::WaitTransfer(OVERLAPPED* overlapped, std::uint32_t timeout_ms) {
+  if (last_error_ == ERROR_SUCCESS) return true;
+  if (last_error_ != ERROR_IO_PENDING) return false;
+  return WaitForSingleObject(overlapped->hEvent, timeout_ms) == WAIT_OBJECT_0;
+}
+
+bool CTzUSBEndPoint::WaitOrAbort(OVERLAPPED* overlapped) {
+  if (last_error_ == ERROR_SUCCESS) return true;
+  if (last_error_ != ERROR_IO_PENDING) return false;
+  const DWORD waited = WaitForSingleObject(overlapped->hEvent, timeout_ms_);
+  if (waited == WAIT_TIMEOUT) {
+    AbortTransfers();
+    WaitForSingleObject(overlapped->hEvent, INFINITE);
+  }
+  return waited == WAIT_OBJECT_0;
+}
+
+bool CTzUSBEndPoint::Transfer(std::uint8_t* buffer, std::uint32_t& length,
+                              std::uint8_t* packet_table) {
+  const KernelHandle event(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+  if (!event) {
+    last_error_ = GetLastError();
+    length = 0;
+    return false;
+  }
+  OVERLAPPED overlapped{};
+  overlapped.hEvent = event.Get();
+  RequestRecord* const record = StartTransfer(buffer, length, &overlapped);
+  const bool waited = record != nullptr && WaitOrAbort(&overlapped);
+  const bool completed = CompleteTransfer(buffer, length, &overlapped, record, packet_table);
+  return waited && completed;
+}
+
+bool CTzUSBEndPoint::SendPipeRequest(std::uint32_t code) {
+  if (driver_ == INVALID_HANDLE_VALUE) return false;
+  std::uint32_t returned = 0;
+  return CallDriver(driver_, code, {&address_, 1}, {}, returned);
+}
+
+bool CTzUSBEndPoint::AbortTransfers() { return SendPipeRequest(driver_request::kAbortPipe); }
+
+bool CTzUSBEndPoint::ResetPipe() { return SendPipeRequest(driver_request::kResetPipe); }
+
+void CTzUSBEndPoint::SetTransferSize(std::uint32_t size) {
+  if (driver_ == INVALID_HANDLE_VALUE) return;
+  std::uint64_t rounded = size;
+  if (max_packet_size_ != 0) {
+    rounded = (rounded + max_packet_size_ - 1) / max_packet_size_ * max_packet_size_;
+  }
+  std::array<std::uint8_t, driver_request::kTransferSizeBytes> request{address_};
+  StoreLe32(request.data() + 1, static_cast<std::uint32_t>(rounded));
+  std::uint32_t returned = 0;
+  CallDriver(driver_, driver_request::kSetTransferSize, request, request, returned);
+}
+
+RequestRecord* CTzBulkEndPoint::StartTransfer(std::uint8_t* buffer, std::uint32_t length,
+                                              OVERLAPPED* overlapped) {
+  return IsDirect() ? StartDirectTransfer(buffer, length, overlapped)
+                    : StartBufferedTransfer(buffer, length, overlapped);
+}
+
+RequestRecord* CTzInterruptEndPoint::StartTransfer(std::uint8_t* buffer, std::uint32_t length,
+                                                   OVERLAPPED* overlapped) {
+  return IsDirect() ? StartDirectTransfer(buffer, length, overlapped)
+                    : StartBufferedTransfer(buffer, length, overlapped);
+}
