@@ -22,11 +22,11 @@ function(wirefox_program name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 endfunction()
 
-# wirefox_test(NAME [FOLDER dir] [DEPENDS target...] [LABELS label...] [ENVIRONMENT name=value]): every
+# wirefox_test(NAME [ONE_AT_A_TIME] [FOLDER dir] [DEPENDS target...] [LABELS label...] [ENVIRONMENT name=value]): every
 # .cpp of FOLDER as one GoogleTest program, each case a test of its own for ctest, with the variable
 # set for it on Linux.
 function(wirefox_test name)
-  cmake_parse_arguments(arg "" "FOLDER;ENVIRONMENT" "DEPENDS;LABELS;SOURCES" ${ARGN})
+  cmake_parse_arguments(arg "ONE_AT_A_TIME" "FOLDER;ENVIRONMENT" "DEPENDS;LABELS;SOURCES" ${ARGN})
   if(NOT arg_FOLDER)
     set(arg_FOLDER ${CMAKE_CURRENT_SOURCE_DIR})
   endif()
@@ -38,14 +38,20 @@ function(wirefox_test name)
   endif()
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_DEPENDS} GTest::gtest_main GTest::gmock wirefox_warnings)
-  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/test_programs)
   if(WIN32)
     # One process for the whole program: starting one per case costs more than the cases under Wine.
     add_test(NAME ${WIREFOX_TEST_PREFIX}${name} COMMAND ${name})
     set_tests_properties(${WIREFOX_TEST_PREFIX}${name} PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 300)
   else()
+    set(properties LABELS "${arg_LABELS}" TIMEOUT 120)
+    if(arg_ENVIRONMENT)
+      list(APPEND properties ENVIRONMENT "${arg_ENVIRONMENT}")
+    endif()
+    if(arg_ONE_AT_A_TIME)
+      list(APPEND properties RESOURCE_LOCK "${WIREFOX_TEST_PREFIX}${name}")
+    endif()
     gtest_discover_tests(${name} TEST_PREFIX "${WIREFOX_TEST_PREFIX}" DISCOVERY_TIMEOUT 60
-      DISCOVERY_MODE PRE_TEST PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 120
-                                ENVIRONMENT "${arg_ENVIRONMENT}")
+      DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
   endif()
 endfunction()

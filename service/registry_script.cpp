@@ -1,7 +1,6 @@
 #include "service/registry_script.h"
 
 #include <algorithm>
-#include <ranges>
 
 #include "service/registry_key.h"
 
@@ -103,7 +102,8 @@ HRESULT RunRegisterScript(HKEY root, RegistryScript script,
 HRESULT RunUnregisterScript(HKEY root, RegistryScript script,
                             const ScriptReplacements& replacements) {
   // Backwards, so that a key comes after the keys below it.
-  for (const ScriptKey& entry : std::views::reverse(script)) {
+  for (auto at = script.rbegin(); at != script.rend(); ++at) {
+    const ScriptKey& entry = *at;
     if (const LONG result = RemoveKey(root, entry, replacements); result != ERROR_SUCCESS) {
       return StatusOf(result);
     }

@@ -78,7 +78,9 @@ struct ProbeDescription {
   std::uint16_t configured_product_id = 0x1002;
   std::string manufacturer = "Wirefox";
   std::string product;
-  std::vector<std::uint16_t> languages{0x0409};
+  // None: its strings are in no particular language. Hosts read the list's first two bytes to learn
+  // its length; with an empty list these are the whole descriptor, and captures hold no half ones.
+  std::vector<std::uint16_t> languages;
   std::uint16_t firmware_version = 0x0203;
   std::uint16_t vorn_version = 0x0104;
   std::uint8_t fpga_version = 0x11;

@@ -61,6 +61,12 @@ class ConsoleControls {
     struct sigaction action = {};
     action.sa_handler = ForwardSignal;
     action.sa_flags = SA_RESTART;
+    // Only the serving thread takes the signals: a call to a server that this thread waits in must
+    // not be cut short by one.
+    sigset_t controls;
+    sigemptyset(&controls);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&controls, signal);
+    pthread_sigmask(SIG_BLOCK, &controls, nullptr);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
       // A shell that hands on an ignored SIGHUP wants the program to outlive its terminal. An
       // ignored SIGINT is what scripts give all their background commands, which are then

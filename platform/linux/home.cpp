@@ -57,7 +57,7 @@ std::string MachineHomePath(HomeKind kind) {
 std::string HomePath(HomeKind kind) {
   const bool own_home = !Variable("WIREFOX_HOME").empty();
   const bool machine = own_home || geteuid() == 0;
-  const std::string path = WithoutTrailingSlashes(machine ? MachineHomePath(kind) : UserPath(kind));
+  std::string path = WithoutTrailingSlashes(machine ? MachineHomePath(kind) : UserPath(kind));
   // Users' clients of a service that root runs have to reach its socket.
   MakeDirectories(path, machine && !own_home ? 0755 : 0700);
   return path;

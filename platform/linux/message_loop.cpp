@@ -43,11 +43,11 @@ bool MessageQueue::OpenWakeDescriptor() {
 void MessageQueue::CollectDescriptors() {
   const std::vector<ServedSource> before = std::exchange(served_, {});
   descriptors_.assign(1, {wake_descriptor_, POLLIN, 0});
-  for (MessageLoopSource* source : sources_) {
+  for (const RegisteredSource& source : sources_) {
     const std::size_t first = descriptors_.size();
-    source->AppendDescriptors(descriptors_);
+    source.source->AppendDescriptors(descriptors_);
     const bool has_more = std::any_of(before.begin(), before.end(), [&](const auto& served) {
-      return served.source == source && served.has_more;
+      return served.registered.id == source.id && served.has_more;
     });
     served_.push_back({source, first, descriptors_.size() - first, has_more});
   }
@@ -61,7 +61,7 @@ bool MessageQueue::Poll(DispatcherLock& lock) {
   int limit_ms = HasMoreToServe() ? 0 : -1;
   CollectDescriptors();
   for (ServedSource& served : served_) {
-    const int wanted = served.source->WaitLimitMs();
+    const int wanted = served.registered.source->WaitLimitMs();
     if (wanted >= 0 && (limit_ms < 0 || wanted < limit_ms)) limit_ms = wanted;
   }
   lock.Lock();
@@ -97,19 +97,24 @@ void MessageQueue::ServeReady(bool polled) {
   std::vector<pollfd> descriptors = std::move(descriptors_);
   for (ServedSource& one : served) {
     // A source may have been removed while another was being served.
-    if (std::find(sources_.begin(), sources_.end(), one.source) == sources_.end()) {
+    if (!StillRegistered(one.registered)) {
       one.has_more = false;
       continue;
     }
     const pollfd* const first = descriptors.data() + one.first;
     const bool ready = std::any_of(first, first + one.count,
                                    [](const pollfd& descriptor) { return descriptor.revents; });
-    if (one.has_more || ready || (polled && one.source->WaitLimitMs() == 0)) {
-      one.has_more = one.source->Dispatch(first, one.count);
+    if (one.has_more || ready || (polled && one.registered.source->WaitLimitMs() == 0)) {
+      one.has_more = one.registered.source->Dispatch(first, one.count);
     }
   }
   served_ = std::move(served);
   descriptors_ = std::move(descriptors);
+}
+
+bool MessageQueue::StillRegistered(const RegisteredSource& source) const {
+  return std::any_of(sources_.begin(), sources_.end(),
+                     [&](const RegisteredSource& present) { return present.id == source.id; });
 }
 
 bool MessageQueue::HasMoreToServe() const {
@@ -133,12 +138,21 @@ bool MessageQueue::WaitOrServe(DispatcherLock& lock) {
   return true;
 }
 
-void AddMessageLoopSource(MessageLoopSource* source) {
-  ThreadMessageQueue().sources().push_back(source);
+void MessageQueue::AddSource(MessageLoopSource* source) {
+  sources_.push_back({source, next_source_id_++});
 }
 
+void MessageQueue::RemoveSource(MessageLoopSource* source) {
+  std::erase_if(sources_,
+                [&](const RegisteredSource& present) { return present.source == source; });
+  std::erase_if(served_,
+                [&](const ServedSource& served) { return served.registered.source == source; });
+}
+
+void AddMessageLoopSource(MessageLoopSource* source) { ThreadMessageQueue().AddSource(source); }
+
 void RemoveMessageLoopSource(MessageLoopSource* source) {
-  std::erase(ThreadMessageQueue().sources(), source);
+  ThreadMessageQueue().RemoveSource(source);
 }
 
 }  // namespace linux_host

@@ -57,7 +57,9 @@ class MessageQueue {
   // when the wait failed.
   bool WaitOrServe(DispatcherLock& lock);
 
-  std::vector<MessageLoopSource*>& sources() { return sources_; }
+  // Owner's thread, without the lock.
+  void AddSource(MessageLoopSource* source);
+  void RemoveSource(MessageLoopSource* source);
 
  private:
   struct Timer {
@@ -68,8 +70,15 @@ class MessageQueue {
     TIMERPROC procedure;
   };
 
-  struct ServedSource {
+  // One source may come where another was removed, even at the same address: the ids tell them
+  // apart.
+  struct RegisteredSource {
     MessageLoopSource* source;
+    std::uint64_t id;
+  };
+
+  struct ServedSource {
+    RegisteredSource registered;
     std::size_t first;  // of its descriptors
     std::size_t count;
     bool has_more;
@@ -82,6 +91,7 @@ class MessageQueue {
   void CollectDescriptors();
   bool Poll(DispatcherLock& lock);
   bool HasMoreToServe() const;
+  bool StillRegistered(const RegisteredSource& source) const;
   void ServeReady(bool polled);
 
   ThreadRecord& owner_;
@@ -95,7 +105,8 @@ class MessageQueue {
   int wake_descriptor_ = -1;
 
   // The message loop's; used by the owner's thread alone, without the lock.
-  std::vector<MessageLoopSource*> sources_;
+  std::vector<RegisteredSource> sources_;
+  std::uint64_t next_source_id_ = 1;
   std::vector<pollfd> descriptors_;  // the wake descriptor, then those of the sources
   std::vector<ServedSource> served_;
   int rounds_without_poll_ = 0;

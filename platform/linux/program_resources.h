@@ -1,5 +1,5 @@
-// What a Windows executable carries in its resource section: here the program's main object names it
-// once, before anything else runs.
+// What a Windows executable carries in its resource section: here the program's main object names
+// it once, before anything else runs.
 #pragma once
 
 #include <cstdint>

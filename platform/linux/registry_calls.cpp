@@ -13,7 +13,6 @@
 
 namespace {
 
-using linux_host::HiveFile;
 using linux_host::KeyPath;
 using linux_host::KeyView;
 using linux_host::Registry;

@@ -140,10 +140,12 @@ HWND CreateWindowExW(DWORD extended_style, LPCWSTR class_name, LPCWSTR title, DW
 }
 
 BOOL DestroyWindow(HWND window) {
+  // Before the lock, which a thread that is new to the layer takes to make itself known.
+  const auto* const self = &CurrentThread();
   {
     const DispatcherLock lock;
     const WindowEntry* const entry = FindWindowEntry(window);
-    if (!entry || &entry->queue->owner() != &CurrentThread()) {
+    if (!entry || &entry->queue->owner() != self) {
       SetLastError(entry ? ERROR_ACCESS_DENIED : ERROR_INVALID_WINDOW_HANDLE);
       return FALSE;
     }

@@ -45,7 +45,7 @@ Outcome OutcomeOf(UsbStatus status) {
 // ends what nobody watches.
 std::uint32_t TimeOutMs(std::uint32_t seconds) {
   constexpr std::uint32_t kLongest = 0x7FFFFFFF / 1000;
-  return seconds == 0 ? 0 : std::min(seconds + 1, kLongest) * 1000;
+  return seconds == 0 ? 0 : (std::min(seconds, kLongest - 1) + 1) * 1000;
 }
 
 }  // namespace

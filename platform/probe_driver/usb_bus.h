@@ -38,9 +38,9 @@ struct UsbTransfer {
 
   // Filled in before `complete` is called.
   UsbStatus status = UsbStatus::kOk;
-  std::uint32_t actual = 0;        // payload bytes moved
-  std::uint32_t bus_status = 0;    // status words that a driver reports beside the payload;
-  std::uint32_t driver_status = 0; // 0 unless the bus has something to say
+  std::uint32_t actual = 0;         // payload bytes moved
+  std::uint32_t bus_status = 0;     // status words that a driver reports beside the payload;
+  std::uint32_t driver_status = 0;  // 0 unless the bus has something to say
 
   // Called exactly once for each Submit, on any thread, also from within Submit, never with a lock
   // of the bus held. It must not wait for other transfers.

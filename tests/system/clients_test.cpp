@@ -166,6 +166,8 @@ TEST_F(Clients, TraceDataArrivesAsItWasSent) {
   ASSERT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
   Json({"mode", "WFX0002", "SWD_SWV"});
   Json({"swv-setup", "WFX0002", "2000000"});
+  // Listing targets switches modes, which empties the probe's buffer: not between data and request.
+  Json({"targets", "WFX0002"});
   ASSERT_EQ(Ctl({"swv", "WFX0002", "010203fffe"}).exit_status, 0);
   EXPECT_EQ(Json({"swv", "WFX0002"})["RESULT"], "010203fffe");
   EXPECT_EQ(Wfx({"swv", "WFX0002"}).exit_status, 16);  // nothing waits in the probe

@@ -56,8 +56,8 @@ Bytes LongStream(std::size_t count) {
 }
 
 Bytes ReplyOfTwoChunks(std::uint8_t first, std::uint8_t second) {
-  Bytes reply(4096, first);
-  reply.insert(reply.end(), 904, second);
+  Bytes reply(4096 + 904, first);
+  std::fill(reply.begin() + 4096, reply.end(), second);
   return reply;
 }
 

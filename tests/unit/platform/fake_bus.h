@@ -92,16 +92,15 @@ class FakeOpening : public probe_driver::UsbDevice {
 
   void Submit(probe_driver::UsbTransfer& transfer) override {
     probe_->Log(Describe(transfer));
+    bool gone;
     {
       const std::lock_guard lock(probe_->mutex_);
-      if (probe_->gone_) {
-        transfer.status = probe_driver::UsbStatus::kDisconnected;
-      } else {
-        probe_->in_flight_.push_back(&transfer);
-      }
+      gone = probe_->gone_;
+      if (!gone) probe_->in_flight_.push_back(&transfer);
     }
-    if (transfer.status == probe_driver::UsbStatus::kDisconnected) {
-      transfer.complete(transfer);
+    // From here on another thread may complete it.
+    if (gone) {
+      FakeProbe::Finish(transfer, probe_driver::UsbStatus::kDisconnected);
     } else if (probe_->answer(transfer)) {
       probe_->TakeFirst([&](auto& other) { return &other == &transfer; });
       transfer.complete(transfer);

@@ -299,6 +299,8 @@ TEST_F(ProbeDriverRequests, AbortEndsWhatIsPendingOnThatPipeOnly) {
   EXPECT_EQ(kAborted, pending_in.error);
   EXPECT_EQ(0U, pending_in.bytes);
   EXPECT_EQ(0, pending_out.completions);
+  probe_->CompleteAll(UsbStatus::kOk, {});  // before the records go
+  EXPECT_EQ(1, pending_out.completions);
 }
 
 TEST_F(ProbeDriverRequests, RequestsThatContradictThemselvesAreRefusedUntouched) {
@@ -378,6 +380,8 @@ TEST_F(ProbeDriverRequests, TimeOutOfTheRecordAbortsASilentControlTransferOnly) 
   EXPECT_EQ(1, first.completions);
   EXPECT_EQ(0, second.completions);
   EXPECT_EQ(1, third.completions);
+  probe_->CompleteAll(UsbStatus::kOk, {});  // before the records go
+  EXPECT_EQ(1, second.completions);
 }
 
 TEST_F(ProbeDriverRequests, AnswerInTimeLeavesNoTimerBehind) {
