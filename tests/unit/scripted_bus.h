@@ -27,6 +27,7 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -69,12 +70,17 @@ inline Bytes HexBytes(const std::string& text) {
   return bytes;
 }
 
+inline Bytes ProbeEndpoints() {
+  static constexpr std::uint8_t kAddresses[] = {0x01, 0x81, 0x02, 0x84, 0x86};
+  return Bytes(std::begin(kAddresses), std::end(kAddresses));
+}
+
 // What a device on the bus says of itself. Endpoints are bulk endpoints of 512 bytes.
 struct ScriptedDevice {
   std::string name = "WFX0001";  // serial-number string
   std::uint16_t vendor_id = 0x0F0F;
   std::uint16_t product_id = 0x1002;
-  Bytes endpoints = {0x01, 0x81, 0x02, 0x84, 0x86};
+  Bytes endpoints = ProbeEndpoints();
   probe_driver::DriverFacts facts;
   // By wValue. Those that are not given are made from the above; an empty one stalls.
   std::map<std::uint16_t, Bytes> descriptors;
