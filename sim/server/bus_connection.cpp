@@ -136,15 +136,19 @@ void BusConnection::OnCompleted(Transfer& transfer) {
                     .status = static_cast<std::uint32_t>(usb.status),
                     .bus_status = usb.bus_status,
                     .driver_status = usb.driver_status};
+  std::unique_ptr<Transfer> owned;
   {
     // Taken off the table first: the user may use the id again once it has the answer.
     const std::lock_guard lock(transfers_mutex_);
     const auto it = in_flight_.find(transfer.id);
-    completed_.push_back(std::move(it->second));
+    owned = std::move(it->second);
     in_flight_.erase(it);
     bytes_in_flight_ -= usb.length;
   }
   Send(frame, usb.data, in ? usb.actual : 0);
+  // Not before its bytes are on their way: the reading thread frees what has completed.
+  const std::lock_guard lock(transfers_mutex_);
+  completed_.push_back(std::move(owned));
 }
 
 void BusConnection::Cancel(const Frame& frame) {

@@ -201,6 +201,10 @@ std::string SeenOf(int signal, int* status) {
 }
 
 TEST(ConsoleControl, SignalsReachTheHandlersLastAddedFirst) {
+#ifdef __SANITIZE_THREAD__
+  // It holds a signal back from a thread that a forked child has started.
+  GTEST_SKIP() << "the thread sanitizer does not deliver the child's signals";
+#endif
   int status = 0;
   EXPECT_EQ("p2", SeenOf(SIGTERM, &status));
   EXPECT_EQ(SIGKILL, WTERMSIG(status));
