@@ -1,7 +1,5 @@
 #include "sim/swv_source.h"
 
-#include <vector>
-
 namespace sim {
 namespace {
 
@@ -21,25 +19,32 @@ bool SwvSource::Fits(const SwvSampling& sampling) const {
 }
 
 void SwvSource::Tick(const SwvSampling& sampling, InPipe& buffer) {
-  std::vector<std::uint8_t> bytes(description_.bytes_per_ms);
-  for (std::uint8_t& byte : bytes) byte = next_++;
-  Send(bytes, sampling, buffer);
+  credit_ += description_.bytes_per_ms;
+  for (;;) {
+    if (packet_.empty()) packet_ = program_.Next();
+    if (packet_.size() > credit_) return;
+    credit_ -= static_cast<std::uint32_t>(packet_.size());
+    if (Fits(sampling)) SendWhole(packet_, buffer);
+    packet_.clear();
+  }
 }
 
 void SwvSource::Send(std::span<const std::uint8_t> bytes, const SwvSampling& sampling,
                      InPipe& buffer) {
   if (!Fits(sampling)) return;
-  for (const std::uint8_t byte : bytes) {
-    const std::size_t needed = overflowed_ ? 2 : 1;
-    if (buffer.waiting() + needed > description_.buffer) {
-      overflowed_ = true;
-      ++lost_;
-      continue;
-    }
-    if (overflowed_) buffer.Stream({&kOverflowPacket, 1});
-    overflowed_ = false;
-    buffer.Stream({&byte, 1});
+  for (const std::uint8_t& byte : bytes) SendWhole({&byte, 1}, buffer);
+}
+
+void SwvSource::SendWhole(std::span<const std::uint8_t> bytes, InPipe& buffer) {
+  const std::size_t needed = bytes.size() + (overflowed_ ? 1 : 0);
+  if (buffer.waiting() + needed > description_.buffer) {
+    overflowed_ = true;
+    lost_ += bytes.size();
+    return;
   }
+  if (overflowed_) buffer.Stream({&kOverflowPacket, 1});
+  overflowed_ = false;
+  buffer.Stream(bytes);
 }
 
 }  // namespace sim

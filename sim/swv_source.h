@@ -3,9 +3,11 @@
 
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "sim/description.h"
 #include "sim/in_pipe.h"
+#include "sim/itm_stream.h"
 
 namespace sim {
 
@@ -22,12 +24,13 @@ class SwvSource {
   void Clear() {
     lost_ = 0;
     overflowed_ = false;
-    next_ = 0;
+    credit_ = 0;
   }
 
   bool sends_by_itself() const { return description_.bytes_per_ms != 0; }
 
-  // The pin's bytes of one millisecond into the probe's buffer, a counting pattern.
+  // What the target's program traces in one millisecond, at the described rate on the average.
+  // Packets that find the buffer full are lost whole, as its trace unit sees no probe.
   void Tick(const SwvSampling& sampling, InPipe& buffer);
 
   // Bytes on the pin. Bytes that find the buffer full are lost; the next one that fits follows an
@@ -39,11 +42,14 @@ class SwvSource {
 
  private:
   bool Fits(const SwvSampling& sampling) const;
+  void SendWhole(std::span<const std::uint8_t> bytes, InPipe& buffer);
 
   SwvDescription description_;
   std::uint64_t lost_ = 0;
   bool overflowed_ = false;
-  std::uint8_t next_ = 0;
+  ItmStream program_;
+  std::vector<std::uint8_t> packet_;  // the program's next
+  std::uint32_t credit_ = 0;          // bytes that the program may send by now
 };
 
 }  // namespace sim

@@ -33,6 +33,9 @@ Json Summary(const ProbeState& state) {
           {"plugged", state.plugged},
           {"vid", state.vendor_id},
           {"pid", state.product_id},
+          {"mode", state.mode},
+          {"leds", state.leds},
+          {"reset_asserted", state.reset_asserted},
           {"path", state.path}};
 }
 
@@ -40,16 +43,13 @@ Json Whole(const ProbeState& state) {
   Json json = Summary(state);
   json.update({{"processor_held", state.processor_held},
                {"fpga_loaded", state.fpga_loaded},
-               {"mode", state.mode},
                {"external", state.external},
                {"connector", state.connector},
-               {"leds", state.leds},
                {"identify", state.identify},
                {"supply_on", state.supply_on},
                {"voltage_code", state.voltage_code},
                {"measured", state.measured},
                {"clock_code", state.clock_code},
-               {"reset_asserted", state.reset_asserted},
                {"resets", state.resets},
                {"swv_commit", state.swv_commit},
                {"swv_lost", state.swv_lost},

@@ -112,13 +112,22 @@ Json MakeRequest(const std::string& command, const Arguments& arguments) {
   return request;
 }
 
+// A character an LED: off, on, and its two ways to flash.
+std::string LedsAsText(const Json& leds) {
+  std::string text;
+  for (const Json& led : leds) text += "-*12"[led.get<unsigned>() & 3];
+  return text;
+}
+
 void PrintList(const Json& probes) {
-  std::printf("%-16s %-8s %-11s %-9s %s\n", "NAME", "KIND", "STATE", "ID", "PATH");
+  std::printf("%-16s %-8s %-11s %-9s %4s %-4s %-5s %s\n", "NAME", "KIND", "STATE", "ID", "MODE",
+              "LEDS", "RESET", "PATH");
   for (const Json& probe : probes) {
     const std::string path = probe.value("path", "");
-    std::printf("%-16s %-8s %-11s %04x:%04x %s\n", probe.value("name", "").c_str(),
+    std::printf("%-16s %-8s %-11s %04x:%04x %4u %-4s %-5s %s\n", probe.value("name", "").c_str(),
                 probe.value("kind", "").c_str(), probe.value("state", "").c_str(),
-                probe.value("vid", 0u), probe.value("pid", 0u),
+                probe.value("vid", 0u), probe.value("pid", 0u), probe.value("mode", 0u),
+                LedsAsText(probe.at("leds")).c_str(), probe.at("reset_asserted") ? "low" : "high",
                 path.empty() ? "(not plugged)" : path.c_str());
   }
 }

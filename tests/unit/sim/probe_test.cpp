@@ -47,7 +47,8 @@ TEST(Descriptors, FreshControllerHasNoEndpointsAndAConfiguredProbeFive) {
 }
 
 TEST(Controller, RamIsWrittenOnlyWhileTheProcessorIsHeld) {
-  Bench bench(kFresh);
+  ManualTime time;
+  Bench bench(kFresh, {.scheduler = time.scheduler()});
   User user = User::Of(bench, "P");
   EXPECT_EQ(WriteRam(user, 0x0000, {1, 2}), UsbStatus::kStall);
   EXPECT_EQ(WriteRam(user, 0xE600, {1, 0}), UsbStatus::kStall) << "two bytes are data";

@@ -152,13 +152,54 @@ TEST_F(SwvTest, FullBufferLosesBytesAndSaysSo) {
 TEST_F(SwvTest, SourceThatSendsByItselfKeepsItsRateUntilTheModeEnds) {
   Begin(R"({"bytes_per_ms": 3})");
   SetUp(1, 2);
-  time_.Advance(2);
-  EXPECT_THAT(user_->In(0x86, 512).data, ElementsAre(0, 1, 2, 3, 4, 5));
+  time_.Advance(3);
+  EXPECT_THAT(user_->In(0x86, 512).data, ElementsAre(0, 0, 0, 0, 0, 0x80, 1, 't'));
   user_->Command(0x41, 0x104, 3);
   time_.Advance(10);
   user_->Command(0x41, 0x10C, 3);
-  time_.Advance(1);
-  EXPECT_THAT(user_->In(0x86, 512).data, ElementsAre(6, 7, 8));
+  time_.Advance(9);
+  EXPECT_THAT(user_->In(0x86, 512).data,
+              ElementsAre(1, 'i', 1, 'c', 1, 'k', 1, ' ', 1, '0', 1, '\n', 0x0B, 0, 0, 0, 0, 0xC0,
+                          10, 1, 't', 1, 'i', 1, 'c', 1, 'k'));
+}
+
+// Reads what is left of the program's trace as a trace viewer would; false where no packet is.
+bool ReadTrace(const Bytes& trace, std::string& text, std::vector<std::uint32_t>& words) {
+  for (std::size_t at = 0; at < trace.size();) {
+    const std::uint8_t header = trace[at];
+    const std::size_t left = trace.size() - at;
+    if (header == 0 && left >= 6)
+      at += 6;
+    else if (header == 0x70)
+      at += 1;
+    else if (header == 0xC0 && left >= 2)
+      at += 2;
+    else if (header == 0x01 && left >= 2)
+      text += static_cast<char>(trace[at + 1]), at += 2;
+    else if (header == 0x0B && left >= 5)
+      words.push_back(trace[at + 1]), at += 5;
+    else
+      return false;
+  }
+  return true;
+}
+
+TEST_F(SwvTest, FullBufferLosesWholePacketsOfTheProgram) {
+  Begin(R"({"bytes_per_ms": 50, "buffer": 64})");
+  SetUp(1, 2);
+  Bytes trace;
+  for (int i = 0; i < 20; ++i) {
+    time_.Advance(3);
+    const Bytes part = user_->In(0x86, 512).data;
+    EXPECT_LE(part.size(), 64u);
+    trace.insert(trace.end(), part.begin(), part.end());
+  }
+  std::string text;
+  std::vector<std::uint32_t> words;
+  EXPECT_TRUE(ReadTrace(trace, text, words));
+  EXPECT_GE(std::count(trace.begin(), trace.end(), 0x70), 10);
+  EXPECT_FALSE(words.empty());
+  EXPECT_GT(bench_->State("P").swv_lost, 1000u);
 }
 
 class AcquireTest : public testing::Test {
