@@ -30,11 +30,15 @@ bool IsGoodSwdStatus(std::uint8_t status) { return (status & (kAckOk | kAckFault
 
 std::string SwdStatusText(std::uint8_t status) {
   if (IsGoodSwdStatus(status)) return "OK";
-  if ((status & kAckFault) != 0 && (status & kAckOk) == 0) {
-    return "FAULT (an earlier error is pending: write 0x1e to DP register 0)";
+  // A line that nobody drives reads as ones.
+  switch (status & (kAckOk | kAckWait | kAckFault)) {
+    case kAckFault:
+      return "FAULT (an earlier error is pending: write 0x1e to DP register 0)";
+    case kAckWait:
+      return "WAIT (the target is busy)";
+    default:
+      return "no answer (is the target powered and wired, and did `wfx targets` find it?)";
   }
-  if ((status & kAckWait) != 0) return "WAIT (the target is busy)";
-  return "no answer (is the target powered and wired, and did `wfx targets` find it?)";
 }
 
 void SwdPacket::Read(SwdPort port, std::uint32_t address) {

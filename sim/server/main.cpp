@@ -112,10 +112,10 @@ Json MakeRequest(const std::string& command, const Arguments& arguments) {
   return request;
 }
 
-// A character an LED: off, on, and its two ways to flash.
+// A character an LED: off, its two ways to flash, on.
 std::string LedsAsText(const Json& leds) {
   std::string text;
-  for (const Json& led : leds) text += "-*12"[led.get<unsigned>() & 3];
+  for (const Json& led : leds) text += "-12*"[led.get<unsigned>() & 3];
   return text;
 }
 

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <map>
@@ -34,6 +35,9 @@ TEST(SwdRequest, AStatusIsGoodWithBit0SetAndBit2Clear) {
                                               {0x03, true},  {0x04, false}, {0x05, false},
                                               {0x07, false}, {0xF9, true},  {0xFF, false}};
   for (const auto& [status, good] : cases) EXPECT_EQ(IsGoodSwdStatus(status), good) << +status;
+  EXPECT_THAT(SwdStatusText(2), testing::StartsWith("WAIT"));
+  EXPECT_THAT(SwdStatusText(4), testing::StartsWith("FAULT"));
+  EXPECT_THAT(SwdStatusText(7), testing::StartsWith("no answer")) << "the line at rest";
 }
 
 TEST(SwdPacket, RepliesAreTakenApartInTheOrderOfTheRequests) {
