@@ -9,13 +9,12 @@
 #include "service/registry_data.h"
 #include "service/registry_key.h"
 #include "service/service_installer.h"
+#include "service/status.h"
 #include "service/type_library.h"
 
 namespace {
 
 constexpr int kGuidRoom = 39;
-
-HRESULT StatusOf(LONG result) { return HRESULT_FROM_WIN32(static_cast<DWORD>(result)); }
 
 // A path is written as it is: what needs doubling or escaping in a script's text does not in these
 // tables.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "service/registry_key.h"
+#include "service/status.h"
 
 namespace {
 
@@ -59,8 +60,6 @@ LONG RemoveKey(HKEY root, const ScriptKey& entry, const ScriptReplacements& repl
   key.Reset();
   return RegDeleteKeyW(root, path.c_str());
 }
-
-HRESULT StatusOf(LONG result) { return HRESULT_FROM_WIN32(static_cast<DWORD>(result)); }
 
 }  // namespace
 

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "service/module_path.h"
+#include "service/status.h"
 
 namespace {
 
@@ -24,9 +25,7 @@ HRESULT LoadFrom(const std::wstring& path, OwnedLibrary& library) {
 
 // `path` becomes that of the file which the library came from.
 HRESULT LoadOwnLibrary(std::wstring& path, OwnedLibrary& library) {
-  if (const LONG result = GetModulePath(path); result != ERROR_SUCCESS) {
-    return HRESULT_FROM_WIN32(static_cast<DWORD>(result));
-  }
+  if (const LONG result = GetModulePath(path); result != ERROR_SUCCESS) return StatusOf(result);
   if (SUCCEEDED(LoadFrom(path, library))) return S_OK;
   path = WithExtension(path, L".tlb");
   return LoadFrom(path, library);
