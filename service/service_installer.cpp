@@ -52,12 +52,11 @@ bool IsInstalled(const std::wstring& name) {
 }
 
 // Whether a stop that was refused needs no word: the service does not run, or is stopping already.
-bool IsStoppedOrStopping(SC_HANDLE service, DWORD error) {
-  if (error == ERROR_SERVICE_NOT_ACTIVE) return true;
-  SERVICE_STATUS status = {};
-  return error == ERROR_SERVICE_CANNOT_ACCEPT_CTRL &&
-         QueryServiceStatus(service, &status) != FALSE &&
-         status.dwCurrentState == SERVICE_STOP_PENDING;
+// `status` is what came with the refusal: a handle that may stop a service need not be one that may
+// ask for its status.
+bool IsStoppedOrStopping(DWORD error, const SERVICE_STATUS& status) {
+  return error == ERROR_SERVICE_NOT_ACTIVE || (error == ERROR_SERVICE_CANNOT_ACCEPT_CTRL &&
+                                               status.dwCurrentState == SERVICE_STOP_PENDING);
 }
 
 }  // namespace
@@ -96,7 +95,7 @@ bool UninstallService(const std::wstring& name) {
   }
   SERVICE_STATUS status = {};
   if (ControlService(service.Get(), SERVICE_CONTROL_STOP, &status) == FALSE) {
-    if (!IsStoppedOrStopping(service.Get(), GetLastError())) Show(kCannotStop, name);
+    if (!IsStoppedOrStopping(GetLastError(), status)) Show(kCannotStop, name);
   }
   if (DeleteService(service.Get()) == FALSE) {
     Show(kCannotDelete, name);

@@ -89,7 +89,6 @@ SC_HANDLE CreateServiceW(SC_HANDLE manager, LPCWSTR name, LPCWSTR display_name, 
                          LPCWSTR load_order_group, LPDWORD tag, LPCWSTR dependencies,
                          LPCWSTR account, LPCWSTR password);
 BOOL ControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status);
-BOOL QueryServiceStatus(SC_HANDLE service, LPSERVICE_STATUS status);
 BOOL DeleteService(SC_HANDLE service);
 BOOL CloseServiceHandle(SC_HANDLE handle);
 BOOL SetServiceStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS status);
