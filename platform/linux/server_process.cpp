@@ -13,6 +13,7 @@ extern "C" {
 }
 
 #include <cerrno>
+#include <string_view>
 
 namespace linux_host {
 namespace {
@@ -73,17 +74,20 @@ void Reap(pid_t child) {
 }  // namespace
 
 std::vector<std::string> SplitCommand(const std::string& command) {
+  constexpr std::string_view kBlanks = " \t";
   std::vector<std::string> words;
   bool is_in_word = false, is_quoted = false;
-  for (const char character : command) {
-    const bool is_blank = (character == ' ' || character == '\t') && !is_quoted;
-    if (is_blank) {
+  for (std::size_t i = 0; i < command.size(); ++i) {
+    const char character = command[i];
+    if (!is_quoted && kBlanks.find(character) != kBlanks.npos) {
       is_in_word = false;
       continue;
     }
     if (!is_in_word) words.emplace_back();
     is_in_word = true;
-    if (character == '"') {
+    const bool is_word_end =
+        i + 1 == command.size() || kBlanks.find(command[i + 1]) != kBlanks.npos;
+    if (character == '"' && (!is_quoted || is_word_end)) {
       is_quoted = !is_quoted;
     } else {
       words.back() += character;

@@ -9,7 +9,8 @@
 namespace linux_host {
 
 // The words of a command line: separated by blanks, a word in double quotes may hold some. The
-// first one is the program.
+// first one is the program. A quote inside a quoted word belongs to it unless a blank or the end
+// follows: paths may hold quotes on this host.
 std::vector<std::string> SplitCommand(const std::string& command);
 
 // A server that was started.

@@ -128,6 +128,7 @@ TEST(ServerCommand, IsSplitAtBlanksOutsideQuotes) {
       {"\"/opt/my tools/server\"  -a \t b", {"/opt/my tools/server", "-a", "b"}},
       {"server \"\" x", {"server", "", "x"}},
       {"\"unclosed quote", {"unclosed quote"}},
+      {"\"/opt/my 7\"tools/server\" -a", {"/opt/my 7\"tools/server", "-a"}},
   };
   for (const auto& [command, words] : cases) {
     EXPECT_EQ(linux_host::SplitCommand(command), words) << command;
