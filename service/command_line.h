@@ -10,7 +10,8 @@ enum class ServerCommand {
   kUnregister,       // UnregServer
 };
 
-// Takes the whole line as the system gives it, the program's path included: a hyphen or slash in
-// that begins a token that matches nothing. Unknown arguments are ignored, such as the one by which
-// the component library says that it starts the server for a client.
+// Takes the whole line as the system gives it, the program's path included, so that a program must
+// not lie where a hyphen or slash, a keyword and a blank follow each other in its path. Unknown
+// arguments are ignored, such as the one by which the component library says that it starts the
+// server for a client.
 ServerCommand ParseCommandLine(std::wstring_view line);
