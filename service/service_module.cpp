@@ -171,25 +171,37 @@ void CTzWirefoxServiceModule::ServiceMain() {
     }
   } const at_end{service_thread_};
 
-  status_.dwCurrentState = SERVICE_START_PENDING;
-  status_handle_ = RegisterServiceCtrlHandlerW(service_name_.c_str(), RunControlHandler);
-  if (status_handle_ == nullptr) {
+  if (!InstallControlHandler()) {
     LogServiceEvent(L"Handler not installed");
     return;
   }
   SetServiceState(SERVICE_START_PENDING);
-  status_.dwWin32ExitCode = 0;
-  status_.dwCheckPoint = 0;
-  status_.dwWaitHint = 0;
+  {
+    const std::lock_guard lock(status_mutex_);
+    status_.dwWin32ExitCode = 0;
+    status_.dwCheckPoint = 0;
+    status_.dwWaitHint = 0;
+  }
 
   const HRESULT initialised = CoInitialize(nullptr);
   // When the thread cannot be an apartment the service reports that it stopped, with the reason as
   // its exit code: the manager must not wait for a start that will not come.
   const HRESULT result = CanGoOn(initialised) ? Run() : initialised;
-  status_.dwWin32ExitCode = static_cast<DWORD>(result);
+  {
+    const std::lock_guard lock(status_mutex_);
+    status_.dwWin32ExitCode = static_cast<DWORD>(result);
+  }
   if (SUCCEEDED(initialised)) CoUninitialize();
   SetServiceState(SERVICE_STOPPED);
   LogServiceEvent(L"Service stopped");
+}
+
+// A control may come before the call returns: it waits until the handle to answer by is stored.
+bool CTzWirefoxServiceModule::InstallControlHandler() {
+  const std::lock_guard lock(status_mutex_);
+  status_.dwCurrentState = SERVICE_START_PENDING;
+  status_handle_ = RegisterServiceCtrlHandlerW(service_name_.c_str(), RunControlHandler);
+  return status_handle_ != nullptr;
 }
 
 void CTzWirefoxServiceModule::HandleControl(DWORD control) {

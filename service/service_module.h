@@ -56,12 +56,13 @@ class CTzWirefoxServiceModule : public api::ModuleLock, public RegistrationNames
   int Start();
   int RunAsService();
   HRESULT Run();
+  bool InstallControlHandler();
   void SetServiceState(DWORD state);
   void LogServiceEvent(const std::wstring& text) const;
 
   std::wstring service_name_;
   bool as_service_ = true;
-  std::mutex status_mutex_;  // the control handler reports, too
+  std::mutex status_mutex_;  // guards the two below: the control handler reports, too
   SERVICE_STATUS status_ = {};
   SERVICE_STATUS_HANDLE status_handle_ = nullptr;
   std::atomic<DWORD> service_thread_id_{0};  // the control handler's thread reads it
