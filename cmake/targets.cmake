@@ -24,11 +24,10 @@ endfunction()
 
 # wirefox_test(NAME [ONE_AT_A_TIME] [FOLDER dir] [DEPENDS target...] [LABELS label...] [ENVIRONMENT name=value]): every
 # .cpp of FOLDER as one GoogleTest program, each case a test of its own for ctest, with the variable
-# set for it on Linux. FAILS_UNDER_WINE reason and CASES_FAILING_UNDER_WINE case...: known faults, built
-# but not run there.
+# set for it on Linux.
 function(wirefox_test name)
-  cmake_parse_arguments(arg "ONE_AT_A_TIME" "FOLDER;ENVIRONMENT;FAILS_UNDER_WINE"
-    "DEPENDS;LABELS;SOURCES;CASES_FAILING_UNDER_WINE" ${ARGN})
+  cmake_parse_arguments(arg "ONE_AT_A_TIME" "FOLDER;ENVIRONMENT" "DEPENDS;LABELS;SOURCES"
+    ${ARGN})
   if(NOT arg_FOLDER)
     set(arg_FOLDER ${CMAKE_CURRENT_SOURCE_DIR})
   endif()
@@ -43,17 +42,7 @@ function(wirefox_test name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/test_programs)
   if(WIN32)
     # One process for the whole program: starting one per case costs more than the cases under Wine.
-    if(arg_FAILS_UNDER_WINE)
-      message(STATUS "NOT RUN under Wine: ${name}: ${arg_FAILS_UNDER_WINE}")
-      return()
-    endif()
-    set(filter "")
-    if(arg_CASES_FAILING_UNDER_WINE)
-      list(JOIN arg_CASES_FAILING_UNDER_WINE ":" cases)
-      message(STATUS "NOT RUN under Wine, cases of ${name}: ${cases}")
-      set(filter --gtest_filter=-${cases})
-    endif()
-    add_test(NAME ${WIREFOX_TEST_PREFIX}${name} COMMAND ${name} ${filter})
+    add_test(NAME ${WIREFOX_TEST_PREFIX}${name} COMMAND ${name})
     set_tests_properties(${WIREFOX_TEST_PREFIX}${name} PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 300)
   else()
     set(properties LABELS "${arg_LABELS}" TIMEOUT 120)

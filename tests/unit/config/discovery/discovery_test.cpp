@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -19,10 +20,27 @@
 
 namespace {
 
+class WatchedBench : public sim::Bench {
+ public:
+  WatchedBench() : Bench(DefaultDescription()) {}
+
+  void SetListener(probe_driver::UsbBusListener* listener) override {
+    Bench::SetListener(listener);
+    watched_ = true;
+    watched_.notify_all();
+  }
+
+  // Until the notification thread's window hears of arrivals: the host tells it of no earlier ones.
+  void AwaitListener() { watched_.wait(false); }
+
+ private:
+  std::atomic<bool> watched_ = false;
+};
+
 // Never destroyed, like the thread that works on it.
 struct Service {
   unit::ScratchFolder& folder = *new unit::ScratchFolder;
-  sim::Bench& bench = *sim::Bench::Default().release();
+  WatchedBench& bench = *new WatchedBench;
 
   Service() {
     folder.Write("fw.hex", ":0400000001020304F2\n:00000001FF\n");
@@ -74,6 +92,7 @@ TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
   // The configured ones at once; the fresh one comes back by itself, and its arrival is noticed.
   const std::vector<std::string> all = {"EVK0001\r\nWFX0001\r\nWFX0002\r\n",
                                         "EVK0001\r\nWFX0002\r\nWFX0001\r\n"};
+  service.bench.AwaitListener();
   EXPECT_TRUE(RefreshDevices());
   EXPECT_TRUE(FileBecomes(all));
   EXPECT_FALSE(RefreshDevices());
