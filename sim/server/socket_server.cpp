@@ -10,14 +10,12 @@
 #include <stdexcept>
 #include <utility>
 
-#include "sim/server/control_commands.h"
+#include "sim/server/control_session.h"
 
 namespace sim {
 namespace {
 
 using probe_driver::FrameSocket;
-
-constexpr std::size_t kLongestRequest = 1u << 20;
 
 [[noreturn]] void Fail(const std::string& what) {
   throw std::runtime_error(what + ": " + strerror(errno));
@@ -120,7 +118,10 @@ void SocketServer::Serve(Peer& peer) {
   if (peer.socket->Receive(greeting.data(), greeting.size())) {
     const std::string_view text(greeting.data(), greeting.size());
     if (text == probe_driver::kBusGreeting) ServeBus(peer);
-    if (text == kControlGreeting) ServeControl(*peer.socket);
+    if (text == kControlGreeting) {
+      SocketStream stream(peer.socket);
+      ServeControl(stream, bench_, stop_);
+    }
   }
   peer.socket->Shutdown();
   const std::lock_guard lock(mutex_);
@@ -138,22 +139,6 @@ void SocketServer::ServeBus(Peer& peer) {
   peer.bus->Run();
   const std::lock_guard lock(mutex_);
   peer.bus.reset();
-}
-
-void SocketServer::ServeControl(FrameSocket& socket) {
-  std::string line;
-  char c = 0;
-  while (line.size() < kLongestRequest && socket.Receive(&c, 1)) {
-    if (c != '\n') {
-      line += c;
-      continue;
-    }
-    bool stopping = false;
-    const std::string answer = RunCommand(bench_, line, [&] { stopping = true; }) + "\n";
-    line.clear();
-    if (!socket.SendBytes(answer.data(), answer.size())) return;
-    if (stopping) stop_();
-  }
 }
 
 void SocketServer::Tell(bool arrived, const std::string& path) {

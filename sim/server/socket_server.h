@@ -6,21 +6,33 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <thread>
+#include <utility>
 
 #include "platform/probe_driver/frame_socket.h"
 #include "platform/probe_driver/usb_bus.h"
 #include "sim/bench.h"
 #include "sim/server/bus_connection.h"
+#include "sim/server/host.h"
 
 namespace sim {
 
-// What a controlling connection sends first; each line behind it is a request of
-// control_commands.h, and each answer is one line.
-inline constexpr std::string_view kControlGreeting = "WFXCTL1\n";
+// A controlling connection on a socket.
+class SocketStream : public ControlStream {
+ public:
+  explicit SocketStream(std::shared_ptr<probe_driver::FrameSocket> socket)
+      : socket_(std::move(socket)) {}
 
-class SocketServer : public probe_driver::UsbBusListener {
+  bool Send(const void* bytes, std::size_t size) override {
+    return socket_->SendBytes(bytes, size);
+  }
+  bool Receive(void* out, std::size_t size) override { return socket_->Receive(out, size); }
+
+ private:
+  const std::shared_ptr<probe_driver::FrameSocket> socket_;
+};
+
+class SocketServer : public BenchServer, public probe_driver::UsbBusListener {
  public:
   // Listens from now on. `bench` outlives the server, which is its listener; `stop` is called on
   // any thread when a controlling connection asks for the end. A socket file that nobody listens
@@ -43,7 +55,6 @@ class SocketServer : public probe_driver::UsbBusListener {
   void Accept();
   void Serve(Peer& peer);
   void ServeBus(Peer& peer);
-  void ServeControl(probe_driver::FrameSocket& socket);
   void Tell(bool arrived, const std::string& path);
   // Joins the threads of peers that have ended, or of all.
   void Reap(bool all);

@@ -7,6 +7,7 @@
 
 #include "platform/probe_driver/bus_frames.h"
 #include "sim/server/control_commands.h"
+#include "sim/server/control_session.h"
 #include "tests/unit/sim/socket_fixture.h"
 
 namespace sim {

@@ -1,0 +1,69 @@
+#include <windows.h>
+
+#include <utility>
+
+#include "platform/windows/kernel_handle.h"
+#include "sim/server/host.h"
+#include "sim/server/pipe_server.h"
+
+namespace sim {
+namespace {
+
+constexpr char kPipes[] = R"(\\.\pipe\)";
+constexpr char kDefaultName[] = "wfxsim";
+
+// How long the system lets a console program take when its window is closed or the user leaves.
+constexpr DWORD kGraceMs = 5000;
+
+// Both stay set. The handler runs on threads of the system's and may outlive the program's own
+// objects, so these are never closed.
+struct Ending {
+  HANDLE asked = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  HANDLE done = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+};
+
+Ending& TheEnding() {
+  static auto& ending = *new Ending;
+  return ending;
+}
+
+BOOL WINAPI HandleConsoleControl(DWORD control) {
+  SetEvent(TheEnding().asked);
+  // For these the process is ended when the handler returns.
+  if (control != CTRL_C_EVENT && control != CTRL_BREAK_EVENT) {
+    WaitForSingleObject(TheEnding().done, kGraceMs);
+  }
+  return TRUE;
+}
+
+}  // namespace
+
+EndOfRun::EndOfRun() {
+  TheEnding();
+  SetConsoleCtrlHandler(HandleConsoleControl, TRUE);
+}
+
+EndOfRun::~EndOfRun() { SetEvent(TheEnding().done); }
+
+void EndOfRun::Ask() { SetEvent(TheEnding().asked); }
+
+void EndOfRun::Wait() { WaitForSingleObject(TheEnding().asked, INFINITE); }
+
+// A name stands for the pipe of that name.
+std::string ListeningPlace(const std::string& given) {
+  if (given.empty()) return std::string(kPipes) + kDefaultName;
+  return given.find('\\') == std::string::npos ? kPipes + given : given;
+}
+
+std::string RunName() { return {}; }
+
+std::unique_ptr<BenchServer> OfferBench(Bench& bench, const std::string& place,
+                                        std::function<void()> stop) {
+  return std::make_unique<PipeServer>(bench, place, std::move(stop));
+}
+
+std::unique_ptr<ControlStream> ConnectTo(const std::string& place, std::string& error) {
+  return ConnectToPipe(place, error);
+}
+
+}  // namespace sim

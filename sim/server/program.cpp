@@ -1,0 +1,61 @@
+#include "sim/server/program.h"
+
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+
+#include "sim/bench.h"
+#include "sim/server/control_session.h"
+#include "sim/server/host.h"
+
+namespace sim {
+namespace {
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw std::runtime_error("cannot read " + path);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void Run(const ServeOptions& options, EndOfRun& end) {
+  const std::string description =
+      options.bench_file.empty() ? Bench::DefaultDescription() : ReadFile(options.bench_file);
+  BenchOptions bench_options;
+  bench_options.instance = RunName();
+  Bench bench(description, std::move(bench_options));
+  if (!options.capture_file.empty() && !bench.CaptureTo(options.capture_file)) {
+    throw std::runtime_error("cannot create " + options.capture_file);
+  }
+  const std::string place = ListeningPlace(options.socket_path);
+  const auto server = OfferBench(bench, place, [&end] { end.Ask(); });
+  std::printf("wfxsim: listening on %s\n", place.c_str());
+  std::fflush(stdout);
+  end.Wait();
+}
+
+}  // namespace
+
+int Serve(const ServeOptions& options) {
+  EndOfRun end;
+  try {
+    Run(options, end);
+    return 0;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "wfxsim: %s\n", error.what());
+    return 2;
+  }
+}
+
+bool Ask(const std::string& socket_path, const std::string& request, std::string& answer,
+         std::string& error) {
+  const auto stream = ConnectTo(ListeningPlace(socket_path), error);
+  if (stream == nullptr) return false;
+  if (AskOnce(*stream, request, answer)) return true;
+  error = "the simulator ended the connection";
+  return false;
+}
+
+}  // namespace sim
