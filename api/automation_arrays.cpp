@@ -63,16 +63,11 @@ StringArrayAccess::~StringArrayAccess() {
 }
 
 void StringArrayAccess::Set(std::size_t index, const wchar_t* text) {
-  strings_[index] = CopyString(text);
+  if (text == nullptr) return;
+  strings_[index] = SysAllocString(text);
+  if (strings_[index] == nullptr) throw OutOfStrings{};
 }
 
 OwnedArray CreateStringArray(std::size_t count) { return OwnedArray(CreateArray(VT_BSTR, count)); }
-
-BSTR CopyString(const wchar_t* text) {
-  if (text == nullptr) return nullptr;
-  BSTR copy = SysAllocString(text);
-  if (copy == nullptr) throw OutOfStrings{};
-  return copy;
-}
 
 }  // namespace api

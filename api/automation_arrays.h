@@ -66,7 +66,4 @@ class StringArrayAccess {
 // Null when there is no memory for it.
 OwnedArray CreateStringArray(std::size_t count);
 
-// A copy for the client; null for null.
-BSTR CopyString(const wchar_t* text);
-
 }  // namespace api

@@ -23,16 +23,12 @@ inline void LogFailure(const char* source, TzErrorCode error) {
   Log(LOG_ERROR, source, "Error %u occured.", static_cast<unsigned>(error));
 }
 
-// For a method that has no outcome of its own: it has not failed unless memory is short.
+// For a method that has no outcome because it cannot fail: `work` throws nothing.
 template <typename Work>
 HRESULT RunWithoutOutcome(const char* source, Work&& work) {
   DeviceTableGuard lock;
   LogEntry(source);
-  try {
-    work();
-  } catch (const OutOfStrings&) {
-    return E_OUTOFMEMORY;
-  }
+  work();
   return S_OK;
 }
 

@@ -37,10 +37,9 @@ HRESULT CTzWirefox::GetVersion(LONG* versionNum) {
 
 HRESULT CTzWirefox::GetDevicesChangedLocation(BSTR* path) {
   if (api::AnyMissing(path)) return E_POINTER;
-  return api::RunWithoutOutcome("CTzWirefox::GetDevicesChangedLocation", [&] {
-    *path = nullptr;
-    *path = api::CopyString(api::DevicesChangedLocation());
-  });
+  // Succeeds always: without memory for the copy the client gets none, as before there is a path.
+  return api::RunWithoutOutcome("CTzWirefox::GetDevicesChangedLocation",
+                                [&] { *path = SysAllocString(api::DevicesChangedLocation()); });
 }
 
 HRESULT CTzWirefox::EnumerateWirefoxs(SAFEARRAY** wirefoxs, TzErrorCode* error) {
