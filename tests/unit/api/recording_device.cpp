@@ -1,15 +1,31 @@
 #include "tests/unit/api/recording_device.h"
 
+#include <windows.h>
+
 #include <algorithm>
 #include <cstdio>
 
+#include "config/device_table.h"
+
 namespace {
+
+constexpr std::size_t kMostShown = 4096;
 
 std::string Number(std::uint64_t value) { return std::to_string(value); }
 
 }  // namespace
 
+bool HoldsTableLock() {
+  const HANDLE lock = LockDeviceTable();
+  ReleaseMutex(lock);
+  const bool held = ReleaseMutex(lock) != FALSE;
+  if (held) WaitForSingleObject(lock, INFINITE);
+  CloseHandle(lock);
+  return held;
+}
+
 std::string Hex(std::span<const std::uint8_t> bytes) {
+  if (bytes.size() > kMostShown) return Number(bytes.size()) + " bytes";
   std::string text;
   for (const std::uint8_t byte : bytes) {
     char digits[4];
@@ -21,7 +37,7 @@ std::string Hex(std::span<const std::uint8_t> bytes) {
 }
 
 std::uint32_t RecordingDevice::Record(const std::string& operation, const std::string& arguments) {
-  std::string call = operation;
+  std::string call = HoldsTableLock() ? operation : "without the lock: " + operation;
   call.append("(").append(arguments).append(")");
   calls_.push_back(std::move(call));
   const auto found = failing.find(operation);

@@ -65,5 +65,8 @@ class RecordingDevice : public CTzDevice {
   std::vector<std::string> calls_;
 };
 
-// "8B 44 33", empty for no bytes.
+// Whether this thread holds the device-table lock.
+bool HoldsTableLock();
+
+// "8B 44 33", empty for no bytes; only their number when they are many.
 std::string Hex(std::span<const std::uint8_t> bytes);

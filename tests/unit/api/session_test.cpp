@@ -1,6 +1,4 @@
 // Sessions on targets: acquiring, releasing, owners, and the sweep of dead ones.
-#include <functional>
-
 #include "api/session_owner.h"
 #include "tests/unit/api/api_fixture.h"
 #include "tests/unit/api/child_process.h"
@@ -22,13 +20,6 @@ class Sessions : public ApiTest {
 
   std::int64_t handle_ = 0;
 };
-
-TEST_F(Sessions, VersionIsThatOfTheServiceWhateverTheTableHolds) {
-  LONG version = 0;
-  EXPECT_EQ(object_->GetVersion(&version), S_OK);
-  EXPECT_EQ(version, 33554944);
-  EXPECT_EQ(log_.Take(), std::vector<std::string>{"[CTzWirefox::GetVersion]"});
-}
 
 TEST_F(Sessions, SameProcessAcquiringAgainGetsTheSameHandle) {
   SetTargets(AddProbe(L"P1"), {0x11, 0x22});
@@ -103,19 +94,6 @@ TEST_F(Sessions, TargetOfAnotherProcessIsInUseUntilReleased) {
   EXPECT_EQ(probe.targets[0].ownerPID, 0u);
   EXPECT_EQ(AcquireFor(L"P1", 0, OwnPid()), TzErrorCode::SUCCESS);
   EXPECT_NE(handle_, theirs) << "a handle that a client may still hold was given out again";
-}
-
-TEST_F(Sessions, HandlesThatNameNoSessionAreNotAcquired) {
-  ProbeEntry& probe = AddProbe(L"P1");
-  SetTargets(probe, {0x11, 0x22});
-  const std::int64_t handle = Acquire(probe);
-  const std::int64_t kWrong[] = {0, handle + 1, handle | (std::int64_t{1} << 32), -handle};
-  for (const std::int64_t wrong : kWrong) {
-    EXPECT_EQ(Release(wrong), TzErrorCode::NOT_ACQUIRED) << wrong;
-    EXPECT_EQ(log_.Take(), Failure("ReleaseDevice", TzErrorCode::NOT_ACQUIRED));
-  }
-  EXPECT_EQ(Release(handle), TzErrorCode::SUCCESS);
-  EXPECT_EQ(Release(handle), TzErrorCode::NOT_ACQUIRED);
 }
 
 TEST_F(Sessions, EndOfTheObjectReleasesNoTarget) {
@@ -229,50 +207,6 @@ TEST_F(Sessions, ProcessIdZeroOwnsNothing) {
   EXPECT_EQ(AcquireFor(L"P1", 0, static_cast<LONG>(other.Id())), TzErrorCode::SUCCESS);
   EXPECT_EQ(handle_, unowned);
   EXPECT_EQ(probe.targets[0].ownerPID, other.Id());
-}
-
-TEST_F(Sessions, EveryHandleMethodRefusesAReleasedHandle) {
-  ProbeEntry& probe = AddProbe(L"P1");
-  SetTargets(probe, {0x11});
-  const std::int64_t handle = Acquire(probe);
-  ASSERT_EQ(Release(handle), TzErrorCode::SUCCESS);
-  const Array data({1, 2, 3});
-  const struct {
-    const char* name;
-    std::function<HRESULT(SAFEARRAY**)> call;
-  } kMethods[] = {
-      {"SendJtagPacket",
-       [&](SAFEARRAY** r) { return object_->SendJtagPacket(data, 1, handle, r, &error_); }},
-      {"SendSwdPacket",
-       [&](SAFEARRAY** r) { return object_->SendSwdPacket(data, handle, r, &error_); }},
-      {"RequestSwvPackets",
-       [&](SAFEARRAY** r) { return object_->RequestSwvPackets(handle, r, &error_); }},
-      {"BulkTransfer",
-       [&](SAFEARRAY** r) {
-         return object_->BulkTransfer(TzWirefoxEndPoint::EP1, data, 0, handle, r, &error_);
-       }},
-      {"RequestEtmPackets",
-       [&](SAFEARRAY** r) { return object_->RequestEtmPackets(handle, r, &error_); }},
-      {"SendI2CPacket",
-       [&](SAFEARRAY** r) { return object_->SendI2CPacket(data, handle, 0, r, &error_); }},
-      {"PortAcquire(wfxHandle)",
-       [&](SAFEARRAY**) {
-         return object_->PortAcquire(TzProgrammingMode::RESET, 0, 0, 0, 0, 0, handle, &error_);
-       }},
-  };
-  for (const std::uint32_t mode : {0u, 1u, 2u, 4u, 12u, 32u}) {
-    probe.mode = mode;
-    for (const auto& method : kMethods) {
-      SCOPED_TRACE(testing::Message() << method.name << " in mode " << mode);
-      log_.Take();
-      Result result;
-      EXPECT_EQ(method.call(&result), S_OK);
-      EXPECT_EQ(error_, TzErrorCode::NOT_ACQUIRED);
-      EXPECT_FALSE(result.IsSet());
-      EXPECT_EQ(log_.Take(), Failure(method.name, TzErrorCode::NOT_ACQUIRED));
-    }
-  }
-  EXPECT_EQ(device_->TakeCalls(), Calls{});
 }
 
 TEST_F(Sessions, ProbesAreListedInTableOrderAfterBothPasses) {

@@ -1,0 +1,62 @@
+// The methods of the client object that have an outcome, each with what it refuses and what it
+// does.
+#pragma once
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/unit/api/api_fixture.h"
+
+inline constexpr std::uint8_t kUnwritten = 0xEE;
+
+// Arguments and outputs of one call. A session handle and an array are used where a method has one.
+struct Call {
+  Call() { std::memset(&status, kUnwritten, sizeof(status)); }
+
+  bool OutputsAreUnwritten() const {
+    return !result.IsSet() && number == kUnwritten && status.ACTIVE_INTERFACE == kUnwritten;
+  }
+
+  BSTR name = nullptr;
+  std::int64_t handle = 0;
+  SAFEARRAY* data = nullptr;
+  Result result;
+  LONG number = kUnwritten;
+  std::int64_t acquired = 0;  // is cleared in any case
+  TzWFXStatus status;
+  TzErrorCode error = TzErrorCode(-1);
+};
+
+// How it finds its probe, and whose sessions on the probe stand in its way.
+enum class By { kNothing, kName, kSession };
+enum class Blocked { kNever, kByAnotherOwner, kByAnyOwner };
+
+struct Method {
+  const char* name;  // in the log
+  std::function<HRESULT(CTzWirefox&, Call&)> call;
+  By by = By::kName;
+  Blocked blocked = Blocked::kNever;
+  // The operations of the probe that it calls, in order; JTAG alone goes past the recording.
+  std::vector<std::string> operations = {};
+  std::vector<std::uint32_t> modes = {};  // recorded modes that it accepts; all when empty
+  // For those that take bytes: the result's size for so many, and whether there is a result even
+  // when the bytes cannot be had.
+  std::size_t (*result_size)(std::size_t) = nullptr;
+  bool always_result = false;
+
+  TzErrorCode Unknown() const {
+    if (by == By::kSession) return TzErrorCode::NOT_ACQUIRED;
+    return name == std::string("AcquireDevice") ? TzErrorCode::INVALID_DEVICE
+                                                : TzErrorCode::INVALID_PARAM;
+  }
+
+  // The recording probe object has no endpoints, so that no JTAG packet gets anywhere.
+  TzErrorCode Done() const {
+    return name == std::string("SendJtagPacket") ? TzErrorCode::WFX_ERROR : TzErrorCode::SUCCESS;
+  }
+};
+
+// Their calls have arguments that reach the probe.
+const std::vector<Method>& Methods();
