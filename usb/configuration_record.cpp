@@ -51,7 +51,7 @@ std::size_t BuildEndPoints(InterfaceRecord& record, std::uint8_t endpoint_count,
   std::size_t total = 0;
   int foreign = 0;
   std::size_t slot = 1;
-  while (slot <= endpoint_count && HoldsDescriptor(bytes, offset, 2)) {
+  while (slot <= endpoint_count && HoldsDescriptor(bytes, offset, 1)) {
     const std::uint8_t length = bytes[offset + kLength];
     total += length;
     if (bytes[offset + kType] == usb_standard::kEndpointDescriptor) {

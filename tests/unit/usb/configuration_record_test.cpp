@@ -82,6 +82,7 @@ TEST(ConfigurationRecord, DescriptorsBecomeInterfacesAndEndpoints) {
       {"an interface cut off", "09 04 00 00 01 FF ", ""},
       {"an interface that is too short", "08 04 00 00 01 FF 00 00 " + interface + endpoint,
        "0.0:FF(16)*1 84"},
+      {"a descriptor of one byte is passed over", interface + "01 " + endpoint, "0.0:FF(17)*1 84"},
       {"length 0 ends the walk", "00 24 " + interface + endpoint, ""},
       {"length 0 among endpoints ends theirs", interface + "00 05 84 02 00 02 00 ",
        "0.0:FF(9)*1 --"},
