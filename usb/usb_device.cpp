@@ -68,6 +68,10 @@ bool CTzUSBDevice::OpenDriver(std::uint8_t index) {
 }
 
 void CTzUSBDevice::Close() {
+  // The handle first: that ends what is in flight, and the records that the driver writes into go
+  // with the endpoints.
+  const HANDLE driver = std::exchange(driver_, INVALID_HANDLE_VALUE);
+  const bool closed = driver == INVALID_HANDLE_VALUE || CloseHandle(driver);
   ClearEndPointReferences();
   control_endpoint_.reset();
   for (auto& configuration : configurations_) configuration.reset();
@@ -77,9 +81,7 @@ void CTzUSBDevice::Close() {
   interface_count_ = 0;
   setting_count_ = 0;
   configuration_count_ = 0;
-  if (!IsOpen()) return;
-  const HANDLE driver = std::exchange(driver_, INVALID_HANDLE_VALUE);
-  if (!CloseHandle(driver)) throw std::runtime_error("Failed to close handle to driver.");
+  if (!closed) throw std::runtime_error("Failed to close handle to driver.");
 }
 
 // What the last device told must not pass for the next one's, which may tell less.

@@ -197,6 +197,15 @@ TEST_F(EndPointTest, TransfersInFlightEndBeforeTheirBuffersMayGo) {
   bus_.ExpectPlayed();
 }
 
+TEST_F(EndPointTest, ClosingTheDeviceEndsWhatIsInFlight) {
+  bus_.Play("in 84 8 -> silent");
+  OVERLAPPED overlapped = Overlapped();
+  Bytes data(8);
+  EXPECT_NE(nullptr, EndPoint(0x84).StartTransfer(data.data(), 8, &overlapped));
+  device_.Close();
+  EXPECT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(event_.Get(), 0));
+}
+
 TEST_F(EndPointTest, WithoutADriverNothingIsStarted) {
   const std::uint8_t descriptor[] = {7, 5, 0x02, 2, 0x00, 0x02, 0};
   CTzBulkEndPoint endpoint(INVALID_HANDLE_VALUE, descriptor);
