@@ -56,11 +56,11 @@ bool CTzUSBDevice::OpenDriver(std::uint8_t index) {
   if (index >= DeviceCount()) return false;
   const std::optional<std::wstring> path = DevicePathAt(interface_guid_, index);
   if (!path) return false;
-  // The path tells attachments apart, so one that does not fit is refused rather than cut.
   const std::string narrow = NarrowText(*path);
-  if (narrow.size() >= kPathBytes) return false;
   device_path_ = {};
-  std::ranges::copy(narrow, device_path_.begin());
+  narrow.copy(device_path_.data(), kPathBytes - 1);
+  // The path tells attachments apart: a device whose path does not fit is shown, but not opened.
+  if (narrow.size() >= kPathBytes) return false;
   driver_ =
       CreateFileW(path->c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                   nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);

@@ -210,11 +210,13 @@ TEST_F(UsbDeviceTest, WithoutAConfigurationItStaysOpenWithoutEndpoints) {
 TEST_F(UsbDeviceTest, PathThatDoesNotFitIsRefused) {
   for (const std::size_t length : {255U, 256U}) {
     ScriptedDevice probe;
-    probe.name = std::string(length - Named("").Path().size(), 'n');
+    probe.name = std::string(length - Named("").Path().size(), length == 255 ? 'n' : 'm');
     probe.descriptors[0x0303] = ScriptedDevice::String("WFX");
     bus_.SetDevices({probe});
     EXPECT_EQ(length == 255, device_.Open(0));
     EXPECT_EQ(length == 255, device_.IsOpen());
+    // Shown all the same, and not the device that was open before.
+    EXPECT_EQ(probe.Path().substr(0, 255), device_.DevicePath());
   }
 }
 
