@@ -194,14 +194,16 @@ bool CTzUSBEndPoint::AbortTransfers() { return SendPipeRequest(driver_request::k
 
 bool CTzUSBEndPoint::ResetPipe() { return SendPipeRequest(driver_request::kResetPipe); }
 
+std::uint32_t CTzUSBEndPoint::WholePackets(std::uint32_t size) const {
+  if (max_packet_size_ == 0) return size;
+  const std::uint64_t packets = (std::uint64_t{size} + max_packet_size_ - 1) / max_packet_size_;
+  return static_cast<std::uint32_t>(packets * max_packet_size_);
+}
+
 void CTzUSBEndPoint::SetTransferSize(std::uint32_t size) {
   if (driver_ == INVALID_HANDLE_VALUE) return;
-  std::uint64_t rounded = size;
-  if (max_packet_size_ != 0) {
-    rounded = (rounded + max_packet_size_ - 1) / max_packet_size_ * max_packet_size_;
-  }
   std::array<std::uint8_t, driver_request::kTransferSizeBytes> request{address_};
-  StoreLe32(request.data() + 1, static_cast<std::uint32_t>(rounded));
+  StoreLe32(request.data() + 1, WholePackets(size));
   std::uint32_t returned = 0;
   CallDriver(driver_, driver_request::kSetTransferSize, request, request, returned);
 }

@@ -94,8 +94,11 @@ class CTzUSBEndPoint {
   bool AbortTransfers();
   bool ResetPipe();
 
-  // Tells the driver to move data in pieces of `size` bytes, rounded up to whole packets.
+  // Tells the driver to move data in pieces of WholePackets(size) bytes.
   void SetTransferSize(std::uint32_t size);
+
+  // `size` bytes rounded up to a multiple of the packet size.
+  std::uint32_t WholePackets(std::uint32_t size) const;
 
   std::uint8_t Address() const { return address_; }
   std::uint8_t Attributes() const { return attributes_; }

@@ -44,14 +44,25 @@ TEST_F(UsbDeviceTest, OpeningReadsTheDescriptorsInTheirOrder) {
 }
 
 TEST_F(UsbDeviceTest, FirstOfAKindIsTheFirstInDescriptorOrder) {
+  // Address and attributes; the first has synchronisation bits, so that its place stays empty.
+  const std::uint8_t endpoints[][2] = {{0x81, 5}, {0x86, 2}, {0x02, 2}, {0x84, 2}, {0x01, 2},
+                                       {0x83, 3}, {0x03, 3}, {0x85, 1}, {0x05, 1}};
   ScriptedDevice probe;
-  probe.endpoints = {0x86, 0x02, 0x84, 0x01};
+  Bytes descriptor = {9, 2, 81, 0, 1, 1, 0, 0x80, 50, 9, 4, 0, 0, 9, 0xFF, 0, 0, 0};
+  for (const auto& [address, attributes] : endpoints) {
+    descriptor.insert(descriptor.end(), {7, 5, address, attributes, 64, 0, 1});
+  }
+  probe.descriptors[0x0200] = descriptor;
   bus_.SetDevices({probe});
   ASSERT_TRUE(device_.Open(0));
+  EXPECT_EQ(10, device_.EndPointCount());
+  EXPECT_EQ(nullptr, device_.EndPoint(1));
   EXPECT_EQ(0x86, device_.FirstBulkIn()->Address());
   EXPECT_EQ(0x02, device_.FirstBulkOut()->Address());
-  EXPECT_EQ(nullptr, device_.FirstInterruptIn());
-  EXPECT_EQ(nullptr, device_.FirstIsocOut());
+  EXPECT_EQ(0x83, device_.FirstInterruptIn()->Address());
+  EXPECT_EQ(0x03, device_.FirstInterruptOut()->Address());
+  EXPECT_EQ(0x85, device_.FirstIsocIn()->Address());
+  EXPECT_EQ(0x05, device_.FirstIsocOut()->Address());
 }
 
 TEST_F(UsbDeviceTest, OnlyPresentIndexesOpen) {

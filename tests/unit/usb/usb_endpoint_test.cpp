@@ -219,6 +219,20 @@ TEST_F(EndPointTest, WithoutADriverNothingIsStarted) {
   EXPECT_FALSE(endpoint.ResetPipe());
 }
 
+TEST_F(EndPointTest, TransferSizesAreWholePackets) {
+  struct Case {
+    std::uint8_t packet_size;
+    std::uint32_t size;
+    std::uint32_t rounded;
+  };
+  for (const Case& c :
+       {Case{64, 100, 128}, Case{64, 128, 128}, Case{64, 0, 0}, Case{0, 100, 100}}) {
+    const std::uint8_t descriptor[] = {7, 5, 0x02, 2, c.packet_size, 0, 0};
+    const CTzBulkEndPoint endpoint(INVALID_HANDLE_VALUE, descriptor);
+    EXPECT_EQ(c.rounded, endpoint.WholePackets(c.size)) << c.size;
+  }
+}
+
 TEST_F(EndPointTest, LargeBufferedTransfersArriveWhole) {
   Bytes data(200000);
   for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<std::uint8_t>(i * 7 >> 3);
