@@ -48,9 +48,9 @@ class RequestRecord {
 // OVERLAPPED stay alive and untouched.
 class CTzUSBEndPoint {
  public:
-  // `driver` is the handle of the opened device, which outlives the endpoint, or the invalid-handle
-  // value. `descriptor` is null (then the fields stay zero) or has the 7 bytes of an endpoint
-  // descriptor, which are copied.
+  // `driver` is the handle of the opened device, open as long as the endpoint is used, or the
+  // invalid-handle value. `descriptor` is null (then the fields stay zero) or has the 7 bytes of an
+  // endpoint descriptor, which are copied.
   CTzUSBEndPoint(HANDLE driver, const std::uint8_t* descriptor);
   CTzUSBEndPoint(const CTzUSBEndPoint&) = delete;
   CTzUSBEndPoint& operator=(const CTzUSBEndPoint&) = delete;
