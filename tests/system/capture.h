@@ -19,4 +19,7 @@ struct ControlRequest {
 // In the order of the file. Throws std::runtime_error when the file is not what it should be.
 std::vector<ControlRequest> ReadControlRequests(const std::filesystem::path& path);
 
+// What each device was sent through an OUT endpoint, in one piece; by the devices' numbers.
+std::vector<std::string> ReadBulkOut(const std::filesystem::path& path, std::uint8_t endpoint);
+
 }  // namespace system_test
