@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/windows/kernel_handle.h"
+#include "platform/windows/virtual_bus/virtual_bus.h"
 #include "sim/server/host.h"
 #include "sim/server/pipe_server.h"
 
@@ -36,6 +36,17 @@ BOOL WINAPI HandleConsoleControl(DWORD control) {
   return TRUE;
 }
 
+// The devices go through the virtual bus driver, the commands through the pipe.
+class WindowsServer : public BenchServer {
+ public:
+  WindowsServer(Bench& bench, const std::string& place, std::function<void()> stop)
+      : devices_(bench), commands_(bench, place, std::move(stop)) {}
+
+ private:
+  virtual_bus::VirtualBus devices_;
+  PipeServer commands_;
+};
+
 }  // namespace
 
 EndOfRun::EndOfRun() {
@@ -55,11 +66,13 @@ std::string ListeningPlace(const std::string& given) {
   return given.find('\\') == std::string::npos ? kPipes + given : given;
 }
 
+// The system remembers every path that it ever had, and one simulator runs at a time: so paths are
+// those of the last run.
 std::string RunName() { return {}; }
 
 std::unique_ptr<BenchServer> OfferBench(Bench& bench, const std::string& place,
                                         std::function<void()> stop) {
-  return std::make_unique<PipeServer>(bench, place, std::move(stop));
+  return std::make_unique<WindowsServer>(bench, place, std::move(stop));
 }
 
 std::unique_ptr<ControlStream> ConnectTo(const std::string& place, std::string& error) {
