@@ -41,7 +41,8 @@ class CTzWfxDevice : public CTzDevice {
   [[nodiscard]] std::uint32_t I2CUpdateRestartPos(std::uint8_t value);
 
   // One transfer to, or from, the engine. A time-out gives kTransferFailed; after one of a read,
-  // the next write first empties the reply pipe. `num_rx_bytes`: room, then bytes received.
+  // the next write first empties the reply pipe. kNotPossible without the endpoint, 0x84 being
+  // needed for that emptying, too. `num_rx_bytes`: room, then bytes received.
   [[nodiscard]] std::uint32_t I2COutXfer(std::uint32_t num_tx_bytes, const std::uint8_t* reqdata);
   [[nodiscard]] std::uint32_t I2CInXfer(std::uint32_t& num_rx_bytes, std::uint8_t* resultdata);
 
@@ -64,7 +65,7 @@ class CTzWfxDevice : public CTzDevice {
 
   [[nodiscard]] std::uint32_t PrepareI2C();
   void DrainReplies();
-  void DrainLateReply();
+  [[nodiscard]] bool DrainLateReply();
   [[nodiscard]] std::uint32_t WriteRestartPosition(std::uint8_t value);
   [[nodiscard]] std::uint32_t I2CStartTransfer(std::uint8_t bControl, std::uint32_t bLong,
                                                std::span<const std::uint8_t> bfr,

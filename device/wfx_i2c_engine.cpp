@@ -46,7 +46,9 @@ std::uint32_t CTzWfxDevice::I2COutXfer(std::uint32_t num_tx_bytes, const std::ui
   if (endpoint == nullptr) {
     return LogFailure("CTzWfxDevice::I2COutXfer", device_status::kNotPossible);
   }
-  if (read_failed_ != 0) DrainLateReply();
+  if (read_failed_ != 0 && !DrainLateReply()) {
+    return LogFailure("CTzWfxDevice::I2COutXfer", device_status::kNotPossible);
+  }
   StreamPipe pipe(*endpoint, kOutEventName);
   std::uint32_t sent = num_tx_bytes;
   const std::uint32_t status = pipe.TransferOnce(SentBytes(reqdata), sent)
@@ -55,16 +57,18 @@ std::uint32_t CTzWfxDevice::I2COutXfer(std::uint32_t num_tx_bytes, const std::ui
   return LogFailure("CTzWfxDevice::I2COutXfer", status);
 }
 
-// The reply to the read that timed out may still come; it must not answer the next one.
-void CTzWfxDevice::DrainLateReply() {
+// The reply to the read that timed out may still come; it must not answer the next one. False on a
+// probe that cannot reply at all: there the packet would only seem to have done its work.
+bool CTzWfxDevice::DrainLateReply() {
   CTzUSBEndPoint* const endpoint = GetEndPoint(probe::kEndpointStreamIn);
-  if (endpoint == nullptr) return;
+  if (endpoint == nullptr) return false;
   const std::uint32_t timeout_ms = endpoint->TimeoutMs();
   endpoint->SetTimeoutMs(kDrainTimeoutMs);
   std::vector<std::uint8_t> scrap(endpoint->MaxPacketSize());
   auto length = static_cast<std::uint32_t>(scrap.size());
   static_cast<void>(I2CInXfer(length, scrap.data()));
   endpoint->SetTimeoutMs(timeout_ms);
+  return true;
 }
 
 std::uint32_t CTzWfxDevice::I2CInXfer(std::uint32_t& num_rx_bytes, std::uint8_t* resultdata) {

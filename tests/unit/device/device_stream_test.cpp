@@ -2,6 +2,7 @@
 #include <array>
 
 #include "device/device.h"
+#include "device/wfx_device.h"
 #include "tests/unit/device/device_fixture.h"
 #include "usb/usb_endpoint.h"
 
@@ -391,6 +392,8 @@ TEST_F(NoReplyEndpointTest, ExchangesAreRefusedBeforeAnythingIsSent) {
   EXPECT_EQ(device.SWDXfer(1, bytes.data(), length, bytes.data()), 6U);
   EXPECT_EQ(length, 2U);
   EXPECT_EQ(device.RetrievePortAcquireResponse(length, bytes.data()), 6U);
+  CTzWfxDevice wirefox(0, false);
+  EXPECT_EQ(wirefox.I2COutXfer(2, bytes.data()), 5U);
 }
 
 }  // namespace
