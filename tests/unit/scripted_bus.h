@@ -99,25 +99,13 @@ struct ScriptedDevice {
     const auto low = [](std::uint16_t v) { return static_cast<std::uint8_t>(v); };
     const auto high = [](std::uint16_t v) { return static_cast<std::uint8_t>(v >> 8); };
     switch (value) {
-      case 0x0100:
-        return {18,
-                1,
-                0x00,
-                0x02,
-                0xFF,
-                0,
-                0,
-                64,
-                low(vendor_id),
-                high(vendor_id),
-                low(product_id),
-                high(product_id),
-                0x01,
-                0x00,
-                1,
-                2,
-                3,
-                1};
+      case 0x0100: {
+        Bytes bytes = HexBytes("12 01 00 02 FF 00 00 40 00 00 00 00 01 00 01 02 03 01");
+        const std::uint8_t ids[] = {low(vendor_id), high(vendor_id), low(product_id),
+                                    high(product_id)};
+        std::copy(std::begin(ids), std::end(ids), bytes.begin() + 8);
+        return bytes;
+      }
       case 0x0200:
         return Configuration();
       case 0x0300:
