@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -53,6 +55,21 @@ class ScriptedProbeTest : public testing::Test {
     bus_.Play(script);
   }
   void ExpectPlayed() { bus_.ExpectPlayed(); }
+
+  // `operation`, which makes the exchanges of `script`, ends in failure with each of its control
+  // requests that fails, and asks for nothing more.
+  void ExpectEndsAtEachFailure(const std::function<std::uint32_t()>& operation,
+                               const std::string& script) {
+    std::istringstream lines(script);
+    std::string before;
+    for (std::string line; std::getline(lines, line); before += line + "\n") {
+      if (line.find("C0 ") == std::string::npos) continue;
+      SCOPED_TRACE("fails: " + line);
+      Play(before + line.substr(0, line.find("->")) + "-> stall");
+      EXPECT_NE(operation(), 0U);
+      ExpectPlayed();
+    }
+  }
 
   LogCapture log_;
   test_host::TestClock clock_;

@@ -91,6 +91,35 @@ TEST_F(WirefoxTest, RestartPositionThatCannotBeReadFailsTheModeSwitchAndCountsAs
   EXPECT_EQ(device_.I2CUpdateRestartPos(0), 0U);
 }
 
+TEST_F(WirefoxTest, I2cModeEnteredAgainForgetsAllThatWasKnown) {
+  EnterI2c();
+  Play(R"(C0 43 88 81 00 00 10 00 -> 00*16
+                 out 02 : A0 10 A1 00*2 -> ok
+                 out 01 : 10 01 50 AA -> ok)");
+  EXPECT_EQ(Request({0x04, 0x01, 0x50, 0x02, 0xD0, 0x10}), 0U);
+  EXPECT_EQ(Request({0x10, 0x01, 0x50, 0xAA}), 0U);
+
+  // The power counts as off while it cannot be asked for; the reply is a translated one, of one
+  // phase.
+  Play(R"(C0 41 00 00 00 00 03 00 -> 00*3
+                 C0 41 02 01 00 00 03 00 -> 00*3
+                 C0 43 08 00 00 00 08 00 -> 00*8
+                 in 81 64 -> 01
+                 C0 56 00 00 00 00 0F 00 -> stall)");
+  EXPECT_EQ(device_.SetMode(kI2c, true), 0U);
+  Bytes reply(8, 0x0E);
+  std::uint32_t length = 8;
+  EXPECT_EQ(device_.BulkXfer(0x81, reply.data(), length, kI2c), 0U);
+  EXPECT_EQ(length, 8U);
+  EXPECT_EQ(reply, Bytes(8, 0));
+
+  clock_.Advance(1000);
+  Play(std::string(kPowered) + R"(
+                 in 84 512 -> 01 02 03         # what was left over
+                 out 02 : A0 AA -> ok)");
+  EXPECT_EQ(Request({0x00, 0x01, 0x50, 0xAA}), 0U);
+}
+
 TEST_F(WirefoxTest, OtherModesAndRefusedOnesDoNotTouchTheEngine) {
   Play(R"(C0 41 00 00 00 00 03 00 -> 00*3
                  C0 41 04 01 00 00 03 00 -> 00*3
@@ -377,6 +406,18 @@ TEST_F(WirefoxTest, NativeRequestIsPassedThroughTogetherWithItsReply) {
     EXPECT_EQ(Request({0x01, 0x01, 0x50}), 0U);
     ExpectPlayed();
   }
+}
+
+TEST_F(WirefoxTest, WhatABufferHoldsBeforeAReadOrInAnotherModeSwitchesThePassThroughOnToo) {
+  EnterI2c();
+  Bytes preset = {0x20, 0x00, 0x00};
+  std::uint32_t length = 3;
+  Play("in 81 3 -> 01 02 03");
+  EXPECT_EQ(device_.BulkXfer(0x81, preset.data(), length, kI2c), 0U);
+  preset = {0x00, 0x00, 0x80};
+  Play("out 02 : 00 00 80 -> ok\n out 01 : 01 01 50 -> ok");
+  EXPECT_EQ(device_.BulkXfer(0x02, preset.data(), length, 4), 0U);
+  EXPECT_EQ(Request({0x01, 0x01, 0x50}), 0U);
 }
 
 TEST_F(WirefoxTest, OutsideI2cModeBulkDataIsNotTranslated) {
