@@ -1,6 +1,7 @@
 #include "config/device_configure.h"
 
 #include <algorithm>
+#include <cwchar>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -32,6 +33,14 @@ bool OpenPatiently(CTzUSBDevice& enumerator, std::uint8_t index, const char* lab
   }
   Log(LOG_ERROR, label, "Unable to open device %s. Skipping", enumerator.DevicePath());
   return false;
+}
+
+// A device that left while `usb` was opening it tells less than it told the enumerator.
+bool IsSameDevice(const CTzUSBDevice& usb, const CTzUSBDevice& enumerator) {
+  return usb.IsOpen() && std::string_view(usb.DevicePath()) == enumerator.DevicePath() &&
+         usb.VendorId() == enumerator.VendorId() && usb.ProductId() == enumerator.ProductId() &&
+         usb.EndPointCount() == enumerator.EndPointCount() &&
+         std::wcscmp(usb.SerialNumber(), enumerator.SerialNumber()) == 0;
 }
 
 }  // namespace
@@ -97,9 +106,11 @@ bool CTzDeviceConfigure::RunConfigurationPass(CTzUSBDevice& enumerator, const Fa
 std::unique_ptr<CTzDevice> CTzDeviceConfigure::MakeDeviceAt(const CTzUSBDevice& enumerator,
                                                             std::uint8_t index, bool set_timeouts,
                                                             const Family& family) {
-  std::unique_ptr<CTzDevice> device = MakeDevice(index, set_timeouts);
-  const CTzUSBDevice& usb = *device->GetUSBDevice();
-  if (usb.IsOpen() && std::string_view(usb.DevicePath()) == enumerator.DevicePath()) return device;
+  try {
+    std::unique_ptr<CTzDevice> device = MakeDevice(index, set_timeouts);
+    if (IsSameDevice(*device->GetUSBDevice(), enumerator)) return device;
+  } catch (const std::runtime_error&) {  // NOLINT: it could not let go of the first device
+  }
   Log(LOG_ERROR, family.pass_label, "Unable to open device %s. Skipping", enumerator.DevicePath());
   return nullptr;
 }

@@ -138,6 +138,56 @@ TEST_F(PassTest, DeviceThatDoesNotOpenIsSkippedAfterThreeAttempts) {
   EXPECT_EQ((std::vector<std::wstring>{L"B", L"A"}), Names());
 }
 
+// A bus on which the devices become others after the second open: the first is the pass's look at a
+// device, two more make the device object.
+class ChangingBus : public unit::ScriptedBus {
+ public:
+  std::unique_ptr<probe_driver::UsbDevice> OpenDevice(const std::string& path) override {
+    auto device = ScriptedBus::OpenDevice(path);
+    if (OpensSoFar() == 2) SetDevices(changed);
+    return device;
+  }
+
+  std::vector<unit::ScriptedDevice> changed;
+};
+
+TEST_F(PassTest, DeviceThatChangesWhileItsObjectIsMadeIsNotTaken) {
+  const std::uint16_t product = NewEvkProduct();
+  const unit::ScriptedDevice device = Device(product, "B");
+  const auto lacking = [&](std::uint16_t descriptor) {
+    unit::ScriptedDevice changed = device;
+    changed.descriptors[descriptor] = {};
+    return std::vector{changed};
+  };
+  struct Case {
+    const char* what;
+    std::vector<unit::ScriptedDevice> changed;
+  };
+  const Case cases[] = {
+      {"it has left", {}},
+      {"the index names another one", {Device(product, "A")}},
+      {"its ids cannot be read", lacking(0x0100)},
+      {"its name cannot be read", lacking(0x0303)},
+      {"its endpoints cannot be read", lacking(0x0200)},
+  };
+  for (const Case& c : cases) {
+    ChangingBus bus;
+    bus.SetDevices({device});
+    bus.changed = c.changed;
+    test_host::UseBus(&bus);
+    EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_)) << c.what;
+    EXPECT_TRUE(Names().empty()) << c.what;
+    EXPECT_EQ(
+        "[CTzEvkConfigure::UpdateState]Unable to open device " + Path(product, "B") + ". Skipping",
+        log_.Lines().back())
+        << c.what;
+    bus.SetDevices({});
+    evk_.UpdateState(enumerator_);
+    enumerator_.Close();
+    test_host::UseBus(&bus_);
+  }
+}
+
 TEST_F(PassTest, ProbeThatCannotBeOpenedLosesItsEntry) {
   const std::uint16_t product = NewEvkProduct();
   bus_.SetDevices({Device(product, "A")});
