@@ -66,7 +66,8 @@ std::uint32_t DownloadFirmware(CTzDevice& device, const std::string& file_settin
                                const char* label, std::uint32_t request_failed) {
   const std::string path = FirmwarePath(file_setting);
   errno = 0;
-  std::ifstream file(path, std::ios::binary);
+  // As text, which ends at a Ctrl-Z on hosts that know one.
+  std::ifstream file(path);
   if (!file && NameHasNoFile(errno)) return kNoFirmwareFile;
   const CTzUSBDevice& usb = *device.GetUSBDevice();
   Log(LOG_XFER, label, "Programming KX7 of device VID=%4.4X, PID=%4.4X with hex file %s",
