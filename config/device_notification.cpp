@@ -26,6 +26,7 @@ constexpr UINT_PTR kTimerId = 0x11112222;
 constexpr UINT kTimerPeriodMs = 5000;
 constexpr DWORD kPollPauseMs = 1;
 constexpr DWORD kNoWindowExitCode = 0xFFFFFFFF;
+constexpr DWORD kLongestStartMs = 5000;
 
 // Never destroyed: the notification thread and the last client call outlive the end of main.
 std::wstring& DevicesChangedPath() {
@@ -35,6 +36,10 @@ std::wstring& DevicesChangedPath() {
 
 // Set and read on the notification thread alone.
 bool quit = false;
+
+// Signalled when the notification thread has registered, or cannot. Made before the thread and,
+// like it, there until the process ends; null when the system had no event.
+HANDLE watching = nullptr;
 
 // A name as the file shows it: by the conversion of the "C" locale, in which the process runs, or,
 // when that cannot represent a character, all of it in the host's narrow character set.
@@ -97,12 +102,14 @@ void HandleMessages(HWND window) {
 DWORD WINAPI NotificationThread(LPVOID parameter) {
   const HWND window = CreateNotificationWindow(static_cast<HINSTANCE>(parameter));
   if (window == nullptr) {
+    SetEvent(watching);
     // Kept although a service's box may be seen by nobody: this thread has nothing else to do.
     MessageBoxW(nullptr, kNoWindowText, L"Error", MB_OK);
     return kNoWindowExitCode;
   }
   const UINT_PTR timer = SetTimer(window, kTimerId, kTimerPeriodMs, nullptr);
   RegisterForNotifications(window);
+  SetEvent(watching);
   HandleMessages(window);
   DestroyWindow(window);
   if (timer != 0) KillTimer(window, kTimerId);
@@ -118,16 +125,23 @@ bool Announce(bool changed) {
 }  // namespace
 
 void StartDeviceDiscovery(HINSTANCE instance, const wchar_t* path) {
-  // Taken before the thread starts: it must not handle a message while the list below is
-  // incomplete.
-  const DeviceTableGuard guard;
-  // The thread is left to itself until the process ends; its handle is of no use.
-  const KernelHandle thread(CreateThread(nullptr, 0, NotificationThread, instance, 0, nullptr));
-  if (!thread) Log(LOG_ERROR, "StartDeviceDiscovery", "Error %u occured.", GetLastError());
-  DevicesChangedPath() = path;
-  OpenDevicesChangedFile();
-  Configurators().push_back(new CTzEvkConfigure);
-  Configurators().push_back(new CTzWfxConfigure);
+  watching = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  KernelHandle thread;
+  {
+    // Taken before the thread starts: it must not handle a message while the list below is
+    // incomplete.
+    const DeviceTableGuard guard;
+    // The thread is left to itself until the process ends.
+    thread.Reset(CreateThread(nullptr, 0, NotificationThread, instance, 0, nullptr));
+    if (!thread) Log(LOG_ERROR, "StartDeviceDiscovery", "Error %u occured.", GetLastError());
+    DevicesChangedPath() = path;
+    OpenDevicesChangedFile();
+    Configurators().push_back(new CTzEvkConfigure);
+    Configurators().push_back(new CTzWfxConfigure);
+  }
+  // A fresh probe that the caller's refresh gives its firmware comes back at once, and would do so
+  // unnoticed. A system that is slower than this is not waited for.
+  if (thread) WaitForSingleObject(watching, kLongestStartMs);
 }
 
 const wchar_t* GetDevicesChangedPath() {

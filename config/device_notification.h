@@ -7,8 +7,9 @@
 #include <cstdint>
 
 // Starts device handling: the notification thread, the empty devices-changed file at `path` (which
-// is copied) and the configuration objects. Called once, before the service runs. Takes the
-// device-table lock.
+// is copied) and the configuration objects. Arrivals and removals are noticed from its return on.
+// Called once, before the service runs. Takes the device-table lock, which the caller does not
+// hold.
 void StartDeviceDiscovery(HINSTANCE instance, const wchar_t* path);
 
 // The path of the devices-changed file, for the life of the process; null before
