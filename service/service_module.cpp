@@ -157,20 +157,25 @@ int CTzWirefoxServiceModule::RunAsService() {
   if (StartServiceCtrlDispatcherW(table) == FALSE) return static_cast<int>(GetLastError());
   // The dispatcher may return as soon as the service has reported that it stopped, while its thread
   // still has its last words to say.
-  service_thread_.wait(ServiceThread::kRunning);
+  std::unique_lock lock(service_thread_mutex_);
+  service_thread_ended_.wait(lock, [this] { return !service_thread_runs_; });
   return static_cast<int>(status_.dwWin32ExitCode);
 }
 
 void CTzWirefoxServiceModule::ServiceMain() {
-  service_thread_ = ServiceThread::kRunning;
-  struct AtEnd {
-    std::atomic<ServiceThread>& thread;
-    ~AtEnd() {
-      thread = ServiceThread::kEnded;
-      thread.notify_all();
-    }
-  } const at_end{service_thread_};
+  SetServiceThreadRuns(true);
+  RunServiceThread();
+  // The last that it does with the module, which may be gone when this returns.
+  SetServiceThreadRuns(false);
+}
 
+void CTzWirefoxServiceModule::SetServiceThreadRuns(bool runs) {
+  const std::lock_guard lock(service_thread_mutex_);
+  service_thread_runs_ = runs;
+  service_thread_ended_.notify_all();
+}
+
+void CTzWirefoxServiceModule::RunServiceThread() {
   if (!InstallControlHandler()) {
     LogServiceEvent(L"Handler not installed");
     return;

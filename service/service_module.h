@@ -7,6 +7,7 @@
 #include <winsvc.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <mutex>
 #include <string>
 
@@ -55,6 +56,8 @@ class CTzWirefoxServiceModule : public api::ModuleLock, public RegistrationNames
  private:
   int Start();
   int RunAsService();
+  void RunServiceThread();
+  void SetServiceThreadRuns(bool runs);
   HRESULT Run();
   bool InstallControlHandler();
   void SetServiceState(DWORD state);
@@ -72,6 +75,8 @@ class CTzWirefoxServiceModule : public api::ModuleLock, public RegistrationNames
   bool construction_failed_ = false;
   IUnknown* interface_table_ = nullptr;
 
-  enum class ServiceThread { kNotStarted, kRunning, kEnded };
-  std::atomic<ServiceThread> service_thread_{ServiceThread::kNotStarted};
+  // Waited for with a lock: the atomics of one of the compilers' libraries can miss their waker.
+  std::mutex service_thread_mutex_;
+  std::condition_variable service_thread_ended_;
+  bool service_thread_runs_ = false;
 };

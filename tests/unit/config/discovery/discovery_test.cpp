@@ -4,9 +4,10 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,15 +27,21 @@ class WatchedBench : public sim::Bench {
 
   void SetListener(probe_driver::UsbBusListener* listener) override {
     Bench::SetListener(listener);
+    const std::lock_guard lock(mutex_);
     watched_ = true;
-    watched_.notify_all();
+    changed_.notify_all();
   }
 
   // Until the notification thread's window hears of arrivals: the host tells it of no earlier ones.
-  void AwaitListener() { watched_.wait(false); }
+  void AwaitListener() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return watched_; });
+  }
 
  private:
-  std::atomic<bool> watched_ = false;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool watched_ = false;
 };
 
 // Never destroyed, like the thread that works on it.
