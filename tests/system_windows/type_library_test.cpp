@@ -4,12 +4,14 @@
 
 #include <objbase.h>
 
-#include "tests/system_windows/com_pointer.h"
+#include "platform/windows/com_pointer.h"
 #include "tests/system_windows/programs.h"
 #include "tests/system_windows/type_library_text.h"
 
 namespace system_windows {
 namespace {
+
+using windows_host::ComPointer;
 
 TEST(TypeLibrary, OfTheExecutableIsTheOneThatClientsWereBuiltAgainst) {
   ComPointer<ITypeLib> library;

@@ -4,11 +4,14 @@
 #include <sstream>
 #include <vector>
 
-#include "tests/system_windows/com_pointer.h"
+#include "platform/windows/com_pointer.h"
+#include "tests/system_windows/bstr.h"
 #include "tests/system_windows/text.h"
 
 namespace system_windows {
 namespace {
+
+using windows_host::ComPointer;
 
 struct Documentation {
   std::string name;

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/windows/type_library/com_pointer.h"
+#include "platform/windows/com_pointer.h"
 
 namespace type_library {
 namespace {
@@ -24,6 +24,7 @@ using interface_schema::Method;
 using interface_schema::Parameter;
 using interface_schema::Record;
 using interface_schema::ValueType;
+using windows_host::ComPointer;
 
 constexpr WORD kInterfaceFlags =
     TYPEFLAG_FDUAL | TYPEFLAG_FOLEAUTOMATION | TYPEFLAG_FNONEXTENSIBLE | TYPEFLAG_FDISPATCHABLE;

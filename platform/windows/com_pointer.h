@@ -1,14 +1,9 @@
-// Owners of what the component library hands out.
+// Owner of one reference to a component's interface.
 #pragma once
 
-#include <windows.h>
-
-#include <oleauto.h>
-
-#include <string>
 #include <utility>
 
-namespace system_windows {
+namespace windows_host {
 
 template <typename Interface>
 class ComPointer {
@@ -25,6 +20,7 @@ class ComPointer {
   Interface* operator->() const { return object_; }
   explicit operator bool() const { return object_ != nullptr; }
 
+  // For a call that gives a new reference; the one held before is released.
   Interface** Receive() {
     Reset();
     return &object_;
@@ -39,19 +35,4 @@ class ComPointer {
   Interface* object_ = nullptr;
 };
 
-class Bstr {
- public:
-  Bstr() = default;
-  explicit Bstr(const wchar_t* text) : text_(SysAllocString(text)) {}
-  Bstr(Bstr&& other) noexcept : text_(std::exchange(other.text_, nullptr)) {}
-  ~Bstr() { SysFreeString(text_); }
-
-  BSTR Get() const { return text_; }
-  BSTR* Receive() { return &text_; }
-  std::wstring Text() const { return text_ != nullptr ? text_ : L""; }
-
- private:
-  BSTR text_ = nullptr;
-};
-
-}  // namespace system_windows
+}  // namespace windows_host

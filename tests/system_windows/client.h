@@ -1,0 +1,33 @@
+// A client of the service in the test's process.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <objbase.h>
+
+#include "api/identifiers.h"
+#include "api/tz_wirefox.h"
+#include "platform/windows/com_pointer.h"
+
+namespace system_windows {
+
+// The component library on the calling thread while one lives.
+class Apartment {
+ public:
+  explicit Apartment(DWORD model = COINIT_MULTITHREADED) { CoInitializeEx(nullptr, model); }
+  Apartment(const Apartment&) = delete;
+  Apartment& operator=(const Apartment&) = delete;
+  ~Apartment() { CoUninitialize(); }
+};
+
+// A new object of the service, which is started for it if need be; null when there is none.
+inline windows_host::ComPointer<ITzWirefox_v3> Connect() {
+  windows_host::ComPointer<ITzWirefox_v3> object;
+  EXPECT_EQ(CoCreateInstance(api::kClassId, nullptr, CLSCTX_LOCAL_SERVER, api::kInterfaceIdV3,
+                             object.ReceiveVoid()),
+            S_OK);
+  return object;
+}
+
+}  // namespace system_windows

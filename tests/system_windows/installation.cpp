@@ -1,0 +1,133 @@
+#include "tests/system_windows/installation.h"
+
+#include <objbase.h>
+
+#include <winsvc.h>
+
+#include "api/identifiers.h"
+#include "tests/system_windows/programs.h"
+#include "tests/system_windows/text.h"
+
+namespace system_windows {
+namespace {
+
+std::filesystem::path TemporaryFolder() {
+  wchar_t path[MAX_PATH] = {};
+  GetTempPathW(MAX_PATH, path);
+  return path;
+}
+
+class ServiceHandle {
+ public:
+  explicit ServiceHandle(SC_HANDLE handle) : handle_(handle) {}
+  ServiceHandle(const ServiceHandle&) = delete;
+  ServiceHandle& operator=(const ServiceHandle&) = delete;
+  ~ServiceHandle() {
+    if (handle_ != nullptr) CloseServiceHandle(handle_);
+  }
+  SC_HANDLE Get() const { return handle_; }
+
+ private:
+  SC_HANDLE handle_;
+};
+
+// Calls with the handle of the service, null when it is not installed.
+template <typename Call>
+auto WithService(Call call) {
+  const ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+  const ServiceHandle service(OpenServiceW(manager.Get(), kServiceName, SERVICE_ALL_ACCESS));
+  return call(service.Get());
+}
+
+void DeleteClassesKey(const std::wstring& path) {
+  RegDeleteTreeW(HKEY_LOCAL_MACHINE, (L"Software\\Classes\\" + path).c_str());
+}
+
+std::wstring MarshallersKey() {
+  return L"Software\\Classes\\TypeLib\\" + GuidText(api::kLibraryId) + L"\\1.0\\0";
+}
+
+}  // namespace
+
+Installation::Installation() { Clean(); }
+
+Installation::~Installation() {
+  Clean();
+  std::error_code ignored;
+  if (!program_.empty()) std::filesystem::remove_all(program_.parent_path(), ignored);
+}
+
+void Installation::Clean() const {
+  SendControl(SERVICE_CONTROL_STOP);
+  if (!program_.empty()) {
+    for (const DWORD id : ProcessesOf(program_)) EndProcess(id);
+  }
+  WithService([](SC_HANDLE service) { return service != nullptr && DeleteService(service); });
+  WaitUntil([] { return !IsServiceInstalled(); });
+  for (const wchar_t* name : {L"TzWirefoxService.TzWirefox.1", L"TzWirefoxService.TzWirefox",
+                              L"AppID\\TzWirefoxService.EXE"}) {
+    DeleteClassesKey(name);
+  }
+  DeleteClassesKey(L"AppID\\" + GuidText(api::kAppId));
+  DeleteClassesKey(L"CLSID\\" + GuidText(api::kClassId));
+  for (const wchar_t* view : {L"", L"Wow6432Node\\"}) {
+    DeleteClassesKey(view + (L"TypeLib\\" + GuidText(api::kLibraryId)));
+    for (const GUID* id : {&api::kInterfaceIdV1, &api::kInterfaceIdV2, &api::kInterfaceIdV3}) {
+      DeleteClassesKey(view + (L"Interface\\" + GuidText(*id)));
+    }
+  }
+}
+
+void Installation::Install(const std::wstring& folder, const std::filesystem::path& program) {
+  const std::filesystem::path target = TemporaryFolder() / folder;
+  std::filesystem::remove_all(target);
+  std::filesystem::create_directories(target);
+  program_ = target / "TzWirefoxService.exe";
+  std::filesystem::copy_file(program.empty() ? ServiceProgram() : program, program_);
+}
+
+DWORD Installation::Run(const std::wstring& arguments) {
+  return Process(program_, arguments).Wait();
+}
+
+void Installation::Register(const std::wstring& keyword) {
+  ASSERT_EQ(Run(keyword), 0u);
+  HKEY key = nullptr;
+  ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, (MarshallersKey() + L"\\win64").c_str(), 0, nullptr,
+                            0, KEY_WRITE, nullptr, &key, nullptr),
+            ERROR_SUCCESS);
+  const std::wstring path = program_.wstring();
+  RegSetValueExW(key, nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(path.c_str()),
+                 static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
+  RegCloseKey(key);
+}
+
+bool Installation::ServiceProcessesEnd() const {
+  return WaitUntil([this] { return ProcessesOf(program_).empty(); });
+}
+
+bool IsServiceInstalled() {
+  return WithService([](SC_HANDLE service) { return service != nullptr; });
+}
+
+DWORD ServiceState() {
+  return WithService([](SC_HANDLE service) -> DWORD {
+    SERVICE_STATUS status = {};
+    return service != nullptr && QueryServiceStatus(service, &status) ? status.dwCurrentState : 0;
+  });
+}
+
+bool StartInstalledService() {
+  return WithService([](SC_HANDLE service) {
+    return service != nullptr && StartServiceW(service, 0, nullptr) != FALSE;
+  });
+}
+
+bool SendControl(DWORD control) {
+  return WithService([control](SC_HANDLE service) {
+    SERVICE_STATUS status = {};
+    return service != nullptr && ControlService(service, control, &status) != FALSE;
+  });
+}
+
+}  // namespace system_windows

@@ -1,0 +1,169 @@
+// The life of the server: started by hand, by clients and by the service manager.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <sddl.h>
+#include <winternl.h>
+
+#include <thread>
+
+#include "tests/system_windows/client.h"
+#include "tests/system_windows/installation.h"
+#include "tests/system_windows/programs.h"
+
+namespace system_windows {
+namespace {
+
+using windows_host::ComPointer;
+
+constexpr DWORD kDispatcherError = ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
+
+class Server : public Installation {
+ protected:
+  Apartment apartment_;
+};
+
+// A named mutex of the test's own.
+class NamedMutex {
+ public:
+  // `descriptor` says who may open it; null: the same account.
+  explicit NamedMutex(const wchar_t* name, const wchar_t* descriptor = nullptr) {
+    SECURITY_ATTRIBUTES attributes = {sizeof(attributes), nullptr, FALSE};
+    if (descriptor != nullptr) {
+      ConvertStringSecurityDescriptorToSecurityDescriptorW(
+          descriptor, SDDL_REVISION_1, &attributes.lpSecurityDescriptor, nullptr);
+    }
+    mutex_ = CreateMutexW(&attributes, FALSE, name);
+    LocalFree(attributes.lpSecurityDescriptor);
+  }
+  ~NamedMutex() { CloseHandle(mutex_); }
+  NamedMutex(const NamedMutex&) = delete;
+  NamedMutex& operator=(const NamedMutex&) = delete;
+
+  HANDLE Get() const { return mutex_; }
+
+  // Handles of it that are open in the whole system.
+  ULONG CountHandles() const {
+    PUBLIC_OBJECT_BASIC_INFORMATION information = {};
+    NtQueryObject(mutex_, ObjectBasicInformation, &information, sizeof(information), nullptr);
+    return information.HandleCount;
+  }
+
+ private:
+  HANDLE mutex_;
+};
+
+TEST_F(Server, ThatWasNeverRegisteredEndsWithTheMissingKey) {
+  Install();
+  EXPECT_EQ(Run(L""), 2u);
+}
+
+TEST_F(Server, RegisteredAsAServiceAndStartedByHandEndsWithTheDispatchersError) {
+  Install();
+  Register(L"-Service");
+  EXPECT_EQ(Run(L""), kDispatcherError);
+}
+
+TEST_F(Server, WhoseMutexCannotBeOpenedTellsTheUserAndEnds) {
+  Install();
+  const NamedMutex mutex(L"TzWirefoxService", L"D:(D;;GA;;;WD)");
+  Process server(program(), L"");
+  HWND box = nullptr;
+  ASSERT_TRUE(WaitUntil([&] {
+    box = FindWindowW(nullptr, L"WirefoxService Error");
+    return box != nullptr;
+  }));
+  EXPECT_TRUE(server.IsRunning()) << "waits for the user";
+  PostMessageW(box, WM_COMMAND, IDOK, 0);
+  EXPECT_EQ(server.Wait(), static_cast<DWORD>(-1));
+}
+
+TEST_F(Server, OnAWindowStationThatNobodySeesWritesTheTextInsteadOfABox) {
+  Install();
+  const NamedMutex mutex(L"TzWirefoxService", L"D:(D;;GA;;;WD)");
+  const auto output = program().parent_path() / "output.txt";
+  EXPECT_EQ(Process(program(), L"", output, L"WirefoxHidden\\Default").Wait(),
+            static_cast<DWORD>(-1));
+  EXPECT_EQ(ReadFile(output),
+            "WirefoxService Error: The WirefoxService was unable to startup because another "
+            "instance was already running.\r\r\nVerify that only one user account is trying to "
+            "access it at a time.\r\n");
+}
+
+TEST_F(Server, BesideOneOfTheSameAccountRuns) {
+  Install();
+  const NamedMutex mutex(L"TzWirefoxService");
+  EXPECT_EQ(Run(L""), 2u) << "passes the guard, and is not registered";
+}
+
+TEST_F(Server, StartedForAClientEndsWithItsLastOne) {
+  Install();
+  Register(L"-RegServer");
+  auto first = Connect();
+  ASSERT_TRUE(first);
+  LONG version = 0;
+  EXPECT_EQ(first->GetVersion(&version), S_OK);
+  EXPECT_EQ(version, 0x02000200);
+  auto second = Connect();
+  const auto servers = ProcessesOf(program());
+  ASSERT_EQ(servers.size(), 1u) << "one server for all clients";
+  first.Reset();
+  ComPointer<ITzWirefox_v1> oldest;
+  ASSERT_EQ(second->QueryInterface(api::kInterfaceIdV1, oldest.ReceiveVoid()), S_OK);
+  EXPECT_EQ(oldest->GetVersion(&version), S_OK);
+  oldest.Reset();
+  EXPECT_EQ(ProcessesOf(program()), servers);
+  second.Reset();
+  EXPECT_TRUE(ServiceProcessesEnd());
+}
+
+TEST_F(Server, StartedByTheServiceManagerServesOnWithoutClients) {
+  Install();
+  Register(L"-Service");
+  auto client = Connect();
+  ASSERT_TRUE(client);
+  EXPECT_EQ(ServiceState(), static_cast<DWORD>(SERVICE_RUNNING));
+  const auto servers = ProcessesOf(program());
+  client.Reset();
+  EXPECT_TRUE(Connect());
+  EXPECT_EQ(ProcessesOf(program()), servers) << "the same process as before";
+  // Neither the shutdown control nor an unknown one ends it.
+  EXPECT_TRUE(SendControl(SERVICE_CONTROL_INTERROGATE));
+  EXPECT_TRUE(SendControl(200));
+  EXPECT_EQ(ServiceState(), static_cast<DWORD>(SERVICE_RUNNING));
+  EXPECT_TRUE(SendControl(SERVICE_CONTROL_STOP));
+  EXPECT_TRUE(ServiceProcessesEnd());
+  EXPECT_TRUE(WaitUntil([] { return ServiceState() == SERVICE_STOPPED; }));
+}
+
+TEST_F(Server, StopWaitsForTheCallInProgress) {
+  Install();
+  Register(L"-Service");
+  const auto client = Connect();
+  ASSERT_TRUE(client);
+  // The call waits for the lock of the device table, which this test holds.
+  const NamedMutex lock(L"WfxDeviceLock");
+  ASSERT_EQ(WaitForSingleObject(lock.Get(), kPatienceMs), WAIT_OBJECT_0);
+  HRESULT status = E_FAIL;
+  TzErrorCode error = TzErrorCode::UNKNOWN;
+  std::thread caller([&] {
+    const Apartment apartment;
+    SAFEARRAY* names = nullptr;
+    status = client->EnumerateWirefoxs(&names, &error);
+    SafeArrayDestroy(names);
+  });
+  // Each thread of the service that waits for the lock has a handle of its own: the one that hears
+  // of probes comes every few seconds, the other one serves the call.
+  EXPECT_TRUE(WaitUntil([&] { return lock.CountHandles() == 3; }));
+  EXPECT_TRUE(SendControl(SERVICE_CONTROL_STOP));
+  EXPECT_EQ(ServiceState(), static_cast<DWORD>(SERVICE_STOP_PENDING));
+  EXPECT_EQ(ProcessesOf(program()).size(), 1u);
+  ReleaseMutex(lock.Get());
+  caller.join();
+  EXPECT_EQ(status, S_OK);
+  EXPECT_EQ(error, TzErrorCode::SUCCESS);
+  EXPECT_TRUE(ServiceProcessesEnd());
+}
+
+}  // namespace
+}  // namespace system_windows
