@@ -46,7 +46,7 @@ HDEVINFO SetupDiGetClassDevsW(const GUID* class_guid, PCWSTR enumerator, HWND pa
     return INVALID_HANDLE_VALUE;
   }
   auto paths = IsDriverClass(*class_guid) ? ListBusDevices() : std::vector<std::string>();
-  const HANDLE handle = MakeHandle(*MakeObject<DeviceSet>(std::move(paths)));
+  const HANDLE handle = MakeHandle(MakeObject<DeviceSet>(std::move(paths)));
   return handle ? handle : INVALID_HANDLE_VALUE;
 }
 

@@ -42,22 +42,6 @@ void Event::MarkWaiters(bool present) {
   }
 }
 
-namespace {
-
-// An event with a name, which it bears as long as it has handles.
-class NamedEvent final : public Event {
- public:
-  NamedEvent(std::wstring name, bool manual_reset, bool signalled)
-      : Event(manual_reset, signalled), name_(std::move(name)) {}
-
-  void HandleOpened() override { Names().HandleOpened(handles_); }
-  void HandleClosed() override { Names().HandleClosed(handles_, name_); }
-
- private:
-  const std::wstring name_;
-};
-
-}  // namespace
 }  // namespace linux_host
 
 using namespace linux_host;
@@ -69,13 +53,12 @@ HANDLE CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manual_reset, BOOL initial_state
     return nullptr;
   }
   if (parsed.name.empty()) {
-    const auto event = MakeObject<Event>(manual_reset != FALSE, initial_state != FALSE);
     SetLastError(ERROR_SUCCESS);
-    return MakeHandle(*event);
+    return MakeHandle(MakeObject<Event>(manual_reset != FALSE, initial_state != FALSE));
   }
   return Names().OpenOrCreate(parsed.name, Event::kKind, [&] {
     return ObjectRef<KernelObject>(
-        MakeObject<NamedEvent>(parsed.name, manual_reset != FALSE, initial_state != FALSE));
+        MakeObject<Named<Event>>(parsed.name, manual_reset != FALSE, initial_state != FALSE));
   });
 }
 

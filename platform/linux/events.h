@@ -16,7 +16,11 @@ class Event : public Waitable {
       : Waitable(kKind), manual_reset_(manual_reset), state_(signalled ? kSignalled : 0) {}
 
   void Set();
-  void Reset() { state_.fetch_and(~kSignalled, std::memory_order_acq_rel); }
+  void Reset() {
+    if (state_.load(std::memory_order_acquire) & kSignalled) {
+      state_.fetch_and(~kSignalled, std::memory_order_acq_rel);
+    }
+  }
 
   std::optional<DWORD> TryTake(ThreadRecord& self) override;
 

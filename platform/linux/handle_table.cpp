@@ -8,15 +8,11 @@
 #include <vector>
 
 namespace linux_host {
-namespace {
-
-constexpr std::size_t kBlockSize = 1024;
-constexpr std::size_t kBlocks = 4096;
 
 // One handle's place. While a thread looks at the object it takes it out and leaves the mark;
 // others that come meanwhile try again. That takes a few instructions, so that it almost never
 // happens.
-class Slot {
+class HandleSlot {
  public:
   KernelObject* Take() {
     for (;;) {
@@ -32,6 +28,11 @@ class Slot {
   std::atomic<KernelObject*> object_ = nullptr;
 };
 
+namespace {
+
+constexpr std::size_t kBlockSize = 1024;
+constexpr std::size_t kBlocks = 4096;
+
 class HandleTable {
  public:
   HANDLE Add(KernelObject& object) {
@@ -44,31 +45,29 @@ class HandleTable {
       } else {
         if (used_ == kBlockSize * kBlocks) return nullptr;
         index = used_++;
-        std::atomic<Slot*>& block = blocks_[index / kBlockSize];
+        std::atomic<HandleSlot*>& block = blocks_[index / kBlockSize];
         // The blocks live as long as the process: threads read them without a lock.
         if (!block.load(std::memory_order_relaxed)) {
-          block.store(new Slot[kBlockSize], std::memory_order_release);
+          block.store(new HandleSlot[kBlockSize], std::memory_order_release);
         }
       }
     }
-    Slot* slot = At(index);
+    HandleSlot* slot = At(index);
     slot->Take();
     slot->PutBack(&object);
     return reinterpret_cast<HANDLE>((index + 1) * 4);
   }
 
-  ObjectRef<KernelObject> Find(HANDLE handle) {
-    Slot* slot = Of(handle);
-    if (!slot) return {};
-    KernelObject* object = slot->Take();
-    auto found = ObjectRef<KernelObject>::Share(object);
-    slot->PutBack(object);
-    return found;
+  // Where the handle stands if it is open; null when it cannot be.
+  HandleSlot* Of(HANDLE handle) {
+    const auto value = reinterpret_cast<std::uintptr_t>(handle);
+    if (value == 0 || value % 4 != 0 || value > kBlockSize * kBlocks * 4) return nullptr;
+    return At(IndexOf(handle));
   }
 
   // The reference that the handle held; null when it was not open or is of another kind.
   ObjectRef<KernelObject> Remove(HANDLE handle, const ObjectKind* kind) {
-    Slot* slot = Of(handle);
+    HandleSlot* slot = Of(handle);
     if (!slot) return {};
     KernelObject* object = slot->Take();
     const ObjectKind own = object ? object->kind() : ObjectKind::kDeviceSet;
@@ -87,21 +86,15 @@ class HandleTable {
     return reinterpret_cast<std::uintptr_t>(handle) / 4 - 1;
   }
 
-  Slot* Of(HANDLE handle) {
-    const auto value = reinterpret_cast<std::uintptr_t>(handle);
-    if (value == 0 || value % 4 != 0 || value > kBlockSize * kBlocks * 4) return nullptr;
-    return At(IndexOf(handle));
-  }
-
-  Slot* At(std::size_t index) {
-    Slot* block = blocks_[index / kBlockSize].load(std::memory_order_acquire);
+  HandleSlot* At(std::size_t index) {
+    HandleSlot* block = blocks_[index / kBlockSize].load(std::memory_order_acquire);
     return block ? block + index % kBlockSize : nullptr;
   }
 
   std::mutex mutex_;
   std::size_t used_ = 0;
   std::vector<std::size_t> free_;
-  std::array<std::atomic<Slot*>, kBlocks> blocks_ = {};
+  std::array<std::atomic<HandleSlot*>, kBlocks> blocks_ = {};
 };
 
 // Never destroyed: threads that outlive main still use it.
@@ -112,19 +105,30 @@ HandleTable& Table() {
 
 }  // namespace
 
-HANDLE MakeHandle(KernelObject& object) {
-  object.AddRef();
-  const HANDLE handle = Table().Add(object);
-  if (handle) {
-    object.HandleOpened();
-  } else {
-    object.Release();
+HANDLE MakeHandle(ObjectRef<KernelObject> object) {
+  // Counted first: another thread may close the handle as soon as it is in the table.
+  object->HandleOpened();
+  const HANDLE handle = Table().Add(*object);
+  if (!handle) {
+    object->HandleNotMade();
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return nullptr;
   }
+  static_cast<void>(object.Detach());
   return handle;
 }
 
-ObjectRef<KernelObject> LookUpHandle(HANDLE handle) { return Table().Find(handle); }
+OpenHandle::OpenHandle(HANDLE handle) : slot_(Table().Of(handle)) {
+  if (slot_) object_ = slot_->Take();
+}
+
+OpenHandle::~OpenHandle() {
+  if (slot_) slot_->PutBack(object_);
+}
+
+ObjectRef<KernelObject> LookUpHandle(HANDLE handle) {
+  return ObjectRef<KernelObject>::Share(OpenHandle(handle).object());
+}
 
 bool CloseOpenHandle(HANDLE handle, const ObjectKind* kind) {
   const ObjectRef<KernelObject> object = Table().Remove(handle, kind);

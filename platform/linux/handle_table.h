@@ -9,9 +9,28 @@
 
 namespace linux_host {
 
-// A new handle, which holds a reference of its own and counts as one of the object's handles. Null
-// with error 8 when there are too many.
-HANDLE MakeHandle(KernelObject& object);
+// A new handle, which holds the reference that is passed and counts as one of the object's handles.
+// Null with error 8 when there are too many.
+HANDLE MakeHandle(ObjectRef<KernelObject> object);
+
+class HandleSlot;
+
+// An open handle, which is not closed while this lives. Every other call on the handle waits
+// meanwhile: there is time to take what keeps the object, and for nothing else.
+class OpenHandle {
+ public:
+  explicit OpenHandle(HANDLE handle);
+  ~OpenHandle();
+  OpenHandle(const OpenHandle&) = delete;
+  OpenHandle& operator=(const OpenHandle&) = delete;
+
+  // Null when the handle is not open.
+  KernelObject* object() const { return object_; }
+
+ private:
+  HandleSlot* const slot_;
+  KernelObject* object_ = nullptr;
+};
 
 // The object behind an open handle, otherwise null.
 ObjectRef<KernelObject> LookUpHandle(HANDLE handle);

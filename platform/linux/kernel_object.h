@@ -1,4 +1,4 @@
-// What stands behind a handle: an object with a count of its users and a count of its handles.
+// What stands behind a handle: an object with a count of its users.
 #pragma once
 
 #include <atomic>
@@ -19,15 +19,19 @@ class KernelObject {
   bool waitable() const { return kind_ <= ObjectKind::kThread; }
 
   void AddRef() { references_.fetch_add(1, std::memory_order_relaxed); }
+  // Who has the last one need not count down: nobody else can come by another.
   void Release() {
-    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    if (references_.load(std::memory_order_acquire) == 1 ||
+        references_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+      delete this;
+    }
   }
 
-  // A handle was made, or is being closed: for the handle table and the table of names alone.
-  virtual void HandleOpened() { handles_.fetch_add(1, std::memory_order_relaxed); }
-  virtual void HandleClosed() {
-    if (handles_.fetch_sub(1, std::memory_order_acq_rel) == 1) LastHandleClosed();
-  }
+  // A handle is being made, was not made for want of room, or is being closed: for the handle table
+  // and the table of names alone. An object without a name has one handle all its life.
+  virtual void HandleOpened() {}
+  virtual void HandleNotMade() {}
+  virtual void HandleClosed() { LastHandleClosed(); }
 
  protected:
   explicit KernelObject(ObjectKind kind) : kind_(kind) {}
@@ -35,8 +39,6 @@ class KernelObject {
 
   // No handle is left; calls that looked the object up before may still be using it.
   virtual void LastHandleClosed() {}
-
-  std::atomic<std::uint32_t> handles_ = 0;
 
  private:
   std::atomic<std::uint32_t> references_ = 1;

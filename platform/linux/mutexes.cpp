@@ -104,20 +104,8 @@ void AbandonOwnedMutexes(ThreadRecord& thread) {
 
 namespace {
 
-// A mutex with a name. There is one object for each name as long as the process lives, for its
-// shared lock does; it bears the name while it has handles.
-class NamedMutex final : public Mutex {
- public:
-  NamedMutex(std::wstring name, SharedLock* shared) : Mutex(shared), name_(std::move(name)) {}
-
-  void HandleOpened() override { Names().HandleOpened(handles_); }
-  void HandleClosed() override {
-    if (Names().HandleClosed(handles_, name_)) LastHandleClosed();
-  }
-
- private:
-  const std::wstring name_;
-};
+// There is one object for each name as long as the process lives, for its shared lock does.
+using NamedMutex = Named<Mutex>;
 
 // The mutexes whose shared locks this process has opened. Used under the lock of the names. Never
 // destroyed: threads that outlive main still use it.
@@ -163,7 +151,7 @@ HANDLE CreateMutexW(LPSECURITY_ATTRIBUTES, BOOL initial_owner, LPCWSTR name) {
   if (parsed.error != ERROR_SUCCESS) return nullptr;
   HANDLE handle;
   if (parsed.name.empty()) {
-    handle = MakeHandle(*MakeObject<Mutex>(nullptr));
+    handle = MakeHandle(MakeObject<Mutex>(nullptr));
   } else {
     handle = Names().OpenOrCreate(parsed.name, Mutex::kKind,
                                   [&] { return FindMutex(parsed.name, true); });

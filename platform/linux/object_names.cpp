@@ -7,7 +7,8 @@
 namespace linux_host {
 
 ObjectName ParseObjectName(LPCWSTR name) {
-  std::wstring_view text = name ? name : L"";
+  if (!name) return {};
+  std::wstring_view text = name;
   for (const std::wstring_view prefix : {L"Local\\", L"Global\\"}) {
     if (text.starts_with(prefix)) {
       text.remove_prefix(prefix.size());
@@ -27,7 +28,7 @@ HANDLE ObjectNames::OpenOrCreate(const std::wstring& name, ObjectKind kind,
       SetLastError(ERROR_INVALID_HANDLE);
       return nullptr;
     }
-    const HANDLE handle = MakeHandle(*found->second);
+    const HANDLE handle = MakeHandle(ObjectRef<KernelObject>::Share(found->second));
     if (handle) SetLastError(ERROR_ALREADY_EXISTS);
     return handle;
   }
@@ -35,15 +36,11 @@ HANDLE ObjectNames::OpenOrCreate(const std::wstring& name, ObjectKind kind,
   const ObjectRef<KernelObject> object = make();
   if (!object) return nullptr;
   const DWORD error = GetLastError();
-  const HANDLE handle = MakeHandle(*object);
+  const HANDLE handle = MakeHandle(object);
   if (!handle) return nullptr;
   bearers_.emplace(name, object.get());
   SetLastError(error);
   return handle;
-}
-
-void ObjectNames::HandleOpened(std::atomic<std::uint32_t>& handles) {
-  handles.fetch_add(1, std::memory_order_relaxed);
 }
 
 bool ObjectNames::HandleClosed(std::atomic<std::uint32_t>& handles, const std::wstring& name) {

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 #include "platform/linux/kernel_object.h"
 
@@ -31,9 +32,8 @@ class ObjectNames {
   HANDLE OpenOrCreate(const std::wstring& name, ObjectKind kind,
                       const std::function<ObjectRef<KernelObject>()>& make);
 
-  // For objects with names, in place of counting their handles themselves. HandleClosed tells
-  // whether it was the last one.
-  static void HandleOpened(std::atomic<std::uint32_t>& handles);
+  // A handle of the object that bears `name` has been closed; `handles` counts them. True: it was
+  // the last one, and nobody bears the name any more.
   bool HandleClosed(std::atomic<std::uint32_t>& handles, const std::wstring& name);
 
  private:
@@ -42,5 +42,24 @@ class ObjectNames {
 };
 
 ObjectNames& Names();
+
+// An object of the kind Base with a name, which it bears while it has handles.
+template <typename Base>
+class Named : public Base {
+ public:
+  template <typename... Arguments>
+  explicit Named(std::wstring name, Arguments... arguments)
+      : Base(arguments...), name_(std::move(name)) {}
+
+  void HandleOpened() override { handles_.fetch_add(1, std::memory_order_relaxed); }
+  void HandleNotMade() override { handles_.fetch_sub(1, std::memory_order_relaxed); }
+  void HandleClosed() override {
+    if (Names().HandleClosed(handles_, name_)) this->LastHandleClosed();
+  }
+
+ private:
+  const std::wstring name_;
+  std::atomic<std::uint32_t> handles_ = 0;
+};
 
 }  // namespace linux_host

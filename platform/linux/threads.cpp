@@ -94,7 +94,7 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T stack_size, LPTHREAD_START_ROU
     return nullptr;
   }
   const auto thread = MakeObject<Thread>();
-  const HANDLE handle = MakeHandle(*thread);
+  const HANDLE handle = MakeHandle(ObjectRef<Thread>(thread));
   if (!handle) return nullptr;
   const DWORD id = StartThread([start, parameter] { return start(parameter); }, thread, stack_size);
   if (id == 0) {

@@ -50,6 +50,10 @@ std::uint32_t TimeOutMs(std::uint32_t seconds) {
 
 }  // namespace
 
+DriverRequest::DriverRequest() {
+  transfer.complete = [this](UsbTransfer&) { driver->Complete(*this); };
+}
+
 ProbeDriver::ProbeDriver(std::unique_ptr<UsbDevice> device, DriverTimers& timers)
     : timers_(timers), device_(std::move(device)) {}
 
@@ -210,7 +214,7 @@ DriverError ProbeDriver::Answer(DriverRequest& request, const void* data, std::u
 }
 
 DriverError ProbeDriver::Start(DriverRequest& request) {
-  request.transfer.complete = [this, &request](UsbTransfer&) { Complete(request); };
+  request.driver = this;
   device_->Submit(request.transfer);
 
   // A transfer that is answered at once needs no timer. The completion may run at any moment: it

@@ -48,9 +48,15 @@ enum DriverError : std::uint32_t {
   kDeviceNotConnected = 1167,
 };
 
+class ProbeDriver;
+
 // One request, owned by whoever submits it. The request and both buffers stay alive until
 // `complete` has run and Submit has returned.
 struct DriverRequest {
+  DriverRequest();
+  DriverRequest(const DriverRequest&) = delete;
+  DriverRequest& operator=(const DriverRequest&) = delete;
+
   std::uint32_t code = 0;
   std::uint8_t* input = nullptr;  // the direct form's status words are written here
   std::uint32_t input_size = 0;
@@ -67,6 +73,7 @@ struct DriverRequest {
 
   // The driver's own.
   enum class TimeOut : std::uint8_t { kNone, kArmed, kOver };
+  ProbeDriver* driver = nullptr;  // once the transfer is started
   UsbTransfer transfer;
   std::uint8_t* record = nullptr;  // where the status words go; null: request without a record
   std::uint32_t header_size = 0;   // of the client's record, counted with the payload
@@ -117,6 +124,8 @@ class ProbeDriver {
   void Cancel(DriverRequest& request) { device_->Cancel(request.transfer); }
 
  private:
+  friend struct DriverRequest;
+
   DriverError SubmitControl(DriverRequest& request);
   DriverError SubmitBuffered(DriverRequest& request);
   DriverError SubmitDirect(DriverRequest& request);
