@@ -7,6 +7,7 @@
 #include <sys/un.h>
 
 #include <array>
+#include <chrono>
 #include <stdexcept>
 #include <utility>
 
@@ -16,6 +17,8 @@ namespace sim {
 namespace {
 
 using probe_driver::FrameSocket;
+
+constexpr auto kAcceptPause = std::chrono::milliseconds(100);
 
 [[noreturn]] void Fail(const std::string& what) {
   throw std::runtime_error(what + ": " + strerror(errno));
@@ -90,6 +93,7 @@ SocketServer::~SocketServer() {
     const std::lock_guard lock(mutex_);
     ending_ = true;
   }
+  ending_begins_.notify_all();
   shutdown(listening_, SHUT_RDWR);
   acceptor_.join();
   close(listening_);
@@ -101,7 +105,9 @@ void SocketServer::Accept() {
   while (true) {
     const int fd = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC);
     Reap(false);
-    const std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
+    // Most likely there is no descriptor left, and accepting would fail again until one comes free.
+    if (fd < 0) ending_begins_.wait_for(lock, kAcceptPause, [&] { return ending_; });
     if (ending_) {
       if (fd >= 0) close(fd);
       return;

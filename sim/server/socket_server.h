@@ -1,6 +1,7 @@
 // Offers a bench to other processes on a Unix socket: its bus, and the commands that rearrange it.
 #pragma once
 
+#include <condition_variable>
 #include <functional>
 #include <list>
 #include <memory>
@@ -66,6 +67,7 @@ class SocketServer : public BenchServer, public probe_driver::UsbBusListener {
   std::mutex mutex_;  // of the peers, and of what they are told
   std::list<Peer> peers_;
   bool ending_ = false;
+  std::condition_variable ending_begins_;
   std::thread acceptor_;
 };
 
