@@ -273,6 +273,18 @@ TEST_F(Clients, LateBoundCallsGiveTheirOutputsByReference) {
   EXPECT_EQ(Call(object_.Get(), 19, {}, &result), DISP_E_MEMBERNOTFOUND);
 }
 
+TEST_F(Clients, CommandLineClientFindsTheProbesAndTheirTargets) {
+  ASSERT_TRUE(object_);
+  ASSERT_TRUE(ProbeIsThere(L"WFX0001"));
+  const auto wfx = ServiceProgram().parent_path() / "wfx.exe";
+  const auto output = program().parent_path() / "out.txt";
+  EXPECT_EQ(Process(wfx, L"mode WFX0001 JTAG --json", output).Wait(), 0u);
+  EXPECT_EQ(Process(wfx, L"targets WFX0001 --json", output).Wait(), 0u);
+  EXPECT_NE(ReadFile(output).find(R"("devices":["1BA014770","0684617F0"])"), std::string::npos)
+      << ReadFile(output);
+  EXPECT_EQ(Process(wfx, L"mode nobody JTAG", output).Wait(), 15u) << "10 and the service's error";
+}
+
 TEST_F(Clients, ScriptsReachTheServiceByItsProgramId) {
   ASSERT_TRUE(object_);
   ASSERT_TRUE(ProbeIsThere(L"WFX0002"));
