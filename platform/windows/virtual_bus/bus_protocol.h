@@ -111,7 +111,8 @@ struct Completion {
   std::uint32_t status = 0;       // NTSTATUS
   std::uint32_t information = 0;  // the count that the client sees
   std::uint32_t output_size = 0;  // bytes that follow, for the client's output buffer
-  std::uint32_t input_size = 0;   // bytes behind those, to replace the client's input with
+  std::uint32_t input_size =
+      0;  // bytes behind those, to replace the beginning of the client's input
 
   void Encode(std::uint8_t* at) const {
     Store(at, id, 8);

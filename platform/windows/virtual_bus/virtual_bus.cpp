@@ -282,13 +282,8 @@ void VirtualBus::OnCompleted(Request& request) {
   Completion completion{
       .id = request.id, .status = StatusOf(done.error), .information = done.bytes};
   completion.output_size = done.bytes;
-  // The status words go back with the record in every case: in the output of the buffered forms, in
-  // the input of the direct form.
-  if (done.record != nullptr && done.record == done.output) {
-    completion.output_size = std::max(done.bytes, probe_driver::record::kHeaderSize);
-  } else if (done.record != nullptr) {
-    completion.input_size = probe_driver::record::kHeaderSize;
-  }
+  // The status words go back with the record in every case.
+  if (done.record != nullptr) completion.input_size = probe_driver::record::kHeaderSize;
   std::unique_ptr<Request> owned;
   {
     const std::lock_guard lock(requests_mutex_);
@@ -296,20 +291,20 @@ void VirtualBus::OnCompleted(Request& request) {
     owned = std::move(found->second);
     in_flight_.erase(found);
   }
-  Complete(completion, done.output, done.input);
+  Complete(completion, done.output, done.record);
   const std::lock_guard lock(requests_mutex_);
   completed_.push_back(std::move(owned));
 }
 
 // Refused when the request was cancelled meanwhile, which has told its client already.
 void VirtualBus::Complete(const Completion& completion, const std::uint8_t* output,
-                          const std::uint8_t* input) {
+                          const std::uint8_t* record) {
   std::vector<std::uint8_t> bytes(Completion::kSize + completion.output_size +
                                   completion.input_size);
   completion.Encode(bytes.data());
   const auto behind =
       std::copy_n(output, completion.output_size, bytes.begin() + Completion::kSize);
-  std::copy_n(input, completion.input_size, behind);
+  std::copy_n(record, completion.input_size, behind);
   std::size_t returned = 0;
   Call(kComplete, bytes, nullptr, 0, returned);
 }

@@ -62,7 +62,7 @@ class VirtualBus : public probe_driver::UsbBusListener {
 
   void OnCompleted(Request& request);
   void Complete(const Completion& completion, const std::uint8_t* output,
-                const std::uint8_t* input);
+                const std::uint8_t* record);
 
   // One request to the driver, from any thread; false when it failed. `returned` receives the bytes
   // that it wrote to `output`.

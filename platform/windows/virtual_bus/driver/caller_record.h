@@ -1,7 +1,8 @@
-// The input record of a client's neither-method request, where it lies in the client's memory.
+// The input record of a client's request, where it lies in the client's memory.
 //
-// A driver of this kind writes status words into that record. Wine hands the driver a copy of the
-// input and takes nothing of it back, so the record is found through the client's stack instead.
+// The probe driver writes status words into that record. The system hands this driver a copy of the
+// input and takes nothing of it back, nor of a buffered request's output when it failed without a
+// byte, so the record is found through the client's stack instead.
 #pragma once
 
 #include "platform/windows/virtual_bus/driver/kernel.h"

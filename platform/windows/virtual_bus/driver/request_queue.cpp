@@ -87,7 +87,7 @@ NTSTATUS RequestQueue::Forward(IRP* irp, std::uint32_t device) {
   request->file = FileOf(irp);
   request->irp = irp;
   const Buffers buffers(irp);
-  if (buffers.neither && buffers.input_size != 0) {
+  if (buffers.input_size != 0) {
     request->record.Find(buffers.code, buffers.input_size, buffers.output_size);
   }
   IoMarkIrpPending(irp);
