@@ -6,6 +6,7 @@
 #include <fstream>
 #include <numeric>
 #include <random>
+#include <span>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -65,9 +66,15 @@ std::string ScatteredFile(std::uint32_t records, std::uint32_t seed) {
   return text;
 }
 
+// Reads the file and visits its blocks, as a download does.
 void Read(std::istream& stream) {
   HexImage image;
-  if (!ReadIntelHex(stream, image) || image.GetBlocks().empty()) {
+  std::size_t bytes = 0;
+  const auto add = [&](std::uint32_t, std::span<const std::uint8_t> block) {
+    bytes += block.size();
+    return true;
+  };
+  if (!ReadIntelHex(stream, image) || !image.ForEachBlock(add) || bytes == 0) {
     std::fprintf(stderr, "bench: the HEX file was not read\n");
     std::exit(1);
   }

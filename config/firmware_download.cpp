@@ -55,8 +55,8 @@ bool WriteBlock(CTzDevice& device, std::uint32_t address, std::span<const std::u
 }
 
 bool WriteImage(CTzDevice& device, const HexImage& image) {
-  return std::ranges::all_of(image.GetBlocks(), [&device](const auto& block) {
-    return WriteBlock(device, block.first, block.second);
+  return image.ForEachBlock([&](std::uint32_t address, std::span<const std::uint8_t> bytes) {
+    return WriteBlock(device, address, bytes);
   });
 }
 

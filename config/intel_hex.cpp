@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdio>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -163,19 +165,65 @@ class TokenReader {
 
 }  // namespace
 
-void MergeHexRecord(HexImage& image, std::uint32_t address, std::span<const std::uint8_t> bytes) {
-  const auto end = image.ends_.lower_bound({address, 0});
-  if (end == image.ends_.end() || end->first != address) {
-    if (image.blocks_.try_emplace(address, bytes.begin(), bytes.end()).second) {
-      image.ends_.emplace(std::uint64_t{address} + bytes.size(), address);
-    }
+HexImage::Place& HexImage::At(std::uint64_t address) {
+  if (address >= kLowPages * kPageAddresses) return high_[address];
+  std::unique_ptr<Page>& page = low_[address / kPageAddresses];
+  if (!page) page = std::make_unique<Page>();
+  return (*page)[address % kPageAddresses];
+}
+
+// A block that cannot grow where it lies is moved behind all others, with room to grow: blocks that
+// grow in turns are not moved at every record.
+void HexImage::Append(Block& block, std::span<const std::uint8_t> bytes) {
+  const std::size_t room = block.moved ? std::bit_ceil(std::size_t{block.size}) : block.size;
+  const std::size_t size = block.size + bytes.size();
+  if (size > room && block.begin + room == bytes_.size()) {
+    bytes_.resize(block.begin + (block.moved ? std::bit_ceil(size) : size));
+  } else if (size > room) {
+    const std::size_t begin = bytes_.size();
+    bytes_.resize(begin + std::bit_ceil(size));
+    std::copy_n(bytes_.data() + block.begin, block.size, bytes_.data() + begin);
+    block.begin = begin;
+    block.moved = 1;
+  }
+  std::copy(bytes.begin(), bytes.end(), bytes_.data() + block.begin + block.size);
+  block.size = static_cast<std::uint32_t>(size);
+}
+
+void HexImage::AddEnd(std::uint32_t number) {
+  const Block& added = blocks_[number - 1];
+  Place& place = At(added.End());
+  if (place.ending == 0) {
+    place.ending = number;
     return;
   }
-  std::vector<std::uint8_t>& block = image.blocks_[end->second];
-  block.insert(block.end(), bytes.begin(), bytes.end());
-  auto moved = image.ends_.extract(end);
-  moved.value().first += bytes.size();
-  image.ends_.insert(std::move(moved));
+  if (added.address < blocks_[place.ending - 1].address) std::swap(number, place.ending);
+  other_ends_.emplace(added.End(), blocks_[number - 1].address);
+}
+
+void HexImage::RemoveEnd(std::uint64_t address) {
+  std::uint32_t next = 0;
+  const auto other = other_ends_.lower_bound({address, 0});
+  if (other != other_ends_.end() && other->first == address) {
+    next = At(other->second).starting;
+    other_ends_.erase(other);
+  }
+  At(address).ending = next;
+}
+
+void MergeHexRecord(HexImage& image, std::uint32_t address, std::span<const std::uint8_t> bytes) {
+  HexImage::Place& place = image.At(address);
+  std::uint32_t number = place.ending;
+  if (number != 0) {
+    image.RemoveEnd(address);
+  } else if (place.starting == 0) {
+    image.blocks_.push_back({address, 0, image.bytes_.size(), 0});
+    number = place.starting = static_cast<std::uint32_t>(image.blocks_.size());
+  } else {
+    return;
+  }
+  image.Append(image.blocks_[number - 1], bytes);
+  image.AddEnd(number);
 }
 
 bool ReadIntelHex(std::istream& file, HexImage& image) {
