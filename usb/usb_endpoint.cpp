@@ -68,9 +68,10 @@ RequestRecord* CTzUSBEndPoint::PrepareRecord(const std::uint8_t* buffer, std::ui
   record_.payload_offset_ = payload ? static_cast<std::uint32_t>(payload_offset) : 0;
 
   std::uint8_t* const bytes = record_.Bytes();
-  std::memset(bytes, 0, static_cast<std::size_t>(payload_offset));
+  std::memset(bytes, 0, request_record::kHeaderBytes);
   bytes[request_record::kEndpoint] = address_;
   if (packet_table_bytes != 0) {
+    std::memset(bytes + request_record::kHeaderBytes, 0, record_.packet_table_bytes_);
     StoreLe32(bytes + request_record::kPacketTableOffset, request_record::kHeaderBytes);
     StoreLe32(bytes + request_record::kPacketTableLength, record_.packet_table_bytes_);
   }
