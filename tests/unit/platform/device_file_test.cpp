@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstddef>
 #include <functional>
+#include <semaphore>
 #include <thread>
 
 #include "platform/probe_driver/driver_requests.h"
@@ -231,11 +232,16 @@ TEST_F(DeviceFile, EnumerationListsThePresentDevicesSortedByPath) {
 // and the event serves one request after another: a set that comes late would end the next wait too
 // early.
 TEST_F(DeviceFile, EventOfAnEarlierRequestNeverEndsALaterWait) {
+  std::counting_semaphore<> submitted(0);
+  probe_->answer = [&](auto&) {
+    submitted.release();
+    return false;
+  };
   std::atomic<bool> stop = false;
   std::thread other([&] {
-    while (!stop) probe_->CompleteAll(UsbStatus::kOk, {1, 2, 3, 4});
+    while (submitted.acquire(), !stop) probe_->CompleteAll(UsbStatus::kOk, {1, 2, 3, 4});
   });
-  for (int i = 0; i < 20000; ++i) {
+  for (int i = 0; i < 5000; ++i) {
     const DWORD start = StartRead();
     ASSERT_TRUE(start == 0 || start == ERROR_IO_PENDING);
     if (i % 3 == 0) CancelIo(device_);
@@ -251,6 +257,7 @@ TEST_F(DeviceFile, EventOfAnEarlierRequestNeverEndsALaterWait) {
     ASSERT_TRUE(result == 0 ? bytes == 4 : result == ERROR_OPERATION_ABORTED);
   }
   stop = true;
+  submitted.release();
   other.join();
 }
 

@@ -46,6 +46,11 @@ class HostilePeer : public SocketFixture {
   }
   void ExpectServerWorks() {
     Connect();
+    // A server that has much to do may take longer than a bus waits for its first list.
+    const auto latest = std::chrono::steady_clock::now() + kBound;
+    while (bus_->ListDevices().empty() && std::chrono::steady_clock::now() < latest) {
+      std::this_thread::yield();
+    }
     EXPECT_EQ(bus_->ListDevices().size(), 1u);
     bus_.reset();
   }
@@ -152,7 +157,7 @@ TEST_F(HostilePeer, RandomFramesDoNotHarmTheServer) {
 TEST_F(HostilePeer, UserWhoDoesNotReadDelaysNobody) {
   const auto slow = Dial(probe_driver::kBusGreeting);
   Send(*slow, {.type = FrameType::kOpen, .device = 1}, Path());
-  // 64 MiB of answers that nobody reads: the server must neither wait for them nor lose them.
+  // 8 MiB of answers that nobody reads: the server must neither wait for them nor lose them.
   const Bytes mode_reply(3);
   Send(*slow, {.type = FrameType::kSubmit,
                .id = 1,
@@ -160,7 +165,7 @@ TEST_F(HostilePeer, UserWhoDoesNotReadDelaysNobody) {
                .length = 3,
                .setup = {0xC0, 0x41, 0x0110, 0, 3}});
   const Bytes chunk(1 << 20, 0x5A);
-  for (std::uint64_t i = 0; i < 64; ++i) {
+  for (std::uint64_t i = 0; i < 8; ++i) {
     ASSERT_TRUE(Send(*slow,
                      {.type = FrameType::kSubmit,
                       .endpoint = 0x01,
@@ -178,13 +183,13 @@ TEST_F(HostilePeer, UserWhoDoesNotReadDelaysNobody) {
   std::size_t received = 0;
   FrameHeader header;
   Bytes data(1 << 20);
-  while (received < 64u << 20 && slow->Receive(header.data(), header.size())) {
+  while (received < 8u << 20 && slow->Receive(header.data(), header.size())) {
     const auto frame = probe_driver::DecodeFrame(header);
     ASSERT_TRUE(frame);
     ASSERT_TRUE(slow->Receive(data.data(), frame->payload));
     if (frame->type == FrameType::kCompleted && frame->endpoint == 0x81) received += frame->payload;
   }
-  EXPECT_EQ(received, 64u << 20);
+  EXPECT_EQ(received, 8u << 20);
 }
 
 // A simulator that answers with nonsense: the user's side ends the connection and completes all.
