@@ -42,9 +42,8 @@ int main() {
   if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))) return 3;
   int status = 3;
   ITzWirefox_v3* wirefox = nullptr;
-  const HRESULT created =
-      CoCreateInstance(api::kClassId, nullptr, CLSCTX_LOCAL_SERVER, api::kInterfaceIdV3,
-                       reinterpret_cast<void**>(&wirefox));
+  const HRESULT created = CoCreateInstance(api::kClassId, nullptr, CLSCTX_LOCAL_SERVER,
+                                           api::kInterfaceIdV3, reinterpret_cast<void**>(&wirefox));
   if (SUCCEEDED(created)) {
     status = List(*wirefox);
     wirefox->Release();

@@ -91,11 +91,12 @@ void Mutex::MarkWaiters(bool present) {
   }
 }
 
-void Mutex::LastHandleClosed() {
-  ThreadRecord& self = CurrentThread();
-  if (!OwnedBy(self)) return;
-  times_taken_ = 1;
-  Unlock(self);
+bool Mutex::Forget(ThreadRecord& self) {
+  if (OwnedBy(self)) {
+    times_taken_ = 1;
+    Unlock(self);
+  }
+  return (owner_.load(std::memory_order_acquire) & ~kWaiters) == 0;
 }
 
 void AbandonOwnedMutexes(ThreadRecord& thread) {
@@ -104,7 +105,8 @@ void AbandonOwnedMutexes(ThreadRecord& thread) {
 
 namespace {
 
-// There is one object for each name as long as the process lives, for its shared lock does.
+// There is one object for each name as long as the process lives, for its shared lock does; another
+// one follows when the name is used again while a thread owns what nobody has a handle to.
 using NamedMutex = Named<Mutex>;
 
 // The mutexes whose shared locks this process has opened. Used under the lock of the names. Never
@@ -119,6 +121,11 @@ ObjectRef<KernelObject> FindMutex(const std::wstring& name, bool create) {
   auto& mutexes = OpenedMutexes();
   bool used_by_others = false;
   auto found = mutexes.find(name);
+  if (found != mutexes.end() && create && !found->second->Forget(CurrentThread()) &&
+      found->second->shared()->RemoveFile()) {
+    mutexes.erase(found);
+    found = mutexes.end();
+  }
   if (found == mutexes.end()) {
     SharedLock* const shared = SharedLock::Open(name, create, &used_by_others);
     if (!shared) return {};

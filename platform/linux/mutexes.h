@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <string>
 
 #include "platform/linux/named_mutex.h"
@@ -17,8 +18,12 @@ class Mutex : public Waitable {
  public:
   static constexpr ObjectKind kKind = ObjectKind::kMutex;
 
-  // `shared` is null for a mutex of this process alone, and otherwise lives as long as the process.
+  // `shared` is null for a mutex of this process alone, and is the mutex's otherwise.
   explicit Mutex(SharedLock* shared) : Waitable(kKind), shared_(shared) {}
+
+  // For a mutex without a handle, which on Windows would be gone: ends the thread's own ownership.
+  // False when another thread owns it, which it does until that thread ends.
+  bool Forget(ThreadRecord& self);
 
   // False when the thread does not own it.
   bool Unlock(ThreadRecord& self);
@@ -31,13 +36,13 @@ class Mutex : public Waitable {
   // Taking the shared lock may block.
   bool CanBeOneOfMany() const override { return shared_ == nullptr; }
 
-  SharedLock* shared() const { return shared_; }
+  SharedLock* shared() const { return shared_.get(); }
 
  protected:
   void MarkWaiters(bool present) override;
 
-  // An owner without a handle cannot give it back. On Windows the object would be gone.
-  void LastHandleClosed() override;
+  // An owner without a handle cannot give it back.
+  void LastHandleClosed() override { Forget(CurrentThread()); }
 
  private:
   static constexpr std::uintptr_t kWaiters = 1;
@@ -52,7 +57,7 @@ class Mutex : public Waitable {
   void GiveUp(ThreadRecord& self);
   void PassOn(ThreadRecord& self);
 
-  SharedLock* const shared_;
+  const std::unique_ptr<SharedLock> shared_;
   std::atomic<std::uintptr_t> owner_ = 0;  // the owner's record, and whether threads wait
   // The owner's own.
   std::uint32_t times_taken_ = 0;

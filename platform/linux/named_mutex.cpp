@@ -107,35 +107,43 @@ void InitialiseMutex(pthread_mutex_t& mutex) {
 // Closes the descriptor, and with it lets the locks go, unless it was kept.
 class Descriptor {
  public:
-  explicit Descriptor(int value) : value_(value) {}
-  ~Descriptor() {
-    if (value_ >= 0) close(value_);
-  }
+  Descriptor() = default;
+  ~Descriptor() { Reset(-1); }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
   int get() const { return value_; }
   int Keep() { return std::exchange(value_, -1); }
+  void Reset(int value) {
+    if (value_ >= 0) close(value_);
+    value_ = value;
+  }
 
  private:
-  int value_;
+  int value_ = -1;
 };
 
 }  // namespace
 
 SharedLock* SharedLock::Open(const std::wstring& name, bool create, bool* used_by_others) {
-  Descriptor file(OpenFile(FilePath(name), create));
-  if (file.get() < 0 || LockByte(file.get(), F_OFD_SETLKW, F_WRLCK, kOpeningByte) != 0) {
-    SetLastError(ErrorOf(errno));
-    return nullptr;
-  }
-  struct stat status;
+  const std::string path = FilePath(name);
+  struct stat status = {};
+  Descriptor file;
+  // Again when the file was removed before it could be locked.
+  do {
+    file.Reset(OpenFile(path, create));
+    if (file.get() < 0 || LockByte(file.get(), F_OFD_SETLKW, F_WRLCK, kOpeningByte) != 0 ||
+        fstat(file.get(), &status) != 0) {
+      SetLastError(ErrorOf(errno));
+      return nullptr;
+    }
+  } while (status.st_nlink == 0);
   const bool used = OthersHoldUseByte(file.get());
   if (!used && !create) {
     SetLastError(ERROR_FILE_NOT_FOUND);
     return nullptr;
   }
-  const bool sound = fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
-                     (!used || status.st_size >= static_cast<off_t>(sizeof(Shared)));
+  const bool sound =
+      S_ISREG(status.st_mode) && (!used || status.st_size >= static_cast<off_t>(sizeof(Shared)));
   if (!sound || (!used && ftruncate(file.get(), sizeof(Shared)) != 0)) {
     SetLastError(ERROR_ACCESS_DENIED);
     return nullptr;
@@ -155,7 +163,20 @@ SharedLock* SharedLock::Open(const std::wstring& name, bool create, bool* used_b
   LockByte(file.get(), F_OFD_SETLK, F_RDLCK, kUseByte);
   LockByte(file.get(), F_OFD_SETLK, F_UNLCK, kOpeningByte);
   *used_by_others = used;
-  return new SharedLock(file.Keep(), shared);
+  return new SharedLock(path, file.Keep(), shared);
+}
+
+SharedLock::~SharedLock() {
+  munmap(shared_, sizeof(Shared));
+  close(descriptor_);
+}
+
+bool SharedLock::RemoveFile() {
+  LockByte(descriptor_, F_OFD_SETLKW, F_WRLCK, kOpeningByte);
+  const bool used = OthersHoldUseByte(descriptor_);
+  if (!used) unlink(path_.c_str());
+  LockByte(descriptor_, F_OFD_SETLK, F_UNLCK, kOpeningByte);
+  return !used;
 }
 
 bool SharedLock::UsedByOthers() {

@@ -11,13 +11,14 @@
 #include <pthread.h>
 
 #include <string>
+#include <utility>
 
 #include "platform/linux/dispatcher.h"
 
 namespace linux_host {
 
 // One for each name and process. Lives as long as the process, so that opening it again costs no
-// system call.
+// system call, unless its file was removed.
 class SharedLock {
  public:
   enum class Outcome { kTaken, kAbandoned, kTimeOut, kFailed };
@@ -26,6 +27,15 @@ class SharedLock {
   // other process has it and `create` is not set, 5 when the account has no right to it.
   // `used_by_others` tells whether another process has it.
   static SharedLock* Open(const std::wstring& name, bool create, bool* used_by_others);
+
+  // Closes its file. Nobody has it locked, or its file was removed.
+  ~SharedLock();
+  SharedLock(const SharedLock&) = delete;
+  SharedLock& operator=(const SharedLock&) = delete;
+
+  // Takes the name away from this lock: whoever opens it next makes another one. False when another
+  // process uses it; nothing is done then.
+  bool RemoveFile();
 
   // Whether another process uses it now. No system call as long as none ever did.
   bool UsedByOthers();
@@ -40,8 +50,10 @@ class SharedLock {
  private:
   struct Shared;
 
-  SharedLock(int descriptor, Shared* shared) : descriptor_(descriptor), shared_(shared) {}
+  SharedLock(std::string path, int descriptor, Shared* shared)
+      : path_(std::move(path)), descriptor_(descriptor), shared_(shared) {}
 
+  const std::string path_;
   const int descriptor_;
   Shared* const shared_;
 };

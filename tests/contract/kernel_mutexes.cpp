@@ -86,6 +86,27 @@ TEST(KernelMutexes, NameIsFreeAgainWhenItsLastHandleIsClosed) {
   CloseHandle(mutex);
 }
 
+TEST(KernelMutexes, NameIsFreeAgainAlsoWhenAnotherThreadThanTheOwnerClosedIt) {
+  HANDLE mutex = CreateMutexW(nullptr, TRUE, kShared);
+  for (int i = 0; i < 3; ++i) {
+    HANDLE next = nullptr;
+    DWORD error = 1;
+    std::thread([&] {
+      CloseHandle(mutex);
+      next = CreateMutexW(nullptr, TRUE, kShared);
+      error = GetLastError();
+      EXPECT_FALSE(FreeForOthers(next));
+      EXPECT_TRUE(ReleaseMutex(next));
+    }).join();
+    EXPECT_EQ(0U, error);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(next, 0));
+    mutex = next;
+  }
+  EXPECT_TRUE(ReleaseMutex(mutex));
+  EXPECT_TRUE(FreeForOthers(mutex));
+  CloseHandle(mutex);
+}
+
 TEST(KernelMutexes, NamesAreCaseSensitiveAndMayHoldAnyCharacterButABackslash) {
   const HANDLE lower = CreateMutexW(nullptr, FALSE, L"wirefoxcontractshared");
   const HANDLE upper = CreateMutexW(nullptr, FALSE, kShared);

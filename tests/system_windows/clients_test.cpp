@@ -55,6 +55,15 @@ class Array {
   SAFEARRAY* array_ = nullptr;
 };
 
+DWORD RunScript(const std::filesystem::path& script, const std::wstring& arguments,
+                const std::filesystem::path& output) {
+  wchar_t system[MAX_PATH] = {};
+  GetSystemDirectoryW(system, MAX_PATH);
+  return Process(std::filesystem::path(system) / "cscript.exe",
+                 L"//nologo \"" + script.wstring() + L"\" " + arguments, output)
+      .Wait();
+}
+
 class Clients : public Installation {
  protected:
   Clients() {
@@ -296,12 +305,25 @@ TEST_F(Clients, ScriptsReachTheServiceByItsProgramId) {
          "WScript.Echo probes.SetMode(\"nobody\", 4, 0, 0)\r\n"
          "WScript.Echo probes.ReleaseDevice(5)\r\n"
          "WScript.Echo Right(probes.GetDevicesChangedLocation(), 8)\r\n";
-  wchar_t system[MAX_PATH] = {};
-  GetSystemDirectoryW(system, MAX_PATH);
-  Process script(std::filesystem::path(system) / "cscript.exe",
-                 L"//nologo \"" + (folder / "client.vbs").wstring() + L"\"", folder / "out.txt");
-  EXPECT_EQ(script.Wait(), 0u);
+  EXPECT_EQ(RunScript(folder / "client.vbs", L"", folder / "out.txt"), 0u);
   EXPECT_EQ(ReadFile(folder / "out.txt"), "33554944\r\n0\r\n5\r\n2\r\n\\wfx.log\r\n");
+}
+
+TEST_F(Clients, SamplesDoWhatTheySay) {
+  ASSERT_TRUE(object_);
+  ASSERT_TRUE(ProbeIsThere(L"WFX0001"));
+  const auto folder = program().parent_path();
+  const auto output = folder / "out.txt";
+  std::ofstream(folder / "identify.vbs", std::ios::binary)
+      << ReadFile(std::filesystem::path(WIREFOX_SAMPLES_DIR) / "identify.vbs");
+  EXPECT_EQ(RunScript(folder / "identify.vbs", L"WFX0002", output), 0u);
+  EXPECT_EQ(ReadFile(output), "service version 2.0.2.0\r\ndone\r\n");
+  EXPECT_EQ(RunScript(folder / "identify.vbs", L"nobody", output), 15u);
+  EXPECT_EQ(Process(TestProgramFolder() / "list_probes.exe", L"", output).Wait(), 0u);
+  const std::string listed = ReadFile(output);
+  for (const char* name : {"EVK0001", "WFX0001", "WFX0002"}) {
+    EXPECT_NE(listed.find(name), std::string::npos) << listed;
+  }
 }
 
 }  // namespace
