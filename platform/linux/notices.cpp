@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <deque>
 #include <iterator>
 #include <map>
@@ -47,19 +48,34 @@ bool SendToJournal(int priority, std::string_view source, std::string_view text,
   return sd_journal_sendv(parts.data(), static_cast<int>(parts.size())) >= 0;
 }
 
+bool SendToSyslog(int priority, std::string_view source, std::string_view text) {
+  if (access(kSyslogSocket, W_OK) != 0) return false;
+  syslog(LOG_DAEMON | priority, "%.*s: %.*s", static_cast<int>(source.size()), source.data(),
+         static_cast<int>(text.size()), text.data());
+  return true;
+}
+
+bool SendToSystemLog(int priority, std::string_view source, std::string_view text,
+                     const JournalFields& fields) {
+  return SendToJournal(priority, source, text, fields) || SendToSyslog(priority, source, text);
+}
+
+void Print(std::string_view source, std::string_view text) {
+  std::fprintf(stderr, "%.*s: %.*s\n", static_cast<int>(source.size()), source.data(),
+               static_cast<int>(text.size()), text.data());
+}
+
 }  // namespace
 
 void WriteJournal(int priority, std::string_view source, std::string_view text,
                   const JournalFields& fields) {
-  if (SendToJournal(priority, source, text, fields)) return;
-  const int source_length = static_cast<int>(source.size());
-  const int text_length = static_cast<int>(text.size());
-  if (access(kSyslogSocket, W_OK) == 0) {
-    syslog(LOG_DAEMON | priority, "%.*s: %.*s", source_length, source.data(), text_length,
-           text.data());
-    return;
-  }
-  std::fprintf(stderr, "%.*s: %.*s\n", source_length, source.data(), text_length, text.data());
+  if (!SendToSystemLog(priority, source, text, fields)) Print(source, text);
+}
+
+void ShowMessage(int priority, std::string_view title, std::string_view text) {
+  const bool is_logged = SendToSystemLog(priority, title, text, {});
+  // systemd writes what its services print to the journal as well.
+  if (!is_logged || std::getenv("JOURNAL_STREAM") == nullptr) Print(title, text);
 }
 
 void AddNotice(std::wstring notice) {
@@ -166,8 +182,9 @@ int MessageBoxW(HWND, LPCWSTR text, LPCWSTR title, UINT type) {
   const std::wstring shown_title = title ? title : L"Error";
   const std::wstring shown_text = text ? text : L"";
   linux_host::AddNotice(L"box|" + shown_title + L"|" + shown_text);
-  std::string line = linux_host::WideToUtf8(shown_title + L": " + shown_text);
+  std::string line = linux_host::WideToUtf8(shown_text);
   std::erase(line, '\r');
-  std::fprintf(stderr, "%s\n", line.c_str());
+  linux_host::ShowMessage((type & kIcons) == MB_ICONERROR ? LOG_ERR : LOG_NOTICE,
+                          linux_host::WideToUtf8(shown_title), line);
   return IDOK;
 }

@@ -17,6 +17,10 @@ using JournalFields = std::vector<std::pair<std::string, std::string>>;
 void WriteJournal(int priority, std::string_view source, std::string_view text,
                   const JournalFields& fields = {});
 
+// The same for what a user is to see at once: on standard error, and in the journal or syslog,
+// where the messages of a service and of a server that a client has started are read later.
+void ShowMessage(int priority, std::string_view title, std::string_view text);
+
 // Keeps `notice` for TakeNotices. A process that nobody asks keeps the latest 256 only.
 void AddNotice(std::wstring notice);
 
