@@ -5,15 +5,15 @@
 #include <windows.h>
 
 #include <cerrno>
-#include <iterator>
 #include <string>
 
+#include "platform/linux/bus_activation.h"
 #include "platform/linux/component_paths.h"
 #include "platform/linux/exported_class.h"
 #include "platform/linux/private_connection.h"
 #include "platform/linux/proxy.h"
+#include "platform/linux/registered_class.h"
 #include "platform/linux/server_process.h"
-#include "platform/linux/text.h"
 
 namespace linux_host {
 namespace {
@@ -35,28 +35,6 @@ struct Attempt {
   Outcome outcome;
   HRESULT status = S_OK;
 };
-
-// The registered command; empty when there is none.
-std::string RegisteredCommand(REFCLSID id) {
-  OLECHAR text[40];
-  StringFromGUID2(id, text, static_cast<int>(std::size(text)));
-  const std::wstring path = L"CLSID\\" + std::wstring(text) + L"\\LocalServer32";
-  HKEY key;
-  if (RegOpenKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) return "";
-  DWORD type = 0, size = 0;
-  std::wstring value;
-  if (RegQueryValueExW(key, nullptr, nullptr, &type, nullptr, &size) == ERROR_SUCCESS &&
-      type == REG_SZ) {
-    value.resize(size / sizeof(WCHAR));
-    if (RegQueryValueExW(key, nullptr, nullptr, &type, reinterpret_cast<BYTE*>(value.data()),
-                         &size) != ERROR_SUCCESS) {
-      value.clear();
-    }
-    value.resize(value.find(L'\0') == std::wstring::npos ? value.size() : value.find(L'\0'));
-  }
-  RegCloseKey(key);
-  return WideToUtf8(value);
-}
 
 BusHandle OpenClientBus(Descriptor socket) {
   sd_bus* created = nullptr;
@@ -111,12 +89,14 @@ class Activation {
  public:
   Activation(const ClassPlan& plan, BusHandle& connection) : plan_(plan), connection_(connection) {}
 
-  HRESULT Run(const std::string& command);
+  HRESULT Run(const RegisteredClass& registered);
 
  private:
   bool IsOverdue() const { return MonotonicMicroseconds() >= deadline_; }
   Attempt AwaitLockOrServer(Descriptor& lock);
   Attempt StartServer(const std::vector<std::string>& command);
+  HRESULT UseService();
+  HRESULT UsePlainServer(const std::string& command);
 
   const ClassPlan& plan_;
   BusHandle& connection_;
@@ -152,15 +132,25 @@ Attempt Activation::StartServer(const std::vector<std::string>& command) {
   return {was_seen ? Outcome::kLost : Outcome::kNoServer};
 }
 
-HRESULT Activation::Run(const std::string& command) {
-  Attempt attempt = TryConnect(plan_, connection_);
-  if (IsFinal(attempt)) return attempt.status;
+// The service is started by its manager, once for all who ask, also for those who come again
+// because it was ending.
+HRESULT Activation::UseService() {
+  while (!IsOverdue()) {
+    if (StartServiceOverBus(plan_, kActivationMicroseconds) == BusAnswer::kRefused) break;
+    const Attempt attempt = TryConnect(plan_, connection_);
+    if (IsFinal(attempt)) return attempt.status;
+    poll(nullptr, 0, kLookAgainMs);
+  }
+  return CO_E_SERVER_EXEC_FAILURE;
+}
+
+HRESULT Activation::UsePlainServer(const std::string& command) {
   Descriptor lock;
-  attempt = AwaitLockOrServer(lock);
+  Attempt attempt = AwaitLockOrServer(lock);
   if (IsFinal(attempt)) return attempt.status;
   if (!lock.is_open()) return CO_E_SERVER_EXEC_FAILURE;
   std::vector<std::string> words = SplitCommand(command);
-  words.push_back("-Embedding");
+  words.emplace_back(kEmbedding);
   for (int starts = 0; starts < kMaxStarts && !IsOverdue(); ++starts) {
     attempt = StartServer(words);
     if (IsFinal(attempt)) return attempt.status;
@@ -169,12 +159,18 @@ HRESULT Activation::Run(const std::string& command) {
   return CO_E_SERVER_EXEC_FAILURE;
 }
 
+HRESULT Activation::Run(const RegisteredClass& registered) {
+  const Attempt attempt = TryConnect(plan_, connection_);
+  if (IsFinal(attempt)) return attempt.status;
+  return registered.service.empty() ? UsePlainServer(registered.command) : UseService();
+}
+
 }  // namespace
 
 HRESULT ActivateClass(REFCLSID id, const ClassPlan& plan, BusHandle& connection) {
-  const std::string command = RegisteredCommand(id);
-  if (command.empty()) return REGDB_E_CLASSNOTREG;
-  return Activation(plan, connection).Run(command);
+  const RegisteredClass registered = FindRegisteredClass(id);
+  if (registered.command.empty()) return REGDB_E_CLASSNOTREG;
+  return Activation(plan, connection).Run(registered);
 }
 
 }  // namespace linux_host

@@ -28,9 +28,7 @@ std::string UserHome() {
 
 std::string UserPath(HomeKind kind) {
   if (kind == HomeKind::kState) {
-    std::string base = Variable("XDG_STATE_HOME");
-    if (base.empty() || base.front() != '/') base = UserHome() + "/.local/state";
-    return base + "/wirefox";
+    return UserFolder("XDG_STATE_HOME", ".local/state") + "/wirefox";
   }
   const std::string base = Variable("XDG_RUNTIME_DIR");
   if (!base.empty() && base.front() == '/') return base + "/wirefox";
@@ -48,8 +46,15 @@ bool MakeDirectories(const std::string& path, unsigned mode) {
   return mkdir(path.c_str(), mode) == 0 || errno == EEXIST;
 }
 
+std::string InstallationHome() { return WithoutTrailingSlashes(Variable("WIREFOX_HOME")); }
+
+std::string UserFolder(const char* variable, const char* below) {
+  const std::string folder = Variable(variable);
+  return !folder.empty() && folder.front() == '/' ? folder : UserHome() + "/" + below;
+}
+
 std::string MachineHomePath(HomeKind kind) {
-  const std::string home = WithoutTrailingSlashes(Variable("WIREFOX_HOME"));
+  const std::string home = InstallationHome();
   if (!home.empty()) return kind == HomeKind::kState ? home : home + "/run";
   return kind == HomeKind::kState ? "/var/lib/wirefox" : "/run/wirefox";
 }

@@ -28,6 +28,13 @@ std::string HomePath(HomeKind kind);
 // same as HomePath when $WIREFOX_HOME is set. Not created.
 std::string MachineHomePath(HomeKind kind);
 
+// $WIREFOX_HOME without slashes at its end; empty when it is not set.
+std::string InstallationHome();
+
+// A folder of the user's own: what `variable` names when that is an absolute path, else `below` in
+// the home directory. Not created.
+std::string UserFolder(const char* variable, const char* below);
+
 // Creates `path` and the directories above it that are missing. False, with errno, on failure.
 bool MakeDirectories(const std::string& path, unsigned mode);
 

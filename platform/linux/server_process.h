@@ -8,6 +8,9 @@
 
 namespace linux_host {
 
+// Tells a server that it is started for a client.
+inline constexpr char kEmbedding[] = "-Embedding";
+
 // The words of a command line: separated by blanks, a word in double quotes may hold some. The
 // first one is the program. A quote inside a quoted word belongs to it unless a blank or the end
 // follows: paths may hold quotes on this host.

@@ -7,6 +7,7 @@
 #include <cwchar>
 #include <string>
 
+#include "platform/linux/bus_registration.h"
 #include "platform/linux/program_resources.h"
 #include "platform/linux/text.h"
 #include "platform/linux/type_registry.h"
@@ -101,7 +102,9 @@ HRESULT LoadRegTypeLib(REFGUID id, WORD major, WORD minor, LCID, ITypeLib** libr
 
 HRESULT RegisterTypeLib(ITypeLib* library, const OLECHAR* path, const OLECHAR* help_directory) {
   if (library == nullptr || path == nullptr) return E_INVALIDARG;
-  return linux_host::WriteLibraryEntries(linux_host::DescriptionOf(library), path, help_directory)
+  const interface_schema::Library& description = linux_host::DescriptionOf(library);
+  return linux_host::WriteLibraryEntries(description, path, help_directory) &&
+                 linux_host::WriteBusRegistration(description)
              ? S_OK
              : TYPE_E_REGISTRYACCESS;
 }
@@ -110,7 +113,11 @@ HRESULT UnRegisterTypeLib(REFGUID id, WORD major, WORD minor, LCID locale, SYSKI
   if (kind != SYS_WIN64) return TYPE_E_REGISTRYACCESS;
   const interface_schema::Library* carried = linux_host::GetProgramResources().type_library;
   const bool is_carried = carried != nullptr && IsEqualGUID(*carried->id, id);
-  return linux_host::RemoveLibraryEntries(id, major, minor, locale, is_carried ? carried : nullptr)
+  // In any case: a bus must not start a server that is no longer registered.
+  const bool are_files_gone = !is_carried || linux_host::RemoveBusRegistration(*carried);
+  return linux_host::RemoveLibraryEntries(id, major, minor, locale,
+                                          is_carried ? carried : nullptr) &&
+                 are_files_gone
              ? S_OK
              : TYPE_E_REGISTRYACCESS;
 }

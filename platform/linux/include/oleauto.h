@@ -71,8 +71,11 @@ HRESULT LoadTypeLib(const OLECHAR* path, ITypeLib** library);
 // one this program carries, cannot be loaded; TYPE_E_LIBNOTREGISTERED when there is none.
 HRESULT LoadRegTypeLib(REFGUID id, WORD major, WORD minor, LCID locale, ITypeLib** library);
 // Writes the library's and its interfaces' entries under the classes root; a null help directory
-// leaves that entry out. TYPE_E_REGISTRYACCESS when they cannot be written.
+// leaves that entry out. Then has the message buses know the class as it is registered at that
+// moment, so that they start its server. TYPE_E_REGISTRYACCESS when this cannot be written.
 HRESULT RegisterTypeLib(ITypeLib* library, const OLECHAR* path, const OLECHAR* help_directory);
+// Takes all of it away again, from the buses also when the library is not registered
+// (TYPE_E_REGISTRYACCESS).
 HRESULT UnRegisterTypeLib(REFGUID id, WORD major, WORD minor, LCID locale, SYSKIND kind);
 
 }  // extern "C"
