@@ -5,6 +5,8 @@
 #include <cstdlib>
 
 #include "platform/linux/component_paths.h"
+#include "platform/linux/registration_files.h"
+#include "platform/linux/service_dispatcher.h"
 
 namespace linux_host {
 namespace {
@@ -20,7 +22,9 @@ bool IsSet(const char* variable) {
 BusHandle OpenBus() {
   sd_bus* bus = nullptr;
   int status = -1;
-  if (IsSet("DBUS_SESSION_BUS_ADDRESS") || IsSet("XDG_RUNTIME_DIR")) {
+  if (RunsAsService() && ServicesAreTheMachines()) {
+    status = sd_bus_open_system(&bus);
+  } else if (IsSet("DBUS_SESSION_BUS_ADDRESS") || IsSet("XDG_RUNTIME_DIR")) {
     status = sd_bus_open_user(&bus);
   } else if (ServesAllAccounts()) {
     status = sd_bus_open_system(&bus);

@@ -12,9 +12,9 @@ namespace linux_host {
 
 class MessageBus final : public CallTarget {
  public:
-  // Takes the class's name on the session's bus; on the system bus for root outside any session, as
-  // a system service is. Null when there is no such bus: the private connections alone then serve.
-  // Where another process has the name, this one comes after it.
+  // Takes the class's name on the session's bus; on the system bus for a service of the machine and
+  // for root outside any session. Null when there is no such bus: the private connections alone
+  // then serve. Where another process has the name, this one comes after it.
   static std::unique_ptr<MessageBus> Open(ExportedClass& exported, IClassFactory* factory);
 
   BusLink& link() { return link_; }

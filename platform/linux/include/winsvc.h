@@ -1,8 +1,8 @@
-// The calls of the service control manager, which this host does not have.
+// The calls of the service control manager, which is systemd here.
 //
-// They answer as Windows does on a machine whose manager cannot be reached: it cannot be opened,
-// no handle of it is valid, and no process is started by it. Running as a service and installing
-// one thus fail in the ways that their callers know.
+// A service is a unit file: root's one of the system, a user's one of the user's own systemd; with
+// WIREFOX_HOME set it lies in its folder "systemd", from where systemd can be told of it. Where no
+// systemd runs, services can be installed and removed all the same, and none runs.
 #pragma once
 
 #include <minwindef.h>
@@ -79,24 +79,44 @@ typedef struct _SERVICE_TABLE_ENTRYW {
 
 extern "C" {
 
-// Null, with error 1722 (RPC_S_SERVER_UNAVAILABLE): nothing answers.
+// Null on failure: 1722 for another machine, 1065 for a database with a name, 5 when more than
+// connecting and listing is asked for and this account may not write unit files.
 SC_HANDLE OpenSCManagerW(LPCWSTR machine, LPCWSTR database, DWORD access);
 
-// Null or FALSE, with error 6 (ERROR_INVALID_HANDLE): there are no handles that they could take.
+// Null on failure: 6, 5 (of the manager, or as above), 123 for a name that no unit can have, 1060.
 SC_HANDLE OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access);
+
+// Writes the unit, with the present values of WIREFOX_HOME and WIREFOX_BUS for its environment.
+// Modelled are services in a process of their own (0x10), on demand (3), with normal error control
+// (1), of the system's account, which need nothing but "RPCSS"; `path` is a command line. Null on
+// failure: 6, 5, 123, 1073, 87 for what is not modelled, or why the unit cannot be written.
 SC_HANDLE CreateServiceW(SC_HANDLE manager, LPCWSTR name, LPCWSTR display_name, DWORD access,
                          DWORD type, DWORD start_type, DWORD error_control, LPCWSTR path,
                          LPCWSTR load_order_group, LPDWORD tag, LPCWSTR dependencies,
                          LPCWSTR account, LPCWSTR password);
-BOOL ControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status);
-BOOL DeleteService(SC_HANDLE service);
-BOOL CloseServiceHandle(SC_HANDLE handle);
-BOOL SetServiceStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS status);
 
-// FALSE, with error 1063 (ERROR_FAILED_SERVICE_CONTROLLER_CONNECT).
+// Has systemd stop the service. Fills `status` also when the service cannot take the control: 1062
+// when it does not run, 1061 while it starts or stops, 1052 for other controls than stop. Other
+// errors: 6, 5, 87 without a status.
+BOOL ControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status);
+
+// Removes the unit at once; a service that runs goes on until it has stopped. Errors: 6, 5, 1072
+// when it has been removed already.
+BOOL DeleteService(SC_HANDLE service);
+
+BOOL CloseServiceHandle(SC_HANDLE handle);  // error 6
+
+// On the thread that is to deliver the controls, until the one service of the table has reported
+// that it stopped, or its thread has ended. systemd's request to end (SIGTERM) is the stop control,
+// delivered once, and not before the service runs. FALSE with error 1063 when systemd has not
+// started this process as a service that tells of its start; 1056, 87, 8.
 BOOL StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table);
 
-// Null, with error 1083 (ERROR_SERVICE_NOT_IN_EXE): no dispatcher runs that knows the name.
+// The handler is called on the dispatcher's thread. Null with error 1083 when no dispatcher runs
+// that knows the name.
 SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerW(LPCWSTR name, LPHANDLER_FUNCTION handler);
+
+// Tells systemd when the service is ready and when it stops. Error 6, 87.
+BOOL SetServiceStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS status);
 
 }  // extern "C"

@@ -104,6 +104,7 @@ TEST_F(LocalServer, ServiceValueMustBeATerminatedText) {
 }
 
 TEST_F(LocalServer, FailedRegistrationIsTheExitCode) {
+  const NoServiceManager no_manager;
   EXPECT_EQ(static_cast<HRESULT>(Run(L"server -Service")), E_FAIL);
   EXPECT_LT(Run(L"server -UnregServer"), 0);
 }

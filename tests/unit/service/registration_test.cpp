@@ -189,9 +189,23 @@ TEST_F(Registration, LocalServerRegistrationTakesTheServiceValueAway) {
   EXPECT_EQ(LocalService(), L"(none)");
 }
 
-// This host has no service manager: the entries are written, the service is not, and the user is
-// told why.
+TEST_F(Registration, ServiceIsWrittenWholeAndBecomesALocalServerAgain) {
+  Lines expected = Fill(kRegistered);
+  expected.insert(expected.begin() + 2, Fill({"AppID\\$A|LocalService=\"TzWirefoxService\""})[0]);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(RegisterAsService(names_), S_OK);
+    EXPECT_EQ(Registered(), expected);
+  }
+  EXPECT_EQ(RegisterAsLocalServer(names_), S_OK);
+  EXPECT_EQ(Registered(), Fill(kRegistered));
+  EXPECT_EQ(RegisterAsService(names_), S_OK);
+  EXPECT_EQ(Unregister(names_), S_OK);
+  EXPECT_EQ(Registered(), Lines{});
+}
+
+// The entries are written, the service is not, and the user is told why.
 TEST_F(Registration, ServiceWithoutAManagerFailsAfterTheEntriesAreWritten) {
+  const NoServiceManager no_manager;
   test_host::TakeNotices();
   EXPECT_EQ(RegisterAsService(names_), E_FAIL);
   EXPECT_EQ(test_host::TakeNotices(),

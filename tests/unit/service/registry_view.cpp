@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <fstream>
 
 #include "api/identifiers.h"
 #include "service/registration.h"
@@ -106,6 +108,15 @@ void RemoveRegistration() {
     RemoveTree(HKEY_CLASSES_ROOT, path);
   }
 }
+
+NoServiceManager::NoServiceManager()
+    : folder_(std::filesystem::path(std::getenv("WIREFOX_HOME")) / "systemd") {
+  std::filesystem::remove_all(folder_);
+  std::filesystem::create_directories(folder_.parent_path());
+  std::ofstream(folder_) << "no folder";
+}
+
+NoServiceManager::~NoServiceManager() { std::filesystem::remove_all(folder_); }
 
 std::string Narrow(const std::wstring& text) {
   std::string narrow;

@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -18,5 +19,16 @@ void RemoveTree(HKEY root, const std::wstring& path);
 
 // Removes all that registering the server writes, also what a failed command has left.
 void RemoveRegistration();
+
+// While it lives, the service manager of the Linux layer refuses to be opened: a file stands where
+// its folder would.
+class NoServiceManager {
+ public:
+  NoServiceManager();
+  ~NoServiceManager();
+
+ private:
+  const std::filesystem::path folder_;
+};
 
 std::string Narrow(const std::wstring& text);

@@ -1,0 +1,127 @@
+// The calls of the service control manager: rights, refusals, and the unit file as their one trace.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <winsvc.h>
+
+#include <fstream>
+#include <functional>
+#include <iterator>
+
+#include "tests/unit/platform/scratch_home.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr wchar_t kName[] = L"ServiceOfATest";
+
+class ServiceManager : public testing::Test {
+ protected:
+  ServiceManager() {
+    // No systemd of the machine is asked.
+    setenv("PATH", home_.directory().c_str(), 1);
+    unsetenv("WIREFOX_BUS");
+    manager_ = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+    EXPECT_NE(manager_, nullptr);
+  }
+  ~ServiceManager() override {
+    CloseServiceHandle(manager_);
+    setenv("PATH", path_.c_str(), 1);
+  }
+
+  SC_HANDLE Create(LPCWSTR name = kName, DWORD access = SERVICE_ALL_ACCESS) {
+    return CreateServiceW(manager_, name, L"A test", access, SERVICE_WIN32_OWN_PROCESS,
+                          SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, L"\"/opt/a b\" -x", nullptr,
+                          nullptr, L"RPCSS\0", nullptr, nullptr);
+  }
+
+  fs::path unit_path() const { return home_.directory() / "systemd" / "ServiceOfATest.service"; }
+
+  const std::string path_ = getenv("PATH");
+  const ScratchHome home_;
+  SC_HANDLE manager_;
+};
+
+TEST_F(ServiceManager, AServiceIsItsUnitFile) {
+  EXPECT_EQ(OpenServiceW(manager_, kName, SERVICE_QUERY_CONFIG), nullptr);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
+  const SC_HANDLE created = Create();
+  ASSERT_NE(created, nullptr);
+  std::ifstream file(unit_path());
+  const std::string text(std::istreambuf_iterator<char>(file), {});
+  EXPECT_NE(text.find("Description=A test\nWants=dbus.socket\nAfter=dbus.socket\n"), text.npos);
+  EXPECT_NE(text.find("ExecStart=:\"/opt/a b\" \"-x\"\n"), text.npos) << text;
+  EXPECT_EQ(Create(), nullptr);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_SERVICE_EXISTS});
+
+  const SC_HANDLE opened = OpenServiceW(manager_, kName, SERVICE_STOP | DELETE);
+  SERVICE_STATUS status = {};
+  EXPECT_FALSE(ControlService(opened, SERVICE_CONTROL_STOP, &status));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_SERVICE_NOT_ACTIVE});
+  EXPECT_EQ(status.dwServiceType, DWORD{SERVICE_WIN32_OWN_PROCESS});
+  EXPECT_EQ(status.dwCurrentState, DWORD{SERVICE_STOPPED});
+  EXPECT_TRUE(DeleteService(opened));
+  EXPECT_FALSE(fs::exists(unit_path()));
+  EXPECT_FALSE(DeleteService(created));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
+  for (const SC_HANDLE handle : {created, opened}) EXPECT_TRUE(CloseServiceHandle(handle));
+  EXPECT_FALSE(CloseServiceHandle(opened));
+}
+
+TEST_F(ServiceManager, RefusalsHaveTheManagersOwnErrors) {
+  const SC_HANDLE connected = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+  const SC_HANDLE service = Create(kName, SERVICE_QUERY_CONFIG);
+  ASSERT_NE(service, nullptr);
+  SERVICE_STATUS status = {};
+  const auto create = [&](SC_HANDLE manager, LPCWSTR name, DWORD start_type, LPCWSTR path,
+                          LPCWSTR needs, LPCWSTR account) {
+    return CreateServiceW(manager, name, name, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                          start_type, SERVICE_ERROR_NORMAL, path, nullptr, nullptr, needs, account,
+                          nullptr) != nullptr;
+  };
+  const struct {
+    const char* name;
+    std::function<bool()> call;
+    DWORD error;
+  } kCases[] = {
+      {"another machine", [] { return OpenSCManagerW(L"other", nullptr, 1) != nullptr; }, 1722},
+      {"another database", [] { return OpenSCManagerW(nullptr, L"Failed", 1) != nullptr; }, 1065},
+      {"no manager", [] { return OpenServiceW(nullptr, kName, 1) != nullptr; }, 6},
+      {"a service for a manager", [&] { return OpenServiceW(service, kName, 1) != nullptr; }, 6},
+      {"a path for a name", [&] { return OpenServiceW(manager_, L"../x", 1) != nullptr; }, 123},
+      {"no name", [&] { return OpenServiceW(manager_, nullptr, 1) != nullptr; }, 123},
+      {"may only connect", [&] { return create(connected, L"B", 3, L"/b", L"\0", nullptr); }, 5},
+      {"started with the host", [&] { return create(manager_, L"B", 2, L"/b", L"\0", nullptr); },
+       87},
+      {"no path", [&] { return create(manager_, L"B", 3, L"b", L"\0", nullptr); }, 87},
+      {"needs what is not here",
+       [&] { return create(manager_, L"B", 3, L"/b", L"Tcpip\0", nullptr); }, 87},
+      {"an account", [&] { return create(manager_, L"B", 3, L"/b", L"\0", L"guest"); }, 87},
+      {"may not stop", [&] { return ControlService(service, 1, &status) != FALSE; }, 5},
+      {"not a stop", [&] { return ControlService(service, 2, &status) != FALSE; }, 1052},
+      {"may not delete", [&] { return DeleteService(service) != FALSE; }, 5},
+      {"a manager for a service", [&] { return DeleteService(manager_) != FALSE; }, 6},
+  };
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.name);
+    SetLastError(0);
+    EXPECT_FALSE(test.call());
+    EXPECT_EQ(GetLastError(), test.error);
+  }
+  EXPECT_TRUE(fs::exists(unit_path()));
+  for (const SC_HANDLE handle : {service, connected}) CloseServiceHandle(handle);
+}
+
+TEST_F(ServiceManager, WhereUnitsCannotBeWrittenItCanOnlyBeConnectedTo) {
+  std::ofstream(home_.directory() / "systemd") << "not a folder";
+  EXPECT_EQ(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS), nullptr);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+  EXPECT_EQ(Create(), nullptr);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+  const SC_HANDLE connected = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+  EXPECT_NE(connected, nullptr);
+  CloseServiceHandle(connected);
+}
+
+}  // namespace
