@@ -37,8 +37,11 @@ void WriteFile(const fs::path& path, const std::string& content) {
 }
 
 SystemTest::SystemTest() : home_(MakeHome()) {
+  bin = home_ / "bin";
   environment["WIREFOX_HOME"] = home_;
   environment["WIREFOX_BUS"] = std::string("sim:") + (home_ / "bench.socket").string();
+  // Root's service would look for the machine's bus.
+  environment["DBUS_SYSTEM_BUS_ADDRESS"] = std::string("unix:path=") + (home_ / "no-bus").string();
   // The sanitizers' settings reach the programs under test, nothing else does: no bus of the
   // machine, no locale.
   for (const char* name : {"PATH", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
@@ -55,7 +58,6 @@ SystemTest::~SystemTest() {
 }
 
 void SystemTest::Install(const std::string& settings) {
-  const fs::path bin = home_ / "bin";
   fs::create_directories(bin);
   fs::copy_file(kBin / "TzWirefoxService", service_path());
   for (const char* image : {"wirefox.hex", "evk.hex", "wirefox.fpga"}) {

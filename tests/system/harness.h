@@ -60,12 +60,13 @@ class SystemTest : public testing::Test {
   bool ServiceEnds();
 
   std::filesystem::path home() const { return home_; }
-  std::filesystem::path service_path() const { return home_ / "bin" / "TzWirefoxService"; }
+  std::filesystem::path service_path() const { return bin / "TzWirefoxService"; }
   std::filesystem::path capture_path() const { return home_ / "usb.pcap"; }
   std::filesystem::path devices_changed_path() const { return home_ / "tmp" / "wfx.log"; }
 
   Environment environment;
   std::unique_ptr<Process> bench;
+  std::filesystem::path bin;  // where the service is installed to
 
  private:
   std::string WriteInput(const std::string& input);

@@ -1,0 +1,205 @@
+// The program as a service: under its manager, on the message bus, and as it is installed.
+#include <signal.h>
+#include <unistd.h>
+
+#include "tests/system/manager.h"
+
+namespace system_test {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Service : public ManagerTest {
+ protected:
+  // Runs a command of a shell that takes the place of systemctl, with the word that it is asked in
+  // $1.
+  void UseSystemctl(const std::string& commands) {
+    const fs::path folder = home() / "tools";
+    fs::create_directory(folder);
+    WriteFile(folder / "systemctl",
+              "#!/bin/sh\nfor word; do case $word in -*) ;; *) break ;; esac; "
+              "done\nset -- \"$word\"\necho $1 >>" +
+                  Asked() + "\n" + commands + "\n");
+    fs::permissions(folder / "systemctl", fs::perms::owner_all);
+    environment["PATH"] = folder.string() + ":/usr/bin:/bin";
+  }
+  std::string Asked() const { return home() / "asked"; }
+  std::string ShowUnit(const std::string& state, const std::string& folder) const {
+    return "[ $1 != show ] || printf 'ActiveState=" + state + "\\nFragmentPath=" + folder +
+           "/TzWirefoxService.service\\n'";
+  }
+  fs::path unit_path() const { return home() / "systemd" / "TzWirefoxService.service"; }
+};
+
+TEST_F(Service, TellsItsManagerWhenItIsReadyAndStopsAfterTheCallInProgress) {
+  const std::string log = home() / "service.log";
+  ASSERT_NO_FATAL_FAILURE(InstallService(std::string("LOGFILE=") + log + "\nLOGLEVEL=8\n"));
+  const auto service = StartService();
+  ASSERT_EQ(notify.Next(), kReady);
+  EXPECT_EQ(Wfx({"version"}).exit_status, 0);
+  EXPECT_EQ(ServicePids(), std::vector<pid_t>{service->pid()}) << "it outlives its clients";
+  ASSERT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
+  Json({"mode", "WFX0001", "JTAG"});
+  Json({"targets", "WFX0001"});
+  // The probe's silence keeps the call in the service until the endpoint's time is over.
+  ASSERT_EQ(Ctl({"fault", "WFX0001", "silent", "--endpoint", "0x84"}).exit_status, 0);
+  Json({"timeout", "WFX0001", "0x84", "1500"});
+  const auto client = StartWfx({"jtag", "WFX0001", "0000"});
+  ASSERT_TRUE(WaitUntil([&] {
+    return ReadFile(log).find("[CTzDevice::JTAG_BufferedIo]bitcount=8,") != std::string::npos;
+  })) << "the call does not reach the probe's object";
+  EXPECT_TRUE(notify.IsEmpty());
+  service->Signal(SIGTERM);
+  EXPECT_EQ(notify.Next(), kStopping);
+  service->Signal(SIGTERM);
+  EXPECT_EQ(client->Wait(), 3);
+  EXPECT_EQ(service->Wait(), 0);
+  EXPECT_TRUE(notify.IsEmpty());
+}
+
+TEST_F(Service, StartedByAnyoneElseItRefuses) {
+  ASSERT_NO_FATAL_FAILURE(InstallService());
+  EXPECT_EQ(Run({service_path()}).exit_status, 1063 % 256);
+  // What a shell that systemd has started hands on.
+  environment["INVOCATION_ID"] = "0123456789abcdef0123456789abcdef";
+  EXPECT_EQ(Run({service_path()}).exit_status, 1063 % 256);
+  environment["NOTIFY_SOCKET"] = home() / "notify";
+  environment["SYSTEMD_EXEC_PID"] = std::to_string(getpid());
+  EXPECT_EQ(Run({service_path()}).exit_status, 1063 % 256);
+  EXPECT_EQ(Wfx({"version"}).exit_status, 3) << "no bus starts it";
+}
+
+// Which of the buses has it depends on the account.
+std::string Activation() {
+  return geteuid() == 0 ? "dbus-1/system-services/org.wirefox.TzWirefox.service"
+                        : "dbus-1/services/org.wirefox.TzWirefox.service";
+}
+
+TEST_F(Service, TheFilesAreThoseOfTheLatestRegistration) {
+  using Names = std::vector<std::string>;
+  UseSystemctl("exit 1");
+  ASSERT_NO_FATAL_FAILURE(Install());
+  const auto files_after = [&](const std::string& option) {
+    Command(option);
+    return RegisteredFiles();
+  };
+  const auto plain = files_after("-RegServer");
+  const auto service = files_after("-Service");
+  EXPECT_EQ(files_after("-Service"), service);
+  EXPECT_EQ(files_after("-RegServer"), plain);
+  EXPECT_EQ(files_after("-Service"), service);
+  const auto names = [](const auto& files) {
+    Names names;
+    for (const auto& [name, text] : files) names.push_back(name);
+    return names;
+  };
+  EXPECT_EQ(names(plain), Names{"dbus-1/services/org.wirefox.TzWirefox.service"});
+  Names expected = {Activation(), "systemd/TzWirefoxService.service"};
+  if (geteuid() == 0) {
+    expected.insert(expected.begin() + 1, "dbus-1/system.d/org.wirefox.TzWirefox.conf");
+  }
+  EXPECT_EQ(names(service), expected);
+  const Finished verified = Run({"/usr/bin/systemd-analyze", geteuid() == 0 ? "--system" : "--user",
+                                 "verify", "--man=no", "--recursive-errors=no", unit_path()});
+  EXPECT_EQ(verified.exit_status, 0) << verified.err;
+  EXPECT_EQ(verified.err, "");
+
+  // What an interrupted registration leaves goes as well.
+  fs::remove(home() / Activation());
+  WriteFile(unit_path().string() + ".new", "[Un");
+  EXPECT_EQ(names(files_after("-UnregServer")), Names{});
+  Command("-RegServer");
+  EXPECT_EQ(names(files_after("-UnregServer")), Names{});
+}
+
+TEST_F(Service, UnregistrationStopsWhatRuns) {
+  UseSystemctl(ShowUnit("active", unit_path().parent_path()) + "\n[ $1 != stop ] || kill $(cat " +
+               (home() / "pid").string() + ")");
+  ASSERT_NO_FATAL_FAILURE(InstallService());
+  const auto service = StartService();
+  ASSERT_EQ(notify.Next(), kReady);
+  WriteFile(home() / "pid", std::to_string(service->pid()));
+  const auto hold = Hold();
+  Command("-UnregServer");
+  EXPECT_EQ(notify.Next(), kStopping);
+  EXPECT_EQ(service->Wait(), 0);
+  EXPECT_EQ(hold->Wait(), 3);
+  EXPECT_TRUE(RegisteredFiles().empty());
+  EXPECT_EQ(ReadFile(Asked()), "daemon-reload\nshow\nstop\ndaemon-reload\n");
+}
+
+TEST_F(Service, UnregistrationTellsOnlyOfAStopThatWasRefused) {
+  const std::string own = unit_path().parent_path();
+  const struct {
+    const char* name;
+    std::string commands;
+    const char* asked;
+    const char* told;
+  } kCases[] = {
+      {"no systemd", "exit 1", "show\ndaemon-reload\n", ""},
+      {"stopped", ShowUnit("inactive", own), "show\ndaemon-reload\n", ""},
+      {"failed", ShowUnit("failed", own), "show\ndaemon-reload\n", ""},
+      {"stopping", ShowUnit("deactivating", own), "show\ndaemon-reload\n", ""},
+      {"starting", ShowUnit("activating", own), "show\ndaemon-reload\n",
+       "TzWirefoxService: Could not stop service\n"},
+      {"refused", ShowUnit("active", own) + "\n[ $1 != stop ]", "show\nstop\ndaemon-reload\n",
+       "TzWirefoxService: Could not stop service\n"},
+      {"another installation's", ShowUnit("active", "/etc/systemd/system"), "show\ndaemon-reload\n",
+       ""},
+  };
+  ASSERT_NO_FATAL_FAILURE(Install());
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.name);
+    UseSystemctl("exit 1");
+    Command("-Service");
+    fs::remove(Asked());
+    UseSystemctl(test.commands);
+    const Finished finished = Run({service_path(), "-UnregServer"});
+    EXPECT_EQ(finished.exit_status, 0);
+    EXPECT_EQ(finished.err, test.told);
+    EXPECT_EQ(ReadFile(Asked()), test.asked);
+    EXPECT_TRUE(RegisteredFiles().empty());
+  }
+}
+
+class OnTheBus : public Service {
+ protected:
+  void Use(const ActivatingBus& bus) {
+    environment["DBUS_SYSTEM_BUS_ADDRESS"] = bus.address();
+    environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address();
+  }
+  std::string GetVersion() {
+    return Run({"/usr/bin/busctl", "--user", "call", "org.wirefox.TzWirefox",
+                "/org/wirefox/TzWirefox", "org.wirefox.ITzWirefox_v1", "GetVersion"})
+        .out;
+  }
+};
+
+TEST_F(OnTheBus, AClientHasSystemdStartTheServiceThroughTheBus) {
+  ASSERT_NO_FATAL_FAILURE(InstallService());
+  ActivatingBus bus(home(), environment, true);
+  Use(bus);
+  const auto client = StartWfx({"version"});
+  ASSERT_EQ(bus.NextRequest(), "TzWirefoxService.service") << ReadFile(home() / "bus.err");
+  const auto service = StartService();
+  EXPECT_EQ(notify.Next(), kReady);
+  EXPECT_EQ(client->Wait(), 0);
+  EXPECT_EQ(GetVersion(), "i 33554944\n");
+  service->Signal(SIGTERM);
+  EXPECT_EQ(service->Wait(), 0);
+}
+
+TEST_F(OnTheBus, TheBusStartsAPlainServerWhateverItsPathHolds) {
+  bin = home() / "it's \"5%d\" $HOME a=b\\";
+  ASSERT_NO_FATAL_FAILURE(Install());
+  ASSERT_NO_FATAL_FAILURE(Command("-RegServer"));
+  ActivatingBus bus(home(), environment, false);
+  Use(bus);
+  EXPECT_EQ(GetVersion(), "i 33554944\n") << ReadFile(home() / "bus.err");
+  EXPECT_TRUE(ServiceEnds());
+  Command("-UnregServer");
+  EXPECT_TRUE(RegisteredFiles().empty());
+}
+
+}  // namespace
+}  // namespace system_test
