@@ -75,6 +75,10 @@ void Reap(pid_t child) {
 
 std::vector<std::string> SplitCommand(const std::string& command) {
   constexpr std::string_view kBlanks = " \t";
+  if (command.size() > 2 && command.starts_with('"') && command.ends_with('"')) {
+    const std::string path = command.substr(1, command.size() - 2);
+    if (access(path.c_str(), F_OK) == 0) return {path};
+  }
   std::vector<std::string> words;
   bool is_in_word = false, is_quoted = false;
   for (std::size_t i = 0; i < command.size(); ++i) {

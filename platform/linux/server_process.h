@@ -13,7 +13,8 @@ inline constexpr char kEmbedding[] = "-Embedding";
 
 // The words of a command line: separated by blanks, a word in double quotes may hold some. The
 // first one is the program. A quote inside a quoted word belongs to it unless a blank or the end
-// follows: paths may hold quotes on this host.
+// follows: paths may hold quotes on this host. A whole command in quotes that is the path of a file
+// is one word, whatever it holds.
 std::vector<std::string> SplitCommand(const std::string& command);
 
 // A server that was started.

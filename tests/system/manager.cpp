@@ -15,11 +15,10 @@ namespace {
 constexpr char kNothing[] = "nothing";
 constexpr int kPatienceMs = static_cast<int>(kPatience.count());
 
-// As strict as the system's bus: names are owned and called by who is allowed to. For users there
-// is no policy file, as on the session's bus.
-std::string BusConfiguration(const fs::path& home) {
+// `is_strict`: names are owned and called by who is allowed to, as on the system's bus.
+std::string BusConfiguration(const fs::path& home, bool is_strict) {
   const std::string folder = home / "dbus-1";
-  const std::string others = geteuid() == 0 ? "deny" : "allow";
+  const std::string others = is_strict ? "deny" : "allow";
   return "<busconfig><type>session</type><listen>unix:path=" + (home / "bus").string() +
          "</listen><servicedir>" + folder + "/services</servicedir><servicedir>" + folder +
          "/system-services</servicedir><policy context=\"default\"><allow user=\"*\"/><" + others +
@@ -88,7 +87,7 @@ std::map<std::string, std::string> ManagerTest::RegisteredFiles() const {
 ActivatingBus::ActivatingBus(const fs::path& home, Environment environment, bool asks_systemd) {
   environment.erase("WIREFOX_HOME");
   environment.erase("WIREFOX_BUS");
-  WriteFile(home / "bus.conf", BusConfiguration(home));
+  WriteFile(home / "bus.conf", BusConfiguration(home, asks_systemd && geteuid() == 0));
   Words command = {"/usr/bin/dbus-daemon", "--nofork", "--print-address",
                    std::string("--config-file=") + (home / "bus.conf").string()};
   if (asks_systemd) command.emplace_back("--systemd-activation");

@@ -53,7 +53,8 @@ class ManagerTest : public SystemTest {
 // installation's variables.
 class ActivatingBus {
  public:
-  // `asks_systemd`: it does not start services itself. This process is systemd then.
+  // `asks_systemd`: it does not start services itself; this process is systemd then. For root it is
+  // as strict as the system's bus.
   ActivatingBus(const std::filesystem::path& home, Environment environment, bool asks_systemd);
   ~ActivatingBus();
   ActivatingBus(const ActivatingBus&) = delete;
