@@ -128,19 +128,6 @@ TEST(Resources, StringsAreCopiedCutAndPointedTo) {
   linux_host::SetProgramResources({});
 }
 
-TEST(ServiceManager, IsAbsentInTheWaysThatCallersKnow) {
-  const auto error_after = [](bool failed) { return failed ? GetLastError() : 0; };
-  SERVICE_STATUS status = {};
-  EXPECT_EQ(DWORD{RPC_S_SERVER_UNAVAILABLE},
-            error_after(!OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)));
-  EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, error_after(!OpenServiceW(nullptr, L"x", 1)));
-  EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, error_after(!SetServiceStatus(nullptr, &status)));
-  const SERVICE_TABLE_ENTRYW table[] = {{nullptr, nullptr}};
-  EXPECT_EQ(DWORD{ERROR_FAILED_SERVICE_CONTROLLER_CONNECT},
-            error_after(!StartServiceCtrlDispatcherW(table)));
-  EXPECT_EQ(DWORD{ERROR_SERVICE_NOT_IN_EXE}, error_after(!RegisterServiceCtrlHandlerW(L"x", {})));
-}
-
 TEST(ChangeNotification, AChangeBetweenWaitAndNextIsNotLost) {
   const ScratchHome home;
   const std::wstring directory = home.directory().wstring();
