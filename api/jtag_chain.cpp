@@ -32,8 +32,8 @@ bool BitAt(std::span<const std::uint8_t> bytes, std::uint32_t position) {
 }
 
 std::uint32_t EnterShiftDr(CTzDevice& device) {
-  return device.JTAG_BufferedIo(kResetToShiftDrCycles, kResetToShiftDr.data(), false, nullptr,
-                                false);
+  auto cycles = kResetToShiftDr;
+  return device.JTAG_BufferedIo(kResetToShiftDrCycles, cycles.data(), false, nullptr, false);
 }
 
 std::uint32_t ShiftThrough(CTzDevice& device, std::uint8_t pattern, MeasureReply* reply) {

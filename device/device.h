@@ -78,10 +78,10 @@ class CTzDevice {
                                                                   std::uint8_t* respdata);
 
   // Shifts `bitcount` JTAG cycles; 0 or less shifts nothing. `tmstdi` holds 2 * ceil(bitcount / 8)
-  // bytes, and all of them are sent. `tdo` has room for ceil(bitcount / 8) bytes when `want_read`;
-  // otherwise it is not used and may be null. When any part of the exchange fails, the rest is
-  // still sent, then both pipes are aborted and reset and the status is kStreamFailed, or that of
-  // a failed register write; `tdo` may hold a part of the reply. No buffer is used after return.
+  // bytes in writable memory, and all are sent. `tdo` has room for ceil(bitcount / 8) bytes when
+  // `want_read`; otherwise it is not used and may be null. When any part of the exchange fails, the
+  // rest is still sent, then both pipes are aborted and reset and the status is kStreamFailed, or
+  // that of a failed register write; `tdo` may hold a part of the reply. No buffer is used later.
   [[nodiscard]] virtual std::uint32_t JTAG_BufferedIo(std::int32_t bitcount,
                                                       const std::uint8_t* tmstdi, bool want_read,
                                                       std::uint8_t* tdo, bool loopback);

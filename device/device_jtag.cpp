@@ -140,8 +140,8 @@ std::uint32_t CTzDevice::JTAG_Reset() {
   Log(LOG_TRACE, "CTzDevice::JTAG_Reset()", "");
   std::uint32_t status = SetMode(probe::kModeJtag, true);
   if (status == device_status::kSuccess) {
-    status = JTAG_BufferedIo(probe::kLineResetCycles, probe::kSwdToJtagSequence.data(), false,
-                             nullptr, false);
+    probe::LineResetSequence cycles = probe::kSwdToJtagSequence;
+    status = JTAG_BufferedIo(probe::kLineResetCycles, cycles.data(), false, nullptr, false);
   }
   return LogFailure("CTzDevice::JTAG_Reset", status);
 }

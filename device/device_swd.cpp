@@ -53,8 +53,8 @@ std::uint32_t CTzDevice::SendSwdLineReset() {
   if (status != device_status::kSuccess) return status;
   status = WriteFPGAReg(probe::kRegisterTargetControl, control & probe::kLineResetMask);
   if (status != device_status::kSuccess) return status;
-  status = JTAG_BufferedIo(probe::kLineResetCycles, probe::kJtagToSwdSequence.data(), false,
-                           nullptr, false);
+  probe::LineResetSequence cycles = probe::kJtagToSwdSequence;
+  status = JTAG_BufferedIo(probe::kLineResetCycles, cycles.data(), false, nullptr, false);
   if (status != device_status::kSuccess) return status;
   return WriteFPGAReg(probe::kRegisterTargetControl, control);
 }

@@ -18,7 +18,8 @@ class RequestRecord;
                                        std::uint32_t& length, const char* source);
 
 // Bytes to be sent, as endpoints take them: they have one kind of buffer for both directions and do
-// not write into those of an OUT transfer.
+// not write into those of an OUT transfer. The memory must be writable all the same: the system may
+// refuse other memory for a request that could also bring bytes.
 inline std::uint8_t* SentBytes(const std::uint8_t* bytes) {
   return const_cast<std::uint8_t*>(bytes);
 }
