@@ -86,7 +86,7 @@ class PendingTransfer {
     EXPECT_EQ(endpoint_.LastError(), static_cast<std::uint32_t>(ERROR_IO_PENDING));
   }
 
-  bool Ends() { return endpoint_.WaitTransfer(&overlapped_, system_windows::kPatience.count()); }
+  bool Ends() { return endpoint_.WaitTransfer(&overlapped_, system_windows::kPatienceMs); }
   std::uint32_t Status() const { return static_cast<std::uint32_t>(overlapped_.Internal); }
   bool Complete() {
     std::uint32_t length = 64;

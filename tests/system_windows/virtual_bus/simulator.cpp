@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <utility>
 
 #include "usb/device_enumeration.h"
 #include "usb/driver_interface.h"
@@ -13,8 +14,6 @@ namespace {
 
 using windows_host::KernelHandle;
 
-constexpr DWORD kLookAgainMs = 5;
-
 std::string ProgramPath(const std::string& name) {
   char path[MAX_PATH];
   GetModuleFileNameA(nullptr, path, MAX_PATH);
@@ -23,15 +22,6 @@ std::string ProgramPath(const std::string& name) {
 }
 
 }  // namespace
-
-bool WaitUntil(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    Sleep(kLookAgainMs);
-  }
-  return true;
-}
 
 Program::Program(const std::string& name, const std::string& arguments) {
   HANDLE reading = nullptr;
@@ -56,13 +46,32 @@ Program::Program(const std::string& name, const std::string& arguments) {
   CloseHandle(started.hThread);
 }
 
-std::string Program::ReadLine() {
-  std::string line;
-  char c = 0;
+bool Program::Fill() {
+  DWORD waiting = 0;
+  WaitUntil([&] {
+    return !PeekNamedPipe(output_.Get(), nullptr, 0, nullptr, &waiting, nullptr) || waiting > 0;
+  });
+  std::string part(waiting, '\0');
   DWORD count = 0;
-  while (ReadFile(output_.Get(), &c, 1, &count, nullptr) && count == 1 && c != '\n') line += c;
+  if (waiting == 0 || !ReadFile(output_.Get(), part.data(), waiting, &count, nullptr)) return false;
+  buffer_.append(part, 0, count);
+  return true;
+}
+
+std::string Program::ReadLine() {
+  std::size_t end = 0;
+  while ((end = buffer_.find('\n')) == std::string::npos && Fill()) {
+  }
+  std::string line = buffer_.substr(0, end);
+  buffer_.erase(0, end == std::string::npos ? end : end + 1);
   if (!line.empty() && line.back() == '\r') line.pop_back();
   return line;
+}
+
+std::string Program::ReadAll() {
+  while (Fill()) {
+  }
+  return std::exchange(buffer_, "");
 }
 
 void Program::Kill() {
@@ -71,8 +80,17 @@ void Program::Kill() {
   Wait();
 }
 
+int Program::Interrupt() {
+  // What the system itself starts in each process of a console; here there is no console.
+  const auto routine = reinterpret_cast<LPTHREAD_START_ROUTINE>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine")));
+  const KernelHandle thread(
+      CreateRemoteThread(process_.Get(), nullptr, 0, routine, nullptr, 0, nullptr));
+  return Wait();
+}
+
 int Program::Wait() {
-  if (WaitForSingleObject(process_.Get(), kPatience.count()) != WAIT_OBJECT_0) return -1;
+  if (WaitForSingleObject(process_.Get(), kPatienceMs) != WAIT_OBJECT_0) return -1;
   DWORD code = 0;
   GetExitCodeProcess(process_.Get(), &code);
   return static_cast<int>(code);

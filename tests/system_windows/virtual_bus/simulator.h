@@ -1,38 +1,42 @@
 // The simulator as a process of its own, behind the virtual bus driver.
 #pragma once
 
-#include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 
 #include "platform/windows/kernel_handle.h"
+#include "tests/system_windows/process.h"
 #include "tests/unit/scratch_folder.h"
 
 namespace system_windows {
 
-// How long a test waits for something that should come soon. It is only used up when a test fails.
-inline constexpr std::chrono::milliseconds kPatience{30000};
-
-// Looks again and again until the condition holds; false when it does not within the time.
-bool WaitUntil(const std::function<bool()>& condition);
-
-// A program beside the test programs, with its standard output and errors; killed at the end.
+// A program with its standard output and errors; killed at the end.
 class Program {
  public:
-  // `arguments` is the rest of the command line.
+  // `name` is a path, or that of a program of the build; `arguments` is the rest of the command
+  // line.
   Program(const std::string& name, const std::string& arguments);
   ~Program() { Kill(); }
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
 
-  // The next line, without its end; empty at the end of the output.
+  // The next line, without its end; empty at the end of the output, or when none comes in time.
   std::string ReadLine();
+  // What is left of the output until the program ends.
+  std::string ReadAll();
   void Kill();
+  // As by Ctrl-C, and waits for the end.
+  int Interrupt();
   // The exit code; -1 when it does not end in time.
   int Wait();
 
  private:
+  // Takes over what waits in the pipe; false at its end, or when nothing comes in time.
+  bool Fill();
+
   windows_host::KernelHandle process_;
   windows_host::KernelHandle output_;
+  std::string buffer_;
 };
 
 // Installs the driver in the running session; once for all tests of a program.
