@@ -1,4 +1,5 @@
 // A server that runs for long: what its clients did leaves no handle open in it.
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 
@@ -14,8 +15,8 @@ using windows_host::ComPointer;
 
 // As many as fit into the time, of each; calls are slow under Wine.
 constexpr int kMost = 10000;
-constexpr int kLeast = 500;
-constexpr ULONGLONG kEnoughMs = 25000;
+constexpr int kLeast = 100;
+constexpr ULONGLONG kEnoughMs = 20000;
 
 // Makes some at a time, until there are enough of them; gives their number, or 0 for a failure.
 int MakeMany(const std::function<int()>& make) {
@@ -129,6 +130,13 @@ class Handles : public Session {
   int sessions_ = 0;
 };
 
+bool NoneMoreThan(const HandleCounts& before, const HandleCounts& now) {
+  return std::ranges::all_of(now, [&](const auto& kind) {
+    const auto was = before.find(kind.first);
+    return kind.second <= (was == before.end() ? 0 : was->second);
+  });
+}
+
 // Ten thousand of each where the machine is fast enough; how many they were is in the test's
 // record.
 TEST_F(Handles, ObjectsAndCallsOfAMinuteLeaveNoneBehind) {
@@ -146,8 +154,8 @@ TEST_F(Handles, ObjectsAndCallsOfAMinuteLeaveNoneBehind) {
   std::printf("%d objects, %d calls\n", objects, calls);
   RecordProperty("objects", objects);
   RecordProperty("calls", calls);
-  // Other threads of the server hold some for a moment.
-  EXPECT_TRUE(WaitUntil([&] { return Open() == before; }))
+  // Other threads of the server hold some for a moment; threads that have nothing to do end.
+  EXPECT_TRUE(WaitUntil([&] { return NoneMoreThan(before, Open()); }))
       << testing::PrintToString(before) << " became " << testing::PrintToString(Open());
 }
 
