@@ -9,6 +9,7 @@
 #include "api/identifiers.h"
 #include "api/tz_wirefox.h"
 #include "platform/windows/com_pointer.h"
+#include "tests/system_windows/process.h"
 
 namespace system_windows {
 
@@ -21,12 +22,17 @@ class Apartment {
   ~Apartment() { CoUninitialize(); }
 };
 
-// A new object of the service, which is started for it if need be; null when there is none.
+// A new object of the service, which is started for it if need be; null when there is none. In the
+// moment in which an earlier server ends, activation may fail (seen with Wine), and is tried again.
 inline windows_host::ComPointer<ITzWirefox_v3> Connect() {
   windows_host::ComPointer<ITzWirefox_v3> object;
-  EXPECT_EQ(CoCreateInstance(api::kClassId, nullptr, CLSCTX_LOCAL_SERVER, api::kInterfaceIdV3,
-                             object.ReceiveVoid()),
-            S_OK);
+  HRESULT result = E_FAIL;
+  WaitUntil([&] {
+    result = CoCreateInstance(api::kClassId, nullptr, CLSCTX_LOCAL_SERVER, api::kInterfaceIdV3,
+                              object.ReceiveVoid());
+    return SUCCEEDED(result);
+  });
+  EXPECT_EQ(result, S_OK);
   return object;
 }
 
