@@ -21,7 +21,8 @@ version = wirefox.GetVersion()
 WScript.Echo "service version " & (version \ &H1000000) & "." & ((version \ &H10000) And &HFF) & _
              "." & ((version \ &H100) And &HFF) & "." & (version And &HFF)
 
-outcome = wirefox.VisualIdentify(WScript.Arguments.Item(0), state)
+' Values, not variables: a variable would be passed by reference.
+outcome = wirefox.VisualIdentify(WScript.Arguments.Item(0) & "", state + 0)
 If outcome <> SUCCESS Then
   WScript.Echo "error " & outcome
   WScript.Quit 10 + outcome

