@@ -4,11 +4,14 @@
 #include <setupapi.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <semaphore>
 #include <thread>
+#include <utility>
 
+#include "platform/linux/dispatcher.h"
 #include "platform/probe_driver/driver_requests.h"
 #include "platform/test_host.h"
 #include "tests/unit/platform/fake_bus.h"
@@ -228,9 +231,52 @@ TEST_F(DeviceFile, EnumerationListsThePresentDevicesSortedByPath) {
   EXPECT_TRUE(SetupDiDestroyDeviceInfoList(set));
 }
 
+// A set that comes after the result was collected would end the wait for the next request.
+TEST_F(DeviceFile, ResultIsCollectedOnlyWhenTheEventIsSetAsWell) {
+  CloseHandle(std::exchange(event_, CreateEventW(nullptr, TRUE, FALSE, nullptr)));
+  overlapped_.hEvent = event_;
+  ASSERT_EQ(static_cast<DWORD>(ERROR_IO_PENDING), StartRead());
+
+  // With a thread that waits, the event is set under the dispatcher's lock, which is held here
+  // until the block shows the request completed and its result is asked for.
+  std::atomic<linux_host::ThreadRecord*> record = nullptr;
+  std::thread waiting([&] {
+    record = &linux_host::CurrentThread();
+    WaitForSingleObject(event_, INFINITE);
+  });
+  const auto waits = [&] {
+    const linux_host::DispatcherLock lock;
+    return record && record.load()->blocked;
+  };
+  while (!waits()) std::this_thread::yield();
+  std::binary_semaphore ready(0), completed(0), collected(0);
+  bool set = false;
+  std::thread collecting([&] {
+    linux_host::CurrentThread();  // makes its record, which takes the lock too
+    ready.release();
+    completed.acquire();
+    DWORD bytes;
+    Result(bytes);
+    set = EventIsSet();
+    collected.release();
+  });
+  ready.acquire();
+  std::thread completing;
+  {
+    const linux_host::DispatcherLock lock;
+    completing = std::thread([&] { probe_->CompleteAll(UsbStatus::kOk, {1}); });
+    const std::atomic_ref<ULONG_PTR> internal(overlapped_.Internal);
+    while (internal == STATUS_PENDING) std::this_thread::yield();
+    completed.release();
+    // Time in which it could go wrong.
+    static_cast<void>(collected.try_acquire_for(std::chrono::milliseconds(50)));
+  }
+  for (std::thread* thread : {&waiting, &collecting, &completing}) thread->join();
+  EXPECT_TRUE(set);
+}
+
 // Requests complete on another thread while they are started, waited for, cancelled and collected,
-// and the event serves one request after another: a set that comes late would end the next wait too
-// early.
+// and the event serves one request after another.
 TEST_F(DeviceFile, EventOfAnEarlierRequestNeverEndsALaterWait) {
   std::counting_semaphore<> submitted(0);
   probe_->answer = [&](auto&) {
