@@ -171,14 +171,14 @@ bool CTzUSBEndPoint::WaitOrAbort(OVERLAPPED* overlapped) {
 
 bool CTzUSBEndPoint::Transfer(std::uint8_t* buffer, std::uint32_t& length,
                               std::uint8_t* packet_table) {
-  const KernelHandle event(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-  if (!event) {
+  if (!transfer_event_) transfer_event_.Reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+  if (!transfer_event_) {
     last_error_ = GetLastError();
     length = 0;
     return false;
   }
   OVERLAPPED overlapped{};
-  overlapped.hEvent = event.Get();
+  overlapped.hEvent = transfer_event_.Get();
   RequestRecord* const record = StartTransfer(buffer, length, &overlapped);
   const bool waited = record != nullptr && WaitOrAbort(&overlapped);
   const bool completed = CompleteTransfer(buffer, length, &overlapped, record, packet_table);

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "support/handle.h"
 #include "usb/request_record.h"
 
 // The record of a transfer in flight. Belongs to its endpoint; callers only hand it from the start
@@ -153,6 +154,8 @@ class CTzUSBEndPoint {
   bool SendPipeRequest(std::uint32_t code);
 
   RequestRecord record_;
+  // Of Transfer, from its first call on. The system resets it whenever a request is started.
+  KernelHandle transfer_event_;
 };
 
 // The next control request. Set the parts that differ, then call Transfer.
