@@ -165,11 +165,23 @@ class TokenReader {
 
 }  // namespace
 
-HexImage::Place& HexImage::At(std::uint64_t address) {
+HexImage::Place* HexImage::Find(std::uint64_t address) {
+  if (address >= kLowPages * kPageAddresses) {
+    const auto found = high_.find(address);
+    return found != high_.end() ? &found->second : nullptr;
+  }
+  Page* const page = low_[address / kPageAddresses].get();
+  const std::size_t at = address % kPageAddresses;
+  return page && page->used[at] ? &page->places[at] : nullptr;
+}
+
+HexImage::Place& HexImage::Use(std::uint64_t address) {
   if (address >= kLowPages * kPageAddresses) return high_[address];
   std::unique_ptr<Page>& page = low_[address / kPageAddresses];
   if (!page) page = std::make_unique<Page>();
-  return (*page)[address % kPageAddresses];
+  const std::size_t at = address % kPageAddresses;
+  page->used[at] = true;
+  return page->places[at];
 }
 
 // A block that cannot grow where it lies is moved behind all others, with room to grow: blocks that
@@ -192,12 +204,12 @@ void HexImage::Append(Block& block, std::span<const std::uint8_t> bytes) {
 
 void HexImage::AddEnd(std::uint32_t number) {
   const Block& added = blocks_[number - 1];
-  Place& place = At(added.End());
-  if (place.ending == 0) {
-    place.ending = number;
+  Place* const place = Find(added.End());
+  if (!place || place->ending == 0) {
+    Use(added.End()).ending = number;
     return;
   }
-  if (added.address < blocks_[place.ending - 1].address) std::swap(number, place.ending);
+  if (added.address < blocks_[place->ending - 1].address) std::swap(number, place->ending);
   other_ends_.emplace(added.End(), blocks_[number - 1].address);
 }
 
@@ -205,20 +217,21 @@ void HexImage::RemoveEnd(std::uint64_t address) {
   std::uint32_t next = 0;
   const auto other = other_ends_.lower_bound({address, 0});
   if (other != other_ends_.end() && other->first == address) {
-    next = At(other->second).starting;
+    next = Use(other->second).starting;
     other_ends_.erase(other);
   }
-  At(address).ending = next;
+  Use(address).ending = next;
 }
 
 void MergeHexRecord(HexImage& image, std::uint32_t address, std::span<const std::uint8_t> bytes) {
-  HexImage::Place& place = image.At(address);
-  std::uint32_t number = place.ending;
+  const HexImage::Place* const place = image.Find(address);
+  std::uint32_t number = place ? place->ending : 0;
   if (number != 0) {
     image.RemoveEnd(address);
-  } else if (place.starting == 0) {
+  } else if (!place || place->starting == 0) {
     image.blocks_.push_back({address, 0, image.bytes_.size(), 0});
-    number = place.starting = static_cast<std::uint32_t>(image.blocks_.size());
+    number = static_cast<std::uint32_t>(image.blocks_.size());
+    image.Use(address).starting = number;
   } else {
     return;
   }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <istream>
@@ -27,7 +28,7 @@ class HexImage {
       return visit(block.address, std::span(bytes_).subspan(block.begin, block.size));
     };
     for (const auto& page : low_) {
-      if (page && !std::all_of(page->begin(), page->end(), visit_at)) return false;
+      if (page && !std::all_of(page->places.begin(), page->places.end(), visit_at)) return false;
     }
     return std::all_of(high_.begin(), high_.end(),
                        [&](const auto& entry) { return visit_at(entry.second); });
@@ -58,9 +59,15 @@ class HexImage {
   // sign.
   static constexpr std::size_t kLowPages = 256;
   static constexpr std::size_t kPageAddresses = 256;
-  using Page = std::array<Place, kPageAddresses>;
+  struct Page {
+    // Where there is something. Most records come where nothing is: this tells without a look into
+    // the places, which are too many for the cache.
+    std::bitset<kPageAddresses> used;
+    std::array<Place, kPageAddresses> places;
+  };
 
-  Place& At(std::uint64_t address);
+  Place* Find(std::uint64_t address);  // null: nothing is there
+  Place& Use(std::uint64_t address);
   void Append(Block& block, std::span<const std::uint8_t> bytes);
   void AddEnd(std::uint32_t number);
   void RemoveEnd(std::uint64_t address);
