@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t kFileBytes = std::size_t{16} << 20;
 constexpr std::uint32_t kRecordBytes = 32;
 constexpr int kToolRounds = 5;
-constexpr int kMergeRounds = 15;
+constexpr int kMergeRounds = 101;
 
 void AppendRecord(std::string& text, std::uint32_t type, std::uint32_t address,
                   const std::vector<std::uint8_t>& bytes) {

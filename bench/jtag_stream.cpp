@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kSentBytes = std::size_t{10} << 20;
 constexpr std::size_t kReplyBytes = kSentBytes / 2;
 constexpr std::size_t kChunkBytes = 8192;  // what a chunk sends; its reply is half of it
-constexpr int kRounds = 15;
+constexpr int kRounds = 101;
 
 }  // namespace
 
