@@ -99,6 +99,7 @@ TEST_F(Service, TheFilesAreThoseOfTheLatestRegistration) {
     expected.insert(expected.begin() + 1, "dbus-1/system.d/org.wirefox.TzWirefox.conf");
   }
   EXPECT_EQ(names(service), expected);
+  environment["XDG_RUNTIME_DIR"] = home();  // which an account's manager must have
   const Finished verified = Run({"/usr/bin/systemd-analyze", geteuid() == 0 ? "--system" : "--user",
                                  "verify", "--man=no", "--recursive-errors=no", unit_path()});
   EXPECT_EQ(verified.exit_status, 0) << verified.err;
