@@ -7,6 +7,8 @@ namespace client {
 
 namespace {
 
+constexpr std::chrono::milliseconds kProgressInterval{100};
+
 constexpr HRESULT kClassNotRegistered = static_cast<HRESULT>(0x80040154);
 constexpr HRESULT kServerExecFailure = static_cast<HRESULT>(0x80080005);
 constexpr HRESULT kServerUnavailable = static_cast<HRESULT>(0x800706BA);
@@ -110,7 +112,9 @@ int Output::ReportUnreachable(HRESULT status) {
 }
 
 void Output::ShowProgress(const std::string& text) {
-  if (!progress_) return;
+  const auto now = std::chrono::steady_clock::now();
+  if (!progress_ || now < next_progress_) return;
+  next_progress_ = now + kProgressInterval;
   std::string line = text;
   if (line.size() < progress_width_) line.append(progress_width_ - line.size(), ' ');
   progress_width_ = text.size();

@@ -3,8 +3,8 @@
 
 #include <windows.h>
 
+#include <chrono>
 #include <nlohmann/json.hpp>
-
 #include <ostream>
 #include <string>
 
@@ -57,7 +57,7 @@ class Output {
 
   void Print(const std::string& text) { out_ << text << std::flush; }
 
-  // A line that the next one replaces.
+  // A line that the next one replaces. One that comes too soon to be read is left out.
   void ShowProgress(const std::string& text);
   void EndProgress();
 
@@ -70,6 +70,7 @@ class Output {
   bool json_ = false;
   std::string place_;
   std::size_t progress_width_ = 0;
+  std::chrono::steady_clock::time_point next_progress_{};
 };
 
 // What an error code means for who typed the command, and what helps.
