@@ -1,46 +1,29 @@
 #include "tests/unit/api/api_fixture.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <ostream>
-
-#include "support/log.h"
+#include <span>
 
 namespace {
 
-// One per process, since tests run beside each other; the log keeps the pointer.
-const std::string& LogPath() {
-  static const std::string path =
-      (std::filesystem::temp_directory_path() /
-       ("wirefox_api_test_" + std::to_string(GetCurrentProcessId()) + ".log"))
-          .string();
-  return path;
+// Hands the elements of an array that a call has made to `use`, once its form is what clients rely
+// on.
+template <typename Element, typename Use>
+void UseElements(SAFEARRAY* array, Use use) {
+  void* data = nullptr;
+  LONG lower = -1;
+  LONG upper = -2;
+  EXPECT_EQ(SafeArrayGetElemsize(array), sizeof(Element));
+  EXPECT_EQ(SafeArrayGetLBound(array, 1, &lower), S_OK);
+  EXPECT_EQ(SafeArrayGetUBound(array, 1, &upper), S_OK);
+  EXPECT_EQ(lower, 0);
+  EXPECT_EQ(SafeArrayAccessData(array, &data), S_OK);
+  use(std::span(static_cast<const Element*>(data), static_cast<std::size_t>(upper + 1)));
+  EXPECT_EQ(SafeArrayUnaccessData(array), S_OK);
 }
 
 }  // namespace
-
-LogCapture::LogCapture(std::int32_t level) : level_(level) { OpenLog(LogPath().c_str(), level_); }
-
-LogCapture::~LogCapture() {
-  OpenLog("", 0);
-  std::error_code ignored;
-  std::filesystem::remove(LogPath(), ignored);
-}
-
-std::vector<std::string> LogCapture::Take() {
-  std::vector<std::string> lines;
-  {
-    std::ifstream file(LogPath(), std::ios::binary);
-    for (std::string line; std::getline(file, line);) {
-      while (line.ends_with('\r')) line.pop_back();
-      lines.push_back(line.substr(std::min(line.find('['), line.size())));
-    }
-  }
-  OpenLog(LogPath().c_str(), level_);
-  return lines;
-}
 
 Array::Array(const Bytes& bytes) {
   SAFEARRAYBOUND bound = {};
@@ -55,36 +38,17 @@ Array::Array(const Bytes& bytes) {
 
 std::optional<Bytes> Result::AsBytes() const {
   if (array_ == nullptr) return std::nullopt;
-  void* data = nullptr;
-  LONG lower = -1;
-  LONG upper = -2;
-  EXPECT_EQ(SafeArrayGetElemsize(array_), 1u);
-  EXPECT_EQ(SafeArrayGetLBound(array_, 1, &lower), S_OK);
-  EXPECT_EQ(SafeArrayGetUBound(array_, 1, &upper), S_OK);
-  EXPECT_EQ(lower, 0);
-  EXPECT_EQ(SafeArrayAccessData(array_, &data), S_OK);
-  const auto* bytes = static_cast<const std::uint8_t*>(data);
-  Bytes copy(bytes, bytes + upper + 1);
-  EXPECT_EQ(SafeArrayUnaccessData(array_), S_OK);
+  Bytes copy;
+  UseElements<std::uint8_t>(array_, [&](auto bytes) { copy.assign(bytes.begin(), bytes.end()); });
   return copy;
 }
 
-std::optional<std::vector<std::wstring>> Result::AsStrings() const {
+std::optional<Strings> Result::AsStrings() const {
   if (array_ == nullptr) return std::nullopt;
-  void* data = nullptr;
-  LONG lower = -1;
-  LONG upper = -2;
-  EXPECT_EQ(SafeArrayGetElemsize(array_), sizeof(BSTR));
-  EXPECT_EQ(SafeArrayGetLBound(array_, 1, &lower), S_OK);
-  EXPECT_EQ(SafeArrayGetUBound(array_, 1, &upper), S_OK);
-  EXPECT_EQ(lower, 0);
-  EXPECT_EQ(SafeArrayAccessData(array_, &data), S_OK);
-  std::vector<std::wstring> strings;
-  for (LONG i = 0; i <= upper; ++i) {
-    const BSTR text = static_cast<BSTR*>(data)[i];
-    strings.emplace_back(text != nullptr ? text : L"(null)");
-  }
-  EXPECT_EQ(SafeArrayUnaccessData(array_), S_OK);
+  Strings strings;
+  UseElements<BSTR>(array_, [&](auto texts) {
+    for (const BSTR text : texts) strings.emplace_back(text != nullptr ? text : L"(null)");
+  });
   return strings;
 }
 
@@ -101,28 +65,30 @@ std::vector<ProbeEntry*> TestFamily::GetConfiguredDevices() {
   return entries;
 }
 
-bool TestFamily::ConfigureNewDevices(CTzUSBDevice&) {
-  ++configuration_passes;
-  return false;
-}
-
-bool TestFamily::UpdateState(CTzUSBDevice&) {
-  ++removal_passes;
-  return false;
-}
-
-ApiTest::ApiTest() : log_(LOG_ERROR | LOG_API) {
+ApiTest::ApiTest(std::int32_t log_level) : log_(log_level) {
   Configurators() = {&family_};
   void* object = nullptr;
   EXPECT_EQ(CTzWirefox::Create(module_, nullptr, api::kInterfaceIdV3, &object), S_OK);
   object_ = static_cast<CTzWirefox*>(static_cast<ITzWirefox_v3*>(object));
-  log_.Take();
+  TakeLog();
 }
 
 ApiTest::~ApiTest() {
   if (object_ != nullptr) object_->Release();
   for (ProbeEntry* entry : family_.GetConfiguredDevices()) SetTargets(*entry, {});
   Configurators().clear();
+}
+
+Lines ApiTest::TakeLog() {
+  Lines lines = log_.Lines();
+  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(log_lines_taken_));
+  log_lines_taken_ += lines.size();
+  return lines;
+}
+
+Lines ApiTest::Failure(const std::string& method, TzErrorCode error) {
+  const std::string source = "[CTzWirefox::" + method + "]";
+  return {source, source + "Error " + std::to_string(static_cast<int>(error)) + " occured."};
 }
 
 ProbeEntry& ApiTest::AddProbe(const wchar_t* name) {
@@ -139,22 +105,28 @@ void ApiTest::SetTargets(ProbeEntry& probe, const std::vector<std::uint32_t>& id
   for (const std::uint32_t id : ids) probe.targets.push_back({.targetId = id});
 }
 
-std::int64_t ApiTest::Acquire(ProbeEntry& probe, LONG target) {
-  std::int64_t handle = 0;
-  TzErrorCode error = TzErrorCode::UNKNOWN;
-  EXPECT_EQ(object_->AcquireDevice(Text(probe.name), target, OwnPid(), &handle, &error), S_OK);
-  EXPECT_EQ(error, TzErrorCode::SUCCESS);
-  EXPECT_NE(handle, 0);
-  log_.Take();
-  return handle;
+TzErrorCode ApiTest::Outcome(HRESULT called) {
+  EXPECT_EQ(called, S_OK);
+  return error_;
 }
 
-std::vector<std::string> ApiTest::Failure(const std::string& method, TzErrorCode error) {
-  const std::string source = "[CTzWirefox::" + method + "]";
-  return {source, source + "Error " + std::to_string(static_cast<int>(error)) + " occured."};
+Strings ApiTest::Probes() {
+  Result names;
+  EXPECT_EQ(Outcome(object_->EnumerateWirefoxs(&names, &error_)), TzErrorCode::SUCCESS);
+  return names.AsStrings().value_or(Strings{L"no array"});
 }
 
-LONG OwnPid() { return static_cast<LONG>(GetCurrentProcessId()); }
+Strings ApiTest::Targets(const wchar_t* probe) {
+  Result devices;
+  EXPECT_EQ(Outcome(object_->EnumerateDevices(Text(probe), &devices, &error_)),
+            TzErrorCode::SUCCESS);
+  return devices.AsStrings().value_or(Strings{L"no array"});
+}
+
+TzErrorCode ApiTest::Acquire(const wchar_t* probe, LONG target, LONG pid) {
+  handle_ = -1;
+  return Outcome(object_->AcquireDevice(Text(probe), target, pid, &handle_, &error_));
+}
 
 void PrintTo(TzErrorCode error, std::ostream* out) {
   static constexpr const char* kNames[] = {"SUCCESS",        "IN_USE",       "NOT_ACQUIRED",

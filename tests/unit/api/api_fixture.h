@@ -12,25 +12,14 @@
 #include "api/module_lock.h"
 #include "api/tz_wirefox_object.h"
 #include "config/device_configure.h"
+#include "support/log.h"
 #include "tests/unit/api/recording_device.h"
+#include "tests/unit/scratch_folder.h"
 
 using Calls = std::vector<std::string>;
+using Lines = std::vector<std::string>;
+using Strings = std::vector<std::wstring>;
 using Bytes = std::vector<std::uint8_t>;
-
-// The log, in a file of its own, while one lives.
-class LogCapture {
- public:
-  explicit LogCapture(std::int32_t level);
-  ~LogCapture();
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
-
-  // The lines since the last call, each from its source's bracket on.
-  std::vector<std::string> Take();
-
- private:
-  std::int32_t level_;
-};
 
 class CountingModule : public api::ModuleLock {
  public:
@@ -80,7 +69,7 @@ class Result {
   bool IsSet() const { return array_ != nullptr; }
   // The contents; none when no array was made.
   std::optional<Bytes> AsBytes() const;
-  std::optional<std::vector<std::wstring>> AsStrings() const;  // a null string shows as "(null)"
+  std::optional<Strings> AsStrings() const;  // a null string shows as "(null)"
 
  private:
   SAFEARRAY* array_ = nullptr;
@@ -93,8 +82,8 @@ class TestFamily : public CTzDeviceConfigure {
 
   std::uint32_t GetDeviceState(std::uint16_t, std::uint16_t) override { return kNotHandled; }
   std::vector<ProbeEntry*> GetConfiguredDevices() override;
-  bool ConfigureNewDevices(CTzUSBDevice&) override;
-  bool UpdateState(CTzUSBDevice&) override;
+  bool ConfigureNewDevices(CTzUSBDevice&) override { return ++configuration_passes == 0; }
+  bool UpdateState(CTzUSBDevice&) override { return ++removal_passes == 0; }
 
   int removal_passes = 0;
   int configuration_passes = 0;
@@ -107,31 +96,48 @@ class TestFamily : public CTzDeviceConfigure {
   std::vector<std::unique_ptr<ProbeEntry>> entries_;
 };
 
-// One client object over an otherwise empty table. Logs client calls and failures.
+inline LONG OwnPid() { return static_cast<LONG>(GetCurrentProcessId()); }
+
+// One client object over an otherwise empty table.
 class ApiTest : public testing::Test {
  protected:
-  ApiTest();
+  // Logs client calls and failures, or what else `log_level` says.
+  explicit ApiTest(std::int32_t log_level = LOG_ERROR | LOG_API);
   ~ApiTest() override;
+
+  // The log's lines since the last call.
+  Lines TakeLog();
+  // What a failing method leaves there.
+  static Lines Failure(const std::string& method, TzErrorCode error);
 
   // A probe whose operations are recorded. `device_` is that of the last one added.
   ProbeEntry& AddProbe(const wchar_t* name);
   // Gives the probe free targets with these ids.
   static void SetTargets(ProbeEntry& probe, const std::vector<std::uint32_t>& ids);
-  // A session of this process on a target of the probe.
-  std::int64_t Acquire(ProbeEntry& probe, LONG target = 0);
 
-  // What a failing method leaves in the log.
-  static std::vector<std::string> Failure(const std::string& method, TzErrorCode error);
+  // The outcome of a call, which itself must go through.
+  TzErrorCode Outcome(HRESULT called);
+
+  // Calls of the object, with what they give.
+  Strings Probes();
+  Strings Targets(const wchar_t* probe);
+  // A session on a target goes to handle_.
+  TzErrorCode Acquire(const wchar_t* probe, LONG target = 0, LONG pid = OwnPid());
+  TzErrorCode Release(std::int64_t handle) {
+    return Outcome(object_->ReleaseDevice(handle, &error_));
+  }
 
   TestFamily family_;
   CountingModule module_;
   CTzWirefox* object_ = nullptr;
   RecordingDevice* device_ = nullptr;
-  LogCapture log_;
+  std::int64_t handle_ = 0;
   TzErrorCode error_ = TzErrorCode::SUCCESS;  // of the last call
-};
 
-LONG OwnPid();
+ private:
+  unit::LogFile log_;
+  std::size_t log_lines_taken_ = 0;
+};
 
 // For messages of failed expectations.
 void PrintTo(TzErrorCode error, std::ostream* out);

@@ -7,69 +7,64 @@
 
 namespace {
 
-using Strings = std::vector<std::wstring>;
-
 class Enumeration : public ApiTest {
  protected:
-  Enumeration() : probe_(AddProbe(L"P1")) {}
+  Enumeration() : probe_(AddProbe(L"P1")) { device_->reply = kIdcodeReply; }
 
   // The list of a scan while the probe reports this interface.
-  std::optional<Strings> Scan(std::uint8_t active) {
+  Strings Scan(std::uint8_t active) {
     device_->status_reply[5] = active;
-    Result devices;
-    EXPECT_EQ(object_->EnumerateDevices(Text(L"P1"), &devices, &error_), S_OK);
-    EXPECT_EQ(error_, TzErrorCode::SUCCESS);
-    return devices.AsStrings();
+    return Targets(L"P1");
   }
 
-  TzErrorCode Release(std::int64_t handle) {
-    EXPECT_EQ(object_->ReleaseDevice(handle, &error_), S_OK);
-    return error_;
-  }
-
+  static inline const Bytes kIdcodeReply = {0x0A, 0xBC, 0x34, 0x12, 1};
   ProbeEntry& probe_;
 };
 
-TEST_F(Enumeration, SwdTargetIsListedByItsIdcode) {
-  device_->reply = {0x0A, 0xBC, 0x34, 0x12, 1};
-  for (const std::uint8_t active : {4, 12}) {
-    EXPECT_EQ(Scan(active), Strings{L"1234BC0A0"});
-    EXPECT_EQ(device_->TakeCalls(),
-              (Calls{"GetDeviceStatus()", "SWD_CReset()", "SWDXfer(A5, room 5)"}));
-  }
-  EXPECT_EQ(log_.Take(), (std::vector<std::string>(2, "[CTzWirefox::EnumerateDevices]")));
-}
-
-TEST_F(Enumeration, SwdTargetIsThereWhenItsStatusIsGood) {
-  const struct {
-    std::uint8_t status;
-    bool there;
-  } kCases[] = {{1, true}, {0xFB, true}, {4, false}, {5, false}, {0, false}, {2, false}};
-  for (const auto& test : kCases) {
-    device_->reply = {1, 0, 0, 0, test.status};
-    EXPECT_EQ(Scan(4), test.there ? Strings{L"000000010"} : Strings{}) << int{test.status};
-  }
-}
-
-TEST_F(Enumeration, InterfacesWithoutAScanHaveOneTargetOrNone) {
+TEST_F(Enumeration, EachInterfaceHasItsWayToFindTargets) {
+  const Calls kSwdScan = {"GetDeviceStatus()", "SWD_CReset()", "SWDXfer(A5, room 5)"};
+  const Calls kNoScan = {"GetDeviceStatus()"};
   const struct {
     std::uint8_t active;
     Strings listed;
+    Calls calls;
   } kCases[] = {
-      {2, {L"000000000"}}, {16, {L"000000000"}}, {0, {}}, {8, {}}, {32, {}}, {3, {}}, {255, {}}};
+      {0, {}, kNoScan},
+      {2, {L"000000000"}, kNoScan},  // stands for whatever is connected
+      {3, {}, kNoScan},
+      {4, {L"1234BC0A0"}, kSwdScan},
+      {8, {}, kNoScan},
+      {12, {L"1234BC0A0"}, kSwdScan},
+      {16, {L"000000000"}, kNoScan},
+      {32, {}, kNoScan},
+      {255, {}, kNoScan},
+  };
   for (const auto& test : kCases) {
-    EXPECT_EQ(Scan(test.active), test.listed) << int{test.active};
-    EXPECT_EQ(device_->TakeCalls(), Calls{"GetDeviceStatus()"});
+    SCOPED_TRACE(int{test.active});
+    probe_.mode = 1;  // the recorded mode plays no part
+    EXPECT_EQ(Scan(test.active), test.listed);
+    EXPECT_EQ(device_->TakeCalls(), test.calls);
+    EXPECT_EQ(probe_.mode, 1u);
   }
 }
 
-TEST_F(Enumeration, SessionSurvivesAScanThatFindsTheSame) {
-  device_->reply = {0x77, 0x14, 0xA0, 0x2B, 1};
+TEST_F(Enumeration, SwdTargetIsThereWhenItsStatusIsGood) {
+  const std::pair<std::uint8_t, bool> kCases[] = {{1, true},  {0xFB, true}, {4, false},
+                                                  {5, false}, {0, false},   {2, false}};
+  for (const auto& [status, there] : kCases) {
+    device_->reply = {1, 0, 0, 0, status};
+    EXPECT_EQ(Scan(4), there ? Strings{L"000000010"} : Strings{}) << int{status};
+  }
+}
+
+TEST_F(Enumeration, SessionSurvivesScansThatFindTheSameOrCannotStart) {
   Scan(4);
-  const std::int64_t handle = Acquire(probe_);
-  EXPECT_EQ(Scan(12), Strings{L"2BA014771"});
-  EXPECT_EQ(Release(handle), TzErrorCode::SUCCESS);
-  EXPECT_EQ(Scan(4), Strings{L"2BA014770"});
+  ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
+  EXPECT_EQ(Scan(12), Strings{L"1234BC0A1"});
+  device_->failing = {{"GetDeviceStatus", 31}};
+  EXPECT_EQ(Scan(8), Strings{L"1234BC0A1"});
+  EXPECT_EQ(Release(handle_), TzErrorCode::SUCCESS);
+  EXPECT_EQ(Scan(8), Strings{L"1234BC0A0"});
 }
 
 TEST_F(Enumeration, SessionsEndWhenAnythingElseIsFound) {
@@ -93,31 +88,16 @@ TEST_F(Enumeration, SessionsEndWhenAnythingElseIsFound) {
   for (const auto& test : kChanges) {
     SCOPED_TRACE(test.name);
     device_->failing.clear();
-    device_->reply = {0x77, 0x14, 0xA0, 0x2B, 1};
+    device_->reply = kIdcodeReply;
     Scan(4);
-    const std::int64_t handle = Acquire(probe_);
+    ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
     const HANDLE mutex = probe_.targets[0].sessionMutex;
     test.change();
     Scan(device_->status_reply[5]);
-    EXPECT_EQ(Release(handle), TzErrorCode::NOT_ACQUIRED);
+    EXPECT_EQ(Release(handle_), TzErrorCode::NOT_ACQUIRED);
     EXPECT_FALSE(ReleaseMutex(mutex)) << "the session's mutex is still open and owned";
     for (const TargetRecord& target : probe_.targets) EXPECT_EQ(target.ownerPID, 0u);
   }
-}
-
-TEST_F(Enumeration, UnreadableStatusLeavesListAndSessionsAlone) {
-  device_->reply = {0x77, 0x14, 0xA0, 0x2B, 1};
-  Scan(4);
-  const std::int64_t handle = Acquire(probe_);
-  device_->failing = {{"GetDeviceStatus", 31}};
-  EXPECT_EQ(Scan(8), Strings{L"2BA014771"});
-  EXPECT_EQ(Release(handle), TzErrorCode::SUCCESS);
-}
-
-TEST_F(Enumeration, RecordedModePlaysNoPart) {
-  probe_.mode = 1;
-  EXPECT_EQ(Scan(2), Strings{L"000000000"});
-  EXPECT_EQ(probe_.mode, 1u);
 }
 
 // A stream of bits, first bit first.
@@ -140,9 +120,11 @@ std::string BitsOf(const std::vector<std::uint32_t>& devices) {
   return bits;
 }
 
-TEST(JtagChain, BitsAreDividedIntoDevicesLastOutFirst) {
+// A chain is read in whole bytes: up to 7 bits at its end stay unread, and count as zeros.
+TEST(JtagChain, BitsAreDividedIntoDevicesLastOutFirstAlsoWhereTheyAreUnread) {
   const std::uint32_t kA = 0x1BA01477;
   const std::uint32_t kB = 0x0684617F;
+  const std::uint32_t kTopBitsSet = 0xFBA01477;
   const struct {
     const char* name;
     std::string bits;  // as they leave the chain
@@ -152,23 +134,6 @@ TEST(JtagChain, BitsAreDividedIntoDevicesLastOutFirst) {
       {"all in bypass", "00000000", std::vector<std::uint32_t>(8, 0)},
       {"bypass first out", BitsOf({0, 0, 0, 0, kA, 0, 0, 0, 0}), {0, 0, 0, 0, kA, 0, 0, 0, 0}},
       {"empty", "", {}},
-  };
-  for (const auto& test : kCases) {
-    EXPECT_EQ(api::ParseChain(Pack(test.bits), static_cast<std::uint32_t>(test.bits.size())),
-              test.ids)
-        << test.name;
-  }
-}
-
-// A chain is read in whole bytes: up to 7 bits at its end stay unread.
-TEST(JtagChain, DevicesInTheUnreadBitsAreStillListed) {
-  const std::uint32_t kA = 0x1BA01477;
-  const std::uint32_t kTopBitsSet = 0xFBA01477;
-  const struct {
-    const char* name;
-    std::string bits;
-    std::vector<std::uint32_t> ids;
-  } kCases[] = {
       {"IDCODE first out, bypass unread", BitsOf({kA, 0}), {0, kA}},
       {"bypass first out, top bit of the IDCODE unread", BitsOf({0, kA}), {kA, 0}},
       {"seven bits of the IDCODE unread",

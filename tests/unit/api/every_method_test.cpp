@@ -47,15 +47,15 @@ class EveryMethod : public ApiTest {
   // Calls the method and checks its outcome and its log: an entry line, and one for a failure.
   void Run(const Method& method, Call& call, TzErrorCode expected) {
     device_->TakeCalls();
-    log_.Take();
+    TakeLog();
     EXPECT_EQ(method.call(*object_, call), S_OK);
     EXPECT_EQ(call.error, expected);
     EXPECT_FALSE(HoldsTableLock());
-    std::vector<std::string> lines = log_.Take();
+    Lines lines = TakeLog();
     if (expected == TzErrorCode::WFX_ERROR) {
       std::erase_if(lines, [](const std::string& line) { return line.starts_with("[CTzDevice"); });
     }
-    std::vector<std::string> expected_lines = Failure(method.name, expected);
+    Lines expected_lines = Failure(method.name, expected);
     if (expected == TzErrorCode::SUCCESS) expected_lines.pop_back();
     EXPECT_EQ(lines, expected_lines);
   }
@@ -91,16 +91,18 @@ TEST_F(EveryMethod, RefusesAProbeThatItDoesNotKnowBeforeAllElse) {
       const Text text(name);
       Call call;
       call.name = text;
-      RunRefused(method, call, method.Unknown());
+      RunRefused(method, call, method.unknown);
     }
   }
 }
 
 TEST_F(EveryMethod, RefusesAHandleThatNamesNoSessionBeforeAllElse) {
   SetTargets(probe_, {0x11, 0x22});
-  const std::int64_t released = Acquire(probe_, 1);
-  EXPECT_EQ(object_->ReleaseDevice(released, &error_), S_OK);
-  const std::int64_t live = Acquire(probe_);
+  ASSERT_EQ(Acquire(L"P1", 1), TzErrorCode::SUCCESS);
+  const std::int64_t released = handle_;
+  ASSERT_EQ(Release(released), TzErrorCode::SUCCESS);
+  ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
+  const std::int64_t live = handle_;
   const std::int64_t kWrong[] = {0, released, live | std::int64_t{1} << 32, -live,
                                  SessionHandleOf(gone_.targets[0].sessionMutex)};
   for (const Method& method : Methods()) {
@@ -109,7 +111,7 @@ TEST_F(EveryMethod, RefusesAHandleThatNamesNoSessionBeforeAllElse) {
       SCOPED_TRACE(testing::Message() << method.name << " " << handle);
       Call call;
       call.handle = handle;
-      RunRefused(method, call, method.Unknown());
+      RunRefused(method, call, method.unknown);
     }
   }
 }
@@ -125,7 +127,7 @@ TEST_F(EveryMethod, TakesItsRecordedModesAndRefusesTheOthersBeforeItsArray) {
       probe_.mode = mode;
       if (method.modes.empty() || std::ranges::count(method.modes, mode) > 0) {
         call.data = &data_.array;
-        Run(method, call, method.Done());
+        Run(method, call, method.done);
       } else {
         RunRefused(method, call, TzErrorCode::INVALID_MODE);
       }
@@ -137,8 +139,9 @@ TEST_F(EveryMethod, TakesItsRecordedModesAndRefusesTheOthersBeforeItsArray) {
 TEST_F(EveryMethod, IsBlockedByAnOwnerOnlyWhereItAsksForOne) {
   ChildProcess other;
   const auto own = static_cast<std::uint32_t>(OwnPid());
+  const auto others = static_cast<std::uint32_t>(other.Id());
   const std::pair<std::uint32_t, std::uint32_t> kOwners[] = {
-      {0, 0}, {own, 0}, {0, other.Id()}, {own, other.Id()}};
+      {0, 0}, {own, 0}, {0, others}, {own, others}};
   for (const Method& method : Methods()) {
     for (const auto& [first, second] : kOwners) {
       SCOPED_TRACE(testing::Message() << method.name << ", owners " << first << " " << second);
@@ -152,7 +155,7 @@ TEST_F(EveryMethod, IsBlockedByAnOwnerOnlyWhereItAsksForOne) {
         RunRefused(method, call, TzErrorCode::IN_USE);
       } else {
         call.data = &data_.array;
-        Run(method, call, method.Done());
+        Run(method, call, method.done);
         EXPECT_EQ(Operations(), method.operations);
       }
     }
@@ -228,7 +231,7 @@ TEST_F(EveryMethod, TakesByteArraysOfAnySizeAndLowerBoundAndOnlyReadsThem) {
       Call call;
       Ready(method, call);
       call.data = &array.array;
-      Run(method, call, method.Done());
+      Run(method, call, method.done);
       EXPECT_EQ(Operations(), method.operations);
       ASSERT_TRUE(call.result.IsSet());
       EXPECT_EQ(call.result.AsBytes()->size(), method.result_size(size));
@@ -247,8 +250,8 @@ TEST_F(ApiTest, MethodsWithoutAnOutcomeAlwaysSucceed) {
   BSTR path = unwritten;
   EXPECT_EQ(object_->GetDevicesChangedLocation(&path), S_OK);
   EXPECT_EQ(path, nullptr);
-  EXPECT_EQ(log_.Take(), (std::vector<std::string>{"[CTzWirefox::GetVersion]",
-                                                   "[CTzWirefox::GetDevicesChangedLocation]"}));
+  EXPECT_EQ(TakeLog(),
+            (Lines{"[CTzWirefox::GetVersion]", "[CTzWirefox::GetDevicesChangedLocation]"}));
 }
 
 }  // namespace

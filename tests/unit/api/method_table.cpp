@@ -4,9 +4,19 @@ namespace {
 
 std::size_t Same(std::size_t size) { return size; }
 
+// A call with the probe's name and these arguments, of a method without outputs but its outcome.
+template <typename Function, typename... Arguments>
+auto OnProbe(Function function, Arguments... arguments) {
+  return [=](CTzWirefox& object, Call& call) {
+    return (object.*function)(call.name, arguments..., &call.error);
+  };
+}
+
 }  // namespace
 
 const std::vector<Method>& Methods() {
+  static const std::vector<std::string> kAcquiring = {"SetupPortAcquire", "StageSWDCommand",
+                                                      "BeginPortAcquire"};
   static const std::vector<Method> methods = {
       {.name = "EnumerateWirefoxs",
        .call = [](auto& o, auto& c) { return o.EnumerateWirefoxs(&c.result, &c.error); },
@@ -15,25 +25,19 @@ const std::vector<Method>& Methods() {
        .call = [](auto& o, auto& c) { return o.EnumerateDevices(c.name, &c.result, &c.error); },
        .operations = {"GetDeviceStatus"}},
       {.name = "SetLedState",
-       .call =
-           [](auto& o, auto& c) {
-             return o.SetLedState(c.name, TzLed::LED_3_GREEN, TzLedState::ON, &c.error);
-           },
+       .call = OnProbe(&CTzWirefox::SetLedState, TzLed::LED_3_GREEN, TzLedState::ON),
        .operations = {"LedState"}},
       {.name = "VisualIdentify",
-       .call =
-           [](auto& o, auto& c) {
-             return o.VisualIdentify(c.name, TzLedIdentifyState::ID_ON, &c.error);
-           },
+       .call = OnProbe(&CTzWirefox::VisualIdentify, TzLedIdentifyState::ID_ON),
        .operations = {"Identify"}},
       {.name = "GetWirefoxStatus",
        .call = [](auto& o, auto& c) { return o.GetWirefoxStatus(c.name, &c.status, &c.error); },
        .operations = {"GetDeviceStatus", "JTAG_GetClock"}},
       {.name = "ToggleXres",
-       .call = [](auto& o, auto& c) { return o.ToggleXres(c.name, 1, &c.error); },
+       .call = OnProbe(&CTzWirefox::ToggleXres, CHAR{1}),
        .operations = {"ResetTarget"}},
       {.name = "SetupSWV",
-       .call = [](auto& o, auto& c) { return o.SetupSWV(c.name, 1000000, 0, 5, &c.error); },
+       .call = OnProbe(&CTzWirefox::SetupSWV, 1000000, CHAR{0}, SHORT{5}),
        .operations = {"SetupSWV"}},
       {.name = "GetHwRevID",
        .call = [](auto& o, auto& c) { return o.GetHwRevID(c.name, &c.number, &c.error); },
@@ -52,40 +56,29 @@ const std::vector<Method>& Methods() {
        .always_result = true},
       {.name = "AcquireDevice",
        .call = [](auto& o,
-                  auto& c) { return o.AcquireDevice(c.name, 0, OwnPid(), &c.acquired, &c.error); }},
+                  auto& c) { return o.AcquireDevice(c.name, 0, OwnPid(), &c.acquired, &c.error); },
+       .unknown = TzErrorCode::INVALID_DEVICE},
       {.name = "PortAcquire",
        .call =
            [](auto& o, auto& c) {
              return o.PortAcquire(c.name, TzProgrammingMode::RESET, 0, 0, 0, 0, 0, &c.error);
            },
        .blocked = Blocked::kByAnyOwner,
-       .operations = {"SetupPortAcquire", "StageSWDCommand", "BeginPortAcquire"}},
+       .operations = kAcquiring},
       {.name = "SetTimeOut",
-       .call =
-           [](auto& o, auto& c) {
-             return o.SetTimeOut(c.name, TzWirefoxEndPoint::EP1, 500, OwnPid(), &c.error);
-           },
+       .call = OnProbe(&CTzWirefox::SetTimeOut, TzWirefoxEndPoint::EP1, 500, OwnPid()),
        .blocked = Blocked::kByAnotherOwner,
        .operations = {"SetTimeout"}},
       {.name = "SetJtagClock",
-       .call =
-           [](auto& o, auto& c) {
-             return o.SetJtagClock(c.name, TzJtagClock::FREQ_A_08_0, OwnPid(), &c.error);
-           },
+       .call = OnProbe(&CTzWirefox::SetJtagClock, TzJtagClock::FREQ_A_08_0, OwnPid()),
        .blocked = Blocked::kByAnotherOwner,
        .operations = {"GetDeviceStatus", "JTAG_SetClock", "SetMode"}},
       {.name = "SetMode",
-       .call =
-           [](auto& o, auto& c) {
-             return o.SetMode(c.name, TzTransferMode::SWD, 0, OwnPid(), &c.error);
-           },
+       .call = OnProbe(&CTzWirefox::SetMode, TzTransferMode::SWD, CHAR{0}, OwnPid()),
        .blocked = Blocked::kByAnotherOwner,
        .operations = {"SetMode", "SetActiveIOConnector"}},
       {.name = "SetVTarg",
-       .call =
-           [](auto& o, auto& c) {
-             return o.SetVTarg(c.name, TzVTargVoltage::VTARG_1_8, 1, OwnPid(), &c.error);
-           },
+       .call = OnProbe(&CTzWirefox::SetVTarg, TzVTargVoltage::VTARG_1_8, CHAR{1}, OwnPid()),
        .blocked = Blocked::kByAnotherOwner,
        .operations = {"SetVTargVal", "TargetPowerOn"}},
       {.name = "ReleaseDevice",
@@ -97,7 +90,9 @@ const std::vector<Method>& Methods() {
        .by = By::kSession,
        .modes = {1},
        .result_size = [](std::size_t size) { return (size + 1) / 2; },
-       .always_result = true},
+       .always_result = true,
+       // The recording probe object has no endpoints, so that no JTAG packet gets anywhere.
+       .done = TzErrorCode::WFX_ERROR},
       {.name = "SendSwdPacket",
        .call = [](auto& o,
                   auto& c) { return o.SendSwdPacket(c.data, c.handle, &c.result, &c.error); },
@@ -137,7 +132,7 @@ const std::vector<Method>& Methods() {
              return o.PortAcquire(TzProgrammingMode::RESET, 0, 0, 0, 0, 0, c.handle, &c.error);
            },
        .by = By::kSession,
-       .operations = {"SetupPortAcquire", "StageSWDCommand", "BeginPortAcquire"}},
+       .operations = kAcquiring},
   };
   return methods;
 }

@@ -45,17 +45,9 @@ struct Method {
   // when the bytes cannot be had.
   std::size_t (*result_size)(std::size_t) = nullptr;
   bool always_result = false;
-
-  TzErrorCode Unknown() const {
-    if (by == By::kSession) return TzErrorCode::NOT_ACQUIRED;
-    return name == std::string("AcquireDevice") ? TzErrorCode::INVALID_DEVICE
-                                                : TzErrorCode::INVALID_PARAM;
-  }
-
-  // The recording probe object has no endpoints, so that no JTAG packet gets anywhere.
-  TzErrorCode Done() const {
-    return name == std::string("SendJtagPacket") ? TzErrorCode::WFX_ERROR : TzErrorCode::SUCCESS;
-  }
+  // When it does not know the probe or session, and when it has done its work.
+  TzErrorCode unknown = by == By::kSession ? TzErrorCode::NOT_ACQUIRED : TzErrorCode::INVALID_PARAM;
+  TzErrorCode done = TzErrorCode::SUCCESS;
 };
 
 // Their calls have arguments that reach the probe.

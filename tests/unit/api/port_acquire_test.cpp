@@ -7,21 +7,19 @@ class PortAcquire : public ApiTest {
  protected:
   PortAcquire() : probe_(AddProbe(L"P1")) { SetTargets(probe_, {0x11}); }
 
-  TzErrorCode ByName(TzProgrammingMode mode, LONG key, CHAR write_key, LONG address, LONG test_key,
-                     LONG retries) {
-    EXPECT_EQ(object_->PortAcquire(Text(L"P1"), mode, key, write_key, address, test_key, retries,
-                                   &error_),
-              S_OK);
-    return error_;
+  TzErrorCode ByName(TzProgrammingMode mode, LONG key, CHAR write_key, LONG retries) {
+    return Outcome(object_->PortAcquire(Text(L"P1"), mode, key, write_key, kAddress, kTestKey,
+                                        retries, &error_));
   }
 
   TzErrorCode Status(Bytes response, CHAR abort = 0) {
     device_->reply = std::move(response);
     status_ = 77;
-    EXPECT_EQ(object_->GetPortAcquireStatus(Text(L"P1"), abort, &status_, &error_), S_OK);
-    return error_;
+    return Outcome(object_->GetPortAcquireStatus(Text(L"P1"), abort, &status_, &error_));
   }
 
+  static constexpr LONG kAddress = 0x11223344;
+  static constexpr auto kTestKey = static_cast<LONG>(0xAABBCCDD);
   ProbeEntry& probe_;
   LONG status_ = 0;
 };
@@ -45,39 +43,35 @@ TEST_F(PortAcquire, StagesTheKeyWritesAndTheRead) {
        "StageSWDCommand(A5)"},
       {TzProgrammingMode(7), 0, 0, 9, "SetupPortAcquire(9, no xres)", "StageSWDCommand(A5)"},
   };
-  const auto key = static_cast<LONG>(0xAABBCCDD);
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.setup);
     const Calls calls = {test.setup, test.staged, "BeginPortAcquire()"};
-    EXPECT_EQ(ByName(test.mode, test.key, test.write_key, 0x11223344, key, test.retries),
-              TzErrorCode::SUCCESS);
+    EXPECT_EQ(ByName(test.mode, test.key, test.write_key, test.retries), TzErrorCode::SUCCESS);
     EXPECT_EQ(device_->TakeCalls(), calls);
     // By handle the owner may do the same.
-    const std::int64_t handle = Acquire(probe_);
-    EXPECT_EQ(object_->PortAcquire(test.mode, test.key, test.write_key, 0x11223344, key,
-                                   test.retries, handle, &error_),
-              S_OK);
+    ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
+    EXPECT_EQ(Outcome(object_->PortAcquire(test.mode, test.key, test.write_key, kAddress, kTestKey,
+                                           test.retries, handle_, &error_)),
+              TzErrorCode::SUCCESS);
     EXPECT_EQ(device_->TakeCalls(), calls);
-    EXPECT_EQ(object_->ReleaseDevice(handle, &error_), S_OK);
+    EXPECT_EQ(Release(handle_), TzErrorCode::SUCCESS);
   }
 }
 
 TEST_F(PortAcquire, RefusedStartFetchesTheResponseAndFailsWhateverItSays) {
   device_->failing = {{"BeginPortAcquire", 3}};
-  device_->reply = {1, 1, 1, 1, 1, 1, 1};  // a good one
-  const std::vector<std::string> kGood = {"[CTzWirefox::PortAcquire]",
-                                          "[CTzWirefox::GetPortAcquireStatus]",
-                                          "[CTzWirefox::PortAcquire]Error 6 occured."};
-  EXPECT_EQ(ByName(TzProgrammingMode::RESET, 0, 0, 0, 0, 1), TzErrorCode::WFX_ERROR);
-  EXPECT_EQ(log_.Take(), kGood);
-  EXPECT_EQ(device_->TakeCalls().back(), "RetrievePortAcquireResponse(100)");
-
-  device_->reply = {1};
-  EXPECT_EQ(ByName(TzProgrammingMode::RESET, 0, 0, 0, 0, 1), TzErrorCode::WFX_ERROR);
-  EXPECT_EQ(log_.Take(), (std::vector<std::string>{
-                             "[CTzWirefox::PortAcquire]", "[CTzWirefox::GetPortAcquireStatus]",
-                             "[CTzWirefox::GetPortAcquireStatus]Error 6 occured.",
-                             "[CTzWirefox::PortAcquire]Error 6 occured."}));
+  const Bytes kGood = {1, 1, 1, 1, 1, 1, 1};
+  for (const Bytes& response : {kGood, Bytes{1}}) {
+    device_->reply = response;
+    TakeLog();
+    EXPECT_EQ(ByName(TzProgrammingMode::RESET, 0, 0, 1), TzErrorCode::WFX_ERROR);
+    EXPECT_EQ(device_->TakeCalls().back(), "RetrievePortAcquireResponse(100)");
+    Lines lines = Failure("PortAcquire", TzErrorCode::WFX_ERROR);
+    Lines query = Failure("GetPortAcquireStatus", TzErrorCode::WFX_ERROR);
+    if (response == kGood) query.pop_back();
+    lines.insert(lines.begin() + 1, query.begin(), query.end());
+    EXPECT_EQ(TakeLog(), lines);
+  }
 }
 
 TEST_F(PortAcquire, ResponseIsJudgedByItsTwoStatusBytes) {

@@ -2,15 +2,44 @@
 // gives the answers that a test sets.
 #pragma once
 
+#include <windows.h>
+
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <span>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "config/device_table.h"
 #include "device/device.h"
+
+// Whether this thread holds the device-table lock.
+inline bool HoldsTableLock() {
+  const HANDLE lock = LockDeviceTable();
+  ReleaseMutex(lock);
+  const bool held = ReleaseMutex(lock) != FALSE;
+  if (held) WaitForSingleObject(lock, INFINITE);
+  CloseHandle(lock);
+  return held;
+}
+
+// "8B 44 33", empty for no bytes; only their number when they are many.
+inline std::string Hex(std::span<const std::uint8_t> bytes) {
+  if (bytes.size() > 4096) return std::to_string(bytes.size()) + " bytes";
+  std::string text;
+  for (const std::uint8_t byte : bytes) {
+    char digits[4];
+    std::snprintf(digits, sizeof(digits), "%02X", static_cast<unsigned>(byte));
+    if (!text.empty()) text += ' ';
+    text += digits;
+  }
+  return text;
+}
 
 // Calls read like "SetMode(4, external)". Byte buffers show as hex, their lengths by themselves.
 class RecordingDevice : public CTzDevice {
@@ -29,44 +58,104 @@ class RecordingDevice : public CTzDevice {
                                      // RetrievePortAcquireResponse, cut to the room
   std::uint32_t extra_reported = 0;  // added to the count that the last of these reports
 
-  std::uint32_t SetMode(std::uint32_t mode, bool external) override;
-  std::uint32_t LedState(std::uint32_t led_num, std::uint32_t state) override;
-  std::uint32_t Identify(std::uint32_t state) override;
-  std::uint32_t TargetPowerOn(bool on) override;
-  std::uint32_t SetVTargVal(std::uint32_t val) override;
-  std::uint32_t GetDeviceStatus(std::span<std::uint8_t, probe::kStatusReplySize> status) override;
-  std::uint32_t SetupPortAcquire(std::uint32_t retries, bool usexres) override;
-  std::uint32_t StageSWDCommand(std::uint32_t num_tx_bytes, const std::uint8_t* reqdata) override;
-  std::uint32_t BeginPortAcquire() override;
+  std::uint32_t SetMode(std::uint32_t mode, bool external) override {
+    return Record("SetMode", mode, external ? "external" : "internal");
+  }
+  std::uint32_t LedState(std::uint32_t led_num, std::uint32_t state) override {
+    return Record("LedState", led_num, state);
+  }
+  std::uint32_t Identify(std::uint32_t state) override { return Record("Identify", state); }
+  std::uint32_t TargetPowerOn(bool on) override {
+    return Record("TargetPowerOn", on ? "on" : "off");
+  }
+  std::uint32_t SetVTargVal(std::uint32_t val) override { return Record("SetVTargVal", val); }
+  std::uint32_t GetDeviceStatus(std::span<std::uint8_t, probe::kStatusReplySize> status) override {
+    std::copy(status_reply.begin(), status_reply.end(), status.begin());
+    return Record("GetDeviceStatus");
+  }
+  std::uint32_t SetupPortAcquire(std::uint32_t retries, bool usexres) override {
+    return Record("SetupPortAcquire", retries, usexres ? "xres" : "no xres");
+  }
+  std::uint32_t StageSWDCommand(std::uint32_t num_tx_bytes, const std::uint8_t* reqdata) override {
+    return Record("StageSWDCommand", Hex({reqdata, num_tx_bytes}));
+  }
+  std::uint32_t BeginPortAcquire() override { return Record("BeginPortAcquire"); }
   std::uint32_t RetrievePortAcquireResponse(std::uint32_t& num_rx_bytes,
-                                            std::uint8_t* respdata) override;
+                                            std::uint8_t* respdata) override {
+    const std::uint32_t room = num_rx_bytes;
+    Answer(respdata, num_rx_bytes);
+    return Record("RetrievePortAcquireResponse", room);
+  }
   std::uint32_t SWDXfer(std::uint32_t num_tx_bytes, const std::uint8_t* reqdata,
-                        std::uint32_t& num_rx_bytes, std::uint8_t* resultdata) override;
+                        std::uint32_t& num_rx_bytes, std::uint8_t* resultdata) override {
+    const std::string room = "room " + std::to_string(num_rx_bytes);
+    Answer(resultdata, num_rx_bytes);
+    return Record("SWDXfer", Hex({reqdata, num_tx_bytes}), room);
+  }
   std::uint32_t I2CXfer(std::uint32_t num_tx_bytes, const std::uint8_t* reqdata,
                         std::uint8_t restartPos, std::uint32_t& num_rx_bytes,
-                        std::uint8_t* resultdata) override;
+                        std::uint8_t* resultdata) override {
+    const std::string room = "room " + std::to_string(num_rx_bytes);
+    Answer(resultdata, num_rx_bytes);
+    return Record("I2CXfer", Hex({reqdata, num_tx_bytes}), "restart " + std::to_string(restartPos),
+                  room);
+  }
   std::uint32_t BulkXfer(std::uint8_t endpt, std::uint8_t* bfr, std::uint32_t& len,
-                         std::uint32_t mode) override;
+                         std::uint32_t mode) override {
+    const std::string sent = Hex({bfr, len});
+    if ((endpt & probe::kEndpointInBit) != 0) Answer(bfr, len);
+    return Record("BulkXfer", Hex({&endpt, 1}), sent, "mode " + std::to_string(mode));
+  }
   std::uint32_t XferData(std::uint32_t Direction, std::uint8_t ReqCode, std::uint16_t Value,
-                         std::uint16_t Index, std::uint8_t* Bfr, std::uint32_t Len) override;
-  std::uint32_t JTAG_SetClock(std::uint32_t code) override;
-  std::uint32_t JTAG_GetClock(std::uint32_t* code) override;
-  std::uint32_t SWD_CReset() override;
-  std::uint32_t SetTimeout(std::uint8_t endpt, std::uint32_t timeout) override;
-  std::uint32_t SetActiveIOConnector(std::uint16_t select) override;
-  std::uint32_t GetSWVData(std::vector<std::uint8_t>& data) override;
-  std::uint32_t SetupSWV(std::uint32_t rate, std::uint8_t mode, std::uint16_t commit) override;
-  std::uint32_t ResetTarget(bool xres_active) override;
+                         std::uint16_t Index, std::uint8_t* Bfr, std::uint32_t Len) override {
+    const std::string sent = "out " + Hex({Bfr, Len});
+    const bool in = Direction == probe::kProbeToHost;
+    std::uint32_t size = Len;
+    if (in) Answer(Bfr, size);
+    return Record("XferData", in ? "in" : sent, Hex({&ReqCode, 1}), Value, Index, Len);
+  }
+  std::uint32_t JTAG_SetClock(std::uint32_t code) override { return Record("JTAG_SetClock", code); }
+  std::uint32_t JTAG_GetClock(std::uint32_t* code) override {
+    *code = clock_code;
+    return Record("JTAG_GetClock");
+  }
+  std::uint32_t SWD_CReset() override { return Record("SWD_CReset"); }
+  std::uint32_t SetTimeout(std::uint8_t endpt, std::uint32_t timeout) override {
+    return Record("SetTimeout", Hex({&endpt, 1}), timeout);
+  }
+  std::uint32_t SetActiveIOConnector(std::uint16_t select) override {
+    return Record("SetActiveIOConnector", select);
+  }
+  std::uint32_t GetSWVData(std::vector<std::uint8_t>& data) override {
+    const std::uint32_t status = Record("GetSWVData");
+    if (status == 0) data.insert(data.end(), reply.begin(), reply.end());
+    return status;
+  }
+  std::uint32_t SetupSWV(std::uint32_t rate, std::uint8_t mode, std::uint16_t commit) override {
+    return Record("SetupSWV", rate, int{mode}, commit);
+  }
+  std::uint32_t ResetTarget(bool xres_active) override {
+    return Record("ResetTarget", xres_active ? "drive" : "release");
+  }
 
  private:
-  std::uint32_t Record(const std::string& operation, const std::string& arguments);
-  void Answer(std::uint8_t* room, std::uint32_t& size);
+  template <typename... Arguments>
+  std::uint32_t Record(const std::string& operation, const Arguments&... arguments) {
+    std::ostringstream call;
+    call << (HoldsTableLock() ? "" : "without the lock: ") << operation << "(";
+    [[maybe_unused]] const char* separator = "";  // unused where there are no arguments
+    ((call << std::exchange(separator, ", ") << arguments), ...);
+    call << ")";
+    calls_.push_back(call.str());
+    const auto found = failing.find(operation);
+    return found != failing.end() ? found->second : 0;
+  }
+
+  void Answer(std::uint8_t* room, std::uint32_t& size) {
+    const auto count = std::min<std::size_t>(size, reply.size());
+    std::copy_n(reply.begin(), count, room);
+    size = static_cast<std::uint32_t>(count) + extra_reported;
+  }
 
   std::vector<std::string> calls_;
 };
-
-// Whether this thread holds the device-table lock.
-bool HoldsTableLock();
-
-// "8B 44 33", empty for no bytes; only their number when they are many.
-std::string Hex(std::span<const std::uint8_t> bytes);

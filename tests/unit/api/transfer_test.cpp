@@ -11,42 +11,37 @@ class Transfer : public ApiTest {
  protected:
   Transfer() : probe_(AddProbe(L"P1")) {
     SetTargets(probe_, {0x11});
-    handle_ = Acquire(probe_);
+    EXPECT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
   }
 
-  struct Outcome {
-    TzErrorCode error;
-    std::optional<Bytes> result;
-  };
-
-  Outcome Swd(SAFEARRAY* data) {
+  // The result's bytes, and the outcome in error_.
+  std::optional<Bytes> Swd(const Bytes& requests) {
     Result result;
-    EXPECT_EQ(object_->SendSwdPacket(data, handle_, &result, &error_), S_OK);
-    return {error_, result.AsBytes()};
+    EXPECT_EQ(object_->SendSwdPacket(Array(requests), handle_, &result, &error_), S_OK);
+    return result.AsBytes();
   }
 
-  Outcome I2c(SAFEARRAY* data, LONG restart) {
+  std::optional<Bytes> I2c(const Bytes& packet, LONG restart) {
     Result result;
-    EXPECT_EQ(object_->SendI2CPacket(data, handle_, restart, &result, &error_), S_OK);
-    return {error_, result.AsBytes()};
+    EXPECT_EQ(object_->SendI2CPacket(Array(packet), handle_, restart, &result, &error_), S_OK);
+    return result.AsBytes();
   }
 
-  Outcome Bulk(std::int32_t endpoint, SAFEARRAY* data, CHAR read) {
+  std::optional<Bytes> Bulk(std::int32_t endpoint, const Bytes& data, CHAR read) {
     Result result;
-    EXPECT_EQ(
-        object_->BulkTransfer(TzWirefoxEndPoint(endpoint), data, read, handle_, &result, &error_),
-        S_OK);
-    return {error_, result.AsBytes()};
+    EXPECT_EQ(object_->BulkTransfer(TzWirefoxEndPoint(endpoint), Array(data), read, handle_,
+                                    &result, &error_),
+              S_OK);
+    return result.AsBytes();
   }
 
-  Outcome Swv() {
+  std::optional<Bytes> Swv() {
     Result result;
     EXPECT_EQ(object_->RequestSwvPackets(handle_, &result, &error_), S_OK);
-    return {error_, result.AsBytes()};
+    return result.AsBytes();
   }
 
   ProbeEntry& probe_;
-  std::int64_t handle_ = 0;
 };
 
 TEST_F(Transfer, SwdReplyHasFiveBytesForAReadAndOneForAWrite) {
@@ -68,9 +63,8 @@ TEST_F(Transfer, SwdReplyHasFiveBytesForAReadAndOneForAWrite) {
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(Hex(test.requests));
-    const Outcome outcome = Swd(Array(test.requests));
-    EXPECT_EQ(outcome.error, TzErrorCode::SUCCESS);
-    EXPECT_EQ(outcome.result, test.reply);
+    EXPECT_EQ(Swd(test.requests), test.reply);
+    EXPECT_EQ(error_, TzErrorCode::SUCCESS);
     EXPECT_EQ(device_->TakeCalls(), Calls{"SWDXfer(" + Hex(test.requests) + ", room 512)"});
   }
 }
@@ -80,8 +74,7 @@ TEST_F(Transfer, LongSwdReplyGetsAllTheRoomItNeeds) {
   for (const std::size_t reads : {102u, 103u, 1000u}) {
     device_->reply.assign(5 * reads, 0x5A);
     const Bytes requests(reads, 0xA5);
-    const Outcome outcome = Swd(Array(requests));
-    EXPECT_EQ(outcome.result, device_->reply) << reads;
+    EXPECT_EQ(Swd(requests), device_->reply) << reads;
     const std::string room = std::to_string(std::max<std::size_t>(512, 5 * reads));
     EXPECT_EQ(device_->TakeCalls(), Calls{"SWDXfer(" + Hex(requests) + ", room " + room + ")"});
   }
@@ -91,50 +84,46 @@ TEST_F(Transfer, SwdFailureGivesWhatHadArrived) {
   probe_.mode = 4;
   device_->failing = {{"SWDXfer", 8}};
   device_->reply = {9, 8};
-  EXPECT_EQ(Swd(Array({0xA5})).result, (Bytes{9, 8, 0, 0, 0}));
+  EXPECT_EQ(Swd({0xA5}), (Bytes{9, 8, 0, 0, 0}));
   EXPECT_EQ(error_, TzErrorCode::WFX_ERROR);
 }
 
 TEST_F(Transfer, I2cReplyHasTwoBytesMoreThanThePacket) {
   probe_.mode = 2;
   device_->reply = {7, 6, 5, 4, 3, 2, 1};
-  EXPECT_EQ(I2c(Array({1, 2, 3, 4}), 0x83).result, (Bytes{7, 6, 5, 4, 3, 2}));
+  EXPECT_EQ(I2c({1, 2, 3, 4}, 0x83), (Bytes{7, 6, 5, 4, 3, 2}));
   EXPECT_EQ(device_->TakeCalls(), Calls{"I2CXfer(01 02 03 04, restart 131, room 6)"});
   device_->reply = {7};
-  EXPECT_EQ(I2c(Array({}), 0x101).result, (Bytes{7, 0}));
+  EXPECT_EQ(I2c({}, 0x101), (Bytes{7, 0}));
   EXPECT_EQ(device_->TakeCalls(), Calls{"I2CXfer(, restart 1, room 2)"});
 }
 
 TEST_F(Transfer, BulkTransferAddressesTheEndpointByDirection) {
   probe_.mode = 272;
   device_->reply = {9, 8};
-  const Array data({1, 2, 3});
-  EXPECT_EQ(Bulk(6, data, 1).result, (Bytes{9, 8, 3}));
-  EXPECT_EQ(Bulk(1, data, 0).result, (Bytes{1, 2, 3}));
-  EXPECT_EQ(Bulk(0x101, data, 0).result, (Bytes{1, 2, 3}));
-  EXPECT_EQ(Bulk(0x81, data, 0).result, (Bytes{9, 8, 3}));
-  EXPECT_EQ(Bulk(2, Array({}), 0).result, Bytes{});
+  const Bytes data = {1, 2, 3};
+  EXPECT_EQ(Bulk(6, data, 1), (Bytes{9, 8, 3}));
+  EXPECT_EQ(Bulk(1, data, 0), (Bytes{1, 2, 3}));
+  EXPECT_EQ(Bulk(0x101, data, 0), (Bytes{1, 2, 3}));
+  EXPECT_EQ(Bulk(0x81, data, 0), (Bytes{9, 8, 3}));
+  EXPECT_EQ(Bulk(2, {}, 0), Bytes{});
   EXPECT_EQ(device_->TakeCalls(),
-            (Calls{"BulkXfer(86: 01 02 03, mode 272)", "BulkXfer(01: 01 02 03, mode 272)",
-                   "BulkXfer(01: 01 02 03, mode 272)", "BulkXfer(81: 01 02 03, mode 272)",
-                   "BulkXfer(02: , mode 272)"}));
+            (Calls{"BulkXfer(86, 01 02 03, mode 272)", "BulkXfer(01, 01 02 03, mode 272)",
+                   "BulkXfer(01, 01 02 03, mode 272)", "BulkXfer(81, 01 02 03, mode 272)",
+                   "BulkXfer(02, , mode 272)"}));
 }
 
-TEST_F(Transfer, SwvBytesComeAsTheyAreCollected) {
+TEST_F(Transfer, TraceBytesComeAsTheyAreCollectedAndEtmModeHasNoArray) {
   probe_.mode = 12;
   device_->reply = {1, 2, 3};
-  EXPECT_EQ(Swv().result, (Bytes{1, 2, 3}));
+  EXPECT_EQ(Swv(), (Bytes{1, 2, 3}));
   device_->reply.clear();
-  EXPECT_EQ(Swv().result, Bytes{});
+  EXPECT_EQ(Swv(), Bytes{});
   EXPECT_EQ(error_, TzErrorCode::SUCCESS);
-}
-
-TEST_F(Transfer, EtmModeGivesSuccessWithoutAnArray) {
   probe_.mode = 32;
-  Result result;
-  EXPECT_EQ(object_->RequestEtmPackets(handle_, &result, &error_), S_OK);
-  EXPECT_EQ(error_, TzErrorCode::SUCCESS);
-  EXPECT_FALSE(result.IsSet());
+  Result none;
+  EXPECT_EQ(Outcome(object_->RequestEtmPackets(handle_, &none, &error_)), TzErrorCode::SUCCESS);
+  EXPECT_FALSE(none.IsSet());
 }
 
 }  // namespace
