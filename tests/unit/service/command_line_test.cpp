@@ -4,7 +4,7 @@
 
 namespace {
 
-TEST(CommandLine, KeywordIsAWholeTokenInAnyLetterCase) {
+TEST(CommandLine, KeywordIsAWholeTokenInAnyLetterCaseAndTheFirstCounts) {
   using enum ServerCommand;
   const struct {
     const wchar_t* line;
@@ -35,19 +35,16 @@ TEST(CommandLine, KeywordIsAWholeTokenInAnyLetterCase) {
       {L"\"/opt/RegServer/service\"", kRun},
       {L"/opt/regserver", kRegister},
       {L"C:\\wire-service foo", kRegisterService},
+      // A service only without one of the other words.
+      {L"s -UnregServer -RegServer", kUnregister},
+      {L"s -RegServer -UnregServer", kRegister},
+      {L"s -Service -RegServer", kRegister},
+      {L"s -Service -UnregServer", kUnregister},
+      {L"s -RegServerX -Service", kRegisterService},
   };
   for (const auto& test : kCases) {
     EXPECT_EQ(ParseCommandLine(test.line), test.command) << testing::PrintToString(test.line);
   }
-}
-
-TEST(CommandLine, FirstRegistrationWordCountsAndServiceOnlyWithoutThem) {
-  using enum ServerCommand;
-  EXPECT_EQ(ParseCommandLine(L"s -UnregServer -RegServer"), kUnregister);
-  EXPECT_EQ(ParseCommandLine(L"s -RegServer -UnregServer"), kRegister);
-  EXPECT_EQ(ParseCommandLine(L"s -Service -RegServer"), kRegister);
-  EXPECT_EQ(ParseCommandLine(L"s -Service -UnregServer"), kUnregister);
-  EXPECT_EQ(ParseCommandLine(L"s -RegServerX -Service"), kRegisterService);
 }
 
 }  // namespace

@@ -6,11 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 
-#include "api/identifiers.h"
-#include "service/registration.h"
 #include "service/registry_key.h"
 #include "service/type_library.h"
 
@@ -98,25 +94,8 @@ void RemoveRegistration() {
   EXPECT_TRUE(SUCCEEDED(CoInitialize(nullptr)));
   static_cast<void>(UnregisterOwnTypeLibrary());
   CoUninitialize();
-  std::wstring app_id = L"AppID\\";
-  app_id += GuidText(api::kAppId);
-  std::wstring class_id = L"CLSID\\";
-  class_id += GuidText(api::kClassId);
-  for (const std::wstring& path : {app_id, class_id, std::wstring(L"AppID\\TzWirefoxService.EXE"),
-                                   std::wstring(L"TzWirefoxService.TzWirefox"),
-                                   std::wstring(L"TzWirefoxService.TzWirefox.1")}) {
-    RemoveTree(HKEY_CLASSES_ROOT, path);
-  }
+  for (const wchar_t* path : kServerKeys) RemoveTree(HKEY_CLASSES_ROOT, path);
 }
-
-NoServiceManager::NoServiceManager()
-    : folder_(std::filesystem::path(std::getenv("WIREFOX_HOME")) / "systemd") {
-  std::filesystem::remove_all(folder_);
-  std::filesystem::create_directories(folder_.parent_path());
-  std::ofstream(folder_) << "no folder";
-}
-
-NoServiceManager::~NoServiceManager() { std::filesystem::remove_all(folder_); }
 
 std::string Narrow(const std::wstring& text) {
   std::string narrow;

@@ -3,7 +3,6 @@
 
 #include <windows.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -17,18 +16,13 @@ Lines KeyTree(HKEY root, const std::wstring& path);
 // Deletes the key at `path` with everything below it.
 void RemoveTree(HKEY root, const std::wstring& path);
 
-// Removes all that registering the server writes, also what a failed command has left.
+// The keys of the classes root that registering the server writes, with all that is below them.
+inline constexpr const wchar_t* kServerKeys[] = {
+    L"AppID\\{176DAFBD-EC7C-45F6-A7CE-F1A21DB7B674}", L"AppID\\TzWirefoxService.EXE",
+    L"CLSID\\{6D1561D8-24CB-4B8E-ABBB-564080B9D86D}", L"TzWirefoxService.TzWirefox",
+    L"TzWirefoxService.TzWirefox.1"};
+
+// Removes them and the type library, also what a failed command has left.
 void RemoveRegistration();
-
-// While it lives, the service manager of the Linux layer refuses to be opened: a file stands where
-// its folder would.
-class NoServiceManager {
- public:
-  NoServiceManager();
-  ~NoServiceManager();
-
- private:
-  const std::filesystem::path folder_;
-};
 
 std::string Narrow(const std::wstring& text);
