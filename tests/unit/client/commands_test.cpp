@@ -10,19 +10,17 @@ namespace {
 using Calls = std::vector<std::string>;
 using Words = std::vector<std::string>;
 
+ClientRun RunWithoutService(const Words& words, HRESULT failure = E_FAIL) {
+  FakeService none;
+  none.connection_failure = failure;
+  return RunClient(none, words);
+}
+
 TEST(Commands, EachReachesItsMethodWithItsValues) {
-  struct Case {
-    Words words;
-    Calls calls;
+  const auto in_session = [](const std::string& call) {
+    return Calls{"GetWirefoxStatus P", "AcquireDevice P 0 1", call, "ReleaseDevice 260"};
   };
-  const Calls session_begin = {"GetWirefoxStatus P", "AcquireDevice P 0 1"};
-  const auto in_session = [&](const std::string& call) {
-    Calls calls = session_begin;
-    calls.push_back(call);
-    calls.push_back("ReleaseDevice 260");
-    return calls;
-  };
-  const Case cases[] = {
+  const std::pair<Words, Calls> cases[] = {
       {{"list"}, {"EnumerateWirefoxs"}},
       {{"version"}, {"GetVersion"}},
       {{"status", "P"}, {"GetWirefoxStatus P"}},
@@ -62,17 +60,18 @@ TEST(Commands, EachReachesItsMethodWithItsValues) {
        {"GetWirefoxStatus P", "AcquireDevice P 0 1", "PortAcquire 0 0 0 0 0 10 260",
         "GetPortAcquireStatus P 0", "ReleaseDevice 260"}},
   };
-  for (const Case& c : cases) {
+  for (const auto& [words, calls] : cases) {
     FakeService fake;
     fake.reply = [](const client::Bytes&) { return client::Bytes(16, 1); };
-    const ClientRun run = RunClient(fake, c.words);
-    EXPECT_EQ(run.exit_status, 0) << c.words[0] << ": " << run.err;
-    EXPECT_EQ(fake.calls, c.calls);
+    const ClientRun run = RunClient(fake, words);
+    EXPECT_EQ(run.exit_status, 0) << words[0] << ": " << run.err;
+    EXPECT_EQ(fake.calls, calls);
   }
 }
 
-TEST(Commands, WrongWordsAreUsageAndReachNoService) {
-  const Words cases[] = {
+TEST(Commands, WrongWordsAreUsageBeforeTheServiceIsAskedForAnything) {
+  // Here not even a connection is made.
+  const Words wrong_words[] = {
       {},
       {"frobnicate"},
       {"acquire", "P"},
@@ -91,16 +90,7 @@ TEST(Commands, WrongWordsAreUsageAndReachNoService) {
       {"jtag", "P"},
       {"jtag", "P", "00", "--target", "-1"},
   };
-  for (const Words& words : cases) {
-    const ClientRun run = RunWithoutService(E_FAIL, words);
-    EXPECT_EQ(run.exit_status, 2) << (words.empty() ? "" : words[0]);
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err.substr(0, 5), "wfx: ");
-  }
-}
-
-TEST(Commands, WrongPacketsAreUsageBeforeATargetIsAcquired) {
-  const Words cases[] = {
+  const Words wrong_packets[] = {
       {"jtag", "P", "f"},
       {"jtag", "P", "ir", "4"},
       {"jtag", "P", "@/no/such/file"},
@@ -114,25 +104,36 @@ TEST(Commands, WrongPacketsAreUsageBeforeATargetIsAcquired) {
       {"bulk", "P", "1", "read", "x"},
       {"acquire-port", "P", "--test-key", "1"},
   };
-  for (const Words& words : cases) {
-    FakeService fake;
+  const auto expect_usage = [](FakeService& fake, const Words& words) {
+    SCOPED_TRACE(testing::PrintToString(words));
     const ClientRun run = RunClient(fake, words);
-    EXPECT_EQ(run.exit_status, 2) << words[0] << " " << words[2];
-    EXPECT_TRUE(fake.calls.empty()) << words[0] << " " << words[2];
+    EXPECT_EQ(run.exit_status, 2);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err.substr(0, 5), "wfx: ");
+    EXPECT_EQ(fake.calls, Calls{});
+  };
+  for (const Words& words : wrong_words) {
+    FakeService none;
+    none.connection_failure = E_FAIL;
+    expect_usage(none, words);
+  }
+  for (const Words& words : wrong_packets) {
+    FakeService fake;
+    expect_usage(fake, words);
   }
 }
 
 TEST(Commands, HelpNeedsNoServiceAndNamesTheOptions) {
-  const ClientRun overview = RunWithoutService(E_FAIL, {"--help"});
+  const ClientRun overview = RunWithoutService({"--help"});
   EXPECT_EQ(overview.exit_status, 0);
   for (const char* name :
        {"list",    "watch", "version",  "hold", "status",       "mode",  "vtarg",   "clock",
         "timeout", "led",   "identify", "xres", "swv-setup",    "hwrev", "targets", "jtag",
         "swd",     "i2c",   "bulk",     "swv",  "acquire-port", "script"}) {
     EXPECT_NE(overview.out.find(std::string("\n  ") + name + " "), std::string::npos) << name;
-    EXPECT_EQ(RunWithoutService(E_FAIL, {name, "--help"}).exit_status, 0) << name;
+    EXPECT_EQ(RunWithoutService({name, "--help"}).exit_status, 0) << name;
   }
-  EXPECT_NE(RunWithoutService(E_FAIL, {"mode", "--help"}).out.find("VSER_INT"), std::string::npos);
+  EXPECT_NE(RunWithoutService({"mode", "--help"}).out.find("VSER_INT"), std::string::npos);
 }
 
 TEST(ExitStatus, IsTenPlusTheErrorTheServiceAnswered) {
@@ -145,7 +146,7 @@ TEST(ExitStatus, IsTenPlusTheErrorTheServiceAnswered) {
 
 TEST(ExitStatus, IsThreeWhenTheServiceCannotBeReachedOrIsLost) {
   const ClientRun unregistered =
-      RunWithoutService(static_cast<HRESULT>(0x80040154), {"list", "--json"});
+      RunWithoutService({"list", "--json"}, static_cast<HRESULT>(0x80040154));
   EXPECT_EQ(unregistered.exit_status, 3);
   EXPECT_EQ(unregistered.out, "");
   EXPECT_NE(unregistered.err.find("-RegServer"), std::string::npos);
@@ -199,11 +200,7 @@ TEST(Json, ResultsCarryTheOutputsOfTheInterface) {
   fake.version = 0x02000200;
   fake.revision = -1;
   fake.reply = [](const client::Bytes&) { return client::Bytes{0x00, 0xFF}; };
-  struct Case {
-    Words words;
-    const char* line;
-  };
-  const Case cases[] = {
+  const std::pair<Words, const char*> cases[] = {
       {{"list"}, "{\"error\":\"SUCCESS\",\"wirefoxs\":[\"EVK0001\",\"W\xC3\xA4hl\\\"er\"]}\n"},
       {{"targets", "P"}, "{\"error\":\"SUCCESS\",\"devices\":[\"1BA014770\",\"0684617F1\"]}\n"},
       {{"version"}, "{\"error\":\"SUCCESS\",\"versionNum\":33554944}\n"},
@@ -212,27 +209,15 @@ TEST(Json, ResultsCarryTheOutputsOfTheInterface) {
       {{"swv", "P"}, "{\"error\":\"SUCCESS\",\"RESULT\":\"00ff\"}\n"},
       {{"acquire-port", "P"}, "{\"error\":\"SUCCESS\",\"acquireStatus\":0}\n"},
   };
-  for (const Case& c : cases) {
-    Words words = c.words;
+  for (auto [words, line] : cases) {
     words.push_back("--json");
-    EXPECT_EQ(RunClient(fake, words).out, c.line);
+    EXPECT_EQ(RunClient(fake, words).out, line);
   }
 }
 
 TEST(Json, TheStatusHasItsSeventeenFieldsWithTheirSigns) {
   FakeService fake;
-  fake.status.RESULT = 1;
-  fake.status.VTARG_SET = 11;
-  fake.status.VTARG_MEASURED = -2;
-  fake.status.ACTIVE_INTERFACE = 12;
-  fake.status.ACTIVE_PORT = 1;
-  fake.status.WFX_VERSION = 0x0102;
-  fake.status.VORN_VERSION = 0x0304;
-  fake.status.FPGA_VERSION = 200;
-  fake.status.BOOTLOADER_VERSION = -32768;
-  fake.status.WFX_FLAGS_FPGA_POWER_STATE = 3;
-  fake.status.WFX_FLAGS_VORN_I2C_ERR = 1;
-  fake.status.CLOCK_FREQUENCY = 224;
+  fake.status = {1, 11, -2, 12, 1, 0x0102, 0x0304, 200, -32768, 3, 0, 0, 0, 0, 0, 1, 224};
   const auto line = nlohmann::json::parse(RunClient(fake, {"status", "P", "--json"}).out);
   const auto expected = nlohmann::json::parse(R"({
     "RESULT": 1, "VTARG_SET": 11, "VTARG_MEASURED": -2, "ACTIVE_INTERFACE": 12, "ACTIVE_PORT": 1,

@@ -101,7 +101,7 @@ class FakeWirefox final : public ITzWirefox_v3 {
                                           std::int64_t* wfxHandle, TzErrorCode* error) override {
     const HRESULT status =
         Record("AcquireDevice", error, wirefox, {deviceNum, IsThisProcess(ownerPID)});
-    *wfxHandle = *error == TzErrorCode::SUCCESS ? fake_.next_handle : 0;
+    *wfxHandle = *error == TzErrorCode::SUCCESS ? 0x104 : 0;
     return status;
   }
   HRESULT STDMETHODCALLTYPE ReleaseDevice(std::int64_t wfxHandle, TzErrorCode* error) override {
@@ -133,7 +133,7 @@ class FakeWirefox final : public ITzWirefox_v3 {
   }
   HRESULT STDMETHODCALLTYPE GetPortAcquireStatus(BSTR wirefox, CHAR abort, LONG* acquireStatus,
                                                  TzErrorCode* error) override {
-    *acquireStatus = fake_.acquire_status;
+    *acquireStatus = 0;
     return Record("GetPortAcquireStatus", error, wirefox, {abort});
   }
   HRESULT STDMETHODCALLTYPE ToggleXres(BSTR wirefox, CHAR active, TzErrorCode* error) override {
@@ -200,34 +200,19 @@ class FakeWirefox final : public ITzWirefox_v3 {
   ULONG references_ = 1;
 };
 
-ClientRun RunWith(const client::Connector& connector, const std::vector<std::string>& arguments,
-                  const std::string& standard_input) {
-  std::istringstream in(standard_input);
-  std::ostringstream out;
-  std::ostringstream err;
-  const int exit_status = client::RunCommandLine(arguments, connector, {in, out, err, false});
-  return {exit_status, out.str(), err.str()};
-}
-
 }  // namespace
-
-ITzWirefox_v3* MakeFakeWirefox(FakeService& fake) { return new FakeWirefox(fake); }
 
 ClientRun RunClient(FakeService& fake, const std::vector<std::string>& arguments,
                     const std::string& standard_input) {
-  const auto connect = [&fake](HRESULT& status) {
-    status = S_OK;
-    return std::make_unique<client::Service>(MakeFakeWirefox(fake));
+  const auto connect = [&fake](HRESULT& status) -> std::unique_ptr<client::Service> {
+    status = fake.connection_failure;
+    return FAILED(status) ? nullptr : std::make_unique<client::Service>(new FakeWirefox(fake));
   };
-  return RunWith(connect, arguments, standard_input);
-}
-
-ClientRun RunWithoutService(HRESULT failure, const std::vector<std::string>& arguments) {
-  const auto connect = [failure](HRESULT& status) -> std::unique_ptr<client::Service> {
-    status = failure;
-    return nullptr;
-  };
-  return RunWith(connect, arguments, "");
+  std::istringstream in(standard_input);
+  std::ostringstream out;
+  std::ostringstream err;
+  const int exit_status = client::RunCommandLine(arguments, connect, {in, out, err, false});
+  return {exit_status, out.str(), err.str()};
 }
 
 }  // namespace client_test

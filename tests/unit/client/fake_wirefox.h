@@ -23,20 +23,18 @@ struct FakeService {
   // A status that the calls of a method fail with.
   std::map<std::string, HRESULT> call_failures;
 
+  // Why there is no service to be had; S_OK: there is.
+  HRESULT connection_failure = S_OK;
+
   std::vector<std::string> wirefoxs;
   std::vector<std::string> devices;
   TzWFXStatus status{};
   LONG version = 0;
   LONG revision = 0;
-  LONG acquire_status = 0;
-  std::int64_t next_handle = 0x104;
 
   // Answers a transfer's packet; empty: no bytes.
   std::function<client::Bytes(const client::Bytes& packet)> reply;
 };
-
-// One reference, for the taker.
-ITzWirefox_v3* MakeFakeWirefox(FakeService& fake);
 
 // What a run of the command line gave.
 struct ClientRun {
@@ -46,8 +44,5 @@ struct ClientRun {
 };
 ClientRun RunClient(FakeService& fake, const std::vector<std::string>& arguments,
                     const std::string& standard_input = "");
-
-// The same with no service to be had: creation fails with `failure`.
-ClientRun RunWithoutService(HRESULT failure, const std::vector<std::string>& arguments);
 
 }  // namespace client_test

@@ -6,11 +6,7 @@ namespace client {
 namespace {
 
 TEST(Numbers, DecimalAndHexadecimalWithinTheRangeAreRead) {
-  struct Case {
-    const char* text;
-    std::optional<std::int64_t> value;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, std::optional<std::int64_t>> cases[] = {
       {"0", 0},
       {"255", 255},
       {"0xff", 255},
@@ -28,7 +24,7 @@ TEST(Numbers, DecimalAndHexadecimalWithinTheRangeAreRead) {
       {"99999999999999999999", std::nullopt},  // beyond 64 bits
       {"0xffffffffffffffff", std::nullopt},
   };
-  for (const Case& c : cases) EXPECT_EQ(ParseNumber(c.text, -10, 255), c.value) << c.text;
+  for (const auto& [text, value] : cases) EXPECT_EQ(ParseNumber(text, -10, 255), value) << text;
 }
 
 TEST(Numbers, BitsComeLeastSignificantFirstAndMustFit) {
@@ -63,11 +59,7 @@ TEST(Numbers, BitsPrintOnlyWhatTheirCountCovers) {
 }
 
 TEST(Bytes, HexadecimalTextIsReadWithSeparatorsAndComments) {
-  struct Case {
-    const char* text;
-    std::optional<Bytes> bytes;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, std::optional<Bytes>> cases[] = {
       {"", Bytes{}},
       {"f0F020", Bytes{0xF0, 0xF0, 0x20}},
       {"f0 f0,0x20:01\n", Bytes{0xF0, 0xF0, 0x20, 0x01}},
@@ -78,7 +70,7 @@ TEST(Bytes, HexadecimalTextIsReadWithSeparatorsAndComments) {
       {"0g", std::nullopt},
       {"0x", std::nullopt},
   };
-  for (const Case& c : cases) EXPECT_EQ(BytesFromHex(c.text), c.bytes) << c.text;
+  for (const auto& [text, bytes] : cases) EXPECT_EQ(BytesFromHex(text), bytes) << text;
 }
 
 TEST(Bytes, ADumpShowsAddressBytesAndCharacters) {

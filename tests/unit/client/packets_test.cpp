@@ -1,33 +1,33 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <map>
 
 #include "client/i2c_packet.h"
 #include "client/swd_link.h"
 #include "client/swd_packet.h"
+#include "sim/debug_port.h"
 
 namespace client {
 namespace {
 
 TEST(SwdRequest, HeadersCarryEvenParityOverPortDirectionAndAddress) {
-  struct Case {
+  // Of registers 0, 4, 8 and C.
+  const struct {
     SwdPort port;
     bool read;
-    std::uint32_t address;
-    std::uint8_t header;
+    std::array<std::uint8_t, 4> headers;
+  } cases[] = {
+      {SwdPort::kDebug, true, {0xA5, 0x8D, 0x95, 0xBD}},
+      {SwdPort::kDebug, false, {0x81, 0xA9, 0xB1, 0x99}},
+      {SwdPort::kAccess, true, {0x87, 0xAF, 0xB7, 0x9F}},
+      {SwdPort::kAccess, false, {0xA3, 0x8B, 0x93, 0xBB}},
   };
-  const Case cases[] = {
-      {SwdPort::kDebug, true, 0x0, 0xA5},   {SwdPort::kDebug, true, 0x4, 0x8D},
-      {SwdPort::kDebug, true, 0x8, 0x95},   {SwdPort::kDebug, true, 0xC, 0xBD},
-      {SwdPort::kDebug, false, 0x0, 0x81},  {SwdPort::kDebug, false, 0x4, 0xA9},
-      {SwdPort::kDebug, false, 0x8, 0xB1},  {SwdPort::kDebug, false, 0xC, 0x99},
-      {SwdPort::kAccess, true, 0x0, 0x87},  {SwdPort::kAccess, true, 0x4, 0xAF},
-      {SwdPort::kAccess, true, 0x8, 0xB7},  {SwdPort::kAccess, true, 0xC, 0x9F},
-      {SwdPort::kAccess, false, 0x0, 0xA3}, {SwdPort::kAccess, false, 0x4, 0x8B},
-      {SwdPort::kAccess, false, 0x8, 0x93}, {SwdPort::kAccess, false, 0xC, 0xBB},
-  };
-  for (const Case& c : cases) EXPECT_EQ(SwdRequestHeader(c.port, c.read, c.address), c.header);
+  for (const auto& [port, read, headers] : cases) {
+    for (std::uint32_t i = 0; i < 4; ++i)
+      EXPECT_EQ(SwdRequestHeader(port, read, 4 * i), headers[i]);
+  }
 }
 
 TEST(SwdRequest, AStatusIsGoodWithBit0SetAndBit2Clear) {
@@ -62,69 +62,35 @@ TEST(SwdPacket, RepliesAreTakenApartInTheOrderOfTheRequests) {
   EXPECT_FALSE(packet.Decode(longer));
 }
 
-// A debug port with one memory access port, as ADIv5 has it: a read of the access port answers what
-// the one before it read, and the address increments within blocks of 1 KiB only.
+// A simulated debug port with one memory access port, at the level of packets.
 class DebugTarget {
  public:
+  DebugTarget() { port.PowerUp(); }
+
   bool Exchange(const Bytes& packet, Bytes& reply) {
     for (std::size_t at = 0; at < packet.size();) {
       const std::uint8_t header = packet[at++];
       const bool access = (header & 2) != 0;
-      const bool read = (header & 4) != 0;
-      const std::uint32_t address = (header >> 3 & 3) * 4;
-      if (read) {
-        AppendWord(reply, access ? ReadAccess(address) : ReadDebug(address));
-      } else {
-        const std::uint32_t value = LoadWord(packet, at);
-        at += 4;
-        access ? WriteAccess(address, value) : WriteDebug(address, value);
+      const auto address = static_cast<std::uint8_t>(header >> 1 & 0x0C);
+      std::uint32_t value = 0;
+      if ((header & 4) != 0) {
+        const std::uint8_t status = port.Read(access, address, value);
+        AppendWord(reply, value);
+        reply.push_back(status);
+        continue;
       }
-      reply.push_back(faults_from == 0 || ++requests < faults_from ? 0x01 : 0x04);
+      const bool powers_up = !access && address == 0x4;
+      if (!powers_up || has_power) value = LoadWord(packet, at);
+      at += 4;
+      reply.push_back(port.Write(access, address, value));
     }
     return true;
   }
 
-  std::map<std::uint32_t, std::uint32_t> memory;
-  std::uint32_t select = 0;
-  std::uint32_t control_word = 0x23000040;
-  bool powers_up = true;
-  int faults_from = 0;  // the request from which on the target faults; 0: none
-  int requests = 0;
-
- private:
-  std::uint32_t ReadDebug(std::uint32_t address) {
-    if (address == 0xC) return posted_;
-    return address == 0x4 && powers_up ? control_ | control_ << 1 : control_;
-  }
-  void WriteDebug(std::uint32_t address, std::uint32_t value) {
-    if (address == 0x4) control_ = value;
-    if (address == 0x8) select = value;
-  }
-  std::uint32_t ReadAccess(std::uint32_t address) {
-    const std::uint32_t before = posted_;
-    const std::uint32_t full = (select & 0xF0) | address;
-    if (full == 0x00) posted_ = control_word;
-    if (full == 0x0C) posted_ = memory[Next()];
-    if (full == 0xFC) posted_ = 0x24770011;
-    return before;
-  }
-  void WriteAccess(std::uint32_t address, std::uint32_t value) {
-    const std::uint32_t full = (select & 0xF0) | address;
-    if (full == 0x00) control_word = value;
-    if (full == 0x04) transfer_address_ = value;
-    if (full == 0x0C) memory[Next()] = value;
-  }
-  std::uint32_t Next() {
-    const std::uint32_t address = transfer_address_;
-    if ((control_word & 0x37) == 0x12) {
-      transfer_address_ = (address & ~0x3FFu) | ((address + 4) & 0x3FF);
-    }
-    return address;
-  }
-
-  std::uint32_t control_ = 0;
-  std::uint32_t posted_ = 0xBAD0BAD0;
-  std::uint32_t transfer_address_ = 0;
+  static constexpr std::uint32_t kMemory = 0x20000000;
+  sim::TargetMemory memory{{{kMemory, 4096}}};
+  sim::DebugPort port{memory, 0x2BA01477, 0x24770011};
+  bool has_power = true;
 };
 
 SwdLink LinkTo(DebugTarget& target) {
@@ -134,44 +100,39 @@ SwdLink LinkTo(DebugTarget& target) {
 
 TEST(SwdLink, MemoryIsReadAndWrittenAcrossBlocksOfTheAddressIncrement) {
   DebugTarget target;
-  std::vector<std::uint32_t> words(700);
-  for (std::size_t i = 0; i < words.size(); ++i)
-    words[i] = static_cast<std::uint32_t>(i * 2654435761u);
-  ASSERT_TRUE(LinkTo(target).WriteMemory(0x200003F8, words));
-  EXPECT_EQ(target.memory.size(), words.size());
-  for (std::size_t i = 0; i < words.size(); ++i) {
-    ASSERT_EQ(target.memory[static_cast<std::uint32_t>(0x200003F8 + i * 4)], words[i]) << i;
-  }
-  // The bus's protection bits are the target's own.
-  EXPECT_EQ(target.control_word, 0x23000052u);
-  std::vector<std::uint32_t> read(words.size());
-  ASSERT_TRUE(LinkTo(target).ReadMemory(0x200003F8, read));
-  EXPECT_EQ(read, words);
-}
-
-TEST(SwdLink, AccessPortRegistersAreReadThroughTheirBankAndTheReadBuffer) {
-  DebugTarget target;
   SwdLink link = LinkTo(target);
-  std::uint32_t value = 0;
-  ASSERT_TRUE(link.ReadAccessPort(0xFC, value));
-  EXPECT_EQ(value, 0x24770011u);
-  EXPECT_EQ(target.select, 0xF0u);
+  constexpr std::uint32_t kOffset = 0x3F8;
+  std::vector<std::uint32_t> words(700);
+  Bytes expected(kOffset);
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    words[i] = static_cast<std::uint32_t>(i * 2654435761u);
+    AppendWord(expected, words[i]);
+  }
+  expected.resize(4096);
+  ASSERT_TRUE(link.WriteMemory(target.kMemory + kOffset, words)) << link.problem();
+  EXPECT_EQ(target.memory.Dump(target.kMemory, 4096), expected);
+  std::uint32_t control_word = 0;
+  EXPECT_TRUE(link.ReadAccessPort(0x00, control_word));
+  EXPECT_EQ(control_word, 0x23000052u) << "the bus's protection bits are the target's own";
+  std::vector<std::uint32_t> read(words.size());
+  ASSERT_TRUE(LinkTo(target).ReadMemory(target.kMemory + kOffset, read));
+  EXPECT_EQ(read, words);
+  // A register in another bank, through the read buffer.
+  std::uint32_t identification = 0;
+  ASSERT_TRUE(link.ReadAccessPort(0xFC, identification));
+  EXPECT_EQ(identification, 0x24770011u);
 }
 
 TEST(SwdLink, ATargetThatFaultsOrStaysUnpoweredIsReported) {
-  DebugTarget faulty;
-  faulty.faults_from = 2;
-  SwdLink link = LinkTo(faulty);
+  DebugTarget target;
+  target.has_power = false;
+  SwdLink link = LinkTo(target);
   std::uint32_t value = 0;
   EXPECT_FALSE(link.ReadAccessPort(0x0, value));
   EXPECT_EQ(link.problem().substr(0, 23), "request 2 of 3: FAULT (");
-
-  DebugTarget unpowered;
-  unpowered.powers_up = false;
-  SwdLink other = LinkTo(unpowered);
   std::vector<std::uint32_t> words(1);
-  EXPECT_FALSE(other.ReadMemory(0, words));
-  EXPECT_EQ(other.problem(), "the debug domain does not power up (CTRL/STAT reads 0x50000000)");
+  EXPECT_FALSE(link.ReadMemory(0, words));
+  EXPECT_EQ(link.problem(), "the debug domain does not power up (CTRL/STAT reads 0x00000000)");
 }
 
 TEST(I2cPacket, TransactionsAreEnginePackets) {
