@@ -95,7 +95,7 @@ TEST_F(Enumeration, SessionsEndWhenAnythingElseIsFound) {
     test.change();
     Scan(device_->status_reply[5]);
     EXPECT_EQ(Release(handle_), TzErrorCode::NOT_ACQUIRED);
-    EXPECT_FALSE(ReleaseMutex(mutex)) << "the session's mutex is still open and owned";
+    EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_FAILED) << "the session's mutex is still open";
     for (const TargetRecord& target : probe_.targets) EXPECT_EQ(target.ownerPID, 0u);
   }
 }

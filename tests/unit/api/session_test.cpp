@@ -100,12 +100,9 @@ TEST_F(Sessions, EndOfTheObjectReleasesNoTarget) {
 TEST_F(Sessions, ProbeNamedLikeTheTableLockCannotUnlockTheTable) {
   SetTargets(AddProbe(L"WfxDeviceLock"), {0x11});
   ASSERT_EQ(Acquire(L"WfxDeviceLock"), TzErrorCode::SUCCESS);
-  const HANDLE outer = LockDeviceTable();
+  const DeviceTableGuard lock;
   EXPECT_EQ(Release(handle_), TzErrorCode::SUCCESS);
-  UnlockDeviceTable(outer);
-  EXPECT_FALSE(ReleaseMutex(outer)) << "the lock was released less often than taken";
-  const HANDLE again = LockDeviceTable();
-  UnlockDeviceTable(again);
+  EXPECT_TRUE(HoldsTableLock()) << "the lock was released more often than taken";
 }
 
 TEST_F(Sessions, TargetStaysFreeWhenItsMutexCannotBeCreated) {
