@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "support/log.h"
@@ -77,9 +78,18 @@ class LogFile {
     return lines;
   }
 
+  // Those since the last call.
+  std::vector<std::string> Take() {
+    std::vector<std::string> lines = Lines();
+    const std::size_t taken = std::exchange(taken_, lines.size());
+    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(taken));
+    return lines;
+  }
+
  private:
   ScratchFolder folder_;
   std::string path_;
+  std::size_t taken_ = 0;
 };
 
 }  // namespace unit

@@ -4,17 +4,25 @@
 #include "device/device_status.h"
 #include "device/evk_device.h"
 #include "device/wfx_device.h"
-#include "tests/unit/device/device_fixture.h"
+#include "tests/unit/device/probe_test.h"
 #include "usb/usb_endpoint.h"
 
 namespace {
 
-// Supply measurements at the limit, and the powered one as a line of a script.
+// Supply measurements at the limit.
 constexpr char kPowered[] = "C0 56 00 00 00 00 0F 00 -> 00 00 4B 00 00*11\n";
 constexpr char kUnpowered[] = "C0 56 00 00 00 00 0F 00 -> 00 00 4A 00 00*11\n";
+constexpr char kPowerStalls[] = "C0 56 00 00 00 00 0F 00 -> stall\n";
 constexpr std::uint32_t kI2c = 2;
 
-class WirefoxTest : public ScriptedProbeTest {
+// The switch to I2C mode, with what register 8 and the old replies are read as.
+std::string I2cMode(const std::string& restart_register, const std::string& old_replies) {
+  return "C0 41 00 00 00 00 03 00 -> 00*3\nC0 41 02 01 00 00 03 00 -> 00*3\n"
+         "C0 43 08 00 00 00 08 00 -> " +
+         restart_register + "\nin 81 64 -> " + old_replies + "\n";
+}
+
+class WirefoxTest : public ProbeTest {
  protected:
   std::uint32_t TimeoutOf(std::uint8_t endpoint) {
     return device_.GetEndPoint(endpoint)->TimeoutMs();
@@ -22,29 +30,45 @@ class WirefoxTest : public ScriptedProbeTest {
 
   // Into I2C mode with register 8 at 0 and a target that has power, with nothing left to drain.
   void EnterI2c() {
-    Play(std::string(R"(C0 41 00 00 00 00 03 00 -> 00*3
-                   C0 41 02 01 00 00 03 00 -> 00*3
-                   C0 43 08 00 00 00 08 00 -> 00*8
-                   in 81 64 -> 
-)") + kPowered +
-         "in 84 4 -> 01");
+    bus_.Play(I2cMode("00*8", "") + kPowered + "in 84 4 -> 01");
     ASSERT_EQ(device_.SetMode(kI2c, true), 0U);
     ASSERT_EQ(device_.PowerSupplied(), 1U);
     std::array<std::uint8_t, 4> reply;
     std::uint32_t length = 4;
     ASSERT_EQ(device_.I2CInXfer(length, reply.data()), 0U);
-    ExpectPlayed();
+    bus_.ExpectPlayed();
   }
 
-  std::uint32_t Request(const Bytes& request) {
-    Bytes buffer = request;
+  // A request in the older format: its status.
+  std::uint32_t Request(const std::string& request) {
+    Bytes buffer = HexBytes(request);
     auto length = static_cast<std::uint32_t>(buffer.size());
     const std::uint32_t status = device_.BulkXfer(0x01, buffer.data(), length, kI2c);
-    EXPECT_EQ(buffer, request);
+    EXPECT_EQ(buffer, HexBytes(request));
+    return status;
+  }
+
+  // Its reply, asked for with room for so many bytes: how many there are, and all the room.
+  std::string Reply(std::uint32_t room) {
+    Bytes buffer(room, 0x0E);
+    std::uint32_t length = room;
+    EXPECT_EQ(device_.BulkXfer(0x81, buffer.data(), length, kI2c), 0U);
+    return std::to_string(length) + ": " + HexText(buffer);
+  }
+
+  // A packet for the engine: its status, in `reply` what came.
+  std::uint32_t Packet(const std::string& packet, std::uint8_t restart, std::uint32_t room,
+                       std::string& reply) {
+    const Bytes sent = HexBytes(packet);
+    Bytes buffer(room, 0x0E);
+    const std::uint32_t status = device_.I2CXfer(static_cast<std::uint32_t>(sent.size()),
+                                                 sent.data(), restart, room, buffer.data());
+    reply = std::to_string(room) + ": " + HexText(buffer);
     return status;
   }
 
   CTzWfxDevice device_{0, true};
+  std::string reply_;
 };
 
 TEST_F(WirefoxTest, TimeoutsOfDataEndpointsCarryOverToTheOnesThatI2cTravelsOn) {
@@ -61,350 +85,221 @@ TEST_F(WirefoxTest, TimeoutsOfDataEndpointsCarryOverToTheOnesThatI2cTravelsOn) {
 }
 
 TEST_F(WirefoxTest, I2cModeReadsTheRestartPositionDrainsTheRepliesAndSetsTimeouts) {
-  Play(R"(C0 41 00 00 00 00 03 00 -> 00*3
-                 C0 41 02 01 00 00 03 00 -> 00*3
-                 C0 43 08 00 00 00 08 00 -> 00 00 00 83 00*4
-                 in 81 64 -> silent
-                 abort 81)");
-  const std::uint64_t begin = clock_.NowMs();
-  EXPECT_EQ(device_.SetMode(kI2c, true), 0U);
-  EXPECT_EQ(clock_.NowMs() - begin, 70U + 50U);
-  ExpectPlayed();
+  bus_.Play(I2cMode("00 00 00 83 00*4", "silent\n abort 81"));
+  EXPECT_EQ(ElapsedMs([&] { EXPECT_EQ(device_.SetMode(kI2c, true), 0U); }), 70U + 50U);
   EXPECT_EQ(TimeoutOf(0x81), 1500U);
   EXPECT_EQ(TimeoutOf(0x84), 1500U);
   EXPECT_EQ(TimeoutOf(0x01), 2000U);
   EXPECT_EQ(TimeoutOf(0x02), 2000U);
   // The register holds 0x83 already, so it is not written again.
-  Play("");
   EXPECT_EQ(device_.I2CUpdateRestartPos(0x83), 0U);
 }
 
 TEST_F(WirefoxTest, RestartPositionThatCannotBeReadFailsTheModeSwitchAndCountsAsZero) {
-  Play(R"(C0 41 00 00 00 00 03 00 -> 00*3
-                 C0 41 02 01 00 00 03 00 -> 00*3
-                 C0 43 08 00 00 00 08 00 -> 0B 00 00 83 00*4
-                 in 81 64 -> 01 02)");
+  bus_.Play(I2cMode("0B 00 00 83 00*4", "01 02"));
   EXPECT_EQ(device_.SetMode(kI2c, true), 11U);
-  ExpectPlayed();
   EXPECT_EQ(TimeoutOf(0x84), 1500U);
-  Play("");
   EXPECT_EQ(device_.I2CUpdateRestartPos(0), 0U);
 }
 
 TEST_F(WirefoxTest, I2cModeEnteredAgainForgetsAllThatWasKnown) {
   EnterI2c();
-  Play(R"(C0 43 88 81 00 00 10 00 -> 00*16
-                 out 02 : A0 10 A1 00*2 -> ok
-                 out 01 : 10 01 50 AA -> ok)");
-  EXPECT_EQ(Request({0x04, 0x01, 0x50, 0x02, 0xD0, 0x10}), 0U);
-  EXPECT_EQ(Request({0x10, 0x01, 0x50, 0xAA}), 0U);
+  bus_.Play(R"(C0 43 88 81 00 00 10 00 -> 00*16
+               out 02 : A0 10 A1 00*2 -> ok
+               out 01 : 10 01 50 AA -> ok)");
+  EXPECT_EQ(Request("04 01 50 02 D0 10"), 0U);
+  EXPECT_EQ(Request("10 01 50 AA"), 0U);
 
   // The power counts as off while it cannot be asked for; the reply is a translated one, of one
   // phase.
-  Play(R"(C0 41 00 00 00 00 03 00 -> 00*3
-                 C0 41 02 01 00 00 03 00 -> 00*3
-                 C0 43 08 00 00 00 08 00 -> 00*8
-                 in 81 64 -> 01
-                 C0 56 00 00 00 00 0F 00 -> stall)");
+  bus_.Play(I2cMode("00*8", "01") + kPowerStalls);
   EXPECT_EQ(device_.SetMode(kI2c, true), 0U);
-  Bytes reply(8, 0x0E);
-  std::uint32_t length = 8;
-  EXPECT_EQ(device_.BulkXfer(0x81, reply.data(), length, kI2c), 0U);
-  EXPECT_EQ(length, 8U);
-  EXPECT_EQ(reply, Bytes(8, 0));
+  EXPECT_EQ(Reply(8), "8: 00*8");
 
   clock_.Advance(1000);
-  Play(std::string(kPowered) + R"(
-                 in 84 512 -> 01 02 03         # what was left over
-                 out 02 : A0 AA -> ok)");
-  EXPECT_EQ(Request({0x00, 0x01, 0x50, 0xAA}), 0U);
+  bus_.Play(std::string(kPowered) + R"(
+               in 84 512 -> 01 02 03         # what was left over
+               out 02 : A0 AA -> ok)");
+  EXPECT_EQ(Request("00 01 50 AA"), 0U);
 }
 
 TEST_F(WirefoxTest, OtherModesAndRefusedOnesDoNotTouchTheEngine) {
-  Play(R"(C0 41 00 00 00 00 03 00 -> 00*3
-                 C0 41 04 01 00 00 03 00 -> 00*3
-                 C0 41 00 00 00 00 03 00 -> 00*3
-                 C0 41 02 01 00 00 03 00 -> 07 00 00)");
+  bus_.Play(R"(C0 41 00 00 00 00 03 00 -> 00*3
+               C0 41 04 01 00 00 03 00 -> 00*3
+               C0 41 00 00 00 00 03 00 -> 00*3
+               C0 41 02 01 00 00 03 00 -> 07 00 00)");
   EXPECT_EQ(device_.SetMode(4, true), 0U);
   EXPECT_EQ(device_.SetMode(kI2c, true), 7U);
 }
 
 TEST_F(WirefoxTest, PowerIsAskedForOnceASecondAndAFailureKeepsTheLastAnswer) {
-  Play(kPowered);
-  EXPECT_EQ(device_.PowerSupplied(), 1U);
-  clock_.Advance(999);
-  EXPECT_EQ(device_.PowerSupplied(), 1U);
-  ExpectPlayed();
-  clock_.Advance(1);
-  Play("C0 56 00 00 00 00 0F 00 -> stall");
-  EXPECT_EQ(device_.PowerSupplied(), 1U);
-  clock_.Advance(999);
-  EXPECT_EQ(device_.PowerSupplied(), 1U);
-  ExpectPlayed();
-  clock_.Advance(1);
-  Play(kUnpowered);
-  EXPECT_EQ(device_.PowerSupplied(), 0U);
-}
-
-TEST_F(WirefoxTest, PowerIsAskedForHoweverHighTheTickCountIs) {
-  // Past the half of the tick count's range, where it counts as negative, and past its end.
-  for (const std::uint32_t step : {0x80000000U, 0x40000000U, 0x40000000U, 0x7FFFFFFFU}) {
-    clock_.Advance(step);
-    Play(kPowered);
-    EXPECT_EQ(device_.PowerSupplied(), 1U);
-    EXPECT_EQ(device_.PowerSupplied(), 1U);
-    ExpectPlayed();
+  const struct {
+    std::uint32_t passed_ms;
+    const char* script;
+    std::uint32_t answer;
+  } steps[] = {
+      {0, kPowered, 1},
+      {999, "", 1},
+      {1, kPowerStalls, 1},
+      {999, "", 1},
+      {1, kUnpowered, 0},
+      // Past the half of the tick count's range, where it counts as negative, and past its end.
+      {0x80000000, kPowered, 1},
+      {0, "", 1},
+      {0x40000000, kPowered, 1},
+      {0x40000000, kPowered, 1},
+      {0, "", 1},
+      {0x7FFFFFFF, kPowered, 1},
+  };
+  for (const auto& [passed_ms, script, answer] : steps) {
+    clock_.Advance(passed_ms);
+    bus_.Play(script);
+    EXPECT_EQ(device_.PowerSupplied(), answer) << clock_.NowMs();
   }
 }
 
 TEST_F(WirefoxTest, PacketGoesToTheEngineAndItsReplyComesBack) {
   EnterI2c();
-  const Bytes packet = {0xA0, 0x10, 0xA1, 0x00, 0x00};
-  Bytes reply(7, 0xEE);
-  std::uint32_t length = 7;
-  Play(R"(C0 43 88 83 00 00 10 00 -> 00*16      # repeated start behind 3 bytes
-                 out 02 : A0 10 A1 00 00 -> ok
-                 in 84 7 -> 01 00 A1 55 66)");
-  EXPECT_EQ(device_.I2CXfer(5, packet.data(), 3, length, reply.data()), 0U);
-  EXPECT_EQ(length, 5U);
-  EXPECT_EQ(reply, (Bytes{0x01, 0x00, 0xA1, 0x55, 0x66, 0xEE, 0xEE}));
-  ExpectPlayed();
-
+  bus_.Play(R"(C0 43 88 83 00 00 10 00 -> 00*16      # repeated start behind 3 bytes
+               out 02 : A0 10 A1 00 00 -> ok
+               in 84 7 -> 01 00 A1 55 66)");
+  EXPECT_EQ(Packet("A0 10 A1 00 00", 3, 7, reply_), 0U);
+  EXPECT_EQ(reply_, "5: 01 00 A1 55 66 0E 0E");
   // Back to a single phase, and then the register stands already.
-  length = 7;
-  Play(R"(C0 43 88 00 00 00 10 00 -> 00*16
-                 out 02 : A0 -> ok
-                 in 84 7 -> 01
-                 out 02 : A0 -> ok
-                 in 84 7 -> 01)");
-  EXPECT_EQ(device_.I2CXfer(1, packet.data(), 0, length, reply.data()), 0U);
-  length = 7;
-  EXPECT_EQ(device_.I2CXfer(1, packet.data(), 0, length, reply.data()), 0U);
-}
-
-TEST_F(WirefoxTest, RegisterThatCannotBeWrittenStopsThePacketAndIsTriedAgain) {
-  EnterI2c();
-  const Bytes packet = {0xA0};
-  std::uint32_t length = 1;
-  std::uint8_t reply = 0;
+  bus_.Play(R"(C0 43 88 00 00 00 10 00 -> 00*16
+               out 02 : A0 -> ok
+               in 84 7 -> 01
+               out 02 : A0 -> ok
+               in 84 7 -> 01)");
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Packet("A0", 0, 7, reply_), 0U);
+  // A register that cannot be written stops the packet, and is tried again.
   for (int i = 0; i < 2; ++i) {
-    Play("C0 43 88 81 00 00 10 00 -> 0C 00*15");
-    EXPECT_EQ(device_.I2CXfer(1, packet.data(), 1, length, &reply), 12U);
-    ExpectPlayed();
+    bus_.Play("C0 43 88 81 00 00 10 00 -> 0C 00*15");
+    EXPECT_EQ(Packet("A0", 1, 1, reply_), 12U);
   }
 }
 
 TEST_F(WirefoxTest, TargetWithoutPowerGetsNothingAndAnswersZeros) {
-  const Bytes packet = {0xA0};
-  Bytes reply(3, 0xEE);
-  std::uint32_t length = 3;
-  Play(kUnpowered);
-  EXPECT_EQ(device_.I2CXfer(1, packet.data(), 3, length, reply.data()), 0U);
-  EXPECT_EQ(length, 3U);
-  EXPECT_EQ(reply, Bytes(3, 0));
+  bus_.Play(kUnpowered);
+  EXPECT_EQ(Packet("A0", 3, 3, reply_), 0U);
+  EXPECT_EQ(reply_, "3: 00 00 00");
   // In the older format the request is translated, register 8 included, and then dropped.
-  Play("C0 43 88 81 00 00 10 00 -> 00*16");
-  EXPECT_EQ(Request({0x04, 0x01, 0x50, 0x02, 0xD0, 0x10}), 0U);
-  Bytes buffer(8, 0x0E);
-  length = 8;
-  EXPECT_EQ(device_.BulkXfer(0x81, buffer.data(), length, kI2c), 0U);
-  EXPECT_EQ(length, 5U);
-  EXPECT_EQ(buffer, (Bytes{0, 0, 0, 0, 0, 0x0E, 0x0E, 0x0E}));
+  bus_.Play("C0 43 88 81 00 00 10 00 -> 00*16");
+  EXPECT_EQ(Request("04 01 50 02 D0 10"), 0U);
+  EXPECT_EQ(Reply(8), "5: 00 00 00 00 00 0E 0E 0E");
 }
 
 TEST_F(WirefoxTest, ReadThatTimesOutMakesTheNextWriteDrainTheReplyPipeOnce) {
   EnterI2c();
-  const Bytes packet = {0xA1, 0x00};
-  Bytes reply(4);
-  std::uint32_t length = 4;
-  Play(R"(out 02 : A1 00 -> ok
-                 in 84 4 -> silent
-                 cancel 84
-                 abort 84)");
-  EXPECT_EQ(device_.I2CXfer(2, packet.data(), 0, length, reply.data()), 1U);
-  ExpectPlayed();
-  EXPECT_EQ(length, 0U);
+  bus_.Play(R"(out 02 : A1 00 -> ok
+               in 84 4 -> silent
+               cancel 84
+               abort 84)");
+  EXPECT_EQ(Packet("A1 00", 0, 4, reply_), 1U);
+  EXPECT_EQ(reply_, "0: 0E 0E 0E 0E");
 
-  length = 4;
-  const std::uint64_t begin = clock_.NowMs();
-  Play(std::string(kPowered) + R"(in 84 512 -> silent    # one packet, for 50 ms
-                 cancel 84
-                 abort 84
-                 out 02 : A1 00 -> ok
-                 in 84 4 -> 01 77
-                 out 02 : A1 00 -> ok
-                 in 84 4 -> 01 78)");
-  EXPECT_EQ(device_.I2CXfer(2, packet.data(), 0, length, reply.data()), 0U);
-  EXPECT_EQ(clock_.NowMs() - begin, 50U);
+  bus_.Play(std::string(kPowered) + R"(in 84 512 -> silent    # one packet, for 50 ms
+               cancel 84
+               abort 84
+               out 02 : A1 00 -> ok
+               in 84 4 -> 01 77
+               out 02 : A1 00 -> ok
+               in 84 4 -> 01 78)");
+  EXPECT_EQ(ElapsedMs([&] { EXPECT_EQ(Packet("A1 00", 0, 4, reply_), 0U); }), 50U);
   EXPECT_EQ(TimeoutOf(0x84), 1500U);
-  length = 4;
-  EXPECT_EQ(device_.I2CXfer(2, packet.data(), 0, length, reply.data()), 0U);
-  EXPECT_EQ(reply[1], 0x78);
+  EXPECT_EQ(Packet("A1 00", 0, 4, reply_), 0U);
+  EXPECT_EQ(reply_, "2: 01 78 0E 0E");
 }
 
 TEST_F(WirefoxTest, WriteThatTimesOutIsAbortedAndItsReplyNotAskedFor) {
   EnterI2c();
-  const Bytes packet = {0xA0, 0x11};
-  Bytes reply(4);
-  std::uint32_t length = 4;
-  Play(R"(out 02 : A0 11 -> silent
-                 cancel 02
-                 abort 02)");
-  EXPECT_EQ(device_.I2CXfer(2, packet.data(), 0, length, reply.data()), 1U);
+  bus_.Play(R"(out 02 : A0 11 -> silent
+               cancel 02
+               abort 02)");
+  EXPECT_EQ(Packet("A0 11", 0, 4, reply_), 1U);
 }
 
 TEST_F(WirefoxTest, RequestsInTheOlderFormatBecomePacketsOfTheEngine) {
-  struct {
+  const struct {
     const char* what;
-    Bytes request;
+    const char* request;
     const char* script;
-  } const cases[] = {
-      {"write two bytes", {0x00, 0x02, 0x50, 0xAA, 0xBB}, "out 02 : A0 AA BB -> ok"},
-      {"what follows the data is not sent", {0x00, 0x01, 0x50, 0xAA, 0xBB}, "out 02 : A0 AA -> ok"},
-      {"read three bytes", {0x01, 0x03, 0x50}, "out 02 : A1 00*3 -> ok"},
-      {"the length has six bits", {0x01, 0xC2, 0x50}, "out 02 : A1 00*2 -> ok"},
-      {"nothing but the address", {0x00, 0x00, 0x29}, "out 02 : 52 -> ok"},
-      {"write, then read",
-       {0x04, 0x01, 0x50, 0x02, 0xD0, 0x10},
+  } cases[] = {
+      {"write two bytes", "00 02 50 AA BB", "out 02 : A0 AA BB -> ok"},
+      {"what follows the data is not sent", "00 01 50 AA BB", "out 02 : A0 AA -> ok"},
+      {"read three bytes", "01 03 50", "out 02 : A1 00*3 -> ok"},
+      {"the length has six bits", "01 C2 50", "out 02 : A1 00*2 -> ok"},
+      {"nothing but the address", "00 00 29", "out 02 : 52 -> ok"},
+      {"write, then read", "04 01 50 02 D0 10",
        "C0 43 88 81 00 00 10 00 -> 00*16\n out 02 : A0 10 A1 00*2 -> ok"},
-      {"read, then write",
-       {0x05, 0x02, 0x50, 0x01, 0x51, 0x33},
+      {"read, then write", "05 02 50 01 51 33",
        "C0 43 88 82 00 00 10 00 -> 00*16\n out 02 : A1 00*2 A2 33 -> ok"},
-      {"write, then write",
-       {0x04, 0x02, 0x50, 0x02, 0x51, 0x01, 0x02, 0x03, 0x04},
-       "out 02 : A0 01 02 A2 03 04 -> ok"},
-      {"read, then read", {0x05, 0x02, 0x50, 0x01, 0xD0}, "out 02 : A1 00*2 A1 00 -> ok"},
-      {"lengths of 8 bits size the packet, of which the engine takes less",
-       {0x05, 0x42, 0x50, 0x01, 0xD0},
+      {"write, then write", "04 02 50 02 51 01 02 03 04", "out 02 : A0 01 02 A2 03 04 -> ok"},
+      {"read, then read", "05 02 50 01 D0", "out 02 : A1 00*2 A1 00 -> ok"},
+      {"lengths of 8 bits size the packet, of which the engine takes less", "05 42 50 01 D0",
        "out 02 : A1 00*2 A1 00*65 -> ok"},
-      {"one phase again",
-       {0x01, 0x01, 0x50},
-       "C0 43 88 00 00 00 10 00 -> 00*16\n out 02 : A1 00 -> ok"},
+      {"one phase again", "01 01 50", "C0 43 88 00 00 00 10 00 -> 00*16\n out 02 : A1 00 -> ok"},
+      // Byte 62 is the last that the second phase fills: one byte of its twenty.
+      {"the second phase ends at the limit of the whole packet", "04 3C 50 14 51 11*60 22*20",
+       "C0 43 88 BC 00 00 10 00 -> 00*16\n out 02 : A0 11*60 A2 22 00*19 -> ok"},
   };
   EnterI2c();
   for (const auto& [what, request, script] : cases) {
     SCOPED_TRACE(what);
-    Play(script);
+    bus_.Play(script);
     EXPECT_EQ(Request(request), 0U);
+    bus_.ExpectPlayed();
   }
-}
-
-TEST_F(WirefoxTest, SecondPhaseEndsAtTheLimitOfTheWholePacket) {
-  EnterI2c();
-  Bytes request = {0x04, 60, 0x50, 20, 0x51};
-  request.insert(request.end(), 60, 0x11);
-  request.insert(request.end(), 20, 0x22);
-  // Byte 62 is the last that the second phase fills: one byte of its twenty.
-  Play(R"(C0 43 88 BC 00 00 10 00 -> 00*16
-          out 02 : A0 11*60 A2 22 00*19 -> ok)");
-  EXPECT_EQ(Request(request), 0U);
-}
-
-TEST_F(WirefoxTest, RequestThatHoldsLessThanItAnnouncesIsRefused) {
-  EnterI2c();
-  Play("");
-  for (const Bytes& request : std::vector<Bytes>{{},
-                                                 {0x00},
-                                                 {0x00, 0x01},
-                                                 {0x00, 0x02, 0x50, 0xAA},
-                                                 {0x04, 0x01, 0x50},
-                                                 {0x04, 0x01, 0x50, 0x01},
-                                                 {0x04, 0x01, 0x50, 0x01, 0xD0},
-                                                 {0x04, 0x01, 0x50, 0x02, 0x51, 0x11, 0x22},
-                                                 {0x05, 0x01, 0x50, 0x02, 0x51, 0x11}}) {
-    EXPECT_EQ(Request(request), device_status::kNotPossible);
+  for (const char* too_short : {"", "00", "00 01", "00 02 50 AA", "04 01 50", "04 01 50 01",
+                                "04 01 50 01 D0", "04 01 50 02 51 11 22", "05 01 50 02 51 11"}) {
+    EXPECT_EQ(Request(too_short), device_status::kNotPossible) << too_short;
   }
 }
 
 TEST_F(WirefoxTest, RepliesInTheOlderFormatAreTheStatusByteAndTheBytesRead) {
-  struct {
+  // A two-phase request of one byte out and two in: register 8 stands from the first one on.
+  const std::string two_phases = "04 01 50 02 D0 10";
+  const std::string two_phases_sent = "out 02 : A0 10 A1 00*2 -> ok\n";
+  const std::string one_phase_sent = "out 02 : A1 00*2 -> ok\n";
+  const struct {
     const char* what;
-    Bytes request;
-    const char* script;  // without the restart position's register, which stands already
-    std::uint32_t asked;
-    Bytes reply;
-  } const cases[] = {
-      {"one phase",
-       {0x01, 0x02, 0x50},
-       "out 02 : A1 00*2 -> ok\n in 84 5 -> 01 55 66",
-       3,
-       {1, 0x55, 0x66}},
-      {"nothing acknowledged gives zeros",
-       {0x01, 0x02, 0x50},
-       "out 02 : A1 00*2 -> ok\n in 84 5 -> 00 55 66",
-       3,
-       {0, 0, 0}},
-      {"the second address byte is left out",
-       {0x04, 0x01, 0x50, 0x02, 0xD0, 0x10},
-       "C0 43 88 81 00 00 10 00 -> 00*16\n out 02 : A0 10 A1 00*2 -> ok\n in 84 10 -> 01 10 A1 55 "
-       "66 77",
-       8,
-       {1, 0x10, 0x55, 0x66, 0x77}},
-      {"no more than the client has room for",
-       {0x04, 0x01, 0x50, 0x02, 0xD0, 0x10},
-       "out 02 : A0 10 A1 00*2 -> ok\n in 84 5 -> 01 10 A1 55 66",
-       3,
-       {1, 0x10, 0x55}},
+    std::string request;
+    std::string script;
+    std::uint32_t room;
+    const char* reply;
+  } cases[] = {
+      {"one phase", "01 02 50", one_phase_sent + "in 84 5 -> 01 55 66", 3, "3: 01 55 66"},
+      {"nothing acknowledged gives zeros", "01 02 50", one_phase_sent + "in 84 5 -> 00 55 66", 3,
+       "3: 00 00 00"},
+      {"cut to 70 bytes, and the rest of the buffer left", "01 02 50",
+       one_phase_sent + "in 84 72 -> 01*72", 512, "70: 01*70 0E*442"},
+      {"a time-out is success with a zero first byte", "01 02 50",
+       one_phase_sent + "in 84 6 -> silent\n cancel 84\n abort 84", 4, "4: 00 0E 0E 0E"},
+      {"the second address byte is left out", two_phases,
+       std::string("C0 43 88 81 00 00 10 00 -> 00*16\n") + kPowered + "in 84 512 -> 01\n" +
+           two_phases_sent + "in 84 10 -> 01 10 A1 55 66 77",
+       8, "5: 01 10 55 66 77 0E 0E 0E"},
+      {"no more than the client has room for", two_phases,
+       two_phases_sent + "in 84 5 -> 01 10 A1 55 66", 3, "3: 01 10 55"},
   };
   EnterI2c();
-  for (const auto& [what, request, script, asked, reply] : cases) {
+  for (const auto& [what, request, script, room, reply] : cases) {
     SCOPED_TRACE(what);
-    Play(script);
+    bus_.Play(script);
     EXPECT_EQ(Request(request), 0U);
-    Bytes buffer(asked, 0x0E);
-    std::uint32_t length = asked;
-    EXPECT_EQ(device_.BulkXfer(0x81, buffer.data(), length, kI2c), 0U);
-    ASSERT_EQ(length, reply.size());
-    buffer.resize(length);
-    EXPECT_EQ(buffer, reply);
+    EXPECT_EQ(Reply(room), reply);
+    bus_.ExpectPlayed();
   }
-}
-
-TEST_F(WirefoxTest, ReplyIsCutToSeventyBytesAndTheRestOfTheBufferLeft) {
-  EnterI2c();
-  Bytes buffer(512, 0x0E);
-  std::uint32_t length = 512;
-  Play("in 84 72 -> 01*72");
-  EXPECT_EQ(device_.BulkXfer(0x81, buffer.data(), length, kI2c), 0U);
-  ExpectPlayed();
-  EXPECT_EQ(length, 70U);
-  EXPECT_EQ(std::ranges::count(buffer, 0x01), 70);
-  EXPECT_EQ(buffer[70], 0x0E);
-}
-
-TEST_F(WirefoxTest, TimeoutOfATranslatedReadIsSuccessWithAZeroFirstByte) {
-  EnterI2c();
-  Bytes buffer(4, 0x0E);
-  std::uint32_t length = 4;
-  Play("in 84 6 -> silent\n cancel 84\n abort 84");
-  EXPECT_EQ(device_.BulkXfer(0x81, buffer.data(), length, kI2c), 0U);
-  ExpectPlayed();
-  EXPECT_EQ(buffer, (Bytes{0, 0x0E, 0x0E, 0x0E}));
 }
 
 TEST_F(WirefoxTest, NativeRequestIsPassedThroughTogetherWithItsReply) {
   EnterI2c();
-  struct {
-    Bytes request;
-    const char* script;
-  } const cases[] = {
-      {{0x10, 0x01, 0x50, 0xAA},
-       "out 01 : 10 01 50 AA -> ok\n in 81 4 -> 01 02 03 04\n out 02 : A1 00 -> ok"},
-      {{0x20, 0x01, 0x50, 0xAA},
-       "out 01 : 20 01 50 AA -> ok\n in 81 4 -> 01 02 03 04\n out 02 : A1 00 -> ok"},
-      {{0x00, 0x01, 0x80, 0xAA},
-       "out 01 : 00 01 80 AA -> ok\n in 81 4 -> 01 02 03 04\n out 02 : A1 00 -> ok"},
-  };
-  for (const auto& [request, script] : cases) {
-    Play(script);
+  for (const std::string request : {"10 01 50 AA", "20 01 50 AA", "00 01 80 AA"}) {
+    // The reply ends the pass-through: the last one is translated.
+    bus_.Play("out 01 : " + request + " -> ok\n in 81 4 -> 01 02 03 04\n out 02 : A1 00 -> ok");
     EXPECT_EQ(Request(request), 0U);
-    Bytes reply(4, 0);
-    std::uint32_t length = 4;
-    EXPECT_EQ(device_.BulkXfer(0x81, reply.data(), length, kI2c), 0U);
-    EXPECT_EQ(reply, (Bytes{1, 2, 3, 4}));
-    // The reply has ended the pass-through: this one is translated.
-    EXPECT_EQ(Request({0x01, 0x01, 0x50}), 0U);
-    ExpectPlayed();
+    EXPECT_EQ(Reply(4), "4: 01 02 03 04");
+    EXPECT_EQ(Request("01 01 50"), 0U);
   }
 }
 
@@ -412,43 +307,35 @@ TEST_F(WirefoxTest, WhatABufferHoldsBeforeAReadOrInAnotherModeSwitchesThePassThr
   EnterI2c();
   Bytes preset = {0x20, 0x00, 0x00};
   std::uint32_t length = 3;
-  Play("in 81 3 -> 01 02 03");
+  bus_.Play("in 81 3 -> 01 02 03");
   EXPECT_EQ(device_.BulkXfer(0x81, preset.data(), length, kI2c), 0U);
   preset = {0x00, 0x00, 0x80};
-  Play("out 02 : 00 00 80 -> ok\n out 01 : 01 01 50 -> ok");
+  bus_.Play("out 02 : 00 00 80 -> ok\n out 01 : 01 01 50 -> ok");
   EXPECT_EQ(device_.BulkXfer(0x02, preset.data(), length, 4), 0U);
-  EXPECT_EQ(Request({0x01, 0x01, 0x50}), 0U);
+  EXPECT_EQ(Request("01 01 50"), 0U);
 }
 
-TEST_F(WirefoxTest, OutsideI2cModeBulkDataIsNotTranslated) {
-  Bytes data = {0x00, 0x02, 0x50, 0xAA, 0xBB};
+TEST_F(WirefoxTest, OutsideI2cModeBulkDataIsNotTranslatedAndInItOtherEndpointsDoNothing) {
+  Bytes data = HexBytes("00 02 50 AA BB");
   std::uint32_t length = 5;
-  Play("out 01 : 00 02 50 AA BB -> ok\n in 81 5 -> 01 02 03 04 05");
+  bus_.Play("out 01 : 00 02 50 AA BB -> ok\n in 81 5 -> 01 02 03 04 05");
   EXPECT_EQ(device_.BulkXfer(0x01, data.data(), length, 16), 0U);
   EXPECT_EQ(device_.BulkXfer(0x81, data.data(), length, 16), 0U);
-  EXPECT_EQ(data, (Bytes{1, 2, 3, 4, 5}));
-}
-
-TEST_F(WirefoxTest, OtherEndpointsDoNothingInI2cMode) {
-  Bytes data = {1, 2, 3};
-  std::uint32_t length = 3;
-  Play("");
   EXPECT_EQ(device_.BulkXfer(0x86, data.data(), length, kI2c), 0U);
-  EXPECT_EQ(data, (Bytes{1, 2, 3}));
+  EXPECT_EQ(HexText(data), "01 02 03 04 05");
 }
 
-TEST_F(ScriptedProbeTest, EvkBoardRefusesI2cTranslatesNothingAndSetsSingleTimeouts) {
+TEST_F(ProbeTest, EvkBoardRefusesI2cTranslatesNothingAndSetsSingleTimeouts) {
   CTzEvkDevice board(0, true);
-  Bytes data = {0x00, 0x02, 0x50, 0xAA, 0xBB};
+  Bytes data = HexBytes("00 02 50 AA BB");
   std::uint32_t length = 5;
-  Play(R"(out 01 : 00 02 50 AA BB -> ok
-                 C0 41 00 00 00 00 03 00 -> 00*3
-                 C0 41 02 01 00 00 03 00 -> 00*3)");
+  bus_.Play(R"(out 01 : 00 02 50 AA BB -> ok
+               C0 41 00 00 00 00 03 00 -> 00*3
+               C0 41 02 01 00 00 03 00 -> 00*3)");
   EXPECT_EQ(board.I2CXfer(5, data.data(), 0, length, data.data()), 5U);
   EXPECT_EQ(length, 5U);
   EXPECT_EQ(board.BulkXfer(0x01, data.data(), length, kI2c), 0U);
   EXPECT_EQ(board.SetMode(kI2c, true), 0U);
-  ExpectPlayed();
   EXPECT_EQ(board.SetTimeout(0x01, 333), 0U);
   EXPECT_EQ(board.GetEndPoint(0x01)->TimeoutMs(), 333U);
   EXPECT_EQ(board.GetEndPoint(0x02)->TimeoutMs(), 1000U);
