@@ -3,11 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 
+#include "tests/unit/hex_bytes.h"
 #include "tests/unit/random_seed.h"
-#include "tests/unit/scripted_bus.h"
 
 namespace {
 
@@ -49,12 +50,11 @@ TEST(ConfigurationRecord, DescriptorsBecomeInterfacesAndEndpoints) {
   const std::string interface = "09 04 00 00 01 FF 00 00 00 ";
   const std::string endpoint = "07 05 84 02 00 02 00 ";
   const std::string foreign = "05 24 00 00 00 ";
-  struct Case {
+  const struct {
     const char* what;
     std::string bytes;
     std::string described;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"a plain interface", interface + endpoint, "0.0:FF(16)*1 84"},
       {"two settings of one interface, and another interface",
        interface + endpoint + "09 04 00 01 00 FE 00 00 00 " + "09 04 03 00 00 FD 00 00 00 ",
@@ -87,21 +87,20 @@ TEST(ConfigurationRecord, DescriptorsBecomeInterfacesAndEndpoints) {
       {"length 0 among endpoints ends theirs", interface + "00 05 84 02 00 02 00 ",
        "0.0:FF(9)*1 --"},
   };
-  for (const Case& c : cases)
-    EXPECT_EQ(c.described, Described(HexBytes(kHeader + c.bytes))) << c.what;
+  for (const auto& [what, bytes, described] : cases) {
+    EXPECT_EQ(described, Described(HexBytes(kHeader + bytes))) << what;
+  }
 }
 
 TEST(ConfigurationRecord, PacketSizesCountPacketsPerMicroframe) {
-  struct Case {
-    const char* size;
-    int max_packet_size;
-  };
-  for (const Case& c : {Case{"00 02", 512}, Case{"40 00", 64}, Case{"00 14", 3072},
-                        Case{"FF FF", 0x7FF * 4}, Case{"00 E0", 0}}) {
-    const Bytes bytes =
-        HexBytes(std::string(kHeader) + "09 04 00 00 01 FF 00 00 00 07 05 81 02 " + c.size + " 00");
-    const auto record = BuildConfiguration(bytes, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(c.max_packet_size, record->interfaces[0].endpoints[1]->MaxPacketSize()) << c.size;
+  const std::string before = std::string(kHeader) + "09 04 00 00 01 FF 00 00 00 07 05 81 02 ";
+  for (const auto& [size, max_packet_size] : {std::pair{"00 02", 512},
+                                              {"40 00", 64},
+                                              {"00 14", 3072},
+                                              {"FF FF", 0x7FF * 4},
+                                              {"00 E0", 0}}) {
+    const auto record = BuildConfiguration(HexBytes(before + size + " 00"), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(max_packet_size, record->interfaces[0].endpoints[1]->MaxPacketSize()) << size;
   }
 }
 

@@ -5,20 +5,15 @@
 #include <string>
 
 #include "tests/unit/random_seed.h"
-#include "tests/unit/usb/usb_fixture.h"
+#include "tests/unit/usb/opened_device.h"
 
 namespace {
 
 using unit::Bytes;
+using unit::HexBytes;
 using unit::ScriptedDevice;
 
-using UsbDeviceTest = ScriptedBusTest;
-
-ScriptedDevice Named(const std::string& name) {
-  ScriptedDevice device;
-  device.name = name;
-  return device;
-}
+using UsbDeviceTest = OpenedDeviceTest;
 
 TEST_F(UsbDeviceTest, OpeningReadsTheDescriptorsInTheirOrder) {
   ASSERT_TRUE(device_.Open(0));
@@ -41,20 +36,27 @@ TEST_F(UsbDeviceTest, OpeningReadsTheDescriptorsInTheirOrder) {
   EXPECT_EQ(0x01050500U, device_.DriverVersion());
   EXPECT_EQ(6, device_.EndPointCount());
   EXPECT_EQ(64, device_.ControlEndPoint()->MaxPacketSize());
+
+  for (int i = 0; i < 2; ++i) {  // closed, it may be closed again
+    device_.Close();
+    EXPECT_FALSE(device_.IsOpen());
+    EXPECT_EQ(0, device_.EndPointCount());
+    EXPECT_EQ(nullptr, device_.EndPoint(0));
+    EXPECT_EQ(nullptr, device_.ControlEndPoint());
+    EXPECT_EQ(nullptr, device_.FirstBulkIn());
+  }
+  EXPECT_TRUE(device_.Open(0));
 }
 
 TEST_F(UsbDeviceTest, FirstOfAKindIsTheFirstInDescriptorOrder) {
   // Address and attributes; the first has synchronisation bits, so that its place stays empty.
   const std::uint8_t endpoints[][2] = {{0x81, 5}, {0x86, 2}, {0x02, 2}, {0x84, 2}, {0x01, 2},
                                        {0x83, 3}, {0x03, 3}, {0x85, 1}, {0x05, 1}};
-  ScriptedDevice probe;
-  Bytes descriptor = {9, 2, 81, 0, 1, 1, 0, 0x80, 50, 9, 4, 0, 0, 9, 0xFF, 0, 0, 0};
+  Bytes descriptor = HexBytes("09 02 51 00 01 01 00 80 32 09 04 00 00 09 FF 00 00 00");
   for (const auto& [address, attributes] : endpoints) {
     descriptor.insert(descriptor.end(), {7, 5, address, attributes, 64, 0, 1});
   }
-  probe.descriptors[0x0200] = descriptor;
-  bus_.SetDevices({probe});
-  ASSERT_TRUE(device_.Open(0));
+  ASSERT_TRUE(OpenWith(0x0200, descriptor));
   EXPECT_EQ(10, device_.EndPointCount());
   EXPECT_EQ(nullptr, device_.EndPoint(1));
   EXPECT_EQ(0x86, device_.FirstBulkIn()->Address());
@@ -66,7 +68,7 @@ TEST_F(UsbDeviceTest, FirstOfAKindIsTheFirstInDescriptorOrder) {
 }
 
 TEST_F(UsbDeviceTest, OnlyPresentIndexesOpen) {
-  bus_.SetDevices({Named("B"), Named("A")});
+  bus_.SetDevices({{.name = "B"}, {.name = "A"}});
   EXPECT_EQ(2, device_.DeviceCount());
   EXPECT_TRUE(device_.Open(1));
   EXPECT_STREQ(L"B", device_.SerialNumber());
@@ -82,88 +84,49 @@ TEST_F(UsbDeviceTest, OnlyPresentIndexesOpen) {
   EXPECT_EQ(opens, bus_.OpensSoFar());
 }
 
-TEST_F(UsbDeviceTest, ClosedDeviceMayBeClosedAgain) {
-  ASSERT_TRUE(device_.Open(0));
-  for (int i = 0; i < 2; ++i) {
-    device_.Close();
-    EXPECT_FALSE(device_.IsOpen());
-    EXPECT_EQ(0, device_.EndPointCount());
-    EXPECT_EQ(nullptr, device_.EndPoint(0));
-    EXPECT_EQ(nullptr, device_.ControlEndPoint());
-    EXPECT_EQ(nullptr, device_.FirstBulkIn());
-  }
-  EXPECT_TRUE(device_.Open(0));
-}
-
 TEST_F(UsbDeviceTest, LanguageIsTheFirstOrUsEnglish) {
-  struct Case {
-    Bytes list;
+  const struct {
+    const char* list;
     std::uint16_t language;
+  } cases[] = {
+      {"06 03 07 04 09 04", 0x0409},
+      {"04 03 07 04", 0x0407},
+      {"02 03", 0},
+      {"05 03 07 04 09", 0x0407},
+      {"FF 03 07 04", 0x0407},  // promises more than it sends
+      {"01 03", 0},
+      {"00 03", 0},
+      {"", 0},
   };
-  const Case cases[] = {
-      {{6, 3, 0x07, 0x04, 0x09, 0x04}, 0x0409},
-      {{4, 3, 0x07, 0x04}, 0x0407},
-      {{2, 3}, 0},
-      {{5, 3, 0x07, 0x04, 0x09}, 0x0407},
-      {{255, 3, 0x07, 0x04}, 0x0407},  // promises more than it sends
-      {{1, 3}, 0},
-      {{0, 3}, 0},
-      {{}, 0},
-  };
-  for (const Case& c : cases) {
-    ScriptedDevice probe;
-    probe.descriptors[0x0300] = c.list;
-    bus_.SetDevices({probe});
-    EXPECT_TRUE(device_.Open(0));
-    EXPECT_EQ(c.language, device_.LanguageId()) << unit::HexText(c.list);
+  for (const auto& [list, language] : cases) {
+    EXPECT_TRUE(OpenWith(0x0300, HexBytes(list)));
+    EXPECT_EQ(language, device_.LanguageId()) << list;
   }
 }
 
 TEST_F(UsbDeviceTest, StringsHoldWhatCameOfThem) {
-  struct Case {
-    Bytes descriptor;
+  const struct {
+    const char* descriptor;
     std::wstring text;
+  } cases[] = {
+      {"02 03", L""},
+      {"06 03 41 00 3A 04", L"A\x43A"},
+      {"06 02 41 00 42 00", L""},    // another type of descriptor
+      {"05 03 41 00 42", L"AB"},     // half a character
+      {"FF 03 41 00 42 00", L"AB"},  // promises more than it sends
+      {"01 03 41 00", L""},
+      {"06 03 41 00 00 00", L"A"},
+      {"", L""},
+      {"FF 03 78*253", std::wstring(126, L'\x7878') + L"x"},  // the longest
   };
-  const Case cases[] = {
-      {{2, 3}, L""},
-      {{6, 3, 'A', 0, 0x3A, 0x04}, L"A\x43A"},
-      {{6, 2, 'A', 0, 'B', 0}, L""},      // another type of descriptor
-      {{5, 3, 'A', 0, 'B'}, L"AB"},       // half a character
-      {{255, 3, 'A', 0, 'B', 0}, L"AB"},  // promises more than it sends
-      {{1, 3, 'A', 0}, L""},
-      {{6, 3, 'A', 0, 0, 0}, L"A"},
-      {{}, L""},
-  };
-  for (const Case& c : cases) {
+  for (const auto& [descriptor, text] : cases) {
     // Opened before with a name, which must not pass for this one's.
-    bus_.SetDevices({Named("ELSEWHERE")});
-    ASSERT_TRUE(device_.Open(0));
-    ScriptedDevice probe;
-    probe.descriptors[0x0303] = c.descriptor;
-    bus_.SetDevices({probe});
-    ASSERT_TRUE(device_.Open(0));
-    EXPECT_EQ(c.text, device_.SerialNumber()) << unit::HexText(c.descriptor);
+    ASSERT_TRUE(Open({.name = "ELSEWHERE"}));
+    ASSERT_TRUE(OpenWith(0x0303, HexBytes(descriptor)));
+    EXPECT_EQ(text, device_.SerialNumber()) << descriptor;
   }
-}
-
-TEST_F(UsbDeviceTest, LongestStringFits) {
-  ScriptedDevice probe;
-  Bytes longest(255, 'x');
-  longest[0] = 255;
-  longest[1] = 3;
-  probe.descriptors[0x0303] = longest;
-  bus_.SetDevices({probe});
-  ASSERT_TRUE(device_.Open(0));
-  EXPECT_EQ(127U, std::wstring(device_.SerialNumber()).size());
-}
-
-TEST_F(UsbDeviceTest, StringWithoutIndexIsNotAskedFor) {
-  ScriptedDevice probe;
-  Bytes descriptor = probe.Descriptor(0x0100);
-  descriptor[16] = 0;
-  probe.descriptors[0x0100] = descriptor;
-  bus_.SetDevices({probe});
-  ASSERT_TRUE(device_.Open(0));
+  // One without an index is not asked for: as a descriptor it would be the language list.
+  ASSERT_TRUE(OpenWith(0x0100, HexBytes("12 01 00 02 FF 00 00 40 0F 0F 02 10 00 00 01 02 00 01")));
   EXPECT_STREQ(L"", device_.SerialNumber());
 }
 
@@ -171,60 +134,51 @@ TEST_F(UsbDeviceTest, OlderDriverMakesDataEndpointsBuffered) {
   for (const std::uint32_t version : {0x01050500U, 0x010504FFU, 0U}) {
     ScriptedDevice probe;
     probe.facts.driver_version = version;
-    bus_.SetDevices({probe});
-    ASSERT_TRUE(device_.Open(0));
+    ASSERT_TRUE(Open(probe));
     EXPECT_EQ(version == 0x01050500U, EndPoint(0x84).IsDirect()) << version;
     EXPECT_FALSE(device_.ControlEndPoint()->IsDirect());
   }
 }
 
 TEST_F(UsbDeviceTest, AlternateSettingDecidesTheEndpoints) {
-  for (const std::uint8_t setting : {0, 1, 7}) {
-    ScriptedDevice probe;
-    probe.descriptors[0x0200] = {9, 2, 41,   0, 1, 1,    0, 0x80, 50,  //
-                                 9, 4, 0,    0, 0, 0xFF, 0, 0,    0,   // setting 0: no endpoints
-                                 9, 4, 0,    1, 2, 0xFF, 0, 0,    0,   // setting 1: two
-                                 7, 5, 0x02, 2, 0, 2,    0, 7,    5,  0x84, 2, 0, 2, 0};
+  // Setting 0 has no endpoints, setting 1 has two. One that the device does not describe leaves no
+  // list at all.
+  const Bytes configuration = HexBytes(
+      "09 02 29 00 01 01 00 80 32 09 04 00 00 00 FF 00 00 00 09 04 00 01 02 FF 00 00 00 "
+      "07 05 02 02 00 02 00 07 05 84 02 00 02 00");
+  for (const auto& [setting, count] : {std::pair<std::uint8_t, int>{0, 1}, {1, 3}, {7, 0}}) {
+    ScriptedDevice probe{.descriptors = {{0x0200, configuration}}};
     probe.facts.alternate_setting = setting;
-    bus_.SetDevices({probe});
-    EXPECT_TRUE(device_.Open(0));
-    // A setting that the device does not describe leaves no list at all.
-    const int counts[] = {1, 3, 0};
-    EXPECT_EQ(counts[std::min<int>(setting, 2)], device_.EndPointCount());
+    EXPECT_TRUE(Open(probe));
+    EXPECT_EQ(count, device_.EndPointCount());
   }
 }
 
 TEST_F(UsbDeviceTest, WithoutAConfigurationItStaysOpenWithoutEndpoints) {
-  struct Case {
+  const struct {
     const char* what;
     std::uint16_t value;
-    Bytes descriptor;
+    const char* descriptor;
+  } cases[] = {
+      {"no configuration descriptor", 0x0200, ""},
+      {"a cut-off one", 0x0200, "09 02 28 00 01"},
+      {"one that claims no bytes", 0x0200, "09 02 00 00 01 01 00 80 32"},
+      {"no interface", 0x0200, "09 02 09 00 00 01 00 80 32"},
+      {"no device descriptor", 0x0100, ""},
+      {"a short one", 0x0100, "11 01 00 02 00 00 00 40 01 01 01 01 01 01 00 00 00"},
   };
-  const Case cases[] = {
-      {"no configuration descriptor", 0x0200, {}},
-      {"a cut-off one", 0x0200, {9, 2, 40, 0, 1}},
-      {"one that claims no bytes", 0x0200, {9, 2, 0, 0, 1, 1, 0, 0x80, 50}},
-      {"no interface", 0x0200, {9, 2, 9, 0, 0, 1, 0, 0x80, 50}},
-      {"no device descriptor", 0x0100, {}},
-      {"a short device descriptor", 0x0100, {17, 1, 0, 2, 0, 0, 0, 64, 1, 1, 1, 1, 1, 1, 0, 0, 0}},
-  };
-  for (const Case& c : cases) {
-    ScriptedDevice probe;
-    probe.descriptors[c.value] = c.descriptor;
-    bus_.SetDevices({probe});
-    EXPECT_FALSE(device_.Open(0)) << c.what;
-    EXPECT_TRUE(device_.IsOpen()) << c.what;
-    EXPECT_EQ(0, device_.EndPointCount()) << c.what;
+  for (const auto& [what, value, descriptor] : cases) {
+    EXPECT_FALSE(OpenWith(value, HexBytes(descriptor))) << what;
+    EXPECT_TRUE(device_.IsOpen()) << what;
+    EXPECT_EQ(0, device_.EndPointCount()) << what;
   }
 }
 
 TEST_F(UsbDeviceTest, PathThatDoesNotFitIsRefused) {
   for (const std::size_t length : {255U, 256U}) {
-    ScriptedDevice probe;
-    probe.name = std::string(length - Named("").Path().size(), length == 255 ? 'n' : 'm');
-    probe.descriptors[0x0303] = ScriptedDevice::String("WFX");
-    bus_.SetDevices({probe});
-    EXPECT_EQ(length == 255, device_.Open(0));
+    ScriptedDevice probe{.descriptors = {{0x0303, ScriptedDevice::String("WFX")}}};
+    probe.name.append(length - probe.Path().size(), length == 255 ? 'n' : 'm');
+    EXPECT_EQ(length == 255, Open(probe));
     EXPECT_EQ(length == 255, device_.IsOpen());
     // Shown all the same, and not the device that was open before.
     EXPECT_EQ(probe.Path().substr(0, 255), device_.DevicePath());
@@ -233,20 +187,14 @@ TEST_F(UsbDeviceTest, PathThatDoesNotFitIsRefused) {
 
 TEST_F(UsbDeviceTest, OnlyTwoConfigurationsAreRead) {
   ScriptedDevice probe;
-  Bytes descriptor = probe.Descriptor(0x0100);
-  descriptor[17] = 200;
-  probe.descriptors[0x0100] = descriptor;
+  probe.descriptors[0x0100] = HexBytes("12 01 00 02 FF 00 00 40 0F 0F 02 10 00 00 01 02 03 C8");
   for (std::uint16_t i = 1; i < 4; ++i) probe.descriptors[0x0200 + i] = probe.Configuration();
-  bus_.SetDevices({probe});
-  EXPECT_TRUE(device_.Open(0));
-  const std::vector<std::string> requests = bus_.TakeDescriptorRequests();
-  const auto asked_for = [&](const char* setup) {
-    return std::ranges::count_if(
-        requests, [&](const std::string& request) { return request.starts_with(setup); });
-  };
-  EXPECT_EQ(2, asked_for("80 06 00 02"));
-  EXPECT_EQ(2, asked_for("80 06 01 02"));
-  EXPECT_EQ(0, asked_for("80 06 02 02"));
+  EXPECT_TRUE(Open(probe));
+  std::string asked_for;
+  for (const std::string& request : bus_.TakeDescriptorRequests()) {
+    if (request.substr(9, 2) == "02") asked_for += request.substr(6, 6);
+  }
+  EXPECT_EQ("00 02 00 02 01 02 01 02 ", asked_for);
 }
 
 // Descriptors with a few bytes changed and the end cut off: whatever comes, nothing is read that
@@ -264,13 +212,9 @@ TEST_F(UsbDeviceTest, DamagedDescriptorsAreSurvived) {
       probe.descriptors[value] = descriptor;
     }
     probe.facts.alternate_setting = static_cast<std::uint8_t>(random() % 2);
-    bus_.SetDevices({probe});
-    device_.Open(0);
+    Open(probe);
     for (std::uint8_t place = 0; place < device_.EndPointCount(); ++place) {
-      if (CTzUSBEndPoint* endpoint = device_.EndPoint(place)) {
-        endpoint->SetTransferSize(100);
-        endpoint->AbortTransfers();
-      }
+      if (CTzUSBEndPoint* endpoint = device_.EndPoint(place)) endpoint->SetTransferSize(100);
     }
   }
 }
