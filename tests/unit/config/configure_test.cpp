@@ -7,16 +7,7 @@ namespace {
 
 class PassTest : public ConfigureTest {
  protected:
-  PassTest()
-      : evk_(configurators_.Add<CTzEvkConfigure>()),
-        wfx_(configurators_.Add<CTzWfxConfigure>()),
-        enumerator_(kProbeDriverInterface, false) {}
-
-  std::uint16_t NewEvkProduct(const char* state = "CONFIGURED") {
-    const std::uint16_t product = NewProduct();
-    Set(product, "EVKDEVICE", state);
-    return product;
-  }
+  using Lines = std::vector<std::string>;
 
   // A probe whose FPGA loads from an empty image.
   std::uint16_t NewWfxProduct() {
@@ -32,22 +23,29 @@ class PassTest : public ConfigureTest {
            "\nC0 44 00 00 00 00 0E 00 -> 00*14\n";
   }
 
-  CTzEvkConfigure& evk_;
-  CTzWfxConfigure& wfx_;
-  CTzUSBDevice enumerator_;
+  static std::string Skipped(const std::string& source, const std::string& path) {
+    return "[" + source + "::UpdateState]Unable to open device " + path + ". Skipping";
+  }
+  static std::string Available(const std::string& path) {
+    return "[CTzDeviceConfigure::AddConfiguredDevice]Device " + path + " available for use";
+  }
+
+  CTzEvkConfigure& evk_ = Add<CTzEvkConfigure>();
+  CTzWfxConfigure& wfx_ = Add<CTzWfxConfigure>();
+  CTzUSBDevice enumerator_{kProbeDriverInterface, false};
 };
 
 TEST_F(PassTest, StateIsTheSettingsWord) {
-  struct Case {
-    const char* word;
-    std::uint32_t state;
-  };
-  for (const Case& c : {Case{"CONFIGURED", 2}, Case{"UNCONFIGURED", 1}, Case{"configured", 0},
-                        Case{"CONFIGURED ", 0}, Case{"", 0}, Case{"\"CONFIGURED\"", 2}}) {
-    const std::uint16_t product = NewEvkProduct(c.word);
-    EXPECT_EQ(c.state, evk_.GetDeviceState(0x0F0F, product)) << c.word;
-    EXPECT_EQ(0U, wfx_.GetDeviceState(0x0F0F, product)) << c.word;
-    EXPECT_EQ(0U, evk_.GetDeviceState(0x0F0E, product)) << c.word;
+  for (const auto& [word, state] : {std::pair{"CONFIGURED", 2U},
+                                    {"UNCONFIGURED", 1U},
+                                    {"configured", 0U},
+                                    {"CONFIGURED ", 0U},
+                                    {"", 0U},
+                                    {"\"CONFIGURED\"", 2U}}) {
+    const std::uint16_t product = NewEvkProduct(word);
+    EXPECT_EQ(state, evk_.GetDeviceState(0x0F0F, product)) << word;
+    EXPECT_EQ(0U, wfx_.GetDeviceState(0x0F0F, product)) << word;
+    EXPECT_EQ(0U, evk_.GetDeviceState(0x0F0E, product)) << word;
   }
 }
 
@@ -57,51 +55,47 @@ TEST_F(PassTest, ConfiguredBoardIsAddedOnce) {
   EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
   EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
   EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ((std::vector<std::wstring>{L"EVK1"}), Names());
+  EXPECT_EQ("EVK1 ", Names());
   const ProbeEntry& entry = *ListProbeEntries()[0];
   EXPECT_EQ(Path(product, "EVK1"), entry.path);
   EXPECT_EQ(0U, entry.mode);
   EXPECT_TRUE(entry.targets.empty());
-  EXPECT_EQ((std::vector<std::string>{"[CTzDeviceConfigure::AddConfiguredDevice]Device " +
-                                      Path(product, "EVK1") + " available for use"}),
-            log_.Lines());
+  EXPECT_EQ(Lines{Available(Path(product, "EVK1"))}, log_.Lines());
 }
 
-TEST_F(PassTest, ProbeIsAddedWhenItsFpgaLoads) {
+TEST_F(PassTest, ProbeIsAddedWhenItsFpgaLoadsAndTriedAgainByEveryPassUntilThen) {
   const std::uint16_t product = NewWfxProduct();
   bus_.SetDevices({Device(product, "WFX1")});
   bus_.Play(FpgaLoads("01 02 00*14"));
   EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_TRUE(Names().empty());
-  bus_.ExpectPlayed();
-  EXPECT_EQ((std::vector<std::string>{"[CTzWfxConfigure::ProgramFPGA]Error 3 programming device " +
-                                      Path(product, "WFX1") + ", with file " +
-                                      folder_.Path("empty.bin") + "."}),
+  EXPECT_EQ("", Names());
+  EXPECT_EQ(Lines{"[CTzWfxConfigure::ProgramFPGA]Error 3 programming device " +
+                  Path(product, "WFX1") + ", with file " + folder_.Path("empty.bin") + "."},
             log_.Lines());
-  // Every later pass tries again.
   bus_.Play(FpgaLoads());
   EXPECT_TRUE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ((std::vector<std::wstring>{L"WFX1"}), Names());
-  bus_.ExpectPlayed();
   EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  bus_.ExpectPlayed();
+  EXPECT_EQ("WFX1 ", Names());
+
+  // Both families may handle one device.
+  Set(product, "EVKDEVICE", "CONFIGURED");
+  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  EXPECT_EQ("WFX1 WFX1 ", Names());
+  EXPECT_EQ(evk_.GetConfiguredDevices()[0], FindProbeByName(L"WFX1"));
 }
 
-TEST_F(PassTest, FreshDeviceGetsFirmwareAndNoEntry) {
+TEST_F(PassTest, FreshDeviceGetsFirmwareAtEveryPassAndNoEntry) {
   const std::uint16_t product = NewEvkProduct("UNCONFIGURED");
   Set(product, "KX7", folder_.Write("fw.hex", ":0100000042BD\n"));
   bus_.SetDevices({Device(product, "FRESH")});
   for (int pass = 0; pass < 2; ++pass) {
-    bus_.Play(R"(
-        40 A0 00 E6 00 00 01 00 : 01 -> ok
-        40 A0 00 00 00 00 01 00 : 42 -> ok
-        40 A0 00 E6 00 00 01 00 : 00 -> ok
-    )");
+    bus_.Play(R"(40 A0 00 E6 00 00 01 00 : 01 -> ok
+                 40 A0 00 00 00 00 01 00 : 42 -> ok
+                 40 A0 00 E6 00 00 01 00 : 00 -> ok)");
     EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
-    bus_.ExpectPlayed();
   }
-  EXPECT_TRUE(Names().empty());
-  EXPECT_TRUE(log_.Lines().empty());
+  EXPECT_EQ("", Names());
+  EXPECT_EQ(Lines{}, log_.Lines());
 }
 
 TEST_F(PassTest, FailedFirmwareIsLoggedWithTheSettingAsWritten) {
@@ -112,12 +106,10 @@ TEST_F(PassTest, FailedFirmwareIsLoggedWithTheSettingAsWritten) {
   bus_.SetDevices({Device(without_file, "E"), Device(missing_file, "W")});
   EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
   EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ((std::vector<std::string>{
-                "[CTzEvkConfigure::ProgramKX7]Error 1 programming device " +
-                    Path(without_file, "E") + ", with file .",
-                "[CTzWfxConfigure::ProgramKX7]Error 1 programming device " +
-                    Path(missing_file, "W") + ", with file missing.hex.",
-            }),
+  EXPECT_EQ((Lines{"[CTzEvkConfigure::ProgramKX7]Error 1 programming device " +
+                       Path(without_file, "E") + ", with file .",
+                   "[CTzWfxConfigure::ProgramKX7]Error 1 programming device " +
+                       Path(missing_file, "W") + ", with file missing.hex."}),
             log_.Lines());
 }
 
@@ -125,17 +117,13 @@ TEST_F(PassTest, DeviceThatDoesNotOpenIsSkippedAfterThreeAttempts) {
   const std::uint16_t product = NewEvkProduct();
   bus_.SetDevices({Device(product, "A"), Device(product, "B")});
   bus_.RefuseOpens(3);
-  const std::uint64_t before = clock_.NowMs();
-  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ(150U, clock_.NowMs() - before);
-  EXPECT_EQ((std::vector<std::wstring>{L"B"}), Names());
-  EXPECT_EQ(
-      "[CTzEvkConfigure::UpdateState]Unable to open device " + Path(product, "A") + ". Skipping",
-      log_.Lines()[0]);
+  EXPECT_EQ(150U, ElapsedMs([&] { EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_)); }));
+  EXPECT_EQ("B ", Names());
+  EXPECT_EQ(Skipped("CTzEvkConfigure", Path(product, "A")), log_.Lines()[0]);
   // Two refusals are waited out.
   bus_.RefuseOpens(2);
   EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ((std::vector<std::wstring>{L"B", L"A"}), Names());
+  EXPECT_EQ("B A ", Names());
 }
 
 // A bus on which the devices become others after the second open: the first is the pass's look at a
@@ -159,28 +147,24 @@ TEST_F(PassTest, DeviceThatChangesWhileItsObjectIsMadeIsNotTaken) {
     changed.descriptors[descriptor] = {};
     return std::vector{changed};
   };
-  struct Case {
+  const struct {
     const char* what;
     std::vector<unit::ScriptedDevice> changed;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"it has left", {}},
       {"the index names another one", {Device(product, "A")}},
       {"its ids cannot be read", lacking(0x0100)},
       {"its name cannot be read", lacking(0x0303)},
       {"its endpoints cannot be read", lacking(0x0200)},
   };
-  for (const Case& c : cases) {
+  for (const auto& [what, changed] : cases) {
     ChangingBus bus;
     bus.SetDevices({device});
-    bus.changed = c.changed;
+    bus.changed = changed;
     test_host::UseBus(&bus);
-    EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_)) << c.what;
-    EXPECT_TRUE(Names().empty()) << c.what;
-    EXPECT_EQ(
-        "[CTzEvkConfigure::UpdateState]Unable to open device " + Path(product, "B") + ". Skipping",
-        log_.Lines().back())
-        << c.what;
+    EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_)) << what;
+    EXPECT_EQ("", Names()) << what;
+    EXPECT_EQ(Skipped("CTzEvkConfigure", device.Path()), log_.Lines().back()) << what;
     bus.SetDevices({});
     evk_.UpdateState(enumerator_);
     enumerator_.Close();
@@ -190,17 +174,14 @@ TEST_F(PassTest, DeviceThatChangesWhileItsObjectIsMadeIsNotTaken) {
 
 TEST_F(PassTest, ProbeThatCannotBeOpenedLosesItsEntry) {
   const std::uint16_t product = NewEvkProduct();
+  const std::string path = Path(product, "A");
   bus_.SetDevices({Device(product, "A")});
   ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
   bus_.RefuseOpens(3);
   EXPECT_TRUE(evk_.UpdateState(enumerator_));
-  EXPECT_TRUE(Names().empty());
-  EXPECT_EQ((std::vector<std::string>{"[CTzDeviceConfigure::AddConfiguredDevice]Device " +
-                                          Path(product, "A") + " available for use",
-                                      "[CTzDeviceConfigure::UpdateState]Unable to open device " +
-                                          Path(product, "A") + ". Skipping",
-                                      "[CTzDeviceConfigure::CleanupRemovedDevice]Device " +
-                                          Path(product, "A") + " removed"}),
+  EXPECT_EQ("", Names());
+  EXPECT_EQ((Lines{Available(path), Skipped("CTzDeviceConfigure", path),
+                   "[CTzDeviceConfigure::CleanupRemovedDevice]Device " + path + " removed"}),
             log_.Lines());
   EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
 }
@@ -212,31 +193,19 @@ TEST_F(PassTest, RemovalPassKeepsTheOrderOfEnumeration) {
   ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
   bus_.SetDevices({Device(other, "C"), Device(product, "B"), Device(product, "A")});
   ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ((std::vector<std::wstring>{L"B", L"C", L"A"}), Names());
-  const ProbeEntry* const before = FindProbeByName(L"A");
-  const CTzDevice* const device = before->device.get();
+  EXPECT_EQ("B C A ", Names());
+  const CTzDevice* const device = FindProbeByName(L"A")->device.get();
   EXPECT_FALSE(evk_.UpdateState(enumerator_));
-  EXPECT_EQ((std::vector<std::wstring>{L"A", L"B", L"C"}), Names());
+  EXPECT_EQ("A B C ", Names());
   EXPECT_EQ(device, FindProbeByName(L"A")->device.get());
 
   bus_.SetDevices({Device(product, "A"), Device(other, "C")});
   EXPECT_TRUE(evk_.UpdateState(enumerator_));
-  EXPECT_EQ((std::vector<std::wstring>{L"A", L"C"}), Names());
+  EXPECT_EQ("A C ", Names());
   bus_.SetDevices({});
   EXPECT_TRUE(evk_.UpdateState(enumerator_));
-  EXPECT_TRUE(Names().empty());
+  EXPECT_EQ("", Names());
   EXPECT_FALSE(evk_.UpdateState(enumerator_));
-}
-
-TEST_F(PassTest, BothFamiliesMayHandleOneDevice) {
-  const std::uint16_t product = NewWfxProduct();
-  Set(product, "EVKDEVICE", "CONFIGURED");
-  bus_.SetDevices({Device(product, "BOTH")});
-  bus_.Play(FpgaLoads());
-  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  EXPECT_TRUE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ((std::vector<std::wstring>{L"BOTH", L"BOTH"}), Names());
-  EXPECT_EQ(evk_.GetConfiguredDevices()[0], FindProbeByName(L"BOTH"));
 }
 
 TEST_F(PassTest, RemovedProbeEndsItsSessionsAndKeepsTheirHandles) {

@@ -2,10 +2,8 @@
 
 #include <windows.h>
 
-#include <chrono>
-#include <thread>
-
 #include "tests/unit/config/configure_fixture.h"
+#include "tests/unit/eventually.h"
 
 namespace {
 
@@ -22,19 +20,14 @@ TEST_F(DevicesChangedFileTest, WithoutAWindowClientsStillRefreshTheTable) {
   RegisterClassExW(&window_class);
   test_host::TakeNotices();
 
-  const std::uint16_t product = NewProduct();
-  Set(product, "EVKDEVICE", "CONFIGURED");
+  const std::uint16_t product = NewEvkProduct();
   bus_.SetDevices({Device(product, "B"), Device(product, "A")});
   const std::string narrow_path = folder_.Path("wfx.log");
   const std::wstring path(narrow_path.begin(), narrow_path.end());
   StartDeviceDiscovery(nullptr, path.c_str());
 
   std::vector<std::wstring> notices;
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (notices.empty() && std::chrono::steady_clock::now() < end) {
-    notices = test_host::TakeNotices();
-    std::this_thread::yield();
-  }
+  unit::Eventually([&] { return !(notices = test_host::TakeNotices()).empty(); });
   EXPECT_EQ((std::vector<std::wstring>{L"box|Error|Failed to register event handler. Unable to "
                                        L"detect Wirefox attach/detach events"}),
             notices);

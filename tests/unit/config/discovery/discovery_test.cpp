@@ -4,12 +4,9 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
+#include <semaphore>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "config/device_notification.h"
@@ -17,31 +14,23 @@
 #include "platform/test_host.h"
 #include "sim/bench.h"
 #include "support/settings_file.h"
+#include "tests/unit/eventually.h"
 #include "tests/unit/scratch_folder.h"
 
 namespace {
 
+// Tells when the notification thread's window hears of arrivals: the host tells it of no earlier
+// ones.
 class WatchedBench : public sim::Bench {
  public:
   WatchedBench() : Bench(DefaultDescription()) {}
 
   void SetListener(probe_driver::UsbBusListener* listener) override {
     Bench::SetListener(listener);
-    const std::lock_guard lock(mutex_);
-    watched_ = true;
-    changed_.notify_all();
+    watched.release();
   }
 
-  // Until the notification thread's window hears of arrivals: the host tells it of no earlier ones.
-  void AwaitListener() {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return watched_; });
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool watched_ = false;
+  std::counting_semaphore<> watched{0};
 };
 
 // Never destroyed, like the thread that works on it.
@@ -73,16 +62,14 @@ Service& TheService() {
 // Waits for one of these contents: in which order probes of a family stand depends on when a pass
 // meets them.
 bool FileBecomes(const std::vector<std::string>& contents) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (std::chrono::steady_clock::now() < end) {
-    {
-      const DeviceTableGuard guard;
-      if (std::ranges::find(contents, TheService().File()) != contents.end()) return true;
-    }
-    std::this_thread::yield();
-  }
-  std::printf("file: %s\n", TheService().File().c_str());
-  return false;
+  std::string found;
+  const bool became = unit::Eventually([&] {
+    const DeviceTableGuard guard;
+    found = TheService().File();
+    return std::ranges::find(contents, found) != contents.end();
+  });
+  if (!became) std::printf("file: %s\n", found.c_str());
+  return became;
 }
 
 // One story, since it is one process: start, refresh, arrivals and removals.
@@ -99,7 +86,7 @@ TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
   // The configured ones at once; the fresh one comes back by itself, and its arrival is noticed.
   const std::vector<std::string> all = {"EVK0001\r\nWFX0001\r\nWFX0002\r\n",
                                         "EVK0001\r\nWFX0002\r\nWFX0001\r\n"};
-  service.bench.AwaitListener();
+  service.bench.watched.acquire();
   EXPECT_TRUE(RefreshDevices());
   EXPECT_TRUE(FileBecomes(all));
   EXPECT_FALSE(RefreshDevices());
@@ -128,10 +115,7 @@ TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
   // Nothing attached: an empty file, not a missing one.
   for (const char* name : {"EVK0001", "WFX0001", "WFX0002"}) service.bench.Unplug(name);
   EXPECT_TRUE(FileBecomes({""}));
-  const auto file_is_there = [&] { return service.folder.Holds("wfx.log"); };
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (!file_is_there() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-  EXPECT_TRUE(file_is_there());
+  EXPECT_TRUE(unit::Eventually([&] { return service.folder.Holds("wfx.log"); }));
 }
 
 }  // namespace
