@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <map>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -49,11 +50,10 @@ TEST_F(LogTest, LinesAreTheSameBytesOnEveryHost) {
 }
 
 TEST_F(LogTest, LevelIsAMaskOfCategories) {
-  struct Case {
+  const struct {
     std::int32_t level;
     const char* lines;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {1, "error "},
       {2, "device "},
       {3, "error device "},
@@ -62,43 +62,32 @@ TEST_F(LogTest, LevelIsAMaskOfCategories) {
       {16, "client transfer probe "},
       {31, "error device client notice transfer probe "},
   };
-  for (const Case& c : cases) {
-    Open(c.level);
-    Log(LOG_ERROR, "s", "error ");
-    Log(LOG_DEVICE, "s", "device ");
-    Log(LOG_API | LOG_TRACE, "s", "client ");
-    Log(LOG_XFER, "s", "notice ");
-    Log(LOG_XFER | LOG_TRACE, "s", "transfer ");
-    Log(LOG_TRACE, "s", "probe ");
+  for (const auto& [level, expected] : cases) {
+    const unit::LogFile log(level);
+    Log(LOG_ERROR, "", "error ");
+    Log(LOG_DEVICE, "", "device ");
+    Log(LOG_API | LOG_TRACE, "", "client ");
+    Log(LOG_XFER, "", "notice ");
+    Log(LOG_XFER | LOG_TRACE, "", "transfer ");
+    Log(LOG_TRACE, "", "probe ");
     std::string lines;
-    const std::string content = Content();
-    for (std::size_t at = 0; (at = content.find(']', at)) != std::string::npos; ++at) {
-      lines += content.substr(at + 1, content.find('\r', at) - at - 1);
-    }
-    EXPECT_EQ(c.lines, lines) << c.level;
+    for (const std::string& line : log.Lines()) lines += line.substr(2);
+    EXPECT_EQ(expected, lines) << level;
   }
 }
 
-TEST_F(LogTest, LevelZeroCreatesAndEmptiesNoFile) {
-  Open(0);
+TEST_F(LogTest, OpeningEmptiesTheFileOnlyAtAPositiveLevel) {
+  const std::string added = "Fri Sep 06 08:05:03 2024 [s]new\r\n";
+  for (const auto& [level, content] :
+       {std::pair{0, std::string("old\r\n")}, {16, ""}, {2, added}, {-1, "old\r\n" + added}}) {
+    folder_.Write("service.log", "old\r\n");
+    Open(level);
+    Log(LOG_DEVICE, "s", "new");
+    EXPECT_EQ(content, Content()) << level;
+  }
+  OpenLog(folder_.Path("never").c_str(), 0);
   Log(LOG_ERROR, "s", "lost");
-  EXPECT_FALSE(folder_.Holds("service.log"));
-  folder_.Write("service.log", "old");
-  Open(0);
-  EXPECT_EQ("old", Content());
-}
-
-TEST_F(LogTest, StartingAgainEmptiesTheFile) {
-  folder_.Write("service.log", "old");
-  Open(16);
-  EXPECT_EQ("", Content());
-}
-
-TEST_F(LogTest, NegativeLevelLogsAllAndKeepsOldContent) {
-  folder_.Write("service.log", "old\r\n");
-  Open(-1);
-  Log(LOG_DEVICE, "s", "new");
-  EXPECT_EQ("old\r\nFri Sep 06 08:05:03 2024 [s]new\r\n", Content());
+  EXPECT_FALSE(folder_.Holds("never"));
 }
 
 TEST_F(LogTest, LongMessagesAreCut) {
@@ -130,16 +119,11 @@ TEST_F(LogTest, LinesOfSeveralThreadsStayWhole) {
   }
   for (std::thread& thread : threads) thread.join();
   std::map<std::string, int> lines;
-  const std::string content = Content();
-  for (std::size_t at = 0; at < content.size();) {
-    const std::size_t end = content.find("\r\n", at);
-    ASSERT_NE(std::string::npos, end);
-    ++lines[content.substr(at, end - at)];
-    at = end + 2;
-  }
+  std::istringstream content(Content());
+  for (std::string line; std::getline(content, line);) ++lines[line];
   std::map<std::string, int> expected;
   for (int i = 0; i < kThreads; ++i) {
-    expected["Fri Sep 06 08:05:03 2024 [t]" + std::string(100, static_cast<char>('a' + i))] =
+    expected["Fri Sep 06 08:05:03 2024 [t]" + std::string(100, static_cast<char>('a' + i)) + "\r"] =
         kLines;
   }
   EXPECT_EQ(expected, lines);

@@ -8,25 +8,13 @@ namespace {
 
 TEST(Paths, NamesThatStandByThemselves) {
   const bool slash_host = std::filesystem::path::preferred_separator == L'/';
-  struct Case {
-    const char* name;
-    bool absolute;
-  };
-  const Case cases[] = {
-      {"c:\\fw\\fw.hex", true},
-      {"c:fw.hex", true},
-      {":c", false},
-      {"a:", true},
-      {"fw.hex", false},
-      {"", false},
-      {"x", false},
-      {"dir/fw.hex", false},
-      {"\\\\host\\fw", false},
-      {"\\fw.hex", false},
-      {"/opt/fw.hex", slash_host},
-      {"/", slash_host},
-  };
-  for (const Case& c : cases) EXPECT_EQ(c.absolute, IsAbsoluteName(c.name)) << c.name;
+  for (const char* name : {"c:\\fw\\fw.hex", "c:fw.hex", "a:"}) {
+    EXPECT_TRUE(IsAbsoluteName(name)) << name;
+  }
+  for (const char* name : {":c", "fw.hex", "", "x", "dir/fw.hex", "\\\\host\\fw", "\\fw.hex"}) {
+    EXPECT_FALSE(IsAbsoluteName(name)) << name;
+  }
+  for (const char* name : {"/opt/fw.hex", "/"}) EXPECT_EQ(slash_host, IsAbsoluteName(name)) << name;
 }
 
 TEST(Paths, ModuleDirectoryIsThatOfTheRunningProgram) {

@@ -15,12 +15,11 @@ void Read(const std::string& text) {
 }
 
 TEST(SettingsFile, GrammarOfLines) {
-  struct Case {
+  const struct {
     const char* line;
     const char* key;
     const char* value;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"a1=plain", "A1", "plain"},
       {"MiXeD_a2=Case Stays", "mixed_A2", "Case Stays"},
       {"a3 =blank before", "A3", ""},
@@ -42,39 +41,27 @@ TEST(SettingsFile, GrammarOfLines) {
       {"c1=cr\rin the middle", "C1", "cr\rin the middle"},
       {"\xE4\xFC_c2=bytes above 7F", "\xE4\xFC_C2", "bytes above 7F"},
       {"=empty key", "", "empty key"},
+      {"c3=line end of the other host\r", "C3", "line end of the other host"},
+      {"c4=\"and in quotes\"\r", "C4", "and in quotes"},
+      {"c5=two\r\r", "C5", "two\r"},
+      {"c6=the first wins", "c6", "the first wins"},
+      {"C6=the second", "C6", "the first wins"},
+      {"", "no such key", ""},
   };
   std::string text = "\n[section]\nno equals sign\n";
-  for (const Case& c : cases) text.append(c.line).append("\n");
-  Read(text);
-  for (const Case& c : cases) EXPECT_STREQ(c.value, GetSetting(c.key)) << c.line;
-}
-
-TEST(SettingsFile, FirstOfTwoEqualKeysWins) {
-  Read("twice=first\nTWICE=second\n");
-  EXPECT_STREQ("first", GetSetting("twice"));
-}
-
-TEST(SettingsFile, LineEndsOfBothHostsAreRead) {
-  Read("crlf1=one\r\ncrlf2=\"two\"\r\nlf=three\ntwocr=four\r\r\nlast=five");
-  EXPECT_STREQ("one", GetSetting("CRLF1"));
-  EXPECT_STREQ("two", GetSetting("CRLF2"));
-  EXPECT_STREQ("three", GetSetting("LF"));
-  EXPECT_STREQ("four\r", GetSetting("TWOCR"));
-  EXPECT_STREQ("five", GetSetting("LAST"));
+  for (const auto& [line, key, value] : cases) text.append(line).append("\n");
+  Read(text + "last=needs no end");
+  for (const auto& [line, key, value] : cases) EXPECT_STREQ(value, GetSetting(key)) << line;
+  EXPECT_STREQ("needs no end", GetSetting("LAST"));
   // Without an LF behind it, a CR is the value's.
   Read("lastcr=six\r");
   EXPECT_STREQ("six\r", GetSetting("LASTCR"));
 }
 
-TEST(SettingsFile, MissingFileLeavesEveryKeyEmpty) {
-  const unit::ScratchFolder folder;
-  ReadSettings(folder.Path("nothing.ini").c_str());
-  EXPECT_STREQ("", GetSetting("NOTHING"));
-}
-
 TEST(SettingsFile, ValuesStayInPlaceWhileKeysAreAdded) {
   Read("stay=here\n");
   const char* const before = GetSetting("STAY");
+  ReadSettings("no such file");
   std::string many;
   for (int i = 0; i < 2000; ++i) many.append("k").append(std::to_string(i)).append("=v\n");
   Read(many);
