@@ -8,6 +8,7 @@
 #include "platform/probe_driver/bus_frames.h"
 #include "sim/server/control_commands.h"
 #include "sim/server/control_session.h"
+#include "tests/unit/random_seed.h"
 #include "tests/unit/sim/socket_fixture.h"
 
 namespace sim {
@@ -20,15 +21,25 @@ using probe_driver::FrameType;
 using probe_driver::UsbStatus;
 using testing::HasSubstr;
 
-constexpr char kEvk[] = R"({"probes": [{"name": "P", "kind": "evk"}]})";
+constexpr char kEvkBench[] = R"({"probes": [{"name": "P", "kind": "evk"}]})";
 
 class HostilePeer : public SocketFixture {
  protected:
-  HostilePeer() { Serve(kEvk); }
+  HostilePeer() { Serve(kEvkBench); }
 
   static bool Send(FrameSocket& socket, Frame frame, const Bytes& payload = {}) {
     frame.payload = static_cast<std::uint32_t>(payload.size());
     return socket.Send(probe_driver::EncodeFrame(frame), payload.data(), payload.size());
+  }
+  // To or from device 1.
+  static Frame Transfer(std::uint8_t endpoint, std::uint64_t id, std::uint32_t length,
+                        const probe_driver::SetupPacket& setup = {}) {
+    return {.type = FrameType::kSubmit,
+            .endpoint = endpoint,
+            .id = id,
+            .device = 1,
+            .length = length,
+            .setup = setup};
   }
   Bytes Path() const {
     const std::string path = bench_->PathOf("P");
@@ -57,97 +68,67 @@ class HostilePeer : public SocketFixture {
 };
 
 TEST_F(HostilePeer, EachBrokenRuleEndsTheConnectionAndNothingElse) {
+  using enum FrameType;
+  struct Sent {
+    Frame frame;
+    Bytes payload{};
+  };
+  const Sent open{{.type = kOpen, .device = 1}, Path()};
+  const Sent submit{Transfer(0x84, 5, 8)};
+  std::vector<Sent> too_many = {open};
+  for (std::uint64_t id = 1; id <= 9; ++id) {
+    too_many.push_back({Transfer(0x84, id, probe_driver::kLargestTransfer)});
+  }
   const struct {
     const char* what;
-    std::function<void(FrameSocket&)> send;
+    std::vector<Sent> frames;
   } kTable[] = {
-      {"no such type", [](FrameSocket& s) { Send(s, {.type = FrameType{9}}); }},
-      {"a type of the other side", [](FrameSocket& s) { Send(s, {.type = FrameType::kListed}); }},
-      {"a payload where none belongs",
-       [](FrameSocket& s) { Send(s, {.type = FrameType::kClose}, {1}); }},
-      {"a path too long",
-       [](FrameSocket& s) { Send(s, {.type = FrameType::kOpen}, Bytes(256, 'a')); }},
-      {"a path that is not text",
-       [](FrameSocket& s) {
-         Send(s, {.type = FrameType::kOpen}, {'a', 0});
-       }},
-      {"an empty path", [](FrameSocket& s) { Send(s, {.type = FrameType::kOpen}); }},
-      {"a device opened twice",
-       [this](FrameSocket& s) {
-         Send(s, {.type = FrameType::kOpen, .device = 1}, Path());
-         Send(s, {.type = FrameType::kOpen, .device = 1}, Path());
-       }},
-      {"a transfer to no device",
-       [](FrameSocket& s) {
-         Send(s, {.type = FrameType::kSubmit, .endpoint = 0x84, .device = 7});
-       }},
-      {"closing no device",
-       [](FrameSocket& s) { Send(s, {.type = FrameType::kClose, .device = 7}); }},
-      {"a length that is not the payload's",
-       [](FrameSocket& s) {
-         Send(s, {.type = FrameType::kSubmit, .endpoint = 0x02, .length = 2}, {1});
-       }},
-      {"a length beyond all",
-       [](FrameSocket& s) {
-         Send(s, {.type = FrameType::kSubmit, .endpoint = 0x84, .length = 0xFFFFFFFF});
-       }},
-      {"an id that is in flight",
-       [this](FrameSocket& s) {
-         Send(s, {.type = FrameType::kOpen, .device = 1}, Path());
-         const Frame in{
-             .type = FrameType::kSubmit, .endpoint = 0x84, .id = 5, .device = 1, .length = 8};
-         Send(s, in);
-         Send(s, in);
-       }},
-      {"more in flight than anyone needs",
-       [this](FrameSocket& s) {
-         Send(s, {.type = FrameType::kOpen, .device = 1}, Path());
-         for (std::uint64_t id = 1; id <= 9; ++id) {
-           Send(s, {.type = FrameType::kSubmit,
-                    .endpoint = 0x84,
-                    .id = id,
-                    .device = 1,
-                    .length = probe_driver::kLargestTransfer});
-         }
-       }},
+      {"no such type", {{{.type = FrameType{9}}}}},
+      {"a type of the other side", {{{.type = kListed}}}},
+      {"a payload where none belongs", {{{.type = kClose}, {1}}}},
+      {"a path too long", {{{.type = kOpen}, Bytes(256, 'a')}}},
+      {"a path that is not text", {{{.type = kOpen}, {'a', 0}}}},
+      {"an empty path", {{{.type = kOpen}}}},
+      {"a device opened twice", {open, open}},
+      {"a transfer to no device", {submit}},
+      {"closing no device", {{{.type = kClose, .device = 7}}}},
+      {"a length that is not the payload's", {open, {Transfer(0x02, 5, 2), {1}}}},
+      {"a length beyond all", {open, {Transfer(0x84, 5, 0xFFFFFFFF)}}},
+      {"an id that is in flight", {open, submit, submit}},
+      {"more in flight than anyone needs", too_many},
   };
-  for (const auto& row : kTable) {
+  for (const auto& [what, frames] : kTable) {
     const auto socket = Dial(probe_driver::kBusGreeting);
-    row.send(*socket);
-    EXPECT_TRUE(Ends(*socket)) << row.what;
+    for (const auto& [frame, payload] : frames) Send(*socket, frame, payload);
+    EXPECT_TRUE(Ends(*socket)) << what;
   }
-  const auto stranger = Dial("GET / HT");
-  EXPECT_TRUE(Ends(*stranger));
+  EXPECT_TRUE(Ends(*Dial("GET / HT")));
   ExpectServerWorks();
 }
 
 // Frames with random fields, most of them near the rules. Whatever they do, the server stays.
 TEST_F(HostilePeer, RandomFramesDoNotHarmTheServer) {
-  const std::uint32_t seed = std::random_device()();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
+  std::mt19937 random(unit::RandomSeed());
   for (int round = 0; round < 60; ++round) {
     const auto socket = Dial(probe_driver::kBusGreeting);
     Send(*socket, {.type = FrameType::kOpen, .device = 1}, Path());
     for (int i = 0; i < 40; ++i) {
       static constexpr std::array<std::uint8_t, 8> kEndpoints = {0,    1,    2, 0x81,
                                                                  0x84, 0x86, 3, 0xFF};
-      Frame frame{.type = static_cast<FrameType>(1 + random() % 6),
-                  .endpoint = kEndpoints[random() % kEndpoints.size()],
-                  .id = random() % 64,
-                  .device = random() % 16 == 0 ? 2u : 1u,
-                  .length = static_cast<std::uint32_t>(random() % 600)};
-      frame.setup = {static_cast<std::uint8_t>(random()), static_cast<std::uint8_t>(random()),
-                     static_cast<std::uint16_t>(random()), static_cast<std::uint16_t>(random()),
-                     static_cast<std::uint16_t>(random() % 700)};
+      const auto byte = [&] { return static_cast<std::uint8_t>(random()); };
+      const auto word = [&] { return static_cast<std::uint16_t>(random()); };
+      Frame frame =
+          Transfer(kEndpoints[random() % kEndpoints.size()], random() % 64, word() % 600u,
+                   {byte(), byte(), word(), word(), static_cast<std::uint16_t>(word() % 700)});
+      frame.type = static_cast<FrameType>(1 + random() % 6);
+      if (random() % 16 == 0) frame.device = 2;
       const bool out = frame.type == FrameType::kSubmit &&
                        !probe_driver::IsInTransfer(frame.endpoint, frame.setup);
-      Bytes payload(out ? frame.length : 0, static_cast<std::uint8_t>(random()));
+      Bytes payload(out ? frame.length : 0, byte());
       FrameHeader header = probe_driver::EncodeFrame(frame);
       header[0] = static_cast<std::uint8_t>(payload.size());
       header[1] = static_cast<std::uint8_t>(payload.size() >> 8);
-      if (random() % 30 == 0)
-        header[random() % header.size()] = static_cast<std::uint8_t>(random());
+      if (random() % 30 == 0) header[random() % header.size()] = byte();
       if (!socket->Send(header, payload.data(), payload.size())) break;
     }
   }
@@ -158,26 +139,11 @@ TEST_F(HostilePeer, UserWhoDoesNotReadDelaysNobody) {
   const auto slow = Dial(probe_driver::kBusGreeting);
   Send(*slow, {.type = FrameType::kOpen, .device = 1}, Path());
   // 8 MiB of answers that nobody reads: the server must neither wait for them nor lose them.
-  const Bytes mode_reply(3);
-  Send(*slow, {.type = FrameType::kSubmit,
-               .id = 1,
-               .device = 1,
-               .length = 3,
-               .setup = {0xC0, 0x41, 0x0110, 0, 3}});
+  Send(*slow, Transfer(0, 1, 3, {0xC0, 0x41, 0x0110, 0, 3}));
   const Bytes chunk(1 << 20, 0x5A);
   for (std::uint64_t i = 0; i < 8; ++i) {
-    ASSERT_TRUE(Send(*slow,
-                     {.type = FrameType::kSubmit,
-                      .endpoint = 0x01,
-                      .id = 100 + 2 * i,
-                      .device = 1,
-                      .length = 1 << 20},
-                     chunk));
-    ASSERT_TRUE(Send(*slow, {.type = FrameType::kSubmit,
-                             .endpoint = 0x81,
-                             .id = 101 + 2 * i,
-                             .device = 1,
-                             .length = 1 << 20}));
+    ASSERT_TRUE(Send(*slow, Transfer(0x01, 100 + 2 * i, 1 << 20), chunk));
+    ASSERT_TRUE(Send(*slow, Transfer(0x81, 101 + 2 * i, 1 << 20)));
   }
   ExpectServerWorks();
   std::size_t received = 0;
@@ -211,11 +177,8 @@ TEST_F(HostilePeer, NonsenseFromTheSimulatorEndsTheConnection) {
   };
   for (const auto& row : kTable) {
     server_.reset();
-    const int listening = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path_.copy(address.sun_path, path_.size());
-    ASSERT_EQ(bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const int listening = NewSocket();
+    ASSERT_EQ(WithAddress(bind, listening), 0);
     ASSERT_EQ(listen(listening, 1), 0);
     std::thread simulator([&] {
       FrameSocket socket(accept(listening, nullptr, nullptr));
@@ -236,36 +199,34 @@ TEST_F(HostilePeer, NonsenseFromTheSimulatorEndsTheConnection) {
       EXPECT_TRUE(Ends(socket)) << row.what;
     });
     Connect();
-    const auto device = bus_->OpenDevice("d");
-    EXPECT_NE(device, nullptr);
-    if (device != nullptr) {
+    if (const auto device = bus_->OpenDevice("d"); device != nullptr) {
       Awaited in(0x84, Bytes(64, 0xCC));
       device->Submit(in.transfer());
       EXPECT_EQ(in.Wait(), UsbStatus::kDisconnected) << row.what;
       EXPECT_TRUE(bus_->ListDevices().empty()) << row.what;
+    } else {
+      ADD_FAILURE() << row.what;
     }
     simulator.join();
     bus_.reset();
   }
 }
 
-TEST_F(HostilePeer, SocketThatIsInUseOrNoSocketIsRefused) {
-  EXPECT_THROW(
-      {
-        try {
-          const SocketServer second(*bench_, path_, [] {});
-        } catch (const std::runtime_error& error) {
-          EXPECT_THAT(error.what(), HasSubstr("another simulator listens"));
-          throw;
-        }
-      },
-      std::runtime_error);
+TEST_F(HostilePeer, SocketThatIsInUseOrNoSocketIsRefusedAndADeadOnesIsReplaced) {
+  EXPECT_THAT([&] { SocketServer(*bench_, path_, [] {}); },
+              testing::ThrowsMessage<std::runtime_error>(HasSubstr("another simulator listens")));
+  ExpectServerWorks();
+  server_.reset();
+  const int killed = NewSocket();
+  ASSERT_EQ(WithAddress(bind, killed), 0);
+  close(killed);
+  Serve(kEvkBench);
   ExpectServerWorks();
   server_.reset();
   std::ofstream(path_) << "a file";
-  EXPECT_THROW(SocketServer(*bench_, path_, [] {}), std::runtime_error);
-  EXPECT_THROW(SocketServer(*bench_, std::string(200, 'x'), [] {}), std::runtime_error);
-  EXPECT_THROW(SocketServer(*bench_, directory_ + "/none/s", [] {}), std::runtime_error);
+  for (const std::string& path : {path_, std::string(200, 'x'), directory_ + "/none/s"}) {
+    EXPECT_THROW(SocketServer(*bench_, path, [] {}), std::runtime_error) << path;
+  }
 }
 
 TEST_F(HostilePeer, CommandsAreAnsweredLineByLine) {
