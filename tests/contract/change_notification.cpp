@@ -5,10 +5,12 @@
 #include <fstream>
 #include <string>
 
+#include "tests/contract/kernel_handles.h"
+
 namespace {
 
-// Well above what a host needs to tell of a change.
-constexpr DWORD kPatienceMs = 10000;
+using contract::ErrorOf;
+using contract::kPatienceMs;
 
 class ChangeNotification : public testing::Test {
  protected:
@@ -67,14 +69,12 @@ TEST_F(ChangeNotification, NewAndDeletedFilesAreNameChanges) {
 
 TEST_F(ChangeNotification, WaitsTogetherWithAnEvent) {
   Watch(FILE_NOTIFY_CHANGE_FILE_NAME);
-  const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  const contract::Handle event = contract::AutoResetEvent();
   const HANDLE handles[] = {notification_, event};
   SetEvent(event);
   EXPECT_EQ(DWORD{WAIT_OBJECT_0 + 1}, WaitForMultipleObjects(2, handles, FALSE, kPatienceMs));
-  ResetEvent(event);
   Write("new", "");
   EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForMultipleObjects(2, handles, FALSE, kPatienceMs));
-  CloseHandle(event);
 }
 
 TEST_F(ChangeNotification, AMissingDirectoryAndNoFilterAreRefused) {
@@ -83,9 +83,8 @@ TEST_F(ChangeNotification, AMissingDirectoryAndNoFilterAreRefused) {
                                          FILE_NOTIFY_CHANGE_FILE_NAME));
   const DWORD error = GetLastError();
   EXPECT_TRUE(error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) << error;
-  EXPECT_EQ(INVALID_HANDLE_VALUE,
-            FindFirstChangeNotificationW(directory_.wstring().c_str(), FALSE, 0));
-  EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
+  EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER},
+            ErrorOf(FindFirstChangeNotificationW(directory_.wstring().c_str(), FALSE, 0)));
 }
 
 }  // namespace

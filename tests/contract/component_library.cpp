@@ -25,22 +25,16 @@ TEST(ComponentLibrary, ApartmentsNestAndDoNotMix) {
   }).join();
 }
 
-TEST(ComponentLibrary, AnUninitialisedThreadCreatesNothing) {
+TEST(ComponentLibrary, NothingIsCreatedWithoutInitialisationOrRegistration) {
   std::thread([] {
-    void* object = &object;
-    EXPECT_EQ(CoCreateInstance(kUnknownClass, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, &object),
-              CO_E_NOTINITIALIZED);
-    EXPECT_EQ(object, nullptr);
-  }).join();
-}
-
-TEST(ComponentLibrary, AnUnregisteredClassIsNotCreated) {
-  std::thread([] {
+    const auto create = [](void** object) {
+      return CoCreateInstance(kUnknownClass, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, object);
+    };
+    void *first = &first, *second = &second;
+    EXPECT_EQ(create(&first), CO_E_NOTINITIALIZED);
     ASSERT_EQ(CoInitialize(nullptr), S_OK);
-    void* object = &object;
-    EXPECT_EQ(CoCreateInstance(kUnknownClass, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, &object),
-              REGDB_E_CLASSNOTREG);
-    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(create(&second), REGDB_E_CLASSNOTREG);
+    EXPECT_TRUE(first == nullptr && second == nullptr);
     CoUninitialize();
   }).join();
 }

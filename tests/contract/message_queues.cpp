@@ -7,9 +7,13 @@
 #include <utility>
 #include <vector>
 
+#include "tests/contract/kernel_handles.h"
+
 namespace {
 
-constexpr DWORD kPatienceMs = 20000;
+using contract::ErrorOf;
+using contract::kPatienceMs;
+
 constexpr wchar_t kClass[] = L"WirefoxContractWindow";
 
 // What the window procedure has seen since a test last looked.
@@ -24,19 +28,17 @@ LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM w_param, LPARAM l_p
   return DefWindowProcW(window, message, w_param, l_param);
 }
 
-ATOM RegisterOnce() {
+ATOM Register() {
   WNDCLASSEXW window_class = {};
   window_class.cbSize = sizeof(window_class);
   window_class.lpfnWndProc = Procedure;
   window_class.lpszClassName = kClass;
-  static const ATOM atom = RegisterClassExW(&window_class);
-  return atom;
+  return RegisterClassExW(&window_class);
 }
 
 class MessageQueues : public testing::Test {
  protected:
   void SetUp() override {
-    RegisterOnce();
     window_ = Create(kClass);
     ASSERT_NE(nullptr, window_);
     Drain();
@@ -52,8 +54,7 @@ class MessageQueues : public testing::Test {
   }
 
   static void Drain() {
-    MSG message;
-    while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+    while (Next(nullptr) != 0) {
     }
     Seen().clear();
   }
@@ -64,6 +65,17 @@ class MessageQueues : public testing::Test {
     return PeekMessageW(&message, filter, 0, 0, PM_REMOVE) ? message.message : 0;
   }
 
+  // Waits for a message, which must be this one.
+  static void ExpectNext(HWND window, UINT message, WPARAM w_param, LPARAM l_param) {
+    MSG next;
+    ASSERT_EQ(message == WM_QUIT ? 0 : 1, GetMessageW(&next, nullptr, 0, 0));
+    EXPECT_EQ(window, next.hwnd);
+    EXPECT_EQ(message, next.message);
+    EXPECT_EQ(w_param, next.wParam);
+    EXPECT_EQ(l_param, next.lParam);
+  }
+
+  static inline const ATOM atom_ = Register();
   HWND window_ = nullptr;
 };
 
@@ -71,18 +83,10 @@ TEST_F(MessageQueues, MessagesComeInTheOrderInWhichTheyWerePosted) {
   EXPECT_TRUE(PostMessageW(window_, WM_APP + 1, 11, 12));
   EXPECT_TRUE(PostThreadMessageW(GetCurrentThreadId(), WM_APP + 2, 21, 22));
   EXPECT_TRUE(PostMessageW(window_, WM_APP + 3, 0, -1));
-  MSG message;
-  ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
-  EXPECT_EQ(window_, message.hwnd);
-  EXPECT_EQ(WM_APP + 1U, message.message);
-  EXPECT_EQ(11U, message.wParam);
-  EXPECT_EQ(12, message.lParam);
-  ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
-  EXPECT_EQ(nullptr, message.hwnd);
-  EXPECT_EQ(WM_APP + 2U, message.message);
-  ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
-  EXPECT_EQ(-1, message.lParam);
-  EXPECT_FALSE(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
+  ExpectNext(window_, WM_APP + 1, 11, 12);
+  ExpectNext(nullptr, WM_APP + 2, 21, 22);
+  ExpectNext(window_, WM_APP + 3, 0, -1);
+  EXPECT_EQ(0U, Next(nullptr));
 }
 
 TEST_F(MessageQueues, WindowFilterLeavesMessagesOfTheThreadAndOfOtherWindows) {
@@ -106,24 +110,18 @@ TEST_F(MessageQueues, LookingWithoutRemovingLeavesTheMessage) {
   EXPECT_EQ(0U, Next(window_));
 }
 
-TEST_F(MessageQueues, PostedQuitMessageEndsTheLoop) {
-  PostMessageW(window_, WM_APP + 1, 0, 0);
+TEST_F(MessageQueues, PostedQuitMessageEndsTheLoopInItsTurn) {
   PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 7, 0);
-  MSG message;
-  EXPECT_TRUE(GetMessageW(&message, nullptr, 0, 0));
-  EXPECT_EQ(0, GetMessageW(&message, nullptr, 0, 0));
-  EXPECT_EQ(static_cast<UINT>(WM_QUIT), message.message);
-  EXPECT_EQ(7U, message.wParam);
+  PostMessageW(window_, WM_APP + 1, 0, 0);
+  ExpectNext(nullptr, WM_QUIT, 7, 0);
+  ExpectNext(window_, WM_APP + 1, 0, 0);
 }
 
 TEST_F(MessageQueues, QuitRequestComesAfterEverythingThatWasPosted) {
   PostQuitMessage(3);
   PostMessageW(window_, WM_APP + 1, 0, 0);
-  MSG message;
-  ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
-  EXPECT_EQ(WM_APP + 1U, message.message);
-  EXPECT_EQ(0, GetMessageW(&message, nullptr, 0, 0));
-  EXPECT_EQ(3U, message.wParam);
+  ExpectNext(window_, WM_APP + 1, 0, 0);
+  ExpectNext(nullptr, WM_QUIT, 3, 0);
   EXPECT_EQ(0U, Next(nullptr));
 }
 
@@ -151,8 +149,8 @@ TEST_F(MessageQueues, AnotherThreadWakesTheLoop) {
 }
 
 TEST_F(MessageQueues, ThreadWithoutAQueueCannotBePostedTo) {
-  const HANDLE go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  const HANDLE ready = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  const contract::Handle go = contract::AutoResetEvent();
+  const contract::Handle ready = contract::AutoResetEvent();
   DWORD id = 0;
   std::thread other([&] {
     id = GetCurrentThreadId();
@@ -163,9 +161,7 @@ TEST_F(MessageQueues, ThreadWithoutAQueueCannotBePostedTo) {
   EXPECT_FALSE(PostThreadMessageW(id, WM_APP, 0, 0));
   SetEvent(go);
   other.join();
-  EXPECT_FALSE(PostThreadMessageW(id, WM_APP, 0, 0));
-  CloseHandle(go);
-  CloseHandle(ready);
+  EXPECT_FALSE(PostThreadMessageW(id, WM_APP, 0, 0)) << "nor one that has ended";
 }
 
 TEST_F(MessageQueues, DispatchingCallsTheWindowsProcedure) {
@@ -195,32 +191,20 @@ TEST_F(MessageQueues, MessagesAndTimersEndWithTheirWindow) {
   EXPECT_TRUE(DestroyWindow(std::exchange(window_, nullptr)));
   Sleep(50);
   EXPECT_EQ(0U, Next(nullptr));
-  EXPECT_FALSE(PostMessageW(gone, WM_APP, 0, 0));
-  EXPECT_EQ(1400U, GetLastError());
+  EXPECT_EQ(1400U, ErrorOf(PostMessageW(gone, WM_APP, 0, 0)));
   EXPECT_FALSE(DestroyWindow(gone));
   EXPECT_FALSE(KillTimer(gone, 5));
 }
 
 TEST_F(MessageQueues, WindowOfAnotherThreadIsNotDestroyed) {
-  BOOL destroyed = TRUE;
-  DWORD error = 0;
-  std::thread([&] {
-    destroyed = DestroyWindow(window_);
-    error = GetLastError();
-  }).join();
-  EXPECT_FALSE(destroyed);
-  EXPECT_EQ(5U, error);
+  std::thread([&] { EXPECT_EQ(5U, ErrorOf(DestroyWindow(window_))); }).join();
 }
 
 TEST_F(MessageQueues, ClassesAreKnownByTheirName) {
-  WNDCLASSEXW window_class = {};
-  window_class.cbSize = sizeof(window_class);
-  window_class.lpfnWndProc = Procedure;
-  window_class.lpszClassName = kClass;
-  EXPECT_EQ(0, RegisterClassExW(&window_class));
+  EXPECT_EQ(0, Register());
   EXPECT_EQ(1410U, GetLastError());
   EXPECT_EQ(nullptr, Create(L"WirefoxContractNoSuchClass"));
-  const HWND by_atom = Create(MAKEINTRESOURCEW(RegisterOnce()));
+  const HWND by_atom = Create(MAKEINTRESOURCEW(atom_));
   EXPECT_NE(nullptr, by_atom);
   DestroyWindow(by_atom);
 }
@@ -228,20 +212,13 @@ TEST_F(MessageQueues, ClassesAreKnownByTheirName) {
 TEST_F(MessageQueues, TimerTicksAgainAndAgainButWaitsForEachTickToBeTaken) {
   constexpr UINT_PTR kId = 0x11112222;
   EXPECT_EQ(kId, SetTimer(window_, kId, 20, nullptr));
-  MSG message;
-  for (int i = 0; i < 2; ++i) {
-    ASSERT_TRUE(GetMessageW(&message, window_, 0, 0));
-    EXPECT_EQ(window_, message.hwnd);
-    EXPECT_EQ(static_cast<UINT>(WM_TIMER), message.message);
-    EXPECT_EQ(kId, message.wParam);
-    EXPECT_EQ(0, message.lParam);
-  }
+  for (int i = 0; i < 2; ++i) ExpectNext(window_, WM_TIMER, kId, 0);
   // However many periods go by, one tick waits, behind what was posted.
   SetTimer(window_, kId, 200, nullptr);
   Sleep(700);
   PostMessageW(window_, WM_APP + 1, 0, 0);
   EXPECT_EQ(WM_APP + 1U, Next(window_));
-  EXPECT_EQ(static_cast<UINT>(WM_TIMER), Next(window_));
+  EXPECT_EQ(UINT{WM_TIMER}, Next(window_));
   EXPECT_EQ(0U, Next(window_));
   EXPECT_TRUE(KillTimer(window_, kId));
   EXPECT_FALSE(KillTimer(window_, kId));
