@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -14,8 +12,10 @@
 #include <random>
 #include <string>
 
-#include "platform/linux/hive_file.h"
+#include "platform/linux/registry.h"
+#include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/scratch_home.h"
+#include "tests/unit/random_seed.h"
 
 namespace {
 
@@ -28,14 +28,17 @@ RegistryValue Number(std::uint8_t number) { return {.type = REG_BINARY, .data = 
 // The files at the file system's own level; the registry calls come in further down.
 class HiveFileTest : public testing::Test {
  protected:
-  std::string path() const { return (home_.directory() / "registry").string(); }
-
-  static std::uint32_t Set(HiveFile& hive, const std::wstring& name, const RegistryValue& value) {
+  // Sets the values of both names in one change.
+  static std::uint32_t Set(HiveFile& hive, const std::wstring& name, const RegistryValue& value,
+                           const std::wstring& other_name) {
     return hive.Change([&](RegistryKey& root, bool* altered) {
-      root.values[name] = value;
+      root.values[name] = root.values[other_name] = value;
       *altered = true;
       return std::uint32_t{ERROR_SUCCESS};
     });
+  }
+  static std::uint32_t Set(HiveFile& hive, const std::wstring& name, const RegistryValue& value) {
+    return Set(hive, name, value, name);
   }
 
   // The first byte of a value; -1 when there is none, -2 when the hive cannot be read.
@@ -46,145 +49,133 @@ class HiveFileTest : public testing::Test {
     return found == root->values.end() ? -1 : found->second.data[0];
   }
 
-  void WriteText(const std::string& text) { std::ofstream(path(), std::ios::binary) << text; }
+  static HKEY CreateKey(const wchar_t* name, REGSAM access) {
+    HKEY key = nullptr;
+    EXPECT_EQ(0, RegCreateKeyExW(HKEY_CLASSES_ROOT, name, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                 access, nullptr, &key, nullptr));
+    return key;
+  }
+
+  void WriteText(const std::string& text) { std::ofstream(path_, std::ios::binary) << text; }
 
   static std::string ReadText(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
   }
 
-  static pid_t InChild(const std::function<int()>& work) {
-    const pid_t child = fork();
-    if (child == 0) _exit(work());
-    return child;
+  ino_t Inode() const {
+    struct stat state = {};
+    stat(path_.c_str(), &state);
+    return state.st_ino;
   }
 
-  static int ExitOf(pid_t child) {
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
-  ScratchHome home_;
+  const ScratchHome home_;
+  const std::string path_ = home_.Path("registry");
 };
 
 TEST_F(HiveFileTest, EachWriteIsSeenByOthersAtOnce) {
-  HiveFile one(path());
-  HiveFile other(path());
+  HiveFile one(path_);
+  HiveFile other(path_);
   // Often enough for the file system to use its inode numbers again.
   for (int i = 0; i < 60; ++i) {
     ASSERT_EQ(0u, Set(i % 2 ? one : other, L"n", Number(static_cast<std::uint8_t>(i))));
     ASSERT_EQ(i, Get(one, L"n"));
     ASSERT_EQ(i, Get(other, L"n"));
   }
-  std::filesystem::remove(path());
+  std::filesystem::remove(path_);
   EXPECT_EQ(-1, Get(one, L"n"));
 }
 
 TEST_F(HiveFileTest, WritersInSeveralProcessesLoseNothing) {
-  constexpr int kWriters = 4;
-  constexpr int kValues = 15;
-  pid_t children[kWriters];
-  for (int writer = 0; writer < kWriters; ++writer) {
-    children[writer] = InChild([&] {
-      HiveFile hive(path());
-      for (int i = 0; i < kValues; ++i) {
+  std::deque<ChildProcess> writers;
+  for (int writer = 0; writer < 4; ++writer) {
+    writers.emplace_back([&] {
+      HiveFile hive(path_);
+      for (int i = 0; i < 15; ++i) {
         const auto name = std::to_wstring(writer) + L"/" + std::to_wstring(i);
         if (Set(hive, name, Number(1)) != 0) return 1;
       }
       return 0;
     });
   }
-  for (const pid_t child : children) EXPECT_EQ(0, ExitOf(child));
-  HiveFile hive(path());
+  for (ChildProcess& writer : writers) EXPECT_EQ(0, writer.Await());
+  HiveFile hive(path_);
   const RegistryKey* root = nullptr;
   ASSERT_EQ(0u, hive.Read(&root));
-  EXPECT_EQ(std::size_t{kWriters * kValues}, root->values.size());
+  EXPECT_EQ(60u, root->values.size());
 }
 
 TEST_F(HiveFileTest, AWriterKilledAtAnyMomentLeavesAWholeHiveAndNoLock) {
-  const auto seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
-  HiveFile hive(path());
-  ASSERT_EQ(0u, Set(hive, L"a", Number(0)));
-  ASSERT_EQ(0u, Set(hive, L"b", Number(0)));
+  std::mt19937 random(unit::RandomSeed());
+  HiveFile hive(path_);
   for (int round = 0; round < 40; ++round) {
-    const pid_t child = InChild([&]() -> int {
-      HiveFile own(path());
-      for (std::uint8_t i = 1;; ++i) {
-        own.Change([i](RegistryKey& root, bool* altered) {
-          root.values[L"a"] = root.values[L"b"] = Number(i);
-          *altered = true;
-          return std::uint32_t{ERROR_SUCCESS};
-        });
-      }
+    ASSERT_EQ(0u, Set(hive, L"a", Number(0), L"b"));
+    ChildProcess writer([&]() -> int {
+      HiveFile own(path_);
+      for (std::uint8_t i = 1;; ++i) Set(own, L"a", Number(i), L"b");
     });
     // Somewhere in the middle of a write, after the first was seen.
-    const int before = Get(hive, L"a");
-    while (Get(hive, L"a") == before) {
+    while (Get(hive, L"a") == 0) {
     }
     usleep(random() % 20000);
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
+    writer.End();
     const int left = Get(hive, L"a");
     ASSERT_GE(left, 0);
     ASSERT_EQ(left, Get(hive, L"b"));
-    ASSERT_EQ(0u, Set(hive, L"a", Number(0)));
-    ASSERT_EQ(0u, Set(hive, L"b", Number(0)));
   }
 }
 
 TEST_F(HiveFileTest, AFailedWriteChangesNothing) {
-  HiveFile hive(path());
+  HiveFile hive(path_);
   ASSERT_EQ(0u, Set(hive, L"n", Number(7)));
-  const std::string before = ReadText(path());
-  EXPECT_EQ(0, ExitOf(InChild([&] {
-              signal(SIGXFSZ, SIG_IGN);
-              const rlimit limit = {10, 10};
-              setrlimit(RLIMIT_FSIZE, &limit);
-              HiveFile own(path());
-              if (Set(own, L"n", Number(8)) != ERROR_WRITE_FAULT) return 1;
-              return Get(own, L"n") == 7 ? 0 : 2;
-            })));
-  EXPECT_EQ(before, ReadText(path()));
-  EXPECT_FALSE(std::filesystem::exists(path() + ".new"));
+  const std::string before = ReadText(path_);
+  ChildProcess without_room([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit = {10, 10};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    HiveFile own(path_);
+    if (Set(own, L"n", Number(8)) != ERROR_WRITE_FAULT) return 1;
+    return Get(own, L"n") == 7 ? 0 : 2;
+  });
+  EXPECT_EQ(0, without_room.Await());
+  EXPECT_EQ(before, ReadText(path_));
+  EXPECT_FALSE(std::filesystem::exists(path_ + ".new"));
 
   const RegistryValue too_large{.type = REG_BINARY, .data = std::vector<BYTE>(2 << 20)};
   EXPECT_EQ(std::uint32_t{ERROR_NO_SYSTEM_RESOURCES}, Set(hive, L"n", too_large));
   EXPECT_EQ(7, Get(hive, L"n"));
 
-  HiveFile nowhere((home_.directory() / "missing" / "registry").string());
+  HiveFile nowhere(home_.Path("missing/registry"));
   EXPECT_EQ(std::uint32_t{ERROR_WRITE_FAULT}, Set(nowhere, L"n", Number(1)));
 }
 
 TEST_F(HiveFileTest, ADamagedHiveIsRefusedThenKeptAside) {
   for (const std::string text : {"garbage", "Wirefox registry 1\n[A]\n"}) {
     WriteText(text);
-    HiveFile hive(path());
+    HiveFile hive(path_);
     const RegistryKey* root = nullptr;
     EXPECT_EQ(std::uint32_t{ERROR_REGISTRY_CORRUPT}, hive.Read(&root));
-    EXPECT_EQ(text, ReadText(path())) << "reading touches nothing";
+    EXPECT_EQ(text, ReadText(path_)) << "reading touches nothing";
     EXPECT_EQ(0u, Set(hive, L"n", Number(1)));
     EXPECT_EQ(1, Get(hive, L"n"));
-    std::filesystem::remove(path());
+    std::filesystem::remove(path_);
   }
-  EXPECT_EQ("garbage", ReadText(path() + ".damaged-1"));
-  EXPECT_EQ("Wirefox registry 1\n[A]\n", ReadText(path() + ".damaged-2"));
+  EXPECT_EQ("garbage", ReadText(path_ + ".damaged-1"));
+  EXPECT_EQ("Wirefox registry 1\n[A]\n", ReadText(path_ + ".damaged-2"));
 }
 
 TEST_F(HiveFileTest, AnythingButAFileIsDamageAndNotWaitedFor) {
   const std::function<void()> cases[] = {
-      [&] { ASSERT_EQ(0, mkfifo(path().c_str(), 0600)); },
-      [&] { std::filesystem::create_directory(path()); },
+      [&] { ASSERT_EQ(0, mkfifo(path_.c_str(), 0600)); },
+      [&] { std::filesystem::create_directory(path_); },
       [&] { WriteText(std::string(linux_host::kLargestHive + 1, ';')); },
   };
   for (const auto& make : cases) {
     make();
-    HiveFile hive(path());
+    HiveFile hive(path_);
     EXPECT_EQ(-2, Get(hive, L"n"));
     EXPECT_EQ(0u, Set(hive, L"n", Number(1)));
-    std::filesystem::remove(path());
+    std::filesystem::remove(path_);
   }
 }
 
@@ -192,40 +183,48 @@ TEST_F(HiveFileTest, RegistryCallsRecoverFromDamageWhenAKeyIsCreated) {
   WriteText("garbage");
   HKEY key = nullptr;
   EXPECT_EQ(ERROR_REGISTRY_CORRUPT, RegOpenKeyExW(HKEY_CLASSES_ROOT, L"AppID", 0, KEY_READ, &key));
-  ASSERT_EQ(0, RegCreateKeyExW(HKEY_CLASSES_ROOT, L"AppID", 0, nullptr, REG_OPTION_NON_VOLATILE,
-                               KEY_READ, nullptr, &key, nullptr));
-  HKEY below = nullptr;
-  EXPECT_EQ(ERROR_ACCESS_DENIED, RegCreateKeyExW(key, L"Below", 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                                 KEY_READ, nullptr, &below, nullptr))
-      << "opened for reading only";
-  RegCloseKey(key);
-  EXPECT_EQ("garbage", ReadText(path() + ".damaged-1"));
+  const HKEY reader = CreateKey(L"AppID", KEY_READ);
+  EXPECT_EQ(ERROR_ACCESS_DENIED, RegCreateKeyExW(reader, L"B", 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                                 KEY_READ, nullptr, &key, nullptr));
+  RegCloseKey(reader);
+  EXPECT_EQ("garbage", ReadText(path_ + ".damaged-1"));
 }
 
 TEST_F(HiveFileTest, WritingWhatStandsThereAlreadyLeavesTheFileAlone) {
-  HKEY key = nullptr;
-  ASSERT_EQ(0, RegCreateKeyExW(HKEY_CLASSES_ROOT, L"AppID", 0, nullptr, REG_OPTION_NON_VOLATILE,
-                               KEY_ALL_ACCESS, nullptr, &key, nullptr));
+  const HKEY key = CreateKey(L"AppID", KEY_ALL_ACCESS);
   const auto set = [&](BYTE byte) { return RegSetValueExW(key, L"v", 0, REG_BINARY, &byte, 1); };
-  struct stat before, after;
   ASSERT_EQ(0, set(1));
-  stat(path().c_str(), &before);
+  const ino_t before = Inode();
   ASSERT_EQ(0, set(1));
-  stat(path().c_str(), &after);
-  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_EQ(before, Inode());
   ASSERT_EQ(0, set(2));
-  stat(path().c_str(), &after);
-  EXPECT_NE(before.st_ino, after.st_ino);
+  EXPECT_NE(before, Inode());
   RegCloseKey(key);
 }
 
 TEST_F(HiveFileTest, AKeyThatAnotherProcessDeletedAnswersSo) {
-  HKEY key = nullptr;
-  ASSERT_EQ(0, RegCreateKeyExW(HKEY_CLASSES_ROOT, L"Gone", 0, nullptr, REG_OPTION_NON_VOLATILE,
-                               KEY_ALL_ACCESS, nullptr, &key, nullptr));
-  EXPECT_EQ(0, ExitOf(InChild([] { return RegDeleteKeyW(HKEY_CLASSES_ROOT, L"Gone"); })));
+  const HKEY key = CreateKey(L"Gone", KEY_ALL_ACCESS);
+  EXPECT_EQ(0, ChildProcess([] { return RegDeleteKeyW(HKEY_CLASSES_ROOT, L"Gone"); }).Await());
   EXPECT_EQ(ERROR_KEY_DELETED, RegSetValueExW(key, L"v", 0, REG_NONE, nullptr, 0));
   EXPECT_EQ(0, RegCloseKey(key));
+}
+
+TEST(RegistryView, TheUsersOwnHiveHidesTheMachines) {
+  RegistryKey user;
+  RegistryKey machine;
+  user.values[L"path"] = Number(1);
+  machine.values[L"PATH"] = Number(2);
+  machine.values[L"machine"] = Number(3);
+  for (const wchar_t* name : {L"Both", L"User"}) user.FindOrCreate({name});
+  for (const wchar_t* name : {L"BOTH", L"Machine"}) machine.FindOrCreate({name});
+
+  const linux_host::KeyView view({&user, &machine}, true);
+  EXPECT_EQ(1, view.FindValue(L"Path")->data[0]);
+  EXPECT_EQ(3, view.FindValue(L"Machine")->data[0]);
+  EXPECT_EQ(nullptr, view.FindValue(L"none"));
+  using Names = std::set<std::wstring, linux_host::NameLess>;
+  EXPECT_EQ((Names{L"Both", L"Machine", L"User"}), view.SubkeyNames());
+  EXPECT_EQ((Names{L"machine", L"path"}), view.ValueNames());
 }
 
 }  // namespace

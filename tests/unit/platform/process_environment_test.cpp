@@ -3,9 +3,6 @@
 #include <windows.h>
 
 #include <psapi.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -15,6 +12,7 @@
 #include "platform/linux/command_line.h"
 #include "platform/linux/notices.h"
 #include "platform/linux/program_resources.h"
+#include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/scratch_home.h"
 
 namespace {
@@ -27,28 +25,23 @@ std::vector<DWORD> ListProcesses(std::size_t room = 4096) {
   return ids;
 }
 
-bool Holds(const std::vector<DWORD>& ids, pid_t id) {
-  return std::find(ids.begin(), ids.end(), static_cast<DWORD>(id)) != ids.end();
-}
-
-TEST(ProcessList, BeginsWithIdZeroAndTheNewest) {
-  const pid_t child = fork();
-  if (child == 0) {
+TEST(ProcessList, BeginsWithIdZeroAndTheNewestAndLeavesOutWhatHasEnded) {
+  ChildProcess child([]() -> int {
     for (;;) pause();
-  }
+  });
+  const auto id = static_cast<DWORD>(child.id());
   const auto ids = ListProcesses();
   ASSERT_FALSE(ids.empty());
   EXPECT_EQ(0u, ids[0]);
-  const auto child_place = std::find(ids.begin(), ids.end(), static_cast<DWORD>(child));
-  const auto own_place = std::find(ids.begin(), ids.end(), GetCurrentProcessId());
-  EXPECT_LT(child_place, own_place);
+  const auto child_place = std::find(ids.begin(), ids.end(), id);
+  EXPECT_LT(child_place, std::find(ids.begin(), ids.end(), GetCurrentProcessId()));
   EXPECT_EQ(std::vector<DWORD>{0}, ListProcesses(1));
 
-  kill(child, SIGKILL);
+  kill(child.id(), SIGKILL);
   siginfo_t info;
-  waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
-  EXPECT_FALSE(Holds(ListProcesses(), child)) << "it has ended, although nobody has waited for it";
-  waitpid(child, nullptr, 0);
+  waitid(P_PID, id, &info, WEXITED | WNOWAIT);
+  const auto later = ListProcesses();
+  EXPECT_EQ(0, std::count(later.begin(), later.end(), id)) << "nobody has waited for it";
 }
 
 std::wstring TemporaryPath() {
@@ -57,18 +50,16 @@ std::wstring TemporaryPath() {
 }
 
 TEST(TemporaryPath, LiesBelowTheInstallationsHome) {
-  const char* previous = getenv("TMPDIR");
+  const char* const previous = getenv("TMPDIR");
   const std::string saved = previous ? previous : "";
-  {
-    const ScratchHome home;
-    EXPECT_EQ(home.directory().wstring() + L"/tmp/", TemporaryPath());
-    EXPECT_TRUE(std::filesystem::is_directory(home.directory() / "tmp"));
-    unsetenv("WIREFOX_HOME");
-    setenv("TMPDIR", "/var/tmp", 1);
-    EXPECT_EQ(L"/var/tmp/", TemporaryPath());
-    unsetenv("TMPDIR");
-    EXPECT_EQ(L"/tmp/", TemporaryPath());
-  }
+  const ScratchHome home;
+  EXPECT_EQ(home.directory().wstring() + L"/tmp/", TemporaryPath());
+  EXPECT_TRUE(std::filesystem::is_directory(home.directory() / "tmp"));
+  unsetenv("WIREFOX_HOME");
+  setenv("TMPDIR", "/var/tmp", 1);
+  EXPECT_EQ(L"/var/tmp/", TemporaryPath());
+  unsetenv("TMPDIR");
+  EXPECT_EQ(L"/tmp/", TemporaryPath());
   if (previous) setenv("TMPDIR", saved.c_str(), 1);
 }
 
@@ -147,9 +138,9 @@ TEST(ChangeNotification, AChangeBetweenWaitAndNextIsNotLost) {
 }
 
 // What the handlers of a child process saw, a character each.
-int handler_pipe = -1;
+int g_pipe[2];
 
-void Tell(char what) { EXPECT_EQ(1, write(handler_pipe, &what, 1)); }
+void Tell(char what) { EXPECT_EQ(1, write(g_pipe[1], &what, 1)); }
 
 BOOL EndOnClose(DWORD control) {
   Tell(static_cast<char>('0' + control));
@@ -161,44 +152,36 @@ BOOL PassOn(DWORD) {
   return FALSE;
 }
 
-// Sends `signal` to a child with both handlers; what they saw, and how the child ended.
-std::string SeenOf(int signal, int* status) {
-  int ends[2];
-  EXPECT_EQ(0, pipe(ends));
-  const pid_t child = fork();
-  if (child == 0) {
-    handler_pipe = ends[1];
-    ::signal(SIGHUP, SIG_DFL);
-    SetConsoleCtrlHandler(EndOnClose, TRUE);
-    SetConsoleCtrlHandler(PassOn, TRUE);
-    Tell('r');
-    for (;;) pause();
-  }
-  close(ends[1]);
-  char c = 0;
-  EXPECT_EQ(1, read(ends[0], &c, 1));
-  kill(child, signal);
-  std::string seen;
-  while (seen.size() < 2 && read(ends[0], &c, 1) == 1) seen += c;
-  // Handled: the child goes on until it is killed.
-  if (signal != SIGINT) kill(child, SIGKILL);
-  waitpid(child, status, 0);
-  close(ends[0]);
-  return seen;
-}
-
 TEST(ConsoleControl, SignalsReachTheHandlersLastAddedFirst) {
 #ifdef __SANITIZE_THREAD__
   // It holds a signal back from a thread that a forked child has started.
   GTEST_SKIP() << "the thread sanitizer does not deliver the child's signals";
 #endif
-  int status = 0;
-  EXPECT_EQ("p2", SeenOf(SIGTERM, &status));
-  EXPECT_EQ(SIGKILL, WTERMSIG(status));
-  EXPECT_EQ("p2", SeenOf(SIGHUP, &status));
-  EXPECT_EQ(SIGKILL, WTERMSIG(status));
-  EXPECT_EQ("p0", SeenOf(SIGINT, &status));
-  EXPECT_EQ(SIGINT, WTERMSIG(status)) << "a signal that no handler takes ends the process";
+  const struct {
+    int signal;
+    const char* seen;
+    int end;  // a signal that no handler takes ends the process; else it is killed afterwards
+  } cases[] = {{SIGTERM, "p2", SIGKILL}, {SIGHUP, "p2", SIGKILL}, {SIGINT, "p0", SIGINT}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.signal);
+    ASSERT_EQ(0, pipe(g_pipe));
+    ChildProcess child([]() -> int {
+      signal(SIGHUP, SIG_DFL);
+      SetConsoleCtrlHandler(EndOnClose, TRUE);
+      SetConsoleCtrlHandler(PassOn, TRUE);
+      Tell('r');
+      for (;;) pause();
+    });
+    close(g_pipe[1]);
+    char seen[3] = {};
+    EXPECT_EQ(1, read(g_pipe[0], seen, 1));
+    kill(child.id(), c.signal);
+    for (char* next = seen; next < seen + 2 && read(g_pipe[0], next, 1) == 1; ++next) {
+    }
+    EXPECT_STREQ(c.seen, seen);
+    EXPECT_EQ(-c.end, c.end == SIGKILL ? child.End() : child.Await());
+    close(g_pipe[0]);
+  }
 }
 
 }  // namespace

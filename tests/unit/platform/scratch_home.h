@@ -29,6 +29,7 @@ class ScratchHome {
   ScratchHome& operator=(const ScratchHome&) = delete;
 
   const std::filesystem::path& directory() const { return directory_; }
+  std::string Path(const std::string& below) const { return (directory_ / below).string(); }
 
  private:
   std::filesystem::path directory_;

@@ -1,4 +1,5 @@
-// The calls of the service control manager: rights, refusals, and the unit file as their one trace.
+// The calls of the service control manager: rights, refusals, and the unit file as their one trace;
+// and the quoting of that file and of the message buses' own.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -8,6 +9,7 @@
 #include <functional>
 #include <iterator>
 
+#include "platform/linux/registration_texts.h"
 #include "tests/unit/platform/scratch_home.h"
 
 namespace {
@@ -122,6 +124,44 @@ TEST_F(ServiceManager, WhereUnitsCannotBeWrittenItCanOnlyBeConnectedTo) {
   const SC_HANDLE connected = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
   EXPECT_NE(connected, nullptr);
   CloseServiceHandle(connected);
+}
+
+std::string LineOf(const std::string& text, const std::string& key) {
+  const std::size_t start = text.find("\n" + key + "=");
+  if (start == text.npos) return "";
+  return text.substr(start + 1, text.find('\n', start + 1) - start - 1);
+}
+
+TEST(RegistrationTexts, EveryPathComesThroughTheQuoting) {
+  const struct {
+    const char* path;
+    const char* unit;
+    const char* activation;
+  } kCases[] = {
+      {"/opt/a", R"(ExecStart=:"/opt/a" "-x")", "Exec='/opt/a' '-x'"},
+      {"/a b/$HOME/5%d", R"(ExecStart=:"/a b/$HOME/5%%d" "-x")", "Exec='/a b/$HOME/5%d' '-x'"},
+      {"/it's", R"(ExecStart=:/bin/sh -c "exec \"$0\" \"$@\"" "/it's" "-x")",
+       R"(Exec='/it'"'"'s' '-x')"},
+      {"/\"q\"\\z", R"(ExecStart=:/bin/sh -c "exec \"$0\" \"$@\"" "/\"q\"\\z" "-x")",
+       R"(Exec='/"q"\\z' '-x')"},
+      {"/two\nlines", R"(ExecStart=:/bin/sh -c "exec \"$0\" \"$@\"" "/two\x0alines" "-x")",
+       R"(Exec='/two\nlines' '-x')"},
+  };
+  for (const auto& test : kCases) {
+    EXPECT_EQ(LineOf(linux_host::UnitText({.command = {test.path, "-x"}}), "ExecStart"), test.unit);
+    EXPECT_EQ(LineOf(linux_host::ActivationText("a.b", {test.path, "-x"}, {}), "Exec"),
+              test.activation);
+  }
+  const linux_host::Variables variables = {{"WIREFOX_HOME", "/it's 5%"},
+                                           {"WIREFOX_BUS", "sim:/\"b\""}};
+  const std::string unit = linux_host::UnitText({.command = {"/s"}, .variables = variables});
+  EXPECT_NE(unit.find("\nEnvironment=\"WIREFOX_HOME=/it's 5%%\"\n"
+                      "Environment=\"WIREFOX_BUS=sim:/\\\"b\\\"\"\n"),
+            unit.npos)
+      << unit;
+  EXPECT_EQ(LineOf(linux_host::ActivationText("a.b", {"/k=v", "-x"}, variables), "Exec"),
+            R"(Exec=/bin/sh -c 'export "$1" "$2"; shift 2; exec "$@"' sh )"
+            R"('WIREFOX_HOME=/it'"'"'s 5%' 'WIREFOX_BUS=sim:/"b"' '/k=v' '-x')");
 }
 
 }  // namespace

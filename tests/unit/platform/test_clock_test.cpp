@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -21,10 +22,10 @@ class Worker {
     thread_ = CreateThread(nullptr, 0, Run, this, 0, nullptr);
   }
   ~Worker() {
-    WaitForSingleObject(thread_, INFINITE);
+    Await();
     CloseHandle(thread_);
   }
-  HANDLE handle() const { return thread_; }
+  void Await() { WaitForSingleObject(thread_, INFINITE); }
 
  private:
   static DWORD WINAPI Run(LPVOID self) {
@@ -35,57 +36,38 @@ class Worker {
   HANDLE thread_;
 };
 
-TEST(TestClock, StandsStillAndSleepsCostNothing) {
-  const test_host::TestClock clock;
-  EXPECT_EQ(kStart, clock.NowMs());
-  EXPECT_EQ(kStart, GetTickCount());
-  Sleep(24 * 3600 * 1000);
-  EXPECT_EQ(kStart + 24 * 3600 * 1000, clock.NowMs());
-}
+class TestClock : public testing::Test {
+ protected:
+  ~TestClock() override { CloseHandle(event_); }
 
-TEST(TestClock, TimeOutOfAWaitMovesIt) {
-  const test_host::TestClock clock;
-  const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-  EXPECT_EQ(static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(event, 2000));
-  EXPECT_EQ(kStart + 2000, clock.NowMs());
-  SetEvent(event);
-  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(event, 2000));
-  EXPECT_EQ(kStart + 2000, clock.NowMs());
-  CloseHandle(event);
-}
+  const HANDLE event_ = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+};
 
-TEST(TestClock, ThreadsWakeInTheOrderOfTheirDeadlines) {
+TEST_F(TestClock, ThreadsWakeInTheOrderOfTheirDeadlines) {
   test_host::TestClock clock;
   std::mutex mutex;
   std::vector<std::string> seen;
-  const auto note = [&](const char* who) {
+  const auto sleep = [&](DWORD ms, const char* who) {
+    Sleep(ms);
     const std::lock_guard lock(mutex);
     seen.push_back(std::to_string(clock.NowMs() - kStart) + who);
   };
   {
     const Worker first([&] {
-      for (int i = 0; i < 3; ++i) {
-        Sleep(30);
-        note("a");
-      }
+      for (int i = 0; i < 3; ++i) sleep(30, "a");
     });
     const Worker second([&] {
-      Sleep(50);
-      note("b");
-      Sleep(50);
-      note("b");
+      for (int i = 0; i < 2; ++i) sleep(50, "b");
     });
-    Sleep(70);
-    note("main");
+    sleep(70, "main");
   }
   EXPECT_EQ((std::vector<std::string>{"30a", "50b", "60a", "70main", "90a", "100b"}), seen);
 }
 
-TEST(TestClock, ActionsRunAtTheirTimesBeforeDeadlinesOfTheSameMoment) {
+TEST_F(TestClock, ActionsRunAtTheirTimesBeforeDeadlinesOfTheSameMoment) {
   test_host::TestClock clock;
-  const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-  clock.CallAt(kStart + 100, [&] { SetEvent(event); });
-  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(event, 100));
+  clock.CallAt(kStart + 100, [&] { SetEvent(event_); });
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(event_, 100));
   EXPECT_EQ(kStart + 100, clock.NowMs());
 
   std::vector<int> order;
@@ -99,10 +81,9 @@ TEST(TestClock, ActionsRunAtTheirTimesBeforeDeadlinesOfTheSameMoment) {
   EXPECT_EQ((std::vector<int>{1, 2}), order);
   Sleep(50);
   EXPECT_EQ((std::vector<int>{1, 2, 3, 4}), order);
-  CloseHandle(event);
 }
 
-TEST(TestClock, AdvanceWakesEveryDeadlineOnTheWay) {
+TEST_F(TestClock, AdvanceWakesEveryDeadlineOnTheWay) {
   test_host::TestClock clock;
   std::atomic<int> ticks = 0;
   std::atomic<bool> stop = false;
@@ -118,13 +99,13 @@ TEST(TestClock, AdvanceWakesEveryDeadlineOnTheWay) {
   stop = true;
 }
 
-TEST(TestClock, DoesNotMoveWhileAThreadRunsOrBlocksElsewhere) {
+TEST_F(TestClock, DoesNotMoveWhileAThreadRunsOrBlocksElsewhere) {
   test_host::TestClock clock;
   std::mutex elsewhere;
   std::atomic<bool> woke = false;
   elsewhere.lock();
   const Worker blocked([&] { const std::lock_guard lock(elsewhere); });
-  const Worker sleeper([&] {
+  Worker sleeper([&] {
     Sleep(10);
     woke = true;
   });
@@ -135,31 +116,27 @@ TEST(TestClock, DoesNotMoveWhileAThreadRunsOrBlocksElsewhere) {
   }).join();
   EXPECT_EQ(kStart, clock.NowMs());
   elsewhere.unlock();
-  WaitForSingleObject(sleeper.handle(), INFINITE);
+  sleeper.Await();
   EXPECT_EQ(kStart + 10, clock.NowMs());
 }
 
-TEST(TestClock, WaitingForANamedMutexCountsAsWaiting) {
+TEST_F(TestClock, WaitingForANamedMutexCountsAsWaiting) {
   const test_host::TestClock clock;
   const HANDLE mutex = CreateMutexW(nullptr, TRUE, L"TestClockMutex");
   std::atomic<std::uint64_t> got_it_at = 0;
-  {
-    const Worker waiter([&] {
-      const HANDLE same = CreateMutexW(nullptr, FALSE, L"TestClockMutex");
-      EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(same, INFINITE));
-      got_it_at = clock.NowMs();
-      ReleaseMutex(same);
-      CloseHandle(same);
-    });
-    Sleep(500);
+  Worker waiter([&] {
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex, INFINITE));
+    got_it_at = clock.NowMs();
     ReleaseMutex(mutex);
-    Sleep(1);
-  }
+  });
+  Sleep(500);
+  ReleaseMutex(mutex);
+  waiter.Await();
   EXPECT_EQ(kStart + 500, got_it_at.load());
   CloseHandle(mutex);
 }
 
-TEST(TestClock, LoopThatWaitsForAMessageGetsItsTimers) {
+TEST_F(TestClock, LoopThatWaitsForAMessageGetsItsTimers) {
   const test_host::TestClock clock;
   MSG message;
   PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);
@@ -167,7 +144,7 @@ TEST(TestClock, LoopThatWaitsForAMessageGetsItsTimers) {
   const UINT_PTR timer = SetTimer(nullptr, 0, 5000, nullptr);
   for (std::uint64_t tick = 1; tick <= 3; ++tick) {
     ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
-    EXPECT_EQ(static_cast<UINT>(WM_TIMER), message.message);
+    EXPECT_EQ(UINT{WM_TIMER}, message.message);
     EXPECT_EQ(kStart + tick * 5000, clock.NowMs());
   }
   KillTimer(nullptr, timer);
@@ -176,41 +153,35 @@ TEST(TestClock, LoopThatWaitsForAMessageGetsItsTimers) {
     PostThreadMessageW(loop, WM_APP, 0, 0);
   });
   ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
-  EXPECT_EQ(static_cast<UINT>(WM_APP), message.message);
+  EXPECT_EQ(UINT{WM_APP}, message.message);
   EXPECT_EQ(kStart + 15070, clock.NowMs());
 }
 
-TEST(TestClock, BlocksInProgressAreCarriedOverWhenItBeginsAndWhenItEnds) {
-  const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+TEST_F(TestClock, BlocksInProgressAreCarriedOverWhenItBeginsAndWhenItEnds) {
   std::atomic<bool> waiting = false;
-  std::atomic<DWORD> result = 0;
-  const Worker waiter([&] {
+  std::atomic<DWORD> result = 1;
+  Worker waiter([&] {
     waiting = true;
-    result = WaitForSingleObject(event, 3600 * 1000);
+    result = WaitForSingleObject(event_, 3600 * 1000);
   });
   while (!waiting) std::this_thread::yield();
   {
     test_host::TestClock clock;
     clock.Advance(3599 * 1000);
-    EXPECT_EQ(0U, result.load());
+    EXPECT_EQ(1U, result.load());
   }
-  SetEvent(event);
-  WaitForSingleObject(waiter.handle(), INFINITE);
+  SetEvent(event_);
+  waiter.Await();
   EXPECT_EQ(WAIT_OBJECT_0, result.load());
-  CloseHandle(event);
 }
 
 TEST(WallClock, FixedTimeIsShownAsLocalTime) {
-  test_host::FixWallClock(1388962805);  // Sunday, 5 January 2014, 23:00:05
+  test_host::FixWallClock(1388962805);
   SYSTEMTIME time;
   GetLocalTime(&time);
-  EXPECT_EQ(2014, time.wYear);
-  EXPECT_EQ(1, time.wMonth);
-  EXPECT_EQ(0, time.wDayOfWeek);
-  EXPECT_EQ(5, time.wDay);
-  EXPECT_EQ(23, time.wHour);
-  EXPECT_EQ(0, time.wMinute);
-  EXPECT_EQ(5, time.wSecond);
+  const WORD shown[] = {time.wYear,   time.wMonth,  time.wDay,      time.wHour,
+                        time.wMinute, time.wSecond, time.wDayOfWeek};
+  EXPECT_THAT(shown, testing::ElementsAre(2014, 1, 5, 23, 0, 5, 0)) << "a Sunday";
   test_host::FixWallClock(-1);
   GetLocalTime(&time);
   EXPECT_GT(time.wYear, 2014);
