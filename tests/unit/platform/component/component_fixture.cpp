@@ -4,8 +4,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <future>
 
 #include "platform/linux/program_resources.h"
 
@@ -17,6 +15,16 @@ SamplePointer CreateSample(HRESULT* status) {
                                           sample::kInterfaceIdV3, &object);
   if (status != nullptr) *status = result;
   return SamplePointer(static_cast<sample::ISample_v3*>(object));
+}
+
+bool Answers(const SamplePointer& object) {
+  LONG difference = 0;
+  return object != nullptr && object->Subtract(40, -2, &difference) == S_OK && difference == 42;
+}
+
+LONG CountBy(const SamplePointer& object) {
+  LONG count = 0;
+  return object != nullptr && object->CountObjects(&count) == S_OK ? count : -1;
 }
 
 OwnedString MakeString(std::wstring_view text) {
@@ -33,28 +41,22 @@ OwnedArray MakeBytes(const std::vector<std::uint8_t>& bytes) {
   return array;
 }
 
-std::vector<std::uint8_t> ToBytes(SAFEARRAY* array) {
+std::vector<std::uint8_t> ToBytes(const OwnedArray& array) {
   const auto* data = static_cast<const std::uint8_t*>(array->pvData);
   return {data, data + array->rgsabound[0].cElements};
 }
 
 ServerThread::ServerThread() {
-  std::promise<DWORD> published;
-  thread_ = std::thread([&published] {
-    bool is_published = false;
-    const HRESULT status = sample::Serve(
-        [&] {
-          is_published = true;
-          published.set_value(GetCurrentThreadId());
-        },
-        {});
+  thread_ = std::thread([this] {
+    const HRESULT status = sample::Serve(sample::ServeUntil::kQuit, [this] {
+      thread_id_ = GetCurrentThreadId();
+      published_.release();
+    });
     EXPECT_EQ(status, S_OK);
-    if (!is_published) published.set_value(0);
+    published_.release();  // when it could not be
   });
-  thread_id_ = published.get_future().get();
+  published_.acquire();
 }
-
-ServerThread::~ServerThread() { Stop(); }
 
 void ServerThread::Stop() {
   if (!thread_.joinable()) return;
@@ -62,21 +64,15 @@ void ServerThread::Stop() {
   thread_.join();
 }
 
-void ComponentTest::SetUp() {
-  char pattern[] = "/tmp/component-test-XXXXXX";
-  home_ = mkdtemp(pattern);
-  setenv("WIREFOX_HOME", home_.c_str(), 1);
+ComponentTest::ComponentTest() {
   unsetenv("DBUS_SESSION_BUS_ADDRESS");
   unsetenv("XDG_RUNTIME_DIR");
   linux_host::SetProgramResources({&sample::kLibrary, {}});
-  ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+  EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
   Register(L"\"/nonexistent/server\"");
 }
 
-void ComponentTest::TearDown() {
-  CoUninitialize();
-  std::filesystem::remove_all(home_);
-}
+ComponentTest::~ComponentTest() { CoUninitialize(); }
 
 void ComponentTest::Register(const std::wstring& command) {
   OLECHAR id[40];

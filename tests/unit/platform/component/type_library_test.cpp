@@ -3,7 +3,8 @@
 #include <oleauto.h>
 #include <windows.h>
 
-#include <map>
+#include <fstream>
+#include <iterator>
 
 #include "platform/linux/program_resources.h"
 #include "platform/linux/text.h"
@@ -12,93 +13,74 @@
 namespace component_test {
 namespace {
 
-using Entries = std::map<std::wstring, std::wstring>;
-
-// Every value below a key, by "path" (default values) or "path:name".
-void Collect(HKEY root, const std::wstring& path, Entries& entries) {
-  HKEY key;
-  if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) return;
-  WCHAR name[300], data[1000];
-  for (DWORD i = 0;; ++i) {
-    DWORD length = 300, size = sizeof data, type = 0;
-    if (RegEnumValueW(key, i, name, &length, nullptr, &type, reinterpret_cast<BYTE*>(data),
-                      &size) != ERROR_SUCCESS) {
-      break;
-    }
-    entries[length == 0 ? path : path + L":" + name] = data;
-  }
-  for (DWORD i = 0;; ++i) {
-    DWORD length = 300;
-    if (RegEnumKeyExW(key, i, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
-      break;
-    }
-    entries.try_emplace(path + L"\\" + name, L"(key)");
-    Collect(root, path + L"\\" + name, entries);
-  }
-  RegCloseKey(key);
-}
-
-Entries Collect() {
-  Entries entries;
-  Collect(HKEY_CLASSES_ROOT, L"TypeLib", entries);
-  Collect(HKEY_CLASSES_ROOT, L"Interface", entries);
-  return entries;
-}
-
 std::wstring ExecutablePath() {
   WCHAR path[MAX_PATH];
   EXPECT_NE(GetModuleFileNameW(nullptr, path, MAX_PATH), 0u);
   return path;
 }
 
-class TypeLibrary : public ComponentTest {};
+using LibraryPointer = std::unique_ptr<ITypeLib, Releaser>;
 
-constexpr wchar_t kSampleLibrary[] = L"{5A000000-0001-0002-0304-05060708090A}";
+// The library in this executable.
+LibraryPointer Load() {
+  ITypeLib* library = nullptr;
+  EXPECT_EQ(LoadTypeLib(ExecutablePath().c_str(), &library), S_OK);
+  return LibraryPointer(library);
+}
+
+class TypeLibrary : public ComponentTest {
+ protected:
+  // The keys of libraries and interfaces, as the hive has them in its file.
+  std::string Registered() const {
+    std::ifstream file(home_.Path("registry"));
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    return text.substr(text.find("[Interface]"));
+  }
+};
 
 TEST_F(TypeLibrary, RegistrationWritesItsEntriesAndUnregistrationRemovesThem) {
   const std::wstring path = ExecutablePath();
-  ITypeLib* library = nullptr;
-  ASSERT_EQ(LoadTypeLib(path.c_str(), &library), S_OK);
+  const LibraryPointer library = Load();
   TLIBATTR* attributes = nullptr;
   ASSERT_EQ(library->GetLibAttr(&attributes), S_OK);
   const TLIBATTR copy = *attributes;
   library->ReleaseTLibAttr(attributes);
   EXPECT_EQ(copy.syskind, SYS_WIN64);
 
-  ASSERT_EQ(RegisterTypeLib(library, path.c_str(), L"/help"), S_OK);
-  const std::wstring base = std::wstring(L"TypeLib\\") + kSampleLibrary;
-  Entries expected = {{base, L"(key)"},
-                      {base + L"\\1.0", L"Sample 1.0 Type Library"},
-                      {base + L"\\1.0\\FLAGS", L"0"},
-                      {base + L"\\1.0\\409", L"(key)"},
-                      {base + L"\\1.0\\409\\win64", path},
-                      {base + L"\\1.0\\HELPDIR", L"/help"}};
+  const std::string id = "-0001-0002-0304-05060708090A}";
+  std::string expected = "[Interface]\n\n";
   for (int version = 1; version <= 3; ++version) {
-    const std::wstring key =
-        L"Interface\\{5A00000" + std::to_wstring(version + 1) + L"-0001-0002-0304-05060708090A}";
-    expected[key] = L"ISample_v" + std::to_wstring(version);
-    expected[key + L"\\ProxyStubClsid32"] = L"{00020424-0000-0000-C000-000000000046}";
-    expected[key + L"\\TypeLib"] = kSampleLibrary;
-    expected[key + L"\\TypeLib:Version"] = L"1.0";
+    const std::string key = "[Interface\\{5A00000" + std::to_string(version + 1) + id;
+    expected += key + "]\n@=\"ISample_v" + std::to_string(version) + "\"\n\n";
+    expected += key + "\\ProxyStubClsid32]\n@=\"{00020424-0000-0000-C000-000000000046}\"\n\n";
+    expected += key + "\\TypeLib]\n@=\"{5A000000" + id + "\"\n\"Version\"=\"1.0\"\n\n";
   }
-  EXPECT_EQ(Collect(), expected);
-  ASSERT_EQ(RegisterTypeLib(library, path.c_str(), L"/help"), S_OK) << "again";
-  EXPECT_EQ(Collect(), expected);
-  library->Release();
+  const std::string key = "[TypeLib\\{5A000000" + id;
+  expected += "[TypeLib]\n\n" + key + "]\n\n";
+  expected += key + "\\1.0]\n@=\"Sample 1.0 Type Library\"\n\n";
+  expected += key + "\\1.0\\409]\n\n";
+  expected += key + "\\1.0\\409\\win64]\n@=\"" + linux_host::WideToUtf8(path) + "\"\n\n";
+  expected += key + "\\1.0\\FLAGS]\n@=\"0\"\n\n";
+  expected += key + "\\1.0\\HELPDIR]\n@=\"/help\"\n\nend\n";
+  for (const char* time : {"for the first time", "again"}) {
+    ASSERT_EQ(RegisterTypeLib(library.get(), path.c_str(), L"/help"), S_OK) << time;
+    EXPECT_EQ(Registered(), expected) << time;
+  }
 
-  ASSERT_EQ(
-      UnRegisterTypeLib(copy.guid, copy.wMajorVerNum, copy.wMinorVerNum, copy.lcid, SYS_WIN64),
-      S_OK);
-  EXPECT_EQ(Collect(), Entries{});
-  EXPECT_EQ(UnRegisterTypeLib(copy.guid, 1, 0, copy.lcid, SYS_WIN64), TYPE_E_REGISTRYACCESS);
+  const auto unregister = [&] {
+    return UnRegisterTypeLib(copy.guid, copy.wMajorVerNum, copy.wMinorVerNum, copy.lcid, SYS_WIN64);
+  };
+  ASSERT_EQ(unregister(), S_OK);
+  EXPECT_EQ(Registered(), "[Interface]\n\n[TypeLib]\n\nend\n");
+  EXPECT_EQ(unregister(), TYPE_E_REGISTRYACCESS);
 }
 
 TEST_F(TypeLibrary, OnlyARegisteredLibraryOfThisProgramIsLoadedById) {
+  const std::wstring path = ExecutablePath();
   ITypeLib* library = nullptr;
   EXPECT_EQ(LoadRegTypeLib(sample::kLibraryId, 1, 0, 0x409, &library), TYPE_E_LIBNOTREGISTERED);
-  ASSERT_EQ(LoadTypeLib(ExecutablePath().c_str(), &library), S_OK);
-  const std::unique_ptr<ITypeLib, Releaser> loaded(library);
-  ASSERT_EQ(RegisterTypeLib(library, ExecutablePath().c_str(), nullptr), S_OK);
+  const LibraryPointer loaded = Load();
+  ASSERT_EQ(RegisterTypeLib(loaded.get(), path.c_str(), nullptr), S_OK);
   EXPECT_EQ(LoadRegTypeLib(sample::kLibraryId, 2, 0, 0x409, &library), TYPE_E_LIBNOTREGISTERED);
   ASSERT_EQ(LoadRegTypeLib(sample::kLibraryId, 1, 0, 0, &library), S_OK) << "in another locale";
   library->Release();
@@ -115,9 +97,7 @@ TEST_F(TypeLibrary, OtherFilesHoldNoLibrary) {
 }
 
 TEST_F(TypeLibrary, DescribesItsInterfacesAndNothingElse) {
-  ITypeLib* library = nullptr;
-  ASSERT_EQ(LoadTypeLib(ExecutablePath().c_str(), &library), S_OK);
-  const std::unique_ptr<ITypeLib, Releaser> loaded(library);
+  const LibraryPointer library = Load();
   ITypeInfo* info = nullptr;
   for (const GUID& id : {sample::kInterfaceIdV1, sample::kInterfaceIdV2, sample::kInterfaceIdV3}) {
     ASSERT_EQ(library->GetTypeInfoOfGuid(id, &info), S_OK);

@@ -1,9 +1,12 @@
-// A class with every kind of parameter, in three versions, as a type library describes it and as a
-// C++ client sees it.
+// A class with every kind of parameter, in three versions: as a type library describes it, as a C++
+// client sees it, and the server's side with its objects and the loop that serves them.
 #pragma once
 
 #include <objbase.h>
 #include <oleauto.h>
+
+#include <functional>
+#include <semaphore>
 
 #include "api/interface_schema.h"
 
@@ -17,20 +20,14 @@ extern const GUID kInterfaceIdV3;
 
 extern const interface_schema::Library kLibrary;
 
-// 17 fields, 22 bytes, one of them padding.
+// The second byte is padding.
 struct Status {
   std::uint8_t first;
-  std::uint8_t second;
-  std::int16_t third;
+  std::int16_t second;
+  std::uint8_t third;
   std::uint8_t fourth;
-  std::uint8_t fifth;
-  std::int16_t sixth;
-  std::int16_t seventh;
-  std::uint8_t eighth;
-  std::int16_t ninth;
-  std::uint8_t rest[8];
 };
-static_assert(sizeof(Status) == 22 && offsetof(Status, ninth) == 12);
+static_assert(sizeof(Status) == 6 && offsetof(Status, second) == 2);
 
 enum class Colour : std::int32_t { kRed = 0, kGreen = 272, kBlue = -1 };
 
@@ -47,18 +44,36 @@ struct ISample_v1 : IDispatch {
   // Returns `status` as its own, after it has made its output.
   virtual HRESULT STDMETHODCALLTYPE Fail(LONG status, BSTR* text) = 0;
   virtual HRESULT STDMETHODCALLTYPE MakeBytes(LONGLONG count, SAFEARRAY** bytes) = 0;
-  // Blocks until Gate opens, in the server's process.
+  // Stands at the gate of the server's process until that lets it through.
   virtual HRESULT STDMETHODCALLTYPE WaitAtGate(LONG* passed) = 0;
   virtual HRESULT STDMETHODCALLTYPE CountObjects(LONG* count) = 0;
 };
 
 struct ISample_v2 : ISample_v1 {
-  virtual HRESULT STDMETHODCALLTYPE Sum(LONG a, LONG b, LONG* sum) = 0;
+  virtual HRESULT STDMETHODCALLTYPE Subtract(LONG a, LONG b, LONG* difference) = 0;
 };
 
 struct ISample_v3 : ISample_v2 {
   using ISample_v1::Fail;
   virtual HRESULT STDMETHODCALLTYPE Fail(LONGLONG value, LONG* result) = 0;
 };
+
+// Each call of WaitAtGate in this process raises the first, and waits for the second.
+extern std::counting_semaphore<> g_callers_at_gate;
+extern std::counting_semaphore<> g_gate;
+
+// Live objects of this process.
+LONG ObjectCount();
+// Until that many live.
+void AwaitObjectCount(LONG count);
+
+// Publishes the class and serves it in the calling thread's message loop until the quit message, or
+// until its last object has gone. `on_published` runs once it is published. The status is that of
+// publishing or revoking.
+enum class ServeUntil { kQuit, kLastObjectGone };
+HRESULT Serve(ServeUntil end, const std::function<void()>& on_published);
+
+// A new object that no server knows.
+HRESULT CreateDirectly(REFIID iid, void** object);
 
 }  // namespace sample

@@ -1,0 +1,272 @@
+#include "tests/unit/platform/component/sample_class.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <cstring>
+#include <new>
+
+namespace sample {
+namespace {
+
+using interface_schema::Direction;
+using interface_schema::FieldType;
+using interface_schema::Interface;
+using interface_schema::Method;
+using interface_schema::Parameter;
+using interface_schema::ValueType;
+
+constexpr auto kIn = Direction::kIn;
+constexpr auto kOut = Direction::kOut;
+constexpr auto kResult = Direction::kOutRetval;
+
+constexpr Parameter kEcho[] = {{L"text", ValueType::kBstr, kIn},
+                               {L"number", ValueType::kLong, kIn},
+                               {L"small", ValueType::kShort, kIn},
+                               {L"tiny", ValueType::kChar, kIn},
+                               {L"wide", ValueType::kInt64, kIn},
+                               {L"colour", ValueType::kEnumeration, kIn, L"Colour"},
+                               {L"textOut", ValueType::kBstr, kOut},
+                               {L"numberOut", ValueType::kLong, kOut},
+                               {L"smallOut", ValueType::kShort, kOut},
+                               {L"tinyOut", ValueType::kChar, kOut},
+                               {L"wideOut", ValueType::kInt64, kOut},
+                               {L"colourOut", ValueType::kEnumeration, kResult, L"Colour"}};
+constexpr Parameter kEchoBytes[] = {{L"bytes", ValueType::kByteArray, kIn},
+                                    {L"RESULT", ValueType::kByteArray, kOut},
+                                    {L"count", ValueType::kLong, kResult}};
+constexpr Parameter kEchoStrings[] = {{L"strings", ValueType::kStringArray, kIn},
+                                      {L"stringsOut", ValueType::kStringArray, kOut},
+                                      {L"colour", ValueType::kEnumeration, kResult, L"Colour"}};
+constexpr Parameter kGetStatus[] = {{L"seed", ValueType::kLong, kIn},
+                                    {L"status", ValueType::kRecord, kOut, L"Status"},
+                                    {L"colour", ValueType::kEnumeration, kResult, L"Colour"}};
+constexpr Parameter kFail[] = {{L"status", ValueType::kLong, kIn},
+                               {L"text", ValueType::kBstr, kResult}};
+constexpr Parameter kMakeBytes[] = {{L"count", ValueType::kInt64, kIn},
+                                    {L"bytes", ValueType::kByteArray, kResult}};
+constexpr Parameter kWaitAtGate[] = {{L"passed", ValueType::kLong, kResult}};
+constexpr Parameter kCountObjects[] = {{L"count", ValueType::kLong, kResult}};
+constexpr Parameter kSubtract[] = {{L"a", ValueType::kLong, kIn},
+                                   {L"b", ValueType::kLong, kIn},
+                                   {L"difference", ValueType::kLong, kResult}};
+constexpr Parameter kFailWide[] = {{L"value", ValueType::kInt64, kIn},
+                                   {L"result", ValueType::kLong, kResult}};
+
+constexpr Method kMethodsV1[] = {{7, 1, L"Echo", L"", kEcho},
+                                 {8, 2, L"EchoBytes", L"", kEchoBytes},
+                                 {9, 3, L"EchoStrings", L"", kEchoStrings},
+                                 {10, 4, L"GetStatus", L"", kGetStatus},
+                                 {11, 5, L"Fail", L"", kFail},
+                                 {12, 6, L"MakeBytes", L"", kMakeBytes},
+                                 {13, 7, L"WaitAtGate", L"", kWaitAtGate},
+                                 {14, 8, L"CountObjects", L"", kCountObjects}};
+constexpr Method kMethodsV2[] = {{15, 10, L"Subtract", L"", kSubtract}};
+constexpr Method kMethodsV3[] = {{16, 20, L"Fail", L"", kFailWide}};
+
+constexpr Interface kV1 = {L"ISample_v1", &kInterfaceIdV1, L"", nullptr, kMethodsV1};
+constexpr Interface kV2 = {L"ISample_v2", &kInterfaceIdV2, L"", &kV1, kMethodsV2};
+constexpr Interface kV3 = {L"ISample_v3", &kInterfaceIdV3, L"", &kV2, kMethodsV3};
+constexpr const Interface* kInterfaces[] = {&kV3, &kV2, &kV1};
+
+constexpr interface_schema::Field kFields[] = {{L"first", FieldType::kUnsigned8, 0},
+                                               {L"second", FieldType::kSigned16, 2},
+                                               {L"third", FieldType::kUnsigned8, 4},
+                                               {L"fourth", FieldType::kUnsigned8, 5}};
+constexpr GUID kTypeId = {0x5A000005, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
+constexpr interface_schema::Record kRecord = {L"Status", &kTypeId, L"", sizeof(Status), kFields};
+constexpr interface_schema::Constant kConstants[] = {{L"GREEN", 272, L""}};
+constexpr interface_schema::Enumeration kColours = {L"Colour", &kTypeId, L"", kConstants};
+constexpr interface_schema::UserType kTypes[] = {{&kColours, nullptr}, {nullptr, &kRecord}};
+
+constexpr interface_schema::ComponentClass kClass = {L"Sample", &kClassId, L"", &kV3};
+
+std::atomic<LONG> g_objects = 0;
+std::atomic<bool> g_ends_without_objects = false;
+
+SAFEARRAY* CopyBytes(SAFEARRAY* source) {
+  const ULONG count = source->rgsabound[0].cElements;
+  SAFEARRAY* copy = SafeArrayCreateVector(VT_UI1, 0, count);
+  if (copy != nullptr && count != 0) std::memcpy(copy->pvData, source->pvData, count);
+  return copy;
+}
+
+class Object final : public ISample_v3 {
+ public:
+  Object() {
+    ++g_objects;
+    g_objects.notify_all();
+  }
+
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+    const bool answers = iid == IID_IUnknown || iid == IID_IDispatch || iid == kInterfaceIdV1 ||
+                         iid == kInterfaceIdV2 || iid == kInterfaceIdV3;
+    *object = answers ? this : nullptr;
+    if (!answers) return E_NOINTERFACE;
+    ++references_;
+    return S_OK;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
+  ULONG STDMETHODCALLTYPE Release() override {
+    const ULONG left = --references_;
+    if (left == 0) delete this;
+    return left;
+  }
+
+  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
+    *count = 0;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_FAIL; }
+  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
+    return E_FAIL;
+  }
+  HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
+                                   UINT*) override {
+    return E_FAIL;
+  }
+
+  HRESULT STDMETHODCALLTYPE Echo(BSTR text, LONG number, SHORT small, CHAR tiny, LONGLONG wide,
+                                 Colour colour, BSTR* text_out, LONG* number_out, SHORT* small_out,
+                                 CHAR* tiny_out, LONGLONG* wide_out, Colour* colour_out) override {
+    *text_out = SysAllocStringLen(text, SysStringLen(text));
+    *number_out = number;
+    *small_out = small;
+    *tiny_out = tiny;
+    *wide_out = wide;
+    *colour_out = colour;
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE EchoBytes(SAFEARRAY* bytes, SAFEARRAY** bytes_out,
+                                      LONG* count) override {
+    *count = static_cast<LONG>(bytes->rgsabound[0].cElements);
+    *bytes_out = CopyBytes(bytes);
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE EchoStrings(SAFEARRAY* strings, SAFEARRAY** strings_out,
+                                        Colour* colour) override {
+    const ULONG count = strings->rgsabound[0].cElements;
+    *colour = static_cast<Colour>(count);
+    *strings_out = SafeArrayCreateVector(VT_BSTR, 0, count);
+    for (ULONG i = 0; i < count; ++i) {
+      const BSTR text = static_cast<BSTR*>(strings->pvData)[i];
+      static_cast<BSTR*>((*strings_out)->pvData)[i] = SysAllocStringLen(text, SysStringLen(text));
+    }
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE GetStatus(LONG seed, Status* status, Colour* colour) override {
+    *status = {static_cast<std::uint8_t>(seed), -2, 255, 4};
+    *colour = Colour::kBlue;
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE Fail(LONG status, BSTR* text) override {
+    *text = SysAllocString(L"left behind");
+    if (status == 0) throw std::bad_alloc();
+    return status;
+  }
+
+  HRESULT STDMETHODCALLTYPE MakeBytes(LONGLONG count, SAFEARRAY** bytes) override {
+    *bytes = count < 0 ? nullptr : SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(count));
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE WaitAtGate(LONG* passed) override {
+    g_callers_at_gate.release();
+    g_gate.acquire();
+    *passed = 1;
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE CountObjects(LONG* count) override {
+    *count = ObjectCount();
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE Subtract(LONG a, LONG b, LONG* difference) override {
+    *difference = a - b;
+    return S_OK;
+  }
+
+  HRESULT STDMETHODCALLTYPE Fail(LONGLONG value, LONG* result) override {
+    *result = value < 0 ? -1 : 1;
+    return S_OK;
+  }
+
+ private:
+  ~Object() {
+    if (--g_objects == 0 && g_ends_without_objects) {
+      PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 0, 0);
+    }
+    g_objects.notify_all();
+  }
+
+  ULONG references_ = 0;
+};
+
+class Factory final : public IClassFactory {
+ public:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+    *object = iid == IID_IUnknown || iid == IID_IClassFactory ? this : nullptr;
+    return *object == nullptr ? E_NOINTERFACE : S_OK;
+  }
+  // Lives as long as the process.
+  ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+  ULONG STDMETHODCALLTYPE Release() override { return 1; }
+  HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
+    return outer != nullptr ? CLASS_E_NOAGGREGATION : CreateDirectly(iid, object);
+  }
+  HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return E_NOTIMPL; }
+};
+
+}  // namespace
+
+constinit const GUID kLibraryId = {0x5A000000, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
+constinit const GUID kClassId = {0x5A000001, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
+constinit const GUID kInterfaceIdV1 = {0x5A000002, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
+constinit const GUID kInterfaceIdV2 = {0x5A000003, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
+constinit const GUID kInterfaceIdV3 = {0x5A000004, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
+
+constinit const interface_schema::Library kLibrary = {
+    L"SampleLib", &kLibraryId, 1,     0, 0x409, L"Sample 1.0 Type Library",
+    &kClass,      kInterfaces, kTypes};
+
+std::counting_semaphore<> g_callers_at_gate(0);
+std::counting_semaphore<> g_gate(0);
+
+LONG ObjectCount() { return g_objects; }
+
+void AwaitObjectCount(LONG count) {
+  for (LONG now = g_objects; now != count; now = g_objects) g_objects.wait(now);
+}
+
+HRESULT CreateDirectly(REFIID iid, void** object) {
+  auto* created = new Object;
+  created->AddRef();
+  const HRESULT status = created->QueryInterface(iid, object);
+  created->Release();
+  return status;
+}
+
+HRESULT Serve(ServeUntil end, const std::function<void()>& on_published) {
+  static Factory factory;
+  HRESULT status = CoInitialize(nullptr);
+  if (FAILED(status)) return status;
+  g_ends_without_objects = end == ServeUntil::kLastObjectGone;
+  DWORD cookie = 0;
+  status =
+      CoRegisterClassObject(kClassId, &factory, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, &cookie);
+  if (SUCCEEDED(status)) {
+    if (on_published) on_published();
+    MSG message;
+    while (GetMessageW(&message, nullptr, 0, 0) > 0) DispatchMessageW(&message);
+    status = CoRevokeClassObject(cookie);
+  }
+  CoUninitialize();
+  return status;
+}
+
+}  // namespace sample
