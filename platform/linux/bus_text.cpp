@@ -15,18 +15,31 @@ bool IsHighSurrogate(std::uint32_t unit) { return unit >= 0xD800 && unit <= 0xDB
 bool IsLowSurrogate(std::uint32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
 bool IsSurrogate(std::uint32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
 
+// Whether the bus takes a character as it is.
+bool IsCarried(std::uint32_t character) {
+  const bool is_noncharacter =
+      (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
+  return character != 0 && !IsSurrogate(character) && !is_noncharacter;
+}
+
+// 0x10FFFE and 0x10FFFF are not carried either: these two units have their places further down.
+constexpr std::uint32_t kFirstMoved = 0xFFFE;
+constexpr std::uint32_t kMovedTo = 0xFDF0;
+
 // Takes the next character that travels for the text at `position`.
 std::uint32_t TakeWide(const OLECHAR* text, std::size_t length, std::size_t& position) {
   const std::uint32_t unit = static_cast<std::uint32_t>(text[position++]);
   if (unit > 0xFFFF) return kReplacement;
+  if (IsCarried(unit)) return unit;
   if (IsHighSurrogate(unit) && position < length) {
     const std::uint32_t next = static_cast<std::uint32_t>(text[position]);
-    if (IsLowSurrogate(next)) {
+    const std::uint32_t character = 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00);
+    if (IsLowSurrogate(next) && IsCarried(character)) {
       ++position;
-      return 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00);
+      return character;
     }
   }
-  return unit == 0 || IsSurrogate(unit) ? kPrivatePlane + unit : unit;
+  return kPrivatePlane + (unit >= kFirstMoved ? unit - kFirstMoved + kMovedTo : unit);
 }
 
 std::size_t EncodedSize(std::uint32_t character) {
@@ -72,7 +85,8 @@ std::uint32_t TakeUtf8(const char* text, std::size_t size, std::size_t& position
 std::uint32_t Restore(std::uint32_t character) {
   if (character < kPrivatePlane) return character;
   const std::uint32_t unit = character - kPrivatePlane;
-  return unit == 0 || IsSurrogate(unit) ? unit : character;
+  if (unit == kMovedTo || unit == kMovedTo + 1) return unit - kMovedTo + kFirstMoved;
+  return IsCarried(unit) ? character : unit;
 }
 
 }  // namespace

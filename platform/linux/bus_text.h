@@ -1,9 +1,11 @@
 // Text on the message bus: UTF-8 without zeros, converted to and from counted wide strings.
 //
-// A wide string may hold what the bus cannot carry: lone surrogates, and zeros. Each such unit U
-// travels as the character 0x100000 + U of the last private use plane and is restored at the other
-// end, so a probe whose name holds one can still be named by clients. The characters 0x100000 and
-// 0x10D800 to 0x10DFFF themselves therefore do not survive the way. An element above 0xFFFF, which
+// A wide string may hold what the bus cannot carry: zeros, lone surrogates, and noncharacters
+// (U+FDD0 to U+FDEF, and the last two of each plane). Each such unit U travels as the character
+// 0x100000 + U of the last private use plane (0xFFFE and 0xFFFF as 0x10FDF0 and 0x10FDF1), both
+// surrogates of a noncharacter likewise, and is restored at the other end, so a probe whose name
+// holds one can still be named by clients. The characters 0x100000, 0x10D800 to 0x10DFFF and
+// 0x10FDD0 to 0x10FDF1 themselves therefore do not survive the way. An element above 0xFFFF, which
 // no wide string of this layer holds, travels as U+FFFD.
 #pragma once
 

@@ -56,11 +56,14 @@ TEST_F(ComponentCalls, NumbersAndTextArriveAtBothEndsOfTheirRanges) {
       {std::wstring(L"zero\0inside", 11), kHighest<LONG>, kHighest<SHORT>, 127, kHighest<LONGLONG>,
        272},
       {L"lone \xD800 and \xDC00\xD800", -1, -1, -1, -1, -1},
-      {std::wstring(100'000, L'x'), 7, 7, 7, -7'000'000'000, 0},
+      {L"noncharacters \xFDD0\xFDEF\xFFFE\xFFFF\xD83F\xDFFF", 7, 7, 7, -7'000'000'000, 0},
   };
   for (const Values& sent : cases) {
     EXPECT_EQ(Echo(client_, MakeString(std::get<0>(sent)).get(), sent), sent);
   }
+  std::wstring every_unit;
+  for (wchar_t unit = 0; unit <= 0xFFFF; ++unit) every_unit += unit;
+  EXPECT_TRUE(std::get<0>(Echo(client_, MakeString(every_unit).get(), {})) == every_unit);
 }
 
 TEST_F(ComponentCalls, NullTextAndArraysArriveEmpty) {
