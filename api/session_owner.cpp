@@ -25,17 +25,18 @@ void SweepDeadOwners(const ProcessSnapshot& running) {
   if (!running.taken()) return;
   for (ProbeEntry* probe : ListProbeEntries()) {
     for (TargetRecord& target : probe->targets) {
-      if (target.ownerPID != 0 && !running.Lists(target.ownerPID)) EndSession(target);
+      if (target.ownerPID != 0 && !running.Lists(target.ownerPID)) EndSession(*probe, target);
     }
   }
 }
 
-void EndSession(TargetRecord& target) {
+void EndSession(ProbeEntry& probe, TargetRecord& target) {
   // The mutex handle stays open on purpose, here and wherever a session ends while its target stays
   // listed: its value is the session handle, and a client that still has it must not find itself
   // in another client's session because the system gave the value out again. Releasing fails when
   // another thread made the session, which does not matter: nobody waits on it.
   ReleaseMutex(target.sessionMutex);
+  probe.endedSessions.push_back(target.sessionMutex);
   target.sessionMutex = nullptr;
   target.ownerPID = 0;
 }

@@ -38,8 +38,8 @@ bool IsProcessAlive(const ProcessSnapshot& running, std::uint32_t pid);
 // or acquires a target.
 void SweepDeadOwners(const ProcessSnapshot& running);
 
-// Ends the session on a target, if there is one.
-void EndSession(TargetRecord& target);
+// Ends the session on a target of the probe, which has one.
+void EndSession(ProbeEntry& probe, TargetRecord& target);
 
 // IN_USE when a process other than `pid` owns any target of the probe, otherwise SUCCESS. It covers
 // the probe as a whole: two processes that each own a target of it block one another.

@@ -49,25 +49,28 @@ bool SameTargets(const std::vector<std::uint32_t>& ids, const std::vector<Target
       [](std::uint32_t id, const TargetRecord& target) { return id == target.targetId; });
 }
 
-void ReplaceTargets(const std::vector<std::uint32_t>& ids, std::vector<TargetRecord>& targets) {
-  for (const TargetRecord& target : targets) {
+void ReplaceTargets(const std::vector<std::uint32_t>& ids, ProbeEntry& probe) {
+  for (const TargetRecord& target : probe.targets) {
     if (target.sessionMutex == nullptr) continue;
     // The mutex may belong to another thread; then releasing fails, and closing is what counts.
     ReleaseMutex(target.sessionMutex);
     CloseHandle(target.sessionMutex);
   }
-  targets.clear();
-  for (const std::uint32_t id : ids) targets.push_back({.targetId = id});
+  for (const HANDLE mutex : probe.endedSessions) CloseHandle(mutex);
+  probe.endedSessions.clear();
+  probe.targets.clear();
+  for (const std::uint32_t id : ids) probe.targets.push_back({.targetId = id});
 }
 
 }  // namespace
 
-std::uint32_t ScanTargets(CTzDevice& device, std::vector<TargetRecord>& targets) {
+std::uint32_t ScanTargets(ProbeEntry& probe) {
+  CTzDevice& device = *probe.device;
   std::array<std::uint8_t, probe::kStatusReplySize> status = {};
   if (const std::uint32_t result = device.GetDeviceStatus(status); result != 0) return result;
   std::vector<std::uint32_t> ids;
   const std::uint32_t result = ScanInterface(device, status[probe::kStatusActiveInterface], ids);
-  if (!SameTargets(ids, targets)) ReplaceTargets(ids, targets);
+  if (!SameTargets(ids, probe.targets)) ReplaceTargets(ids, probe);
   return result;
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "config/device_table.h"
 
@@ -10,10 +9,11 @@
 namespace api {
 
 // Scans by the interface that the probe reports as active: the JTAG chain, the SWD target, one
-// placeholder for I2C and VSER, nothing otherwise. When the ids found differ from those in
-// `targets`, in number or order, every session on the probe ends and the list is replaced; a failed
-// scan counts as what it found, usually nothing. Only a status that cannot be read changes nothing.
+// placeholder for I2C and VSER, nothing otherwise. When the ids found differ from those of the
+// probe's targets, in number or order, every session on the probe ends, the list is replaced, and
+// the mutexes of this and of earlier sessions are closed; a failed scan counts as what it found,
+// usually nothing. Only a status that cannot be read changes nothing. The probe has its device.
 // Returns the status of the scan.
-std::uint32_t ScanTargets(CTzDevice& device, std::vector<TargetRecord>& targets);
+std::uint32_t ScanTargets(ProbeEntry& probe);
 
 }  // namespace api

@@ -26,7 +26,7 @@ HRESULT CTzWirefox::EnumerateDevices(BSTR wirefox, SAFEARRAY** devices, TzErrorC
   if (api::AnyMissing(devices, error)) return E_POINTER;
   return api::RunOnProbe("CTzWirefox::EnumerateDevices", wirefox, error, [&](ProbeEntry& entry) {
     // A scan that fails is not reported: the client sees the list as the scan left it.
-    static_cast<void>(api::ScanTargets(*entry.device, entry.targets));
+    static_cast<void>(api::ScanTargets(entry));
     api::OwnedArray list = api::CreateStringArray(entry.targets.size());
     TzErrorCode outcome = TzErrorCode::UNKNOWN;
     if (api::StringArrayAccess access(list.get()); access) {

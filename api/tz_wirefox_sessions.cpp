@@ -93,7 +93,7 @@ HRESULT CTzWirefox::ReleaseDevice(std::int64_t wfxHandle, TzErrorCode* error) {
   if (api::AnyMissing(error)) return E_POINTER;
   return api::RunOnSession("CTzWirefox::ReleaseDevice", wfxHandle, error, [&](ProbeEntry& probe) {
     for (TargetRecord& target : probe.targets) {
-      if (SessionHandleOf(target.sessionMutex) == wfxHandle) api::EndSession(target);
+      if (SessionHandleOf(target.sessionMutex) == wfxHandle) api::EndSession(probe, target);
     }
     return TzErrorCode::SUCCESS;
   });

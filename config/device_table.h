@@ -13,8 +13,7 @@
 // One target behind a probe.
 struct TargetRecord {
   std::uint32_t targetId = 0;
-  // Null while no session is on the target. Its handle's value is the session handle, so it stays
-  // open, released, after the session ends: the value must not be given to another session.
+  // Null while no session is on the target. Its handle's value is the session handle.
   HANDLE sessionMutex = nullptr;
   std::uint32_t ownerPID = 0;  // 0: no owner
 };
@@ -25,6 +24,9 @@ struct ProbeEntry {
   const wchar_t* name = nullptr;  // the serial-number string inside `device`; lives as long
   std::string path;               // device-interface path: names the attachment
   std::vector<TargetRecord> targets;
+  // The mutexes of sessions that have ended, released. They stay open until the list of targets is
+  // replaced: a session handle's value must not be given to another session meanwhile.
+  std::vector<HANDLE> endedSessions;
   std::uint32_t mode = 0;  // transfer mode as last set or reported
 };
 

@@ -91,10 +91,15 @@ TEST_F(Enumeration, SessionsEndWhenAnythingElseIsFound) {
     device_->reply = kIdcodeReply;
     Scan(4);
     ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
+    const HANDLE kept = probe_.targets[0].sessionMutex;
+    EXPECT_EQ(Release(handle_), TzErrorCode::SUCCESS);
+    ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
     const HANDLE mutex = probe_.targets[0].sessionMutex;
+    EXPECT_NE(kept, mutex) << "the value of a handle that a client may still hold";
     test.change();
     Scan(device_->status_reply[5]);
     EXPECT_EQ(Release(handle_), TzErrorCode::NOT_ACQUIRED);
+    EXPECT_EQ(WaitForSingleObject(kept, 0), WAIT_FAILED) << "an ended session's mutex is open";
     EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_FAILED) << "the session's mutex is still open";
     for (const TargetRecord& target : probe_.targets) EXPECT_EQ(target.ownerPID, 0u);
   }
