@@ -119,10 +119,16 @@ int Remove() {
   const Service manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
   if (manager.Get() == nullptr) return Fail("cannot reach the service manager");
   const Service service(OpenServiceW(manager.Get(), kService, SERVICE_ALL_ACCESS));
-  if (service.Get() != nullptr && !DeleteService(service.Get())) {
-    return Fail("cannot delete the driver's service");
+  bool stopped = true;
+  if (service.Get() != nullptr) {
+    // Without its device the driver can be unloaded, unless somebody still uses it.
+    SERVICE_STATUS status{};
+    stopped = ControlService(service.Get(), SERVICE_CONTROL_STOP, &status) ||
+              GetLastError() == ERROR_SERVICE_NOT_ACTIVE;
+    if (!DeleteService(service.Get())) return Fail("cannot delete the driver's service");
   }
-  std::printf("wfxvbus: the driver is removed; it runs until the system is restarted\n");
+  std::printf("wfxvbus: the driver is removed%s\n",
+              stopped ? "" : "; it runs until the system is restarted");
   return 0;
 }
 
