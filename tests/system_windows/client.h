@@ -36,4 +36,13 @@ inline windows_host::ComPointer<ITzWirefox_v3> Connect() {
   return object;
 }
 
+// The running server's class object, or that of one that is started for it.
+inline windows_host::ComPointer<IClassFactory> ClassObject() {
+  windows_host::ComPointer<IClassFactory> factory;
+  EXPECT_EQ(CoGetClassObject(api::kClassId, CLSCTX_LOCAL_SERVER, nullptr, IID_IClassFactory,
+                             factory.ReceiveVoid()),
+            S_OK);
+  return factory;
+}
+
 }  // namespace system_windows

@@ -86,12 +86,10 @@ void Installation::Install(const std::wstring& folder, const std::filesystem::pa
   std::filesystem::copy_file(program.empty() ? ServiceProgram() : program, program_);
 }
 
-DWORD Installation::Run(const std::wstring& arguments) {
-  return Process(program_, arguments).Wait();
-}
+int Installation::Run(const std::string& arguments) { return Program(program_, arguments).Wait(); }
 
-void Installation::Register(const std::wstring& keyword) {
-  ASSERT_EQ(Run(keyword), 0u);
+void Installation::Register(const std::string& keyword) {
+  ASSERT_EQ(Run(keyword), 0);
   HKEY key = nullptr;
   ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, (MarshallersKey() + L"\\win64").c_str(), 0, nullptr,
                             0, KEY_WRITE, nullptr, &key, nullptr),

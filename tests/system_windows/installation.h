@@ -23,11 +23,11 @@ class Installation : public testing::Test {
   void Install(const std::wstring& folder = L"wirefox", const std::filesystem::path& program = {});
 
   // Runs the installed program to its end.
-  DWORD Run(const std::wstring& arguments);
+  int Run(const std::string& arguments);
 
   // Registers, which must succeed, and lets the host's marshaller find the library (it looks under
   // the neutral locale alone).
-  void Register(const std::wstring& keyword);
+  void Register(const std::string& keyword);
 
   const std::filesystem::path& program() const { return program_; }
   bool ServiceProcessesEnd() const;

@@ -2,60 +2,108 @@
 
 #include <psapi.h>
 
+#include <utility>
+
+#include "tests/system_windows/programs.h"
+
 namespace system_windows {
 
 bool WaitUntil(const std::function<bool()>& condition) {
   const ULONGLONG end = GetTickCount64() + kPatienceMs;
   while (!condition()) {
     if (GetTickCount64() >= end) return false;
-    Sleep(20);
+    Sleep(5);
   }
   return true;
 }
 
-Process::Process(const std::filesystem::path& program, const std::wstring& arguments,
-                 const std::filesystem::path& output, std::wstring desktop) {
-  std::wstring line = L"\"" + program.wstring() + L"\"";
-  if (!arguments.empty()) line += L" " + arguments;
+Program::Program(const std::filesystem::path& program, const std::string& arguments,
+                 std::wstring desktop) {
+  HANDLE reading = nullptr;
+  HANDLE writing = nullptr;
   SECURITY_ATTRIBUTES inherited = {sizeof(inherited), nullptr, TRUE};
+  CreatePipe(&reading, &writing, &inherited, 0);
+  output_ = KernelHandle(reading);
+  const KernelHandle childs(writing);
+  SetHandleInformation(reading, HANDLE_FLAG_INHERIT, 0);
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = writing;
+  startup.hStdError = writing;
   if (!desktop.empty()) startup.lpDesktop = desktop.data();
-  const HANDLE file = output.empty()
-                          ? INVALID_HANDLE_VALUE
-                          : CreateFileW(output.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited,
-                                        CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file != INVALID_HANDLE_VALUE) {
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = file;
-    startup.hStdError = file;
+  // A name is one of the build's; a path stays what it is.
+  std::wstring line = L"\"" + (ProgramFolder() / program).wstring() + L"\" " +
+                      std::filesystem::path(arguments).wstring();
+  PROCESS_INFORMATION started = {};
+  if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                      &started)) {
+    return;
   }
-  CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, file != INVALID_HANDLE_VALUE, 0,
-                 nullptr, program.parent_path().c_str(), &startup, &information_);
-  if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+  process_ = KernelHandle(started.hProcess);
+  CloseHandle(started.hThread);
 }
 
-Process::~Process() {
-  if (information_.hProcess == nullptr) return;
-  if (IsRunning()) {
-    TerminateProcess(information_.hProcess, 99);
-    WaitForSingleObject(information_.hProcess, kPatienceMs);
+bool Program::IsRunning() const {
+  return process_ && WaitForSingleObject(process_.Get(), 0) == WAIT_TIMEOUT;
+}
+
+bool Program::Fill() {
+  DWORD waiting = 0;
+  WaitUntil([&] {
+    return !PeekNamedPipe(output_.Get(), nullptr, 0, nullptr, &waiting, nullptr) || waiting > 0;
+  });
+  std::string part(waiting, '\0');
+  DWORD count = 0;
+  if (waiting == 0 || !::ReadFile(output_.Get(), part.data(), waiting, &count, nullptr)) {
+    return false;
   }
-  CloseHandle(information_.hThread);
-  CloseHandle(information_.hProcess);
+  buffer_.append(part, 0, count);
+  return true;
 }
 
-bool Process::IsRunning() const {
-  return information_.hProcess != nullptr &&
-         WaitForSingleObject(information_.hProcess, 0) == WAIT_TIMEOUT;
+std::string Program::ReadLine() {
+  std::size_t end = 0;
+  while ((end = buffer_.find('\n')) == std::string::npos && Fill()) {
+  }
+  std::string line = buffer_.substr(0, end);
+  buffer_.erase(0, end == std::string::npos ? end : end + 1);
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  return line;
 }
 
-DWORD Process::Wait() {
+std::string Program::ReadAll() {
+  while (Fill()) {
+  }
+  return std::exchange(buffer_, "");
+}
+
+void Program::Kill() {
+  if (!process_) return;
+  TerminateProcess(process_.Get(), 99);
+  Wait();
+}
+
+int Program::Interrupt() {
+  // What the system itself starts in each process of a console; here there is no console.
+  const auto routine = reinterpret_cast<LPTHREAD_START_ROUTINE>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine")));
+  const KernelHandle thread(
+      CreateRemoteThread(process_.Get(), nullptr, 0, routine, nullptr, 0, nullptr));
+  return Wait();
+}
+
+int Program::Wait() {
   DWORD code = STILL_ACTIVE;
-  if (information_.hProcess == nullptr) return code;
-  WaitForSingleObject(information_.hProcess, kPatienceMs);
-  GetExitCodeProcess(information_.hProcess, &code);
-  return code;
+  WaitForSingleObject(process_.Get(), kPatienceMs);
+  GetExitCodeProcess(process_.Get(), &code);
+  return static_cast<int>(code);
+}
+
+Finished RunToEnd(const std::filesystem::path& program, const std::string& arguments) {
+  Program running(program, arguments);
+  std::string out = running.ReadAll();
+  return {running.Wait(), std::move(out)};
 }
 
 std::vector<DWORD> ProcessesOf(const std::filesystem::path& program) {
@@ -64,7 +112,8 @@ std::vector<DWORD> ProcessesOf(const std::filesystem::path& program) {
   if (!EnumProcesses(ids.data(), static_cast<DWORD>(ids.size() * sizeof(DWORD)), &size)) return {};
   ids.resize(size / sizeof(DWORD));
   std::erase_if(ids, [&](DWORD id) {
-    const Handle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, id));
+    const KernelHandle process(
+        OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, id));
     wchar_t path[1024] = {};
     DWORD room = 1024;
     return !process || !QueryFullProcessImageNameW(process.Get(), 0, path, &room) ||
@@ -75,7 +124,7 @@ std::vector<DWORD> ProcessesOf(const std::filesystem::path& program) {
 }
 
 void EndProcess(DWORD id) {
-  const Handle process(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id));
+  const KernelHandle process(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id));
   if (!process) return;
   TerminateProcess(process.Get(), 99);
   WaitForSingleObject(process.Get(), kPatienceMs);

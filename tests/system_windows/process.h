@@ -8,7 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/windows/kernel_handle.h"
+
 namespace system_windows {
+
+using windows_host::KernelHandle;
 
 // How long a test waits for something that should come soon. It is only used up when a test fails.
 inline constexpr DWORD kPatienceMs = 60000;
@@ -16,39 +20,44 @@ inline constexpr DWORD kPatienceMs = 60000;
 // Looks again and again until the condition holds; false when it does not within the time.
 bool WaitUntil(const std::function<bool()>& condition);
 
-class Handle {
+// A program with its standard output and errors; killed at the end.
+class Program {
  public:
-  explicit Handle(HANDLE handle = nullptr) : handle_(handle) {}
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-  ~Handle() {
-    if (handle_ != nullptr) CloseHandle(handle_);
-  }
-  HANDLE Get() const { return handle_; }
-  explicit operator bool() const { return handle_ != nullptr; }
+  // `program` is a path, or the name of a program of the build. The arguments are the rest of the
+  // command line, as it is. Windows go onto `desktop` (station and desktop) when it is given.
+  explicit Program(const std::filesystem::path& program, const std::string& arguments = "",
+                   std::wstring desktop = {});
+  ~Program() { Kill(); }
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
 
- private:
-  HANDLE handle_;
-};
-
-class Process {
- public:
-  // Starts the program with these arguments, which stand in its command line as they are. Output
-  // goes into `output` and windows onto `desktop` (station and desktop) when these are given.
-  Process(const std::filesystem::path& program, const std::wstring& arguments,
-          const std::filesystem::path& output = {}, std::wstring desktop = {});
-  ~Process();  // ends it if it still runs
-  Process(const Process&) = delete;
-  Process& operator=(const Process&) = delete;
-
-  DWORD id() const { return information_.dwProcessId; }
   bool IsRunning() const;
+  // The next line, without its end; empty at the end of the output, or when none comes in time.
+  std::string ReadLine();
+  // What is left of the output until the program ends.
+  std::string ReadAll();
+  void Kill();
+  // As by Ctrl-C, and waits for the end.
+  int Interrupt();
   // The exit code; STILL_ACTIVE when it does not end in time or was not started.
-  DWORD Wait();
+  int Wait();
 
  private:
-  PROCESS_INFORMATION information_ = {};
+  // Takes over what waits in the pipe; false at its end, or when nothing comes in time.
+  bool Fill();
+
+  KernelHandle process_;
+  KernelHandle output_;
+  std::string buffer_;
 };
+
+struct Finished {
+  int exit_status;
+  std::string out;  // standard output and errors
+};
+
+// Runs the program to its end.
+Finished RunToEnd(const std::filesystem::path& program, const std::string& arguments);
 
 // The processes of this program, whoever started them.
 std::vector<DWORD> ProcessesOf(const std::filesystem::path& program);

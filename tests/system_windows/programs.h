@@ -17,9 +17,9 @@ inline std::filesystem::path TestProgramFolder() {
   return std::filesystem::path(path).parent_path();
 }
 
-inline std::filesystem::path ServiceProgram() {
-  return TestProgramFolder().parent_path() / "bin" / "TzWirefoxService.exe";
-}
+inline std::filesystem::path ProgramFolder() { return TestProgramFolder().parent_path() / "bin"; }
+
+inline std::filesystem::path ServiceProgram() { return ProgramFolder() / "TzWirefoxService.exe"; }
 
 inline std::string ReadFile(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);

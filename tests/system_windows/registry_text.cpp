@@ -1,7 +1,9 @@
 #include "tests/system_windows/registry_text.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <utility>
 
 namespace system_windows {
 namespace {
@@ -34,8 +36,19 @@ std::wstring ValueText(DWORD type, const std::vector<std::uint8_t>& data) {
   }
 }
 
-void ReadKey(HKEY key, const std::wstring& path, RegistryText& text) {
-  text[path] = L"key";
+ULONGLONG Number(const FILETIME& time) {
+  return ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+}
+
+// When the test program began.
+const ULONGLONG start = [] {
+  FILETIME now = {};
+  GetSystemTimeAsFileTime(&now);
+  return Number(now);
+}();
+
+// Keys further down than `whole_levels` are read only if they have changed since the start.
+void ReadKey(HKEY key, const std::wstring& path, int whole_levels, RegistryText& text) {
   DWORD longest_data = 0;
   RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                    &longest_data, nullptr, nullptr);
@@ -53,36 +66,35 @@ void ReadKey(HKEY key, const std::wstring& path, RegistryText& text) {
   }
   for (DWORD i = 0;; ++i) {
     DWORD name_length = 256;
-    if (RegEnumKeyExW(key, i, name.data(), &name_length, nullptr, nullptr, nullptr, nullptr)) break;
+    FILETIME changed = {};
+    if (RegEnumKeyExW(key, i, name.data(), &name_length, nullptr, nullptr, nullptr, &changed))
+      break;
     HKEY subkey = nullptr;
     const std::wstring subname(name.data(), name_length);
-    if (RegOpenKeyExW(key, subname.c_str(), 0, KEY_READ, &subkey) != ERROR_SUCCESS) continue;
-    ReadKey(subkey, path + subname + L"\\", text);
+    text[path + subname + L"\\"] = L"key";
+    if ((whole_levels == 0 && Number(changed) < start) ||
+        RegOpenKeyExW(key, subname.c_str(), 0, KEY_READ, &subkey) != ERROR_SUCCESS) {
+      continue;
+    }
+    ReadKey(subkey, path + subname + L"\\", std::max(whole_levels - 1, 0), text);
     RegCloseKey(subkey);
   }
 }
 
 }  // namespace
 
-RegistryText ReadRegistry(HKEY root, const std::wstring& path) {
-  RegistryText text;
-  HKEY key = nullptr;
-  if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) return text;
-  ReadKey(key, L"", text);
-  RegCloseKey(key);
-  return text;
-}
-
 RegistryText ReadRegistered() {
-  RegistryText all;
-  for (const auto& [path, value] : ReadRegistry(HKEY_LOCAL_MACHINE, L"Software\\Classes")) {
-    all[L"Classes\\" + path] = value;
+  RegistryText text;
+  for (const auto& [path, name] :
+       {std::pair(L"Software\\Classes", L"Classes\\"),
+        std::pair(L"Software\\Classes\\Wow6432Node", L"Classes32\\"),
+        std::pair(L"System\\CurrentControlSet\\Services", L"Services\\")}) {
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, &key) != ERROR_SUCCESS) continue;
+    ReadKey(key, name, 1, text);
+    RegCloseKey(key);
   }
-  for (const auto& [path, value] :
-       ReadRegistry(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Services")) {
-    all[L"Services\\" + path] = value;
-  }
-  return all;
+  return text;
 }
 
 std::vector<std::wstring> Differences(const RegistryText& before, const RegistryText& after) {

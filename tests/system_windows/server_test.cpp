@@ -9,14 +9,13 @@
 
 #include "tests/system_windows/client.h"
 #include "tests/system_windows/installation.h"
-#include "tests/system_windows/programs.h"
 
 namespace system_windows {
 namespace {
 
 using windows_host::ComPointer;
 
-constexpr DWORD kDispatcherError = ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
+constexpr int kDispatcherError = ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
 
 class Server : public Installation {
  protected:
@@ -55,19 +54,19 @@ class NamedMutex {
 
 TEST_F(Server, ThatWasNeverRegisteredEndsWithTheMissingKey) {
   Install();
-  EXPECT_EQ(Run(L""), 2u);
+  EXPECT_EQ(Run(""), 2);
 }
 
 TEST_F(Server, RegisteredAsAServiceAndStartedByHandEndsWithTheDispatchersError) {
   Install();
-  Register(L"-Service");
-  EXPECT_EQ(Run(L""), kDispatcherError);
+  Register("-Service");
+  EXPECT_EQ(Run(""), kDispatcherError);
 }
 
 TEST_F(Server, WhoseMutexCannotBeOpenedTellsTheUserAndEnds) {
   Install();
   const NamedMutex mutex(L"TzWirefoxService", L"D:(D;;GA;;;WD)");
-  Process server(program(), L"");
+  Program server(program());
   HWND box = nullptr;
   ASSERT_TRUE(WaitUntil([&] {
     box = FindWindowW(nullptr, L"WirefoxService Error");
@@ -75,16 +74,15 @@ TEST_F(Server, WhoseMutexCannotBeOpenedTellsTheUserAndEnds) {
   }));
   EXPECT_TRUE(server.IsRunning()) << "waits for the user";
   PostMessageW(box, WM_COMMAND, IDOK, 0);
-  EXPECT_EQ(server.Wait(), static_cast<DWORD>(-1));
+  EXPECT_EQ(server.Wait(), -1);
 }
 
 TEST_F(Server, OnAWindowStationThatNobodySeesWritesTheTextInsteadOfABox) {
   Install();
   const NamedMutex mutex(L"TzWirefoxService", L"D:(D;;GA;;;WD)");
-  const auto output = program().parent_path() / "output.txt";
-  EXPECT_EQ(Process(program(), L"", output, L"WirefoxHidden\\Default").Wait(),
-            static_cast<DWORD>(-1));
-  EXPECT_EQ(ReadFile(output),
+  Program server(program(), "", L"WirefoxHidden\\Default");
+  EXPECT_EQ(server.Wait(), -1);
+  EXPECT_EQ(server.ReadAll(),
             "WirefoxService Error: The WirefoxService was unable to startup because another "
             "instance was already running.\r\r\nVerify that only one user account is trying to "
             "access it at a time.\r\n");
@@ -93,12 +91,12 @@ TEST_F(Server, OnAWindowStationThatNobodySeesWritesTheTextInsteadOfABox) {
 TEST_F(Server, BesideOneOfTheSameAccountRuns) {
   Install();
   const NamedMutex mutex(L"TzWirefoxService");
-  EXPECT_EQ(Run(L""), 2u) << "passes the guard, and is not registered";
+  EXPECT_EQ(Run(""), 2) << "passes the guard, and is not registered";
 }
 
 TEST_F(Server, StartedForAClientEndsWithItsLastOne) {
   Install();
-  Register(L"-RegServer");
+  Register("-RegServer");
   auto first = Connect();
   ASSERT_TRUE(first);
   LONG version = 0;
@@ -119,7 +117,7 @@ TEST_F(Server, StartedForAClientEndsWithItsLastOne) {
 
 TEST_F(Server, StartedByTheServiceManagerServesOnWithoutClients) {
   Install();
-  Register(L"-Service");
+  Register("-Service");
   auto client = Connect();
   ASSERT_TRUE(client);
   EXPECT_EQ(ServiceState(), static_cast<DWORD>(SERVICE_RUNNING));
@@ -138,7 +136,7 @@ TEST_F(Server, StartedByTheServiceManagerServesOnWithoutClients) {
 
 TEST_F(Server, StopWaitsForTheCallInProgress) {
   Install();
-  Register(L"-Service");
+  Register("-Service");
   const auto client = Connect();
   ASSERT_TRUE(client);
   // The call waits for the lock of the device table, which this test holds.

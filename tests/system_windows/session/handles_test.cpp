@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <functional>
 
-#include "tests/system_windows/bstr.h"
+#include "tests/system_windows/automation.h"
 #include "tests/system_windows/client.h"
 #include "tests/system_windows/session/handle_table.h"
 #include "tests/system_windows/session/session.h"
@@ -60,7 +60,7 @@ class Handles : public Session {
     ASSERT_EQ(CoGetClassObject(api::kClassId, CLSCTX_LOCAL_SERVER, nullptr, IID_IClassFactory,
                                factory_.ReceiveVoid()),
               S_OK);
-    const Handle mutex(CreateMutexW(nullptr, FALSE, nullptr));
+    const KernelHandle mutex(CreateMutexW(nullptr, FALSE, nullptr));
     mutex_kind_ = KindOf(mutex.Get());
     ASSERT_NE(mutex_kind_, 0u);
   }

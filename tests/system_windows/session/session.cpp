@@ -45,7 +45,7 @@ void Session::InstallFiles(const std::string& settings) {
 
 void Session::InstallAll(const std::string& settings) {
   InstallFiles(settings);
-  ASSERT_NO_FATAL_FAILURE(Register(L"-RegServer"));
+  ASSERT_NO_FATAL_FAILURE(Register("-RegServer"));
   ASSERT_NO_FATAL_FAILURE(StartBench());
 }
 
@@ -53,12 +53,6 @@ void Session::StartBench() {
   bench = std::make_unique<Simulator>(kBench);
   ASSERT_TRUE(bench->ready());
   ASSERT_TRUE(DevicesBecome(3));
-}
-
-Finished Session::Wfx(const std::string& arguments) {
-  Program program("wfx.exe", arguments);
-  std::string out = program.ReadAll();
-  return {program.Wait(), std::move(out)};
 }
 
 nlohmann::json Session::Json(const std::string& arguments) {

@@ -15,11 +15,6 @@ namespace system_windows {
 
 using Words = std::vector<std::string>;
 
-struct Finished {
-  int exit_status;
-  std::string out;  // standard output and errors
-};
-
 // A program that runs until it is interrupted, which is done at its end.
 class Client : public Program {
  public:
@@ -46,7 +41,7 @@ class Session : public Installation {
   // The default bench, whose fresh probes take longer to come back.
   void StartBench();
 
-  Finished Wfx(const std::string& arguments);
+  static Finished Wfx(const std::string& arguments) { return RunToEnd("wfx.exe", arguments); }
   // The one line of JSON that a successful command prints.
   nlohmann::json Json(const std::string& arguments);
   // A client that keeps the service; it holds its object when this returns.

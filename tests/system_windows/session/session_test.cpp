@@ -24,11 +24,21 @@ std::string RamOf(const std::filesystem::path& path) {
   return ram;
 }
 
-TEST_F(Session, AFreshProbeIsBroughtUpAndItsJtagChainAnswers) {
+TEST_F(Session, AFreshProbeIsLoadedWithItsImagesAndItsJtagChainAnswers) {
   ASSERT_NO_FATAL_FAILURE(InstallAll());
   const auto hold = Hold();
   // Nobody asks for the probes: what comes back is found by its arrival.
   ASSERT_TRUE(AllProbesCome());
+  const auto dump = [&](const std::string& probe, const std::string& memory) {
+    const std::string path = Path(probe + "." + memory);
+    EXPECT_EQ(bench->Control("dump " + probe + " " + memory + " \"" + path + "\""), 0);
+    return ReadFile(path);
+  };
+  EXPECT_TRUE(dump("WFX0001", "ram") == RamOf(Path("wirefox.hex")));
+  for (const std::string probe : {"WFX0001", "WFX0002"}) {
+    EXPECT_TRUE(dump(probe, "fpga") == ReadFile(Path("wirefox.fpga"))) << probe;
+  }
+
   EXPECT_EQ(Json("list")["wirefoxs"], Words({"EVK0001", "WFX0001", "WFX0002"}));
   EXPECT_EQ(Json("version")["versionNum"], 33554944);
   EXPECT_EQ(Json("mode WFX0001 JTAG"), nlohmann::json({{"error", "SUCCESS"}}));
@@ -52,21 +62,6 @@ TEST_F(Session, AFreshProbeIsBroughtUpAndItsJtagChainAnswers) {
   EXPECT_EQ(lines[1]["scans"][0]["tdo"], "0x1ba014770684617f");
   EXPECT_EQ(lines[2]["devices"], Words({"1BA014770", "0684617F1"}));
   EXPECT_EQ(Json("targets WFX0001")["devices"], Words({"1BA014770", "0684617F0"}));
-}
-
-TEST_F(Session, RamAndFpgaHoldTheImageFiles) {
-  ASSERT_NO_FATAL_FAILURE(InstallAll());
-  const auto hold = Hold();
-  ASSERT_TRUE(AllProbesCome());
-  const auto dump = [&](const std::string& probe, const std::string& memory) {
-    const std::string path = Path(probe + "." + memory);
-    EXPECT_EQ(bench->Control("dump " + probe + " " + memory + " \"" + path + "\""), 0);
-    return ReadFile(path);
-  };
-  EXPECT_TRUE(dump("WFX0001", "ram") == RamOf(Path("wirefox.hex")));
-  for (const std::string probe : {"WFX0001", "WFX0002"}) {
-    EXPECT_TRUE(dump(probe, "fpga") == ReadFile(Path("wirefox.fpga"))) << probe;
-  }
 }
 
 TEST_F(Session, MemoryBehindSwdAndI2cKeepsWhatIsWritten) {
@@ -104,7 +99,7 @@ TEST_F(Session, EachCommandOnItsOwnStartsTheServiceAgainAndStillReachesTheTarget
 
 TEST_F(Session, TheServiceManagerStartsTheServiceThatFindsTheProbes) {
   InstallFiles();
-  ASSERT_NO_FATAL_FAILURE(Register(L"-Service"));
+  ASSERT_NO_FATAL_FAILURE(Register("-Service"));
   ASSERT_NO_FATAL_FAILURE(StartBench());
   ASSERT_TRUE(StartInstalledService());
   ASSERT_TRUE(AllProbesCome());
@@ -117,15 +112,15 @@ TEST_F(Session, TheServiceManagerStartsTheServiceThatFindsTheProbes) {
 TEST_F(Session, TheSettingsBesideTheExecutableAreRead) {
   InstallFiles(
       "0F0F_1002_WFXDEVICE=none\n0F0F_1001_WFXDEVICE=none\nLOGLEVEL=2\nLOGFILE=service.txt\n");
-  ASSERT_NO_FATAL_FAILURE(Register(L"-RegServer"));
-  ASSERT_NO_FATAL_FAILURE(StartBench());
   // Those in the directory that the service is started from would find no board.
   const std::filesystem::path elsewhere = Path("elsewhere");
   std::filesystem::create_directory(elsewhere);
   std::ofstream(elsewhere / "wfxusb.ini") << "0F0F_1002_WFXDEVICE=CONFIGURED\n";
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(elsewhere);
-  Program server(program().string(), "");
+  Register("-RegServer");
+  StartBench();
+  Program server(program());
   std::filesystem::current_path(before);
   ASSERT_TRUE(FileBecomes("EVK0001\r\n"));
   EXPECT_EQ(Json("list")["wirefoxs"], Words({"EVK0001"}));
