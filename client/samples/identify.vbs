@@ -5,9 +5,8 @@ Option Explicit
 
 Const ID_NORMAL = 0
 Const ID_CHASER = 1
-Const SUCCESS = 0
 
-Dim wirefox, version, state, outcome
+Dim wirefox, version, state
 If WScript.Arguments.Count = 0 Then
   WScript.Echo "usage: cscript //nologo identify.vbs PROBE [off]"
   WScript.Quit 2
@@ -21,10 +20,6 @@ version = wirefox.GetVersion()
 WScript.Echo "service version " & (version \ &H1000000) & "." & ((version \ &H10000) And &HFF) & _
              "." & ((version \ &H100) And &HFF) & "." & (version And &HFF)
 
-' Values, not variables: a variable would be passed by reference.
-outcome = wirefox.VisualIdentify(WScript.Arguments.Item(0) & "", state + 0)
-If outcome <> SUCCESS Then
-  WScript.Echo "error " & outcome
-  WScript.Quit 10 + outcome
-End If
+' The outcome is an output of the method. A script cannot receive it: a value takes its place.
+wirefox.VisualIdentify WScript.Arguments.Item(0), state, CLng(0)
 WScript.Echo "done"

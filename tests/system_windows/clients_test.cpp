@@ -248,9 +248,8 @@ TEST_F(Clients, ScriptsReachTheServiceByItsProgramId) {
   EXPECT_EQ(RunScript(script).out, "33554944\r\n0\r\n5\r\n2\r\n\\wfx.log\r\n");
 }
 
-// The samples in script languages are not run here: Wine's hosts for them fail in calls that pass
-// an enumeration's value on, or are not there at all.
-TEST_F(Clients, SampleInCppListsTheProbes) {
+// The one for PowerShell is not run here: Wine has none.
+TEST_F(Clients, SamplesRun) {
   ASSERT_TRUE(object_);
   ASSERT_TRUE(ProbeIsThere(L"WFX0001"));
   const Finished listed = RunToEnd(TestProgramFolder() / "list_probes.exe", "");
@@ -258,6 +257,12 @@ TEST_F(Clients, SampleInCppListsTheProbes) {
   for (const char* name : {"EVK0001", "WFX0001", "WFX0002"}) {
     EXPECT_NE(listed.out.find(name), std::string::npos) << listed.out;
   }
+  const auto identify =
+      std::filesystem::absolute(WIREFOX_SOURCE_DIR "/client/samples/identify.vbs");
+  for (const char* arguments : {"WFX0001", "WFX0001 off"}) {
+    EXPECT_EQ(RunScript(identify, arguments).out, "service version 2.0.2.0\r\ndone\r\n");
+  }
+  EXPECT_EQ(RunScript(identify).exit_status, 2) << "says how it is called";
 }
 
 }  // namespace
