@@ -261,4 +261,19 @@ TEST_F(VirtualBus, SimulatorEndsOnRequest) {
   EXPECT_EQ(simulator.Control("list"), 3);
 }
 
+TEST_F(VirtualBus, DriverThatWasRemovedLeavesNothingAndCanBeInstalledAgain) {
+  EXPECT_EQ(Program("wfxvbus.exe", "remove").Wait(), 0);
+  for (const wchar_t* key : {L"Services\\wfxvbus", L"Enum\\ROOT\\WFXVBUS"}) {
+    const std::wstring path = std::wstring(L"System\\CurrentControlSet\\") + key;
+    HKEY opened = nullptr;
+    EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &opened),
+              ERROR_FILE_NOT_FOUND);
+    RegCloseKey(opened);
+  }
+  ASSERT_EQ(Program("wfxvbus.exe", "install").Wait(), 0);
+  Simulator simulator(OneBoard(kDirect));
+  ASSERT_TRUE(DevicesBecome(1));
+  Loopback().ExpectBytesComeBack(Pattern(64));
+}
+
 }  // namespace
