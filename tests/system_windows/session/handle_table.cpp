@@ -56,14 +56,4 @@ HandleCounts CountHandles(DWORD process_id) {
   return counts;
 }
 
-unsigned KindOf(HANDLE handle) {
-  for (const Entry& entry : AllHandles()) {
-    if (entry.process_id == GetCurrentProcessId() &&
-        entry.handle == reinterpret_cast<std::uintptr_t>(handle)) {
-      return entry.kind;
-    }
-  }
-  return 0;
-}
-
 }  // namespace system_windows

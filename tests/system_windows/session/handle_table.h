@@ -13,7 +13,4 @@ using HandleCounts = std::map<unsigned, int>;
 // Empty when the process has none, or the system tells nothing.
 HandleCounts CountHandles(DWORD process_id);
 
-// The kind of an object of this process; 0 when the system lists no such handle.
-unsigned KindOf(HANDLE handle);
-
 }  // namespace system_windows
