@@ -30,7 +30,10 @@
 #include <map>
 #include <memory>
 #include <source_location>
+#include <sstream>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/probe_driver/usb_bus.h"
 #include "platform/test_host.h"

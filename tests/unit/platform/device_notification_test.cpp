@@ -20,14 +20,29 @@ using Events = std::vector<std::string>;
 constexpr GUID kDriverClass = {
     0xcb74512d, 0x0292, 0x428d, {0x8d, 0xf8, 0x5b, 0x2e, 0xa1, 0xd3, 0x4a, 0xe7}};
 
-unit::ScriptedBus* g_bus;
-Events g_seen;
+// At most one device is attached, and its coming and going is told.
+class AnnouncingBus : public unit::ScriptedBus {
+ public:
+  AnnouncingBus() : ScriptedBus(std::vector<unit::ScriptedDevice>{}) {}
 
-std::vector<unit::ScriptedDevice> Probe(const std::string& name) {
-  unit::ScriptedDevice device;
-  device.name = name;
-  return {device};
-}
+  void Replace(const std::string& name) {
+    unit::ScriptedDevice device;
+    device.name = name;
+    const auto removed = ListDevices();
+    SetDevices({device});
+    if (listener_ == nullptr) return;
+    for (const std::string& path : removed) listener_->OnDeviceRemoved(path);
+    listener_->OnDeviceArrived(device.Path());
+  }
+
+  void SetListener(probe_driver::UsbBusListener* listener) override { listener_ = listener; }
+
+ private:
+  probe_driver::UsbBusListener* listener_ = nullptr;
+};
+
+AnnouncingBus* g_bus;
+Events g_seen;
 
 // Notes each event with its device's name and whether the device is listed at that moment.
 LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM w_param, LPARAM l_param) {
@@ -83,16 +98,16 @@ class DeviceNotification : public testing::Test {
     return std::exchange(g_seen, {});
   }
 
-  unit::ScriptedBus bus_{{}};
+  AnnouncingBus bus_;
   HWND window_ = nullptr;
 };
 
 TEST_F(DeviceNotification, ComeInOrderWhenTheQueueIsLookedAt) {
   ASSERT_NE(nullptr, Register(window_));
-  bus_.SetDevices(Probe("a"));
+  bus_.Replace("a");
   EXPECT_TRUE(g_seen.empty());
   EXPECT_EQ(Events{"+a listed"}, Look());
-  bus_.SetDevices(Probe("b"));
+  bus_.Replace("b");
   EXPECT_EQ((Events{"-a", "+b listed"}), Look());
 }
 
@@ -100,7 +115,7 @@ TEST_F(DeviceNotification, WakesALoopThatWaits) {
   ASSERT_NE(nullptr, Register(window_));
   const DWORD loop = GetCurrentThreadId();
   std::thread other([&] {
-    bus_.SetDevices(Probe("a"));
+    bus_.Replace("a");
     PostThreadMessageW(loop, WM_APP, 0, 0);
   });
   MSG message;
@@ -112,12 +127,12 @@ TEST_F(DeviceNotification, WakesALoopThatWaits) {
 
 TEST_F(DeviceNotification, OtherClassesAndWindowsThatAreGoneHearNothing) {
   ASSERT_NE(nullptr, Register(window_, {1, 2, 3, {}}));
-  bus_.SetDevices(Probe("a"));
+  bus_.Replace("a");
   EXPECT_TRUE(Look().empty());
   ASSERT_NE(nullptr, Register(window_));
-  bus_.SetDevices(Probe("b"));
+  bus_.Replace("b");
   DestroyWindow(std::exchange(window_, nullptr));  // with a notification on its way
-  bus_.SetDevices(Probe("c"));
+  bus_.Replace("c");
   EXPECT_TRUE(Look().empty());
 }
 
