@@ -174,6 +174,7 @@ DWORD WINAPI WaitForGo(LPVOID parameter) {
   auto& seen = *static_cast<Seen*>(parameter);
   seen.thread_id = GetCurrentThreadId();
   WaitForSingleObject(seen.go, kPatienceMs);
+  SetLastError(1);
   return 0xFFFFFFFE;
 }
 
@@ -186,8 +187,10 @@ TEST(KernelThreads, HandleIsSignalledAtTheEndAndTellsTheExitCode) {
   EXPECT_TRUE(GetExitCodeThread(thread, &exit_code));
   EXPECT_EQ(259U, exit_code);
   EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(thread, 0));
+  SetLastError(4711);
   SetEvent(seen.go);
   EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, kPatienceMs));
+  EXPECT_EQ(4711U, GetLastError()) << "each thread has its own";
   EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 0));
   EXPECT_TRUE(GetExitCodeThread(thread, &exit_code));
   EXPECT_EQ(0xFFFFFFFEU, exit_code);
