@@ -1,6 +1,7 @@
 // The class as tools of the message bus meet it: on its own socket and on a bus.
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -175,7 +176,10 @@ TEST_F(ComponentSocket, GarbageEndsItsConnectionOnly) {
 
 TEST_F(ComponentSocket, WhoDoesNotTakeItsRepliesKeepsNobodyWaiting) {
   const BusHandle lazy = Open();
-  for (int i = 0; i < 20; ++i) Send(lazy, nullptr, "MakeBytes", "x", std::int64_t{1 << 20});
+  for (int i = 0; i < 2; ++i) Send(lazy, nullptr, "MakeBytes", "x", std::int64_t{32 << 20});
+  // The first reply has begun, and is larger than what a socket holds.
+  pollfd reply = {sd_bus_get_fd(lazy.get()), POLLIN, 0};
+  EXPECT_EQ(poll(&reply, 1, -1), 1);
   EXPECT_TRUE(Answers(CreateSample()));
 }
 
