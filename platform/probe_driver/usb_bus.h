@@ -72,7 +72,8 @@ class UsbDevice {
   virtual void Submit(UsbTransfer& transfer) = 0;
 
   // Ends one transfer, or all that this object has pending on an endpoint, with kAborted; those
-  // that have completed already are left alone. The completions may run later on another thread.
+  // that have completed already are left alone. The completions may run inside the call, or later
+  // on another thread.
   virtual void Cancel(UsbTransfer& transfer) = 0;
   virtual void AbortPipe(std::uint8_t endpoint) = 0;
 
