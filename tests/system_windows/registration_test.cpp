@@ -111,9 +111,8 @@ class Registration : public Installation {
   // programs.
   std::vector<std::wstring> Changes() const {
     auto lines = Differences(before_, ReadRegistered());
-    std::erase_if(lines, [](const std::wstring& line) {
-      return line.find(L"Classes32\\") == 1 || line.find(L"Classes\\Wow6432Node\\") == 1;
-    });
+    std::erase_if(
+        lines, [](const std::wstring& line) { return line.find(L"Classes\\Wow6432Node\\") == 1; });
     return lines;
   }
 

@@ -1,6 +1,5 @@
 #include "tests/system_windows/registry_text.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <utility>
@@ -36,19 +35,7 @@ std::wstring ValueText(DWORD type, const std::vector<std::uint8_t>& data) {
   }
 }
 
-ULONGLONG Number(const FILETIME& time) {
-  return ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime;
-}
-
-// When the test program began.
-const ULONGLONG start = [] {
-  FILETIME now = {};
-  GetSystemTimeAsFileTime(&now);
-  return Number(now);
-}();
-
-// Keys further down than `whole_levels` are read only if they have changed since the start.
-void ReadKey(HKEY key, const std::wstring& path, int whole_levels, RegistryText& text) {
+void ReadKey(HKEY key, const std::wstring& path, RegistryText& text) {
   DWORD longest_data = 0;
   RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                    &longest_data, nullptr, nullptr);
@@ -66,17 +53,12 @@ void ReadKey(HKEY key, const std::wstring& path, int whole_levels, RegistryText&
   }
   for (DWORD i = 0;; ++i) {
     DWORD name_length = 256;
-    FILETIME changed = {};
-    if (RegEnumKeyExW(key, i, name.data(), &name_length, nullptr, nullptr, nullptr, &changed))
-      break;
+    if (RegEnumKeyExW(key, i, name.data(), &name_length, nullptr, nullptr, nullptr, nullptr)) break;
     HKEY subkey = nullptr;
     const std::wstring subname(name.data(), name_length);
     text[path + subname + L"\\"] = L"key";
-    if ((whole_levels == 0 && Number(changed) < start) ||
-        RegOpenKeyExW(key, subname.c_str(), 0, KEY_READ, &subkey) != ERROR_SUCCESS) {
-      continue;
-    }
-    ReadKey(subkey, path + subname + L"\\", std::max(whole_levels - 1, 0), text);
+    if (RegOpenKeyExW(key, subname.c_str(), 0, KEY_READ, &subkey) != ERROR_SUCCESS) continue;
+    ReadKey(subkey, path + subname + L"\\", text);
     RegCloseKey(subkey);
   }
 }
@@ -87,11 +69,10 @@ RegistryText ReadRegistered() {
   RegistryText text;
   for (const auto& [path, name] :
        {std::pair(L"Software\\Classes", L"Classes\\"),
-        std::pair(L"Software\\Classes\\Wow6432Node", L"Classes32\\"),
         std::pair(L"System\\CurrentControlSet\\Services", L"Services\\")}) {
     HKEY key = nullptr;
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, &key) != ERROR_SUCCESS) continue;
-    ReadKey(key, name, 1, text);
+    ReadKey(key, name, text);
     RegCloseKey(key);
   }
   return text;

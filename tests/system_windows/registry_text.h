@@ -13,9 +13,7 @@ namespace system_windows {
 // ("@": the default one). The text of a value is its type and what it holds.
 using RegistryText = std::map<std::wstring, std::wstring>;
 
-// Everything that the server's registration may touch: the classes, those for 32-bit programs
-// ("Classes32") and the services. What is in a class or a service is only read if it has changed
-// since the test program began.
+// Everything that the server's registration may touch: the classes and the services.
 RegistryText ReadRegistered();
 
 // Lines of what `after` has and `before` has not ("+path = text") and the other way round ("-").
