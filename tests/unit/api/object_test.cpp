@@ -1,10 +1,62 @@
 // The object as a component: its interfaces, its counting, and aggregation.
+#include <cstring>
+#include <map>
+
 #include "api/class_factory.h"
+#include "api/interface_table.h"
 #include "tests/unit/api/api_fixture.h"
 
 namespace {
 
 constexpr GUID kOtherInterface = {0x1234, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
+
+// Where a method stands in the table of virtual operations. For both compilers its pointer holds
+// one more than its offset there (Itanium C++ ABI).
+template <typename Function>
+std::uint32_t SlotOf(Function method) {
+  static_assert(sizeof(method) == 2 * sizeof(void*));
+  std::uintptr_t offset = 0;
+  std::memcpy(&offset, &method, sizeof(offset));
+  return static_cast<std::uint32_t>((offset - 1) / sizeof(void*));
+}
+
+TEST(Interface, MethodsStandWhereTheLibraryTellsClientsThatTheyAre) {
+  constexpr auto by_session = static_cast<HRESULT (STDMETHODCALLTYPE ITzWirefox_v3::*)(
+      TzProgrammingMode, LONG, CHAR, LONG, LONG, LONG, std::int64_t, TzErrorCode*)>(
+      &ITzWirefox_v3::PortAcquire);
+  const std::map<std::uint32_t, std::wstring> compiled = {
+      {SlotOf(&ITzWirefox_v1::GetVersion), L"GetVersion"},
+      {SlotOf(&ITzWirefox_v1::GetDevicesChangedLocation), L"GetDevicesChangedLocation"},
+      {SlotOf(&ITzWirefox_v1::EnumerateWirefoxs), L"EnumerateWirefoxs"},
+      {SlotOf(&ITzWirefox_v1::EnumerateDevices), L"EnumerateDevices"},
+      {SlotOf(&ITzWirefox_v1::SetLedState), L"SetLedState"},
+      {SlotOf(&ITzWirefox_v1::VisualIdentify), L"VisualIdentify"},
+      {SlotOf(&ITzWirefox_v1::GetWirefoxStatus), L"GetWirefoxStatus"},
+      {SlotOf(&ITzWirefox_v1::SetTimeOut), L"SetTimeOut"},
+      {SlotOf(&ITzWirefox_v1::SetJtagClock), L"SetJtagClock"},
+      {SlotOf(&ITzWirefox_v1::SetMode), L"SetMode"},
+      {SlotOf(&ITzWirefox_v1::SetVTarg), L"SetVTarg"},
+      {SlotOf(&ITzWirefox_v1::AcquireDevice), L"AcquireDevice"},
+      {SlotOf(&ITzWirefox_v1::ReleaseDevice), L"ReleaseDevice"},
+      {SlotOf(&ITzWirefox_v1::SendJtagPacket), L"SendJtagPacket"},
+      {SlotOf(&ITzWirefox_v1::SendSwdPacket), L"SendSwdPacket"},
+      {SlotOf(&ITzWirefox_v1::RequestSwvPackets), L"RequestSwvPackets"},
+      {SlotOf(&ITzWirefox_v1::BulkTransfer), L"BulkTransfer"},
+      {SlotOf(&ITzWirefox_v1::PortAcquire), L"PortAcquire"},
+      {SlotOf(&ITzWirefox_v1::GetPortAcquireStatus), L"GetPortAcquireStatus"},
+      {SlotOf(&ITzWirefox_v1::ToggleXres), L"ToggleXres"},
+      {SlotOf(&ITzWirefox_v1::SetupSWV), L"SetupSWV"},
+      {SlotOf(&ITzWirefox_v1::RequestEtmPackets), L"RequestEtmPackets"},
+      {SlotOf(&ITzWirefox_v2::SendI2CPacket), L"SendI2CPacket"},
+      {SlotOf(by_session), L"PortAcquire"},
+      {SlotOf(&ITzWirefox_v3::GetHwRevID), L"GetHwRevID"},
+  };
+  std::map<std::uint32_t, std::wstring> listed;
+  for (const auto* interface_listed : api::kLibrary.interfaces) {
+    for (const auto& method : interface_listed->methods) listed[method.slot] = method.name;
+  }
+  EXPECT_EQ(compiled, listed);
+}
 
 class Factory : public ApiTest {
  protected:
