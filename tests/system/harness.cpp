@@ -136,6 +136,19 @@ std::unique_ptr<Process> SystemTest::Hold() {
   return hold;
 }
 
+std::unique_ptr<Process> SystemTest::StartCallThatStays(const fs::path& log) {
+  Json({"mode", "WFX0001", "JTAG"});
+  Json({"targets", "WFX0001"});
+  EXPECT_EQ(Ctl({"fault", "WFX0001", "silent", "--endpoint", "0x84"}).exit_status, 0);
+  Json({"timeout", "WFX0001", "0x84", "1500"});
+  auto client = StartWfx({"jtag", "WFX0001", "0000"});
+  // No other transfer has eight cycles.
+  EXPECT_TRUE(WaitUntil([&] {
+    return ReadFile(log).find("[CTzDevice::JTAG_BufferedIo]bitcount=8,") != std::string::npos;
+  })) << "the call does not reach the probe's object";
+  return client;
+}
+
 testing::AssertionResult SystemTest::ProbesBecome(Words names) {
   std::ranges::sort(names);
   Words seen;

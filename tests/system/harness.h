@@ -52,6 +52,10 @@ class SystemTest : public testing::Test {
   // Keeps the service alive until the process ends; comes back once the client holds its object.
   std::unique_ptr<Process> Hold();
 
+  // A JTAG call to WFX0001 that stays in the service, until its endpoint's time is over: the probe
+  // is silent. The service writes `log`, at LOGLEVEL 8. All probes are there.
+  std::unique_ptr<Process> StartCallThatStays(const std::filesystem::path& log);
+
   // Waits until the probes that clients see are these, in any order.
   testing::AssertionResult ProbesBecome(Words names);
 

@@ -85,16 +85,7 @@ TEST_F(Lifetime, AClientKilledInACallLeavesTheServiceToOthersAndItsTargetToTheSw
   ASSERT_NO_FATAL_FAILURE(InstallAll(std::string("LOGFILE=") + log + "\nLOGLEVEL=8\n"));
   const auto hold = Hold();
   ASSERT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
-  Json({"mode", "WFX0001", "JTAG"});
-  Json({"targets", "WFX0001"});
-  // The probe's silence keeps the call in the service until the endpoint's time is over.
-  ASSERT_EQ(Ctl({"fault", "WFX0001", "silent", "--endpoint", "0x84"}).exit_status, 0);
-  Json({"timeout", "WFX0001", "0x84", "1500"});
-  const auto victim = StartWfx({"jtag", "WFX0001", "0000"});
-  // No other transfer has eight cycles.
-  ASSERT_TRUE(WaitUntil([&] {
-    return ReadFile(log).find("[CTzDevice::JTAG_BufferedIo]bitcount=8,") != std::string::npos;
-  })) << "the call does not reach the probe's object";
+  const auto victim = StartCallThatStays(log);
   victim->Signal(SIGKILL);
   EXPECT_EQ(victim->Wait(), 128 + SIGKILL);
   EXPECT_EQ(Json({"targets", "WFX0001"})["devices"], Words({"1BA014771", "0684617F0"}));

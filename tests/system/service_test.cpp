@@ -39,15 +39,7 @@ TEST_F(Service, TellsItsManagerWhenItIsReadyAndStopsAfterTheCallInProgress) {
   EXPECT_EQ(Wfx({"version"}).exit_status, 0);
   EXPECT_EQ(ServicePids(), std::vector<pid_t>{service->pid()}) << "it outlives its clients";
   ASSERT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
-  Json({"mode", "WFX0001", "JTAG"});
-  Json({"targets", "WFX0001"});
-  // The probe's silence keeps the call in the service until the endpoint's time is over.
-  ASSERT_EQ(Ctl({"fault", "WFX0001", "silent", "--endpoint", "0x84"}).exit_status, 0);
-  Json({"timeout", "WFX0001", "0x84", "1500"});
-  const auto client = StartWfx({"jtag", "WFX0001", "0000"});
-  ASSERT_TRUE(WaitUntil([&] {
-    return ReadFile(log).find("[CTzDevice::JTAG_BufferedIo]bitcount=8,") != std::string::npos;
-  })) << "the call does not reach the probe's object";
+  const auto client = StartCallThatStays(log);
   EXPECT_TRUE(notify.IsEmpty());
   service->Signal(SIGTERM);
   EXPECT_EQ(notify.Next(), kStopping);
