@@ -2,7 +2,7 @@
 // message bus interfaces on Linux are made from.
 #pragma once
 
-#include "api/interface_schema.h"
+#include "schema/interface_schema.h"
 
 namespace api {
 

@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "api/interface_schema.h"
+#include "schema/interface_schema.h"
 
 namespace api {
 

@@ -2,7 +2,7 @@
 // library would supply. A client's source is the same on both hosts and has no call for this, so
 // the object registers itself before main. It reads nothing that another initialiser fills.
 #include "api/interface_table.h"
-#include "platform/linux/program_resources.h"
+#include "platform/linux/automation/program_resources.h"
 
 namespace {
 

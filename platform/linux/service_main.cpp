@@ -3,7 +3,7 @@
 #include <windows.h>
 
 #include "api/interface_table.h"
-#include "platform/linux/program_resources.h"
+#include "platform/linux/automation/program_resources.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "platform/linux/bus_selection.h"
-#include "platform/linux/clock.h"
-#include "platform/linux/dispatcher.h"
-#include "platform/linux/notices.h"
+#include "platform/linux/devices/bus_selection.h"
+#include "platform/linux/kernel/clock.h"
+#include "platform/linux/kernel/dispatcher.h"
+#include "platform/linux/kernel/notices.h"
 
 namespace test_host {
 namespace {

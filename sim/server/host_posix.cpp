@@ -7,7 +7,7 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/linux/home.h"
+#include "platform/linux/kernel/home.h"
 #include "platform/probe_driver/frame_socket.h"
 #include "sim/server/host.h"
 #include "sim/server/socket_server.h"

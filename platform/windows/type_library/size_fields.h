@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "api/interface_schema.h"
+#include "schema/interface_schema.h"
 
 namespace type_library {
 

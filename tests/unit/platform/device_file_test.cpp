@@ -11,7 +11,7 @@
 #include <thread>
 #include <utility>
 
-#include "platform/linux/dispatcher.h"
+#include "platform/linux/kernel/dispatcher.h"
 #include "platform/probe_driver/driver_requests.h"
 #include "platform/test_host.h"
 #include "tests/unit/platform/fake_probe.h"

@@ -12,7 +12,7 @@
 #include <random>
 #include <string>
 
-#include "platform/linux/registry.h"
+#include "platform/linux/registry/registry.h"
 #include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/scratch_home.h"
 #include "tests/unit/random_seed.h"

@@ -5,7 +5,7 @@
 #include <random>
 #include <string>
 
-#include "platform/linux/hive.h"
+#include "platform/linux/registry/hive.h"
 #include "tests/unit/random_seed.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/linux/message_loop.h"
+#include "platform/linux/window/message_loop.h"
 
 namespace {
 

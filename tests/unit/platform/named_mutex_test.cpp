@@ -10,7 +10,7 @@
 #include <random>
 #include <string>
 
-#include "platform/linux/home.h"
+#include "platform/linux/kernel/home.h"
 #include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/scratch_home.h"
 #include "tests/unit/random_seed.h"

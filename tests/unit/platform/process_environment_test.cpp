@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/command_line.h"
-#include "platform/linux/notices.h"
-#include "platform/linux/program_resources.h"
+#include "platform/linux/automation/program_resources.h"
+#include "platform/linux/kernel/command_line.h"
+#include "platform/linux/kernel/notices.h"
 #include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/scratch_home.h"
 

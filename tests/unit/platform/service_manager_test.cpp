@@ -9,7 +9,7 @@
 #include <functional>
 #include <iterator>
 
-#include "platform/linux/registration_texts.h"
+#include "platform/linux/services/registration_texts.h"
 #include "tests/unit/platform/scratch_home.h"
 
 namespace {

@@ -7,7 +7,7 @@
 
 #include <cstdlib>
 
-#include "platform/linux/simulator_bus.h"
+#include "platform/linux/devices/simulator_bus.h"
 #include "platform/probe_driver/frame_socket.h"
 #include "sim/server/socket_server.h"
 #include "tests/unit/sim/bench_user.h"

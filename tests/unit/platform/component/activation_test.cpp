@@ -5,8 +5,8 @@
 
 #include <fstream>
 
-#include "platform/linux/server_process.h"
-#include "platform/linux/text.h"
+#include "platform/linux/kernel/text.h"
+#include "platform/linux/services/server_process.h"
 #include "tests/unit/platform/component/component_fixture.h"
 
 namespace component_test {

@@ -10,15 +10,15 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/linux/bus_link.h"
-#include "platform/linux/bus_text.h"
+#include "platform/linux/dbus/dbus_link.h"
+#include "platform/linux/dbus/dbus_text.h"
 #include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/component/component_fixture.h"
 
 namespace component_test {
 namespace {
 
-using linux_host::BusHandle;
+using linux_host::DBusHandle;
 using linux_host::MessageHandle;
 
 constexpr char kName[] = "org.wirefox.Sample";
@@ -35,8 +35,8 @@ struct Reply {
 
 // `destination` is null on the class's own socket, where it is optional.
 template <typename... Values>
-Reply Call(const BusHandle& bus, const char* destination, const char* interface, const char* method,
-           const char* types, Values... values) {
+Reply Call(const DBusHandle& bus, const char* destination, const char* interface,
+           const char* method, const char* types, Values... values) {
   sd_bus_error error = SD_BUS_ERROR_NULL;
   sd_bus_message* reply = nullptr;
   sd_bus_call_method(bus.get(), destination, kPath, interface, method, &error, &reply, types,
@@ -60,7 +60,7 @@ std::string SignatureOf(const Reply& reply) {
   return reply.message == nullptr ? "" : sd_bus_message_get_signature(reply.message.get(), 1);
 }
 
-std::string Introspect(const BusHandle& bus, const char* destination) {
+std::string Introspect(const DBusHandle& bus, const char* destination) {
   const Reply reply =
       Call(bus, destination, "org.freedesktop.DBus.Introspectable", "Introspect", "");
   const char* xml = "";
@@ -70,7 +70,7 @@ std::string Introspect(const BusHandle& bus, const char* destination) {
 
 // Sends a call whose reply is wanted but never taken.
 template <typename... Values>
-void Send(const BusHandle& bus, const char* destination, const char* method, const char* types,
+void Send(const DBusHandle& bus, const char* destination, const char* method, const char* types,
           Values... values) {
   const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
   EXPECT_GE(sd_bus_call_method_async(bus.get(), nullptr, destination, kPath, kV1, method, ignore,
@@ -91,27 +91,27 @@ class ComponentSocket : public ComponentTest {
   }
 
   // A tool that takes the socket for a bus says Hello first.
-  BusHandle Open(bool says_hello = false) {
+  DBusHandle Open(bool says_hello = false) {
     sd_bus* bus = nullptr;
     sd_bus_new(&bus);
     sd_bus_set_address(bus, ("unix:path=" + SocketPath()).c_str());
     sd_bus_set_bus_client(bus, says_hello);
     EXPECT_GE(sd_bus_start(bus), 0);
-    return BusHandle(bus);
+    return DBusHandle(bus);
   }
 
   ServerThread server_;
 };
 
 TEST_F(ComponentSocket, AToolThatSaysHelloCanCallByName) {
-  const BusHandle bus = Open(true);
+  const DBusHandle bus = Open(true);
   const char* name = nullptr;
   ASSERT_GE(sd_bus_get_unique_name(bus.get(), &name), 0);
   EXPECT_EQ(NumberIn(Call(bus, kName, kV2, "Subtract", "ii", 5, 3)), 2);
 }
 
 TEST_F(ComponentSocket, MessagesCarryInputsAndOutputsInDeclarationOrder) {
-  const BusHandle bus = Open();
+  const DBusHandle bus = Open();
   EXPECT_EQ(SignatureOf(Call(bus, nullptr, kV1, "Echo", "sinyxi", "name", -1, -2, 0xFD,
                              std::int64_t{-4}, 272)),
             "sinyxi");
@@ -141,7 +141,7 @@ TEST_F(ComponentSocket, IntrospectionShowsEveryVersionWithItsOwnMethods) {
 }
 
 TEST_F(ComponentSocket, WrongCallsAreAnsweredWithErrors) {
-  const BusHandle bus = Open();
+  const DBusHandle bus = Open();
   const std::string bus_error = "org.freedesktop.DBus.Error.";
   EXPECT_EQ(Call(bus, nullptr, kV2, "Subtract", "is", 1, "x").error, bus_error + "InvalidArgs");
   EXPECT_EQ(Call(bus, nullptr, kV2, "Subtract", "").error, bus_error + "InvalidArgs");
@@ -175,7 +175,7 @@ TEST_F(ComponentSocket, GarbageEndsItsConnectionOnly) {
 }
 
 TEST_F(ComponentSocket, WhoDoesNotTakeItsRepliesKeepsNobodyWaiting) {
-  const BusHandle lazy = Open();
+  const DBusHandle lazy = Open();
   for (int i = 0; i < 2; ++i) Send(lazy, nullptr, "MakeBytes", "x", std::int64_t{32 << 20});
   // The first reply has begun, and is larger than what a socket holds.
   pollfd reply = {sd_bus_get_fd(lazy.get()), POLLIN, 0};
@@ -184,9 +184,9 @@ TEST_F(ComponentSocket, WhoDoesNotTakeItsRepliesKeepsNobodyWaiting) {
 }
 
 // A bus of the test's own, which the process takes for its session's.
-class BusDaemon {
+class DBusDaemon {
  public:
-  BusDaemon() : process_([this] { return Run(); }) {
+  DBusDaemon() : process_([this] { return Run(); }) {
     close(address_pipe_.ends[1]);
     std::string address;
     for (char c; read(address_pipe_.ends[0], &c, 1) == 1 && c != '\n';) address += c;
@@ -194,7 +194,7 @@ class BusDaemon {
     EXPECT_NE(address, "") << "dbus-daemon could not be started";
     setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
   }
-  ~BusDaemon() { process_.End(SIGTERM); }
+  ~DBusDaemon() { process_.End(SIGTERM); }
 
  private:
   struct Pipe {
@@ -215,22 +215,22 @@ class BusDaemon {
 
 class ComponentBus : public ComponentTest {
  protected:
-  BusHandle Open() {
+  DBusHandle Open() {
     sd_bus* bus = nullptr;
     EXPECT_GE(sd_bus_open_user(&bus), 0);
     // The server takes its name after it has begun to serve.
     while (sd_bus_get_name_creds(bus, kName, 0, nullptr) < 0 && sd_bus_is_open(bus)) {
     }
-    return BusHandle(bus);
+    return DBusHandle(bus);
   }
 
-  BusDaemon daemon_;
+  DBusDaemon daemon_;
   ServerThread server_;
 };
 
 TEST_F(ComponentBus, ANameThatCallsHasAnObjectUntilItGoes) {
-  BusHandle first = Open();
-  BusHandle second = Open();
+  DBusHandle first = Open();
+  DBusHandle second = Open();
   NumberIn(Call(first, kName, kV1, "CountObjects", ""));
   EXPECT_EQ(NumberIn(Call(second, kName, kV1, "CountObjects", "")), 2);
   EXPECT_EQ(NumberIn(Call(first, kName, kV1, "CountObjects", "")), 2);
@@ -244,7 +244,7 @@ TEST_F(ComponentBus, ANameThatCallsHasAnObjectUntilItGoes) {
 }
 
 TEST_F(ComponentBus, LookingAtTheClassCountsAsAClientToo) {
-  BusHandle bus = Open();
+  DBusHandle bus = Open();
   EXPECT_NE(Introspect(bus, kName).find(kV3), std::string::npos);
   sample::AwaitObjectCount(1);
   bus.reset();
@@ -253,13 +253,13 @@ TEST_F(ComponentBus, LookingAtTheClassCountsAsAClientToo) {
 
 TEST_F(ComponentBus, AClientThatLeavesBeforeItIsServedLeavesNoObject) {
   Send(Open(), kName, "CountObjects", "");
-  const BusHandle other = Open();
+  const DBusHandle other = Open();
   NumberIn(Call(other, kName, kV1, "CountObjects", ""));
   sample::AwaitObjectCount(1);
 }
 
 TEST_F(ComponentBus, LargeResultsAreRefusedBelowTheBusesOwnLimit) {
-  const BusHandle bus = Open();
+  const DBusHandle bus = Open();
   // Received by a program of its own: here, in pieces and with a sanitizer's memory, it takes long.
   const std::string largest =
       std::string("dbus-send --session --print-reply --reply-timeout=100000 --dest=") + kName +

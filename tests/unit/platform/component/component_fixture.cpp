@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/linux/program_resources.h"
+#include "platform/linux/automation/program_resources.h"
 
 namespace component_test {
 

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <string_view>
 
-#include "platform/linux/program_resources.h"
+#include "platform/linux/automation/program_resources.h"
 #include "tests/unit/platform/component/sample_class.h"
 
 int main(int count, char** arguments) {

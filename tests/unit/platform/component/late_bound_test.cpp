@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "platform/linux/type_library.h"
+#include "platform/linux/com/type_library.h"
 #include "tests/unit/platform/component/component_fixture.h"
 
 namespace component_test {

@@ -8,7 +8,7 @@
 #include <functional>
 #include <semaphore>
 
-#include "api/interface_schema.h"
+#include "schema/interface_schema.h"
 
 namespace sample {
 

@@ -6,8 +6,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "platform/linux/program_resources.h"
-#include "platform/linux/text.h"
+#include "platform/linux/automation/program_resources.h"
+#include "platform/linux/kernel/text.h"
 #include "tests/unit/platform/component/component_fixture.h"
 
 namespace component_test {

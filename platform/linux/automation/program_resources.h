@@ -1,0 +1,26 @@
+// What a Windows executable carries in its resource section: here the program's main object names
+// it once, before anything else runs.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "schema/interface_schema.h"
+
+namespace linux_host {
+
+struct StringResource {
+  std::uint32_t id;
+  const wchar_t* text;
+};
+
+struct ProgramResources {
+  const interface_schema::Library* type_library = nullptr;  // resource TYPELIB 1; null: none
+  std::span<const StringResource> strings;
+};
+
+// Call once, first thing in main. The tables live as long as the process.
+void SetProgramResources(const ProgramResources& resources);
+const ProgramResources& GetProgramResources();
+
+}  // namespace linux_host

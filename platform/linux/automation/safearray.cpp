@@ -1,0 +1,156 @@
+#include "platform/linux/automation/safearray.h"
+
+#include <oleauto.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace linux_host {
+namespace {
+
+constexpr ULONG kMaxLocks = 0xFFFF;
+
+TypedArray* HolderOf(SAFEARRAY* array) {
+  return reinterpret_cast<TypedArray*>(reinterpret_cast<char*>(array) -
+                                       offsetof(TypedArray, array));
+}
+
+void FreeElements(SAFEARRAY* array) {
+  if (array->pvData == nullptr || (array->fFeatures & FADF_STATIC) != 0) return;
+  if ((array->fFeatures & FADF_BSTR) != 0) {
+    BSTR* strings = static_cast<BSTR*>(array->pvData);
+    for (ULONG i = 0; i < array->rgsabound[0].cElements; ++i) SysFreeString(strings[i]);
+  }
+  std::free(array->pvData);
+  array->pvData = nullptr;
+}
+
+}  // namespace
+
+ULONG ElementSize(VARTYPE type) {
+  switch (type) {
+    case VT_I1:
+    case VT_UI1:
+      return 1;
+    case VT_I2:
+    case VT_UI2:
+    case VT_BOOL:
+      return 2;
+    case VT_I4:
+    case VT_UI4:
+    case VT_INT:
+    case VT_UINT:
+      return 4;
+    case VT_I8:
+    case VT_UI8:
+    case VT_BSTR:
+      return 8;
+    default:
+      return 0;
+  }
+}
+
+bool IsArrayOf(SAFEARRAY* array, VARTYPE element_type) {
+  if (array == nullptr) return true;
+  VARTYPE type;
+  return array->cDims == 1 && SUCCEEDED(SafeArrayGetVartype(array, &type)) &&
+         type == element_type && array->cbElements == ElementSize(element_type) &&
+         (array->pvData != nullptr || array->rgsabound[0].cElements == 0);
+}
+
+SAFEARRAY* BorrowBytes(TypedArray& holder, const void* bytes, std::uint32_t count) {
+  holder.type = VT_UI1;
+  holder.array.cDims = 1;
+  holder.array.fFeatures = FADF_AUTO | FADF_STATIC | FADF_FIXEDSIZE | FADF_HAVEVARTYPE;
+  holder.array.cbElements = 1;
+  holder.array.cLocks = 0;
+  holder.array.pvData = const_cast<void*>(bytes);
+  holder.array.rgsabound[0] = {count, 0};
+  return &holder.array;
+}
+
+}  // namespace linux_host
+
+SAFEARRAY* SafeArrayCreate(VARTYPE type, UINT dimensions, SAFEARRAYBOUND* bounds) {
+  if (dimensions != 1 || bounds == nullptr) return nullptr;
+  return SafeArrayCreateVector(type, bounds->lLbound, bounds->cElements);
+}
+
+SAFEARRAY* SafeArrayCreateVector(VARTYPE type, LONG lower_bound, ULONG count) {
+  const ULONG element_size = linux_host::ElementSize(type);
+  if (element_size == 0) return nullptr;
+  auto* holder =
+      static_cast<linux_host::TypedArray*>(std::calloc(1, sizeof(linux_host::TypedArray)));
+  // An empty array has storage too, so that its address can be taken.
+  void* data = std::calloc(count == 0 ? 1 : count, element_size);
+  if (holder == nullptr || data == nullptr) {
+    std::free(holder);
+    std::free(data);
+    return nullptr;
+  }
+  holder->type = type;
+  SAFEARRAY& array = holder->array;
+  array.cDims = 1;
+  array.fFeatures = static_cast<USHORT>(FADF_HAVEVARTYPE | (type == VT_BSTR ? FADF_BSTR : 0));
+  array.cbElements = element_size;
+  array.pvData = data;
+  array.rgsabound[0] = {count, lower_bound};
+  return &array;
+}
+
+HRESULT SafeArrayDestroy(SAFEARRAY* array) {
+  if (array == nullptr) return S_OK;
+  if (array->cLocks != 0) return DISP_E_ARRAYISLOCKED;
+  linux_host::FreeElements(array);
+  if ((array->fFeatures & FADF_AUTO) == 0) std::free(linux_host::HolderOf(array));
+  return S_OK;
+}
+
+HRESULT SafeArrayLock(SAFEARRAY* array) {
+  if (array == nullptr) return E_INVALIDARG;
+  if (array->cLocks >= linux_host::kMaxLocks) return E_UNEXPECTED;
+  ++array->cLocks;
+  return S_OK;
+}
+
+HRESULT SafeArrayUnlock(SAFEARRAY* array) {
+  if (array == nullptr) return E_INVALIDARG;
+  if (array->cLocks == 0) return E_UNEXPECTED;
+  --array->cLocks;
+  return S_OK;
+}
+
+HRESULT SafeArrayAccessData(SAFEARRAY* array, void** data) {
+  if (array == nullptr || data == nullptr) return E_INVALIDARG;
+  const HRESULT status = SafeArrayLock(array);
+  *data = FAILED(status) ? nullptr : array->pvData;
+  return status;
+}
+
+HRESULT SafeArrayUnaccessData(SAFEARRAY* array) { return SafeArrayUnlock(array); }
+
+UINT SafeArrayGetDim(SAFEARRAY* array) { return array == nullptr ? 0 : array->cDims; }
+
+UINT SafeArrayGetElemsize(SAFEARRAY* array) { return array == nullptr ? 0 : array->cbElements; }
+
+HRESULT SafeArrayGetLBound(SAFEARRAY* array, UINT dimension, LONG* bound) {
+  if (array == nullptr || bound == nullptr) return E_INVALIDARG;
+  if (dimension != 1) return DISP_E_BADINDEX;
+  *bound = array->rgsabound[0].lLbound;
+  return S_OK;
+}
+
+HRESULT SafeArrayGetUBound(SAFEARRAY* array, UINT dimension, LONG* bound) {
+  if (array == nullptr || bound == nullptr) return E_INVALIDARG;
+  if (dimension != 1) return DISP_E_BADINDEX;
+  const SAFEARRAYBOUND& limits = array->rgsabound[0];
+  *bound = static_cast<LONG>(static_cast<ULONG>(limits.lLbound) + limits.cElements - 1);
+  return S_OK;
+}
+
+HRESULT SafeArrayGetVartype(SAFEARRAY* array, VARTYPE* type) {
+  if (array == nullptr || type == nullptr) return E_INVALIDARG;
+  if ((array->fFeatures & FADF_HAVEVARTYPE) == 0) return E_INVALIDARG;
+  *type = static_cast<VARTYPE>(linux_host::HolderOf(array)->type);
+  return S_OK;
+}

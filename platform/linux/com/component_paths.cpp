@@ -1,0 +1,103 @@
+#include "platform/linux/com/component_paths.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "platform/linux/kernel/home.h"
+
+namespace linux_host {
+namespace {
+
+Descriptor OpenDirectory(const std::string& path) {
+  return Descriptor(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+// The address of a file in an open directory, short however long the directory's path is.
+sockaddr_un AddressIn(const Descriptor& directory, const std::string& file) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string path = "/proc/self/fd/" + std::to_string(directory.get()) + "/" + file;
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  return address;
+}
+
+bool IsTrustedPeer(int socket) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
+  return peer.uid == 0 || peer.uid == geteuid();
+}
+
+}  // namespace
+
+Descriptor ComponentDirectory::TryLock(const std::string& file) const {
+  Descriptor lock(
+      open((path_ + "/" + file).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (lock.is_open() && flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+    const int error = errno;
+    lock.Reset();
+    errno = error;
+  }
+  return lock;
+}
+
+Descriptor ComponentDirectory::Listen(const std::string& file, bool for_all) const {
+  const Descriptor directory = OpenDirectory(path_);
+  if (!directory.is_open()) return Descriptor();
+  Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  // Listens under a passing name first: nobody meets a socket that does not listen yet.
+  const std::string passing = file + "." + std::to_string(getpid());
+  const sockaddr_un address = AddressIn(directory, passing);
+  unlinkat(directory.get(), passing.c_str(), 0);
+  const bool is_up =
+      listener.is_open() &&
+      bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+      fchmodat(directory.get(), passing.c_str(), for_all ? 0666 : 0600, 0) == 0 &&
+      listen(listener.get(), SOMAXCONN) == 0 &&
+      renameat(directory.get(), passing.c_str(), directory.get(), file.c_str()) == 0;
+  if (is_up) return listener;
+  const int error = errno;
+  unlinkat(directory.get(), passing.c_str(), 0);
+  errno = error;
+  return Descriptor();
+}
+
+Descriptor ComponentDirectory::Connect(const std::string& file) const {
+  const Descriptor directory = OpenDirectory(path_);
+  if (!directory.is_open()) return Descriptor();
+  Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const sockaddr_un address = AddressIn(directory, file);
+  if (!connection.is_open() ||
+      connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      !IsTrustedPeer(connection.get())) {
+    return Descriptor();
+  }
+  return connection;
+}
+
+void ComponentDirectory::Remove(const std::string& file) const {
+  unlink((path_ + "/" + file).c_str());
+}
+
+ComponentDirectory OwnComponentDirectory() {
+  return ComponentDirectory(HomePath(HomeKind::kRuntime));
+}
+
+ComponentDirectory MachineComponentDirectory() {
+  return ComponentDirectory(MachineHomePath(HomeKind::kRuntime));
+}
+
+std::string SocketFile(const ClassPlan& plan) { return plan.bus_name() + ".sock"; }
+std::string ServeLockFile(const ClassPlan& plan) { return plan.bus_name() + ".serve"; }
+std::string StartLockFile(const ClassPlan& plan) { return plan.bus_name() + ".start"; }
+
+}  // namespace linux_host

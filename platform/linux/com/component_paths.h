@@ -1,0 +1,50 @@
+// Where the two ends of a private connection find each other: files in the runtime directories,
+// named after the class.
+//
+//   NAME.sock    the socket of the process that serves the class
+//   NAME.serve   locked by that process as long as it serves
+//   NAME.start   locked by a client while it starts a server
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "platform/linux/automation/interface_plan.h"
+#include "platform/linux/kernel/descriptor.h"
+
+namespace linux_host {
+
+// A directory of runtime files. Names are resolved inside it, so that a long path does not meet the
+// limit of socket addresses.
+class ComponentDirectory {
+ public:
+  explicit ComponentDirectory(std::string path) : path_(std::move(path)) {}
+
+  // Tries for the lock of that file: the open descriptor holds it until it is closed. Not open,
+  // with errno EWOULDBLOCK, while another holds it, and with another errno on failure.
+  Descriptor TryLock(const std::string& file) const;
+
+  // A socket that listens under that name, in place of one of an earlier process. Others than the
+  // owner may connect when `for_all` is set. Not open, with errno, on failure.
+  Descriptor Listen(const std::string& file, bool for_all) const;
+
+  // A connection to that socket, provided that its server runs as this account or as root. Not open
+  // when there is none.
+  Descriptor Connect(const std::string& file) const;
+
+  void Remove(const std::string& file) const;
+
+ private:
+  std::string path_;
+};
+
+// The directory of this account's own servers and locks.
+ComponentDirectory OwnComponentDirectory();
+// The directory of the machine's servers, where clients look second.
+ComponentDirectory MachineComponentDirectory();
+
+std::string SocketFile(const ClassPlan& plan);
+std::string ServeLockFile(const ClassPlan& plan);
+std::string StartLockFile(const ClassPlan& plan);
+
+}  // namespace linux_host
