@@ -7,6 +7,7 @@
 
 #include "config/device_notification.h"
 #include "config/device_table.h"
+#include "service/self_description.h"
 #include "service/service_module.h"
 #include "service/single_instance.h"
 #include "support/log.h"
@@ -47,7 +48,9 @@ int RunProcess(HINSTANCE instance) {
 
 }  // namespace
 
-int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int) {
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR arguments, int) {
+  // Before the start, which empties the log and the file that clients watch.
+  if (DescribesItself(arguments)) return 0;
   const int result = RunProcess(instance);
   // The notification thread runs on until the process is gone. Whoever holds the lock has it wait
   // before it touches the log, the settings or the probes, which the process now destroys; the lock

@@ -172,6 +172,15 @@ int Control(const std::string& command, const Arguments& arguments) {
   return 0;
 }
 
+std::string NamesOfCommands(const CLI::App& app) {
+  std::string names;
+  for (const CLI::App* command : app.get_subcommands({})) {
+    if (!names.empty()) names += ", ";
+    names += command->get_name();
+  }
+  return names;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -180,12 +189,16 @@ int main(int argc, char** argv) {
   app.add_option("--bench", arguments.serve.bench_file, "Description of the bench, a JSON file");
   app.add_option("--socket", arguments.serve.socket_path, "Socket to listen on");
   app.add_option("--pcap", arguments.serve.capture_file, "File to record all USB traffic in");
+  app.set_version_flag("--version", "wfxsim " WIREFOX_VERSION);
   CLI::App* ctl = app.add_subcommand("ctl", "Control a simulator that runs");
   AddCommands(*ctl, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : kUsage;
+    if (app.exit(error) == 0) return 0;
+    std::fprintf(stderr, "The command of wfxsim is ctl, those of wfxsim ctl are %s.\n",
+                 NamesOfCommands(*ctl).c_str());
+    return kUsage;
   }
   if (!*ctl) return sim::Serve(arguments.serve);
   try {

@@ -84,6 +84,13 @@ TEST_F(Server, ThatMayNotRunEndsWithTheReason) {
   EXPECT_EQ(Run(""), ERROR_FAILED_SERVICE_CONTROLLER_CONNECT) << "a service started by hand";
 }
 
+TEST_F(Server, TellsItsVersionWhereItsOutputIsRedirectedTo) {
+  Install();
+  const Finished version = RunToEnd(program(), "--version");
+  EXPECT_EQ(version.exit_status, 0);
+  EXPECT_EQ(version.out, "TzWirefoxService " WIREFOX_VERSION "\r\n");
+}
+
 TEST_F(Server, WhoseMutexCannotBeOpenedTellsTheUserAndEnds) {
   Install();
   const NamedMutex mutex(L"TzWirefoxService", kDeniedToAll);
