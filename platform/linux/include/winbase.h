@@ -133,4 +133,9 @@ BOOL WINAPI GetOverlappedResult(HANDLE device, LPOVERLAPPED overlapped, LPDWORD 
 BOOL WINAPI CancelIo(HANDLE device);
 BOOL WINAPI CancelIoEx(HANDLE device, LPOVERLAPPED overlapped);
 
+// A pipe is a local socket here, and its name the socket's path. TRUE when somebody listens on it,
+// who is told of a connection that ends at once. Otherwise FALSE with error 2, or 5 when the
+// account may not connect. Listeners take any number of connections: there is nothing to wait for.
+BOOL WINAPI WaitNamedPipeW(LPCWSTR name, DWORD timeout_ms);
+
 }  // extern "C"
