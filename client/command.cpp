@@ -4,6 +4,24 @@
 
 namespace client {
 
+namespace {
+
+CommandPlace WrongPlace(bool in_script) {
+  return in_script ? CommandPlace::kCommandLineOnly : CommandPlace::kScriptOnly;
+}
+
+std::string CommandNames(bool in_script) {
+  std::string names;
+  for (const Command& command : AllCommands()) {
+    if (command.place == WrongPlace(in_script)) continue;
+    if (!names.empty()) names += ", ";
+    names += command.name;
+  }
+  return names;
+}
+
+}  // namespace
+
 bool Context::Connect(int& exit_status) {
   if (service_ != nullptr) return true;
   HRESULT status = S_OK;
@@ -35,10 +53,10 @@ ParsedCommand ParseCommand(std::span<const std::string> words, bool in_script) {
   const Command* command = words.empty() ? nullptr : FindCommand(words[0]);
   if (command == nullptr) {
     parsed.problem = words.empty() ? "no command given" : "unknown command '" + words[0] + "'";
+    parsed.problem += "; the commands are " + CommandNames(in_script);
     return parsed;
   }
-  const CommandPlace wrong = in_script ? CommandPlace::kCommandLineOnly : CommandPlace::kScriptOnly;
-  if (command->place == wrong) {
+  if (command->place == WrongPlace(in_script)) {
     parsed.problem = std::string("'") + command->name +
                      (in_script ? "' cannot be used in a script" : "' is for scripts only");
     return parsed;
@@ -46,7 +64,7 @@ ParsedCommand ParseCommand(std::span<const std::string> words, bool in_script) {
   CLI::App app(command->summary, std::string(in_script ? "" : "wfx ") + command->name);
   // Paths begin with a slash on both hosts.
   app.allow_windows_style_options(false);
-  if (!in_script) app.add_flag("--json", parsed.json, "Print one JSON object per result");
+  if (!in_script) app.add_flag("--json")->description("Print one JSON object per result");
   const Action action = command->define(app);
   // CLI11 takes the words from the back.
   std::vector<std::string> rest(words.rbegin(), std::prev(words.rend()));

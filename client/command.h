@@ -75,7 +75,6 @@ struct ParsedCommand {
   Action action;        // empty when there is nothing to run
   std::string problem;  // a usage error
   std::string help;     // what --help asked for
-  bool json = false;
 };
 
 // Parses the words of one command, its name first.

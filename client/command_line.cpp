@@ -15,6 +15,7 @@ std::string Overview() {
       "\n"
       "Usage: wfx [--json] COMMAND [ARGUMENTS]\n"
       "       wfx COMMAND --help\n"
+      "       wfx --version\n"
       "\n"
       "Commands:\n";
   for (const Command& command : AllCommands()) {
@@ -28,7 +29,7 @@ std::string Overview() {
       "targets, `wfx targets PROBE` finds them. With --json each result is one line of JSON.\n"
       "\n"
       "Exit status: 0 success, 1 the target did not answer well, 2 usage, 3 the service cannot be\n"
-      "reached, 10 + N the service answered with error N.\n";
+      "reached, 4 the output cannot be written, 10 + N the service answered with error N.\n";
   return text;
 }
 
@@ -38,30 +39,24 @@ int RunCommandLine(const std::vector<std::string>& arguments, const Connector& c
                    const Streams& streams) {
   Output output(streams.out, streams.err, streams.err_is_terminal);
   std::vector<std::string> words = arguments;
-  bool json = false;
-  while (!words.empty() && words[0] == "--json") {
-    json = true;
-    words.erase(words.begin());
-  }
+  // Known before the words are parsed: also what is wrong with them is told as JSON.
+  output.UseJson(std::ranges::count(words, "--json") > 0);
+  while (!words.empty() && words[0] == "--json") words.erase(words.begin());
+  if (words.size() == 1 && words[0] == "--version")
+    return output.Print("wfx " WIREFOX_VERSION "\n");
   if (!words.empty() && (words[0] == "--help" || words[0] == "-h" || words[0] == "help")) {
     if (words.size() == 1) {
-      output.Print(Overview());
-      return kExitSuccess;
+      return output.Print(Overview());
     }
     words = {words[1], "--help"};
   }
   const ParsedCommand command = ParseCommand(words, false);
   if (!command.problem.empty()) {
-    const std::string more = words.empty() || FindCommand(words[0]) == nullptr
-                                 ? "; `wfx --help` lists the commands"
-                                 : "; `wfx " + words[0] + " --help` tells more";
-    return output.ReportUsage(command.problem + more);
+    const bool known = !words.empty() && FindCommand(words[0]) != nullptr;
+    const std::string more = known ? words[0] + " --help`" : "--help`";
+    return output.ReportUsage(command.problem + "; `wfx " + more + " tells more");
   }
-  if (!command.help.empty()) {
-    output.Print(command.help);
-    return kExitSuccess;
-  }
-  output.UseJson(json || command.json);
+  if (!command.help.empty()) return output.Print(command.help);
   Context context(output, &streams.in, connector);
   return command.action(context);
 }

@@ -38,7 +38,7 @@ int RunBulk(Context& context, const BulkOptions& options) {
     if (!bytes) return context.output.ReportUsage(problem);
     data = std::move(*bytes);
   }
-  TargetSession session(context);
+  TargetSession session(context, kTargetModes);
   int exit_status = kExitSuccess;
   if (!session.Open(options.target, exit_status)) return exit_status;
   Result result;
@@ -50,7 +50,7 @@ int RunBulk(Context& context, const BulkOptions& options) {
   if (read && !options.out_file.empty() && !WriteFile(options.out_file, reply)) {
     return context.output.ReportUsage("cannot write " + options.out_file);
   }
-  return context.Report(result);
+  return session.Report(result);
 }
 
 struct SwvOptions {
@@ -76,7 +76,7 @@ TzErrorCode Collect(Context& context, const TargetSession& session, std::int64_t
 }
 
 int RunSwv(Context& context, const SwvOptions& options) {
-  TargetSession session(context);
+  TargetSession session(context, kTraceModes);
   int exit_status = kExitSuccess;
   if (!session.Open(options.target, exit_status)) return exit_status;
   Result result;
@@ -90,9 +90,10 @@ int RunSwv(Context& context, const SwvOptions& options) {
     }
     result.text = std::to_string(data.size()) + " bytes written to " + options.out_file + "\n";
   } else if (result.error == TzErrorCode::SUCCESS) {
-    result.text = data.empty() ? "no trace data\n" : HexDump(data);
+    result.text = HexDump(data);
+    if (data.empty()) result.note = "no trace data";
   }
-  return context.Report(result);
+  return session.Report(result);
 }
 
 }  // namespace

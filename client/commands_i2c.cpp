@@ -32,9 +32,9 @@ TzErrorCode Transfer(Context& context, const TargetSession& session, const I2cPa
 
 int RunPacket(Context& context, const Options& options) {
   std::string problem;
-  auto bytes = ReadBytes(context, options.words, options.text, problem);
+  auto bytes = ReadPacket(context, options.words, options.text, problem);
   if (!bytes) return context.output.ReportUsage(problem);
-  TargetSession session(context);
+  TargetSession session(context, kI2cModes);
   int exit_status = kExitSuccess;
   if (!session.Open(options.target, exit_status)) return exit_status;
   I2cPacket packet;
@@ -45,12 +45,12 @@ int RunPacket(Context& context, const Options& options) {
   result.error = Transfer(context, session, packet, reply);
   result.outputs["RESULT"] = HexFromBytes(reply);
   if (result.error == TzErrorCode::SUCCESS) result.text = HexDump(reply);
-  return context.Report(result);
+  return session.Report(result);
 }
 
 // One transaction that was made here, and whether the device took part in it.
 int RunTransaction(Context& context, const Options& options, const I2cPacket& packet) {
-  TargetSession session(context);
+  TargetSession session(context, kI2cModes);
   int exit_status = kExitSuccess;
   if (!session.Open(options.target, exit_status)) return exit_status;
   Result result;
@@ -67,7 +67,7 @@ int RunTransaction(Context& context, const Options& options, const I2cPacket& pa
       result.text = data->empty() ? "done\n" : HexDump(*data);
     }
   }
-  return context.Report(result);
+  return session.Report(result);
 }
 
 bool ParseAddress(const std::string& word, std::uint8_t& address, std::string& problem) {
@@ -116,7 +116,7 @@ int RunRead(Context& context, const Options& options) {
 // Reads one byte from each address. (A write would be able to change a device.)
 int RunScan(Context& context, const Options& options) {
   if (options.words.size() != 1) return context.output.ReportUsage("scan wants nothing else");
-  TargetSession session(context);
+  TargetSession session(context, kI2cModes);
   int exit_status = kExitSuccess;
   if (!session.Open(options.target, exit_status)) return exit_status;
   Result result;
@@ -137,9 +137,9 @@ int RunScan(Context& context, const Options& options) {
   }
   result.outputs["addresses"] = std::move(addresses);
   if (result.text.empty() && result.error == TzErrorCode::SUCCESS) {
-    result.text = "no I2C device answers\n";
+    result.note = "no I2C device answers; check the bus's wiring and the target's power";
   }
-  return context.Report(result);
+  return session.Report(result);
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ int RunProgram(Context& context, const Options& options) {
   std::string problem;
   const auto program = ParseJtagProgram(options.words, options.from_idle, problem);
   if (!program) return context.output.ReportUsage(problem);
-  TargetSession session(context);
+  TargetSession session(context, kJtagModes);
   int exit_status = kExitSuccess;
   if (!session.Open(options.target, exit_status)) return exit_status;
   Result result;
@@ -49,14 +49,14 @@ int RunProgram(Context& context, const Options& options) {
   result.error = context.service().SendJtagPacket(program->Packet(), true, session.handle(), reply);
   result.outputs["RESULT"] = HexFromBytes(reply);
   if (result.error == TzErrorCode::SUCCESS) AddScans(*program, reply, result);
-  return context.Report(result);
+  return session.Report(result);
 }
 
 int RunPacket(Context& context, const Options& options) {
   std::string problem;
-  const auto packet = ReadBytes(context, options.words, options.text, problem);
+  const auto packet = ReadPacket(context, options.words, options.text, problem);
   if (!packet) return context.output.ReportUsage(problem);
-  TargetSession session(context);
+  TargetSession session(context, kJtagModes);
   int exit_status = kExitSuccess;
   if (!session.Open(options.target, exit_status)) return exit_status;
   Result result;
@@ -65,7 +65,7 @@ int RunPacket(Context& context, const Options& options) {
       context.service().SendJtagPacket(*packet, !options.no_read, session.handle(), reply);
   result.outputs["RESULT"] = HexFromBytes(reply);
   if (result.error == TzErrorCode::SUCCESS && !options.no_read) result.text = HexDump(reply);
-  return context.Report(result);
+  return session.Report(result);
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 #include <vector>
 
 #include "client/commands.h"
+#include "client/no_probes.h"
 #include "client/options.h"
+#include "client/probe_advice.h"
 
 namespace client {
 
@@ -19,7 +21,15 @@ std::string TargetLines(const std::vector<std::string>& devices) {
     const bool acquired = devices[i].substr(id.size()) == "1";
     text += std::to_string(i) + "  0x" + id + (acquired ? "  acquired" : "  free") + "\n";
   }
-  return text.empty() ? "no target answers in the probe's present mode\n" : text;
+  return text;
+}
+
+// The mode is asked for afterwards: the listing itself does not tell it.
+std::string NoTargetsNote(Context& context, const std::string& probe) {
+  TzWFXStatus status{};
+  const TzErrorCode asked = context.service().GetWirefoxStatus(probe, status);
+  return asked == TzErrorCode::SUCCESS ? NoTargets(probe, status)
+                                       : "no target answers; the probe does not tell its mode";
 }
 
 }  // namespace
@@ -31,7 +41,7 @@ Action DefineList(CLI::App&) {
     result.error = context.service().EnumerateWirefoxs(names);
     result.outputs["wirefoxs"] = names;
     for (const std::string& name : names) result.text += name + "\n";
-    if (names.empty()) result.text = "no probe is attached\n";
+    if (names.empty() && !context.output.json()) result.note = NoProbesNote(LookForProbes());
     return context.Report(result);
   };
 }
@@ -44,8 +54,11 @@ Action DefineTargets(CLI::App& app) {
     std::vector<std::string> devices;
     result.error = context.service().EnumerateDevices(*probe, devices);
     result.outputs["devices"] = devices;
-    if (result.error == TzErrorCode::SUCCESS) result.text = TargetLines(devices);
-    return context.Report(result);
+    if (result.error == TzErrorCode::SUCCESS) {
+      result.text = TargetLines(devices);
+      if (devices.empty() && !context.output.json()) result.note = NoTargetsNote(context, *probe);
+    }
+    return ReportOnProbe(context, result, *probe);
   };
 }
 

@@ -1,9 +1,11 @@
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "client/commands.h"
 #include "client/options.h"
+#include "client/probe_advice.h"
 #include "client/stop_signal.h"
 #include "client/target_session.h"
 
@@ -16,7 +18,6 @@ constexpr std::int64_t kDefaultWaitSeconds = 5;
 // The user has to find the switch first.
 constexpr std::int64_t kDefaultManualWaitSeconds = 60;
 constexpr DWORD kPauseMs = 20;
-constexpr std::int32_t kAnswered = 0;
 
 struct Options {
   std::string probe;
@@ -70,32 +71,33 @@ void AwaitAnswer(Context& context, const std::string& probe, std::int64_t wait_s
                  Result& result) {
   const StopSignal stop;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(wait_seconds);
-  std::int32_t status = 0;
+  std::optional<std::int32_t> status;
   for (;;) {
     result.error = context.service().GetPortAcquireStatus(probe, status);
     if (result.error != TzErrorCode::WFX_ERROR) break;
     if (std::chrono::steady_clock::now() >= end || stop.Wait(kPauseMs)) break;
     context.output.ShowProgress("waiting for the target");
   }
-  result.outputs["acquireStatus"] = status;
-  if (result.error == TzErrorCode::SUCCESS) {
-    result.text = status == kAnswered ? "the target answered\n" : "the target did not answer\n";
+  if (status) result.outputs["acquireStatus"] = *status;
+  if (result.error == TzErrorCode::SUCCESS) result.text = "the target answered\n";
+  if (result.error == TzErrorCode::WFX_ERROR) {
+    result.advice = status ? "the target did not answer; check its power and wiring, and how it is "
+                             "restarted (--mode, --retries, --test-key)"
+                           : "the probe does not tell how it went; plug it in again";
   }
 }
 
 int Run(Context& context, const Options& options) {
-  TargetSession session(context);
+  TargetSession session(context, kTargetModes);
   Result result;
   int exit_status = kExitSuccess;
   if (!Start(context, options, session, result, exit_status)) return exit_status;
   const bool manual = options.mode == static_cast<std::int64_t>(TzProgrammingMode::VOLTAGE_SENSE);
   std::int64_t wait_seconds = manual ? kDefaultManualWaitSeconds : kDefaultWaitSeconds;
   if (options.wait_seconds != kNotGiven) wait_seconds = options.wait_seconds;
-  if (result.error == TzErrorCode::SUCCESS) {
-    const std::string& probe = options.probe.starts_with('$') ? session.probe() : options.probe;
-    AwaitAnswer(context, probe, wait_seconds, result);
-  }
-  return context.Report(result);
+  const std::string& probe = options.probe.starts_with('$') ? session.probe() : options.probe;
+  if (result.error == TzErrorCode::SUCCESS) AwaitAnswer(context, probe, wait_seconds, result);
+  return ReportOnProbe(context, result, probe);
 }
 
 }  // namespace

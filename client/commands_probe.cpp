@@ -5,6 +5,7 @@
 
 #include "client/commands.h"
 #include "client/options.h"
+#include "client/probe_advice.h"
 #include "client/text.h"
 
 namespace client {
@@ -67,7 +68,7 @@ Action DefineStatus(CLI::App& app) {
     result.error = context.service().GetWirefoxStatus(*probe, status);
     result.outputs["status"] = StatusOutputs(status);
     if (result.error == TzErrorCode::SUCCESS) result.text = StatusText(*probe, status);
-    return context.Report(result);
+    return ReportOnProbe(context, result, *probe);
   };
 }
 
@@ -83,8 +84,11 @@ Action DefineMode(CLI::App& app) {
   app.add_option("--port", options->port, "The connector of the SWD modes (default 5)")
       ->check(CLI::IsMember({5, 10}));
   return [options](Context& context) {
-    return context.Report(Outcome(context.service().SetMode(
-        options->probe, static_cast<TzTransferMode>(options->mode), options->port == 10)));
+    return ReportOnProbe(
+        context,
+        Outcome(context.service().SetMode(
+            options->probe, static_cast<TzTransferMode>(options->mode), options->port == 10)),
+        options->probe);
   };
 }
 
@@ -106,8 +110,11 @@ Action DefineVTarg(CLI::App& app) {
   app.add_option_function<std::string>("VOLTS", parse, "1.8, 2.5, 3.3 or 5.0")->required();
   AddOnOff(app, "--supply", options->supply, "Whether the probe supplies it (default off)");
   return [options](Context& context) {
-    return context.Report(Outcome(context.service().SetVTarg(
-        options->probe, static_cast<TzVTargVoltage>(options->voltage), options->supply)));
+    return ReportOnProbe(
+        context,
+        Outcome(context.service().SetVTarg(
+            options->probe, static_cast<TzVTargVoltage>(options->voltage), options->supply)),
+        options->probe);
   };
 }
 
@@ -120,8 +127,10 @@ Action DefineClock(CLI::App& app) {
   AddProbe(app, options->probe);
   AddNamed(app, "CODE", options->code, kJtagClocks, kMostCode, "The frequency's code")->required();
   return [options](Context& context) {
-    return context.Report(Outcome(
-        context.service().SetJtagClock(options->probe, static_cast<TzJtagClock>(options->code))));
+    return ReportOnProbe(context,
+                         Outcome(context.service().SetJtagClock(
+                             options->probe, static_cast<TzJtagClock>(options->code))),
+                         options->probe);
   };
 }
 
@@ -138,9 +147,11 @@ Action DefineTimeout(CLI::App& app) {
       ->required();
   AddNumber(app, "MS", options->timeout_ms, INT32_MIN, INT32_MAX, "Milliseconds")->required();
   return [options](Context& context) {
-    return context.Report(Outcome(context.service().SetTimeOut(
-        options->probe, static_cast<TzWirefoxEndPoint>(options->endpoint),
-        static_cast<std::int32_t>(options->timeout_ms))));
+    return ReportOnProbe(context,
+                         Outcome(context.service().SetTimeOut(
+                             options->probe, static_cast<TzWirefoxEndPoint>(options->endpoint),
+                             static_cast<std::int32_t>(options->timeout_ms))),
+                         options->probe);
   };
 }
 
@@ -155,9 +166,11 @@ Action DefineLed(CLI::App& app) {
   AddNamed(app, "LED", options->led, kLeds, kMostCode, "The LED")->required();
   AddNamed(app, "STATE", options->state, kLedStates, kMostCode, "Its state")->required();
   return [options](Context& context) {
-    return context.Report(
+    return ReportOnProbe(
+        context,
         Outcome(context.service().SetLedState(options->probe, static_cast<TzLed>(options->led),
-                                              static_cast<TzLedState>(options->state))));
+                                              static_cast<TzLedState>(options->state))),
+        options->probe);
   };
 }
 
@@ -170,8 +183,10 @@ Action DefineIdentify(CLI::App& app) {
   AddProbe(app, options->probe);
   AddNamed(app, "STATE", options->state, kIdentifyStates, kMostCode, "The pattern")->required();
   return [options](Context& context) {
-    return context.Report(Outcome(context.service().VisualIdentify(
-        options->probe, static_cast<TzLedIdentifyState>(options->state))));
+    return ReportOnProbe(context,
+                         Outcome(context.service().VisualIdentify(
+                             options->probe, static_cast<TzLedIdentifyState>(options->state))),
+                         options->probe);
   };
 }
 
@@ -184,7 +199,9 @@ Action DefineXres(CLI::App& app) {
   AddProbe(app, options->probe);
   AddOnOff(app, "STATE", options->active, "Whether the line is driven")->required();
   return [options](Context& context) {
-    return context.Report(Outcome(context.service().ToggleXres(options->probe, options->active)));
+    return ReportOnProbe(context,
+                         Outcome(context.service().ToggleXres(options->probe, options->active)),
+                         options->probe);
   };
 }
 
@@ -203,9 +220,11 @@ Action DefineSwvSetup(CLI::App& app) {
   AddNumber(app, "--commit", options->commit_time, INT16_MIN, INT16_MAX,
             "Commit time, as the probe's firmware takes it (default 0)");
   return [options](Context& context) {
-    return context.Report(Outcome(context.service().SetupSWV(
-        options->probe, static_cast<std::int32_t>(options->frequency_hz), options->manchester,
-        static_cast<std::int16_t>(options->commit_time))));
+    return ReportOnProbe(context,
+                         Outcome(context.service().SetupSWV(
+                             options->probe, static_cast<std::int32_t>(options->frequency_hz),
+                             options->manchester, static_cast<std::int16_t>(options->commit_time))),
+                         options->probe);
   };
 }
 
@@ -220,7 +239,7 @@ Action DefineHwRev(CLI::App& app) {
     if (result.error == TzErrorCode::SUCCESS) {
       result.text = "hardware revision " + std::to_string(revision) + "\n";
     }
-    return context.Report(result);
+    return ReportOnProbe(context, result, *probe);
   };
 }
 

@@ -1,6 +1,5 @@
-#include <filesystem>
-#include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include "client/commands.h"
@@ -16,10 +15,8 @@ Action DefineAcquire(CLI::App& app) {
   AddNumber(app, "--target", target->target, 0, INT32_MAX,
             "Number of the target behind the probe (default 0, the first)");
   return [target](Context& context) {
-    Result result;
     std::int64_t handle = 0;
-    result.error = AcquireTarget(context.service(), target->probe,
-                                 static_cast<std::int32_t>(target->target), handle);
+    Result result = AcquireTarget(context.service(), *target, kTargetModes, handle);
     result.outputs["wfxHandle"] = handle;
     if (result.error == TzErrorCode::SUCCESS) {
       context.sessions[context.assign_to] = {target->probe, handle};
@@ -59,8 +56,10 @@ Action DefineScript(CLI::App& app) {
       context.input = nullptr;
       return RunScript(context, text, "stdin");
     }
-    std::ifstream text(std::filesystem::path(std::u8string(path->begin(), path->end())));
-    if (!text) return context.output.ReportUsage("cannot read " + *path);
+    std::string problem;
+    auto content = ReadWholeFile(*path, problem);
+    if (!content) return context.output.ReportUsage(problem);
+    std::istringstream text(std::move(*content));
     return RunScript(context, text, *path);
   };
 }

@@ -142,8 +142,8 @@ class OperationParser {
     if (MoreValues() && words_[at_].starts_with('@')) {
       const auto bytes = ReadBytes(context_, words_.subspan(at_++, 1), options_.text, problem);
       if (!bytes) return false;
-      if (bytes->size() % 4 != 0) {
-        problem = "write-mem writes whole words of four bytes";
+      if (bytes->empty() || bytes->size() % 4 != 0) {
+        problem = "write-mem writes whole words of four bytes, at least one";
         return false;
       }
       for (std::size_t i = 0; i < bytes->size(); i += 4) {
@@ -210,7 +210,7 @@ int RunOperations(Context& context, const Options& options) {
   if (!OperationParser(context, options).Parse(program, problem)) {
     return context.output.ReportUsage(problem);
   }
-  TargetSession session(context);
+  TargetSession session(context, kSwdModes);
   int exit_status = kExitSuccess;
   if (!session.Open(options.target, exit_status)) return exit_status;
   Result result;
@@ -239,14 +239,14 @@ int RunOperations(Context& context, const Options& options) {
   if (!options.out_file.empty() && !WriteFile(options.out_file, memory)) {
     return context.output.ReportUsage("cannot write " + options.out_file);
   }
-  return context.Report(result);
+  return session.Report(result);
 }
 
 int RunPacket(Context& context, const Options& options) {
   std::string problem;
-  const auto packet = ReadBytes(context, options.words, options.text, problem);
+  const auto packet = ReadPacket(context, options.words, options.text, problem);
   if (!packet) return context.output.ReportUsage(problem);
-  TargetSession session(context);
+  TargetSession session(context, kSwdModes);
   int exit_status = kExitSuccess;
   if (!session.Open(options.target, exit_status)) return exit_status;
   Result result;
@@ -254,7 +254,7 @@ int RunPacket(Context& context, const Options& options) {
   result.error = context.service().SendSwdPacket(*packet, session.handle(), reply);
   result.outputs["RESULT"] = HexFromBytes(reply);
   if (result.error == TzErrorCode::SUCCESS) result.text = HexDump(reply);
-  return context.Report(result);
+  return session.Report(result);
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
 #include "client/options.h"
 
+#include <array>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <sstream>
 
 #include "client/text.h"
 
@@ -15,8 +14,14 @@ std::filesystem::path PathOf(const std::string& utf8) {
   return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
 }
 
-std::string ReadAll(std::istream& stream) {
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+// False when the stream breaks before its end.
+bool ReadAll(std::istream& stream, std::string& content) {
+  std::array<char, 65536> block;
+  do {
+    stream.read(block.data(), block.size());
+    content.append(block.data(), static_cast<std::size_t>(stream.gcount()));
+  } while (stream);
+  return stream.eof();
 }
 
 }  // namespace
@@ -75,30 +80,50 @@ void AddTransferTarget(CLI::App& app, TransferTarget& target) {
             "Number of the target behind the probe (default 0, the first)");
 }
 
+std::optional<std::string> ReadWholeFile(const std::string& path, std::string& problem) {
+  std::string content;
+  std::error_code unknown;
+  if (std::filesystem::is_directory(PathOf(path), unknown)) {
+    problem = path + " is a folder";
+    return std::nullopt;
+  }
+  std::ifstream file(PathOf(path), std::ios::binary);
+  if (ReadAll(file, content)) return content;
+  problem = "cannot read " + path;
+  return std::nullopt;
+}
+
 std::optional<Bytes> ReadBytes(Context& context, std::span<const std::string> words, bool text,
                                std::string& problem) {
   std::string hex;
   if (words.size() == 1 && words[0].size() > 1 && words[0][0] == '@') {
-    const std::string path = words[0].substr(1);
-    std::ifstream file(PathOf(path), std::ios::binary);
-    hex = ReadAll(file);
-    if (!file) {
-      problem = "cannot read " + path;
-      return std::nullopt;
-    }
-    if (!text) return Bytes(hex.begin(), hex.end());
+    auto content = ReadWholeFile(words[0].substr(1), problem);
+    if (!content) return std::nullopt;
+    if (!text) return Bytes(content->begin(), content->end());
+    hex = std::move(*content);
   } else if (words.size() == 1 && words[0] == "-") {
     if (context.input == nullptr) {
       problem = "standard input is the script itself";
       return std::nullopt;
     }
-    hex = ReadAll(*context.input);
+    if (!ReadAll(*context.input, hex)) {
+      problem = "cannot read standard input";
+      return std::nullopt;
+    }
   } else {
     for (const std::string& word : words) hex += word + " ";
   }
   auto bytes = BytesFromHex(hex);
   if (!bytes) problem = "bytes are pairs of hexadecimal digits";
   return bytes;
+}
+
+std::optional<Bytes> ReadPacket(Context& context, std::span<const std::string> words, bool text,
+                                std::string& problem) {
+  auto packet = ReadBytes(context, words, text, problem);
+  if (!packet || !packet->empty()) return packet;
+  problem = "there are no bytes to send";
+  return std::nullopt;
 }
 
 bool WriteFile(const std::string& path, std::span<const std::uint8_t> bytes) {

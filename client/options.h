@@ -35,13 +35,21 @@ struct TransferTarget {
 };
 void AddTransferTarget(CLI::App& app, TransferTarget& target);
 
+// All of a file, byte by byte. On failure returns nothing and says why in `problem`.
+std::optional<std::string> ReadWholeFile(const std::string& path, std::string& problem);
+
 // Bytes from the words of a command: hexadecimal, or one word "@FILE" for a file's bytes, or "-"
 // for hexadecimal text on standard input. `text` makes a file hexadecimal text, too. On failure
 // returns nothing and says why in `problem`.
 std::optional<Bytes> ReadBytes(Context& context, std::span<const std::string> words, bool text,
                                std::string& problem);
 
-// The help that goes with ReadBytes.
+// The same for a packet, which holds at least one byte: an input that is empty by mistake must not
+// look like a transfer that went well.
+std::optional<Bytes> ReadPacket(Context& context, std::span<const std::string> words, bool text,
+                                std::string& problem);
+
+// The help that goes with them.
 inline constexpr const char* kBytesHelp =
     "bytes in hexadecimal, @FILE for a file's bytes, or - for hexadecimal text on standard input";
 

@@ -84,31 +84,33 @@ int Output::Report(const Result& result) {
     nlohmann::ordered_json line = {{"error", name}};
     line.update(result.outputs);
     if (!result.target_problem.empty()) line["problem"] = result.target_problem;
-    out_ << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+    PrintLine(line);
   } else {
     out_ << result.text;
   }
-  out_.flush();
   if (result.error != TzErrorCode::SUCCESS) {
     const int code = static_cast<int>(result.error);
-    Complain(name + " (error " + std::to_string(code) + "): " + ErrorAdvice(result.error));
+    const std::string advice = result.advice.empty() ? ErrorAdvice(result.error) : result.advice;
+    Complain(name + " (error " + std::to_string(code) + "): " + advice);
+    out_.flush();
     return kExitFirstError + code;
   }
-  if (!result.target_problem.empty()) {
-    Complain(result.target_problem);
-    return kExitTargetFailed;
-  }
-  return kExitSuccess;
+  if (!json_ && !result.note.empty()) Complain(result.note);
+  if (result.target_problem.empty()) return Finish(kExitSuccess);
+  Complain(result.target_problem);
+  return Finish(kExitTargetFailed);
 }
 
-int Output::ReportUsage(const std::string& problem) {
-  Complain(problem);
-  return kExitUsage;
-}
+int Output::ReportUsage(const std::string& problem) { return Fail("USAGE", problem, kExitUsage); }
 
 int Output::ReportUnreachable(HRESULT status) {
-  Complain("cannot reach TzWirefoxService: " + UnreachableAdvice(status));
-  return kExitUnreachable;
+  return Fail("UNREACHABLE", "cannot reach TzWirefoxService: " + UnreachableAdvice(status),
+              kExitUnreachable);
+}
+
+int Output::Print(const std::string& text) {
+  out_ << text;
+  return Finish(kExitSuccess);
 }
 
 void Output::ShowProgress(const std::string& text) {
@@ -125,6 +127,23 @@ void Output::EndProgress() {
   if (progress_width_ == 0) return;
   err_ << '\r' << std::string(progress_width_, ' ') << '\r' << std::flush;
   progress_width_ = 0;
+}
+
+void Output::PrintLine(const nlohmann::ordered_json& line) {
+  out_ << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+}
+
+int Output::Fail(const char* name, const std::string& problem, int exit_status) {
+  if (json_) PrintLine({{"error", name}, {"problem", place_ + problem}});
+  out_.flush();
+  Complain(problem);
+  return exit_status;
+}
+
+int Output::Finish(int exit_status) {
+  if (out_.flush()) return exit_status;
+  Complain("cannot write the output");
+  return kExitOutput;
 }
 
 void Output::Complain(const std::string& problem) {

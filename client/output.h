@@ -17,6 +17,7 @@ enum ExitStatus : int {
   kExitTargetFailed = 1,  // the service did its part; the target did not answer well
   kExitUsage = 2,
   kExitUnreachable = 3,
+  kExitOutput = 4,       // the results could not be written
   kExitFirstError = 10,  // plus the service's error code
 };
 
@@ -27,6 +28,8 @@ struct Result {
   nlohmann::ordered_json outputs = nlohmann::ordered_json::object();
   std::string text;            // for people, with its line ends; may be empty
   std::string target_problem;  // not empty: how the target failed although the service did not
+  std::string advice;          // what the error means here, when more is known than its name says
+  std::string note;            // for people: why there is nothing to show, and what helps
 };
 
 inline Result Outcome(TzErrorCode error) {
@@ -51,17 +54,23 @@ class Output {
   // Prints the result, and for a failure what it means and what to do. Returns the exit status.
   int Report(const Result& result);
 
-  // Each prints the problem and returns its exit status.
+  // Each reports a failure of the client's own and returns its exit status. With JSON the object on
+  // standard output names the error USAGE or UNREACHABLE.
   int ReportUsage(const std::string& problem);
   int ReportUnreachable(HRESULT status);
 
-  void Print(const std::string& text) { out_ << text << std::flush; }
+  // Prints what is no result, such as help. Returns the exit status.
+  int Print(const std::string& text);
 
   // A line that the next one replaces. One that comes too soon to be read is left out.
   void ShowProgress(const std::string& text);
   void EndProgress();
 
  private:
+  void PrintLine(const nlohmann::ordered_json& line);
+  int Fail(const char* name, const std::string& problem, int exit_status);
+  // Returns `exit_status`, unless what was printed has not arrived.
+  int Finish(int exit_status);
   void Complain(const std::string& problem);
 
   std::ostream& out_;

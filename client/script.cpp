@@ -118,9 +118,10 @@ int RunScript(Context& context, std::istream& text, const std::string& name) {
     context.output.SetPlace(name + ":" + std::to_string(step.line.number) + ": ");
     context.assign_to = step.line.variable;
     exit_status = step.action(context);
-    // Without the service no later line can do anything either, and a mistake in the script is none
-    // of the failures that its author meant to allow.
-    const bool fatal = exit_status == kExitUnreachable || exit_status == kExitUsage;
+    // Without the service no later line can do anything either, nobody sees what it would print,
+    // and a mistake in the script is none of the failures that its author meant to allow.
+    const bool fatal =
+        exit_status == kExitUnreachable || exit_status == kExitUsage || exit_status == kExitOutput;
     if (step.line.may_fail && !fatal) exit_status = kExitSuccess;
     if (exit_status != kExitSuccess) break;
   }

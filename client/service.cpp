@@ -196,12 +196,16 @@ TzErrorCode Service::PortAcquire(std::int64_t handle, const PortAcquireSettings&
   });
 }
 
-TzErrorCode Service::GetPortAcquireStatus(const std::string& probe, std::int32_t& acquire_status) {
+TzErrorCode Service::GetPortAcquireStatus(const std::string& probe,
+                                          std::optional<std::int32_t>& acquire_status) {
   const Bstr name = MakeBstr(probe);
   LONG value = 0;
   const TzErrorCode error =
       Run([&](TzErrorCode* e) { return object_->GetPortAcquireStatus(name.get(), 0, &value, e); });
-  acquire_status = value;
+  // The service writes 0 only with SUCCESS. With any other outcome a 0 is what the caller or the
+  // connection put there.
+  acquire_status.reset();
+  if (error == TzErrorCode::SUCCESS || value != 0) acquire_status = value;
   return error;
 }
 

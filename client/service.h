@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -66,7 +67,9 @@ class Service {
   };
   TzErrorCode PortAcquire(const std::string& probe, const PortAcquireSettings& settings);
   TzErrorCode PortAcquire(std::int64_t handle, const PortAcquireSettings& settings);
-  TzErrorCode GetPortAcquireStatus(const std::string& probe, std::int32_t& acquire_status);
+  // Nothing in `acquire_status` when the probe could not be asked.
+  TzErrorCode GetPortAcquireStatus(const std::string& probe,
+                                   std::optional<std::int32_t>& acquire_status);
 
  private:
   struct Release {

@@ -2,16 +2,26 @@
 
 namespace client {
 
-TzErrorCode AcquireTarget(Service& service, const std::string& probe, std::int32_t target,
-                          std::int64_t& handle) {
-  // Only the recorded mode matters; a probe that cannot be asked shows itself right afterwards.
+Result AcquireTarget(Service& service, const TransferTarget& target, Modes modes,
+                     std::int64_t& handle) {
+  const auto number = static_cast<std::int32_t>(target.target);
+  // A probe that cannot be asked shows itself right afterwards.
   TzWFXStatus status{};
-  service.GetWirefoxStatus(probe, status);
-  const TzErrorCode error = service.AcquireDevice(probe, target, handle);
-  if (error != TzErrorCode::INVALID_DEVICE) return error;
+  const TzErrorCode asked = service.GetWirefoxStatus(target.probe, status);
+  Result result = Outcome(service.AcquireDevice(target.probe, number, handle));
+  if (result.error != TzErrorCode::INVALID_DEVICE) return result;
   std::vector<std::string> devices;
-  service.EnumerateDevices(probe, devices);
-  return service.AcquireDevice(probe, target, handle);
+  service.EnumerateDevices(target.probe, devices);
+  result.error = service.AcquireDevice(target.probe, number, handle);
+  if (asked == TzErrorCode::INVALID_PARAM) result.advice = NoSuchProbe(target.probe);
+  if (asked != TzErrorCode::SUCCESS) return result;
+  result.advice = WrongMode(target.probe, status, modes);
+  if (!result.advice.empty()) return result;
+  result.advice = devices.empty()
+                      ? NoTargets(target.probe, status)
+                      : "the last target is number " + std::to_string(devices.size() - 1) +
+                            "; `wfx targets " + target.probe + "` lists them";
+  return result;
 }
 
 TargetSession::~TargetSession() {
@@ -30,14 +40,22 @@ bool TargetSession::Open(const TransferTarget& target, int& exit_status) {
     return true;
   }
   probe_ = target.probe;
-  const TzErrorCode error =
-      AcquireTarget(context_.service(), probe_, static_cast<std::int32_t>(target.target), handle_);
-  if (error != TzErrorCode::SUCCESS) {
-    exit_status = context_.Report(Outcome(error));
+  const Result result = AcquireTarget(context_.service(), target, modes_, handle_);
+  if (result.error != TzErrorCode::SUCCESS) {
+    exit_status = context_.Report(result);
     return false;
   }
   acquired_here_ = true;
   return true;
+}
+
+int TargetSession::Report(Result result) {
+  TzWFXStatus status{};
+  if (result.error == TzErrorCode::INVALID_MODE &&
+      context_.service().GetWirefoxStatus(probe_, status) == TzErrorCode::SUCCESS) {
+    result.advice = WrongMode(probe_, status, modes_);
+  }
+  return context_.Report(result);
 }
 
 }  // namespace client

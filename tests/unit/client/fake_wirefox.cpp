@@ -1,5 +1,6 @@
 #include "tests/unit/client/fake_wirefox.h"
 
+#include <iterator>
 #include <sstream>
 
 #include "client/automation.h"
@@ -9,6 +10,9 @@
 namespace client_test {
 
 namespace {
+
+using Error = TzErrorCode*;
+using Array = SAFEARRAY*;
 
 template <typename T>
 long long Number(T value) {
@@ -32,137 +36,111 @@ class FakeWirefox final : public ITzWirefox_v3 {
   explicit FakeWirefox(FakeService& fake) : fake_(fake) {}
   virtual ~FakeWirefox() = default;
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
-  ULONG STDMETHODCALLTYPE Release() override {
+  HRESULT QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+  ULONG AddRef() override { return ++references_; }
+  ULONG Release() override {
     const ULONG left = --references_;
     if (left == 0) delete this;
     return left;
   }
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
-                                   UINT*) override {
+  HRESULT GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
+  HRESULT GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+  HRESULT GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+  HRESULT Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override {
     return E_NOTIMPL;
   }
 
-  HRESULT STDMETHODCALLTYPE GetVersion(LONG* versionNum) override {
+  HRESULT GetVersion(LONG* versionNum) override {
     *versionNum = fake_.version;
     return Record("GetVersion", nullptr);
   }
-  HRESULT STDMETHODCALLTYPE GetDevicesChangedLocation(BSTR* path) override {
+  HRESULT GetDevicesChangedLocation(BSTR* path) override {
     *path = nullptr;
     return Record("GetDevicesChangedLocation", nullptr);
   }
-  HRESULT STDMETHODCALLTYPE EnumerateWirefoxs(SAFEARRAY** wirefoxs, TzErrorCode* error) override {
+  HRESULT EnumerateWirefoxs(Array* wirefoxs, Error error) override {
     *wirefoxs = MakeStrings(fake_.wirefoxs);
     return Record("EnumerateWirefoxs", error);
   }
-  HRESULT STDMETHODCALLTYPE EnumerateDevices(BSTR wirefox, SAFEARRAY** devices,
-                                             TzErrorCode* error) override {
+  HRESULT EnumerateDevices(BSTR name, Array* devices, Error error) override {
     *devices = MakeStrings(fake_.devices);
-    return Record("EnumerateDevices", error, wirefox);
+    return Record("EnumerateDevices", error, name);
   }
-  HRESULT STDMETHODCALLTYPE SetLedState(BSTR wirefox, TzLed led, TzLedState state,
-                                        TzErrorCode* error) override {
-    return Record("SetLedState", error, wirefox, {Number(led), Number(state)});
+  HRESULT SetLedState(BSTR name, TzLed led, TzLedState state, Error error) override {
+    return Record("SetLedState", error, name, {Number(led), Number(state)});
   }
-  HRESULT STDMETHODCALLTYPE VisualIdentify(BSTR wirefox, TzLedIdentifyState state,
-                                           TzErrorCode* error) override {
-    return Record("VisualIdentify", error, wirefox, {Number(state)});
+  HRESULT VisualIdentify(BSTR name, TzLedIdentifyState state, Error error) override {
+    return Record("VisualIdentify", error, name, {Number(state)});
   }
-  HRESULT STDMETHODCALLTYPE GetWirefoxStatus(BSTR wirefox, TzWFXStatus* status,
-                                             TzErrorCode* error) override {
+  HRESULT GetWirefoxStatus(BSTR name, TzWFXStatus* status, Error error) override {
     *status = fake_.status;
-    return Record("GetWirefoxStatus", error, wirefox);
+    return Record("GetWirefoxStatus", error, name);
   }
-  HRESULT STDMETHODCALLTYPE SetTimeOut(BSTR wirefox, TzWirefoxEndPoint endPoint, LONG timeout,
-                                       LONG ownerPID, TzErrorCode* error) override {
-    return Record("SetTimeOut", error, wirefox,
-                  {Number(endPoint), timeout, IsThisProcess(ownerPID)});
+  HRESULT SetTimeOut(BSTR name, TzWirefoxEndPoint endpoint, LONG timeout, LONG pid,
+                     Error error) override {
+    return Record("SetTimeOut", error, name, {Number(endpoint), timeout, IsThisProcess(pid)});
   }
-  HRESULT STDMETHODCALLTYPE SetJtagClock(BSTR wirefox, TzJtagClock clock, LONG ownerPID,
-                                         TzErrorCode* error) override {
-    return Record("SetJtagClock", error, wirefox, {Number(clock), IsThisProcess(ownerPID)});
+  HRESULT SetJtagClock(BSTR name, TzJtagClock clock, LONG pid, Error error) override {
+    return Record("SetJtagClock", error, name, {Number(clock), IsThisProcess(pid)});
   }
-  HRESULT STDMETHODCALLTYPE SetMode(BSTR wirefox, TzTransferMode mode, CHAR port10N5, LONG ownerPID,
-                                    TzErrorCode* error) override {
-    return Record("SetMode", error, wirefox, {Number(mode), port10N5, IsThisProcess(ownerPID)});
+  HRESULT SetMode(BSTR name, TzTransferMode mode, CHAR port, LONG pid, Error error) override {
+    return Record("SetMode", error, name, {Number(mode), port, IsThisProcess(pid)});
   }
-  HRESULT STDMETHODCALLTYPE SetVTarg(BSTR wirefox, TzVTargVoltage voltage, CHAR supplyVoltage,
-                                     LONG ownerPID, TzErrorCode* error) override {
-    return Record("SetVTarg", error, wirefox,
-                  {Number(voltage), supplyVoltage, IsThisProcess(ownerPID)});
+  HRESULT SetVTarg(BSTR name, TzVTargVoltage voltage, CHAR on, LONG pid, Error error) override {
+    return Record("SetVTarg", error, name, {Number(voltage), on, IsThisProcess(pid)});
   }
-  HRESULT STDMETHODCALLTYPE AcquireDevice(BSTR wirefox, LONG deviceNum, LONG ownerPID,
-                                          std::int64_t* wfxHandle, TzErrorCode* error) override {
-    const HRESULT status =
-        Record("AcquireDevice", error, wirefox, {deviceNum, IsThisProcess(ownerPID)});
-    *wfxHandle = *error == TzErrorCode::SUCCESS ? 0x104 : 0;
+  HRESULT AcquireDevice(BSTR name, LONG deviceNum, LONG pid, std::int64_t* handle,
+                        Error error) override {
+    const HRESULT status = Record("AcquireDevice", error, name, {deviceNum, IsThisProcess(pid)});
+    *handle = *error == TzErrorCode::SUCCESS ? 0x104 : 0;
     return status;
   }
-  HRESULT STDMETHODCALLTYPE ReleaseDevice(std::int64_t wfxHandle, TzErrorCode* error) override {
-    return Record("ReleaseDevice", error, nullptr, {wfxHandle});
+  HRESULT ReleaseDevice(std::int64_t handle, Error error) override {
+    return Record("ReleaseDevice", error, nullptr, {handle});
   }
-  HRESULT STDMETHODCALLTYPE SendJtagPacket(SAFEARRAY* tdi_tms, CHAR read, std::int64_t wfxHandle,
-                                           SAFEARRAY** RESULT, TzErrorCode* error) override {
-    return Transfer("SendJtagPacket", tdi_tms, RESULT, error, {read, wfxHandle});
+  HRESULT SendJtagPacket(Array data, CHAR read, std::int64_t handle, Array* result,
+                         Error error) override {
+    return Transfer("SendJtagPacket", data, result, error, {read, handle});
   }
-  HRESULT STDMETHODCALLTYPE SendSwdPacket(SAFEARRAY* data, std::int64_t wfxHandle,
-                                          SAFEARRAY** RESULT, TzErrorCode* error) override {
-    return Transfer("SendSwdPacket", data, RESULT, error, {wfxHandle});
+  HRESULT SendSwdPacket(Array data, std::int64_t handle, Array* result, Error error) override {
+    return Transfer("SendSwdPacket", data, result, error, {handle});
   }
-  HRESULT STDMETHODCALLTYPE RequestSwvPackets(std::int64_t wfxHandle, SAFEARRAY** RESULT,
-                                              TzErrorCode* error) override {
-    return Transfer("RequestSwvPackets", nullptr, RESULT, error, {wfxHandle});
+  HRESULT RequestSwvPackets(std::int64_t handle, Array* result, Error error) override {
+    return Transfer("RequestSwvPackets", nullptr, result, error, {handle});
   }
-  HRESULT STDMETHODCALLTYPE BulkTransfer(TzWirefoxEndPoint endPoint, SAFEARRAY* data,
-                                         CHAR readNwrite, std::int64_t wfxHandle,
-                                         SAFEARRAY** RESULT, TzErrorCode* error) override {
-    return Transfer("BulkTransfer", data, RESULT, error, {Number(endPoint), readNwrite, wfxHandle});
+  HRESULT BulkTransfer(TzWirefoxEndPoint endpoint, Array data, CHAR read, std::int64_t handle,
+                       Array* result, Error error) override {
+    return Transfer("BulkTransfer", data, result, error, {Number(endpoint), read, handle});
   }
-  HRESULT STDMETHODCALLTYPE PortAcquire(BSTR wirefox, TzProgrammingMode mode, LONG portAcquireKey,
-                                        CHAR writeTestKey, LONG testModeAddress, LONG testModeKey,
-                                        LONG retryLimit, TzErrorCode* error) override {
-    return Record(
-        "PortAcquire", error, wirefox,
-        {Number(mode), portAcquireKey, writeTestKey, testModeAddress, testModeKey, retryLimit});
+  HRESULT PortAcquire(BSTR name, TzProgrammingMode mode, LONG key, CHAR write, LONG address,
+                      LONG value, LONG retries, Error error) override {
+    return Record("PortAcquire", error, name, {Number(mode), key, write, address, value, retries});
   }
-  HRESULT STDMETHODCALLTYPE GetPortAcquireStatus(BSTR wirefox, CHAR abort, LONG* acquireStatus,
-                                                 TzErrorCode* error) override {
-    *acquireStatus = 0;
-    return Record("GetPortAcquireStatus", error, wirefox, {abort});
+  HRESULT GetPortAcquireStatus(BSTR name, CHAR abort, LONG* acquireStatus, Error error) override {
+    if (fake_.acquire_status) *acquireStatus = *fake_.acquire_status;
+    return Record("GetPortAcquireStatus", error, name, {abort});
   }
-  HRESULT STDMETHODCALLTYPE ToggleXres(BSTR wirefox, CHAR active, TzErrorCode* error) override {
-    return Record("ToggleXres", error, wirefox, {active});
+  HRESULT ToggleXres(BSTR name, CHAR active, Error error) override {
+    return Record("ToggleXres", error, name, {active});
   }
-  HRESULT STDMETHODCALLTYPE SetupSWV(BSTR wirefox, LONG targetFreq, CHAR manchesterNuart,
-                                     SHORT commitTime, TzErrorCode* error) override {
-    return Record("SetupSWV", error, wirefox, {targetFreq, manchesterNuart, commitTime});
+  HRESULT SetupSWV(BSTR name, LONG hz, CHAR coding, SHORT commit, Error error) override {
+    return Record("SetupSWV", error, name, {hz, coding, commit});
   }
-  HRESULT STDMETHODCALLTYPE RequestEtmPackets(std::int64_t wfxHandle, SAFEARRAY** RESULT,
-                                              TzErrorCode* error) override {
-    return Transfer("RequestEtmPackets", nullptr, RESULT, error, {wfxHandle});
+  HRESULT RequestEtmPackets(std::int64_t handle, Array* result, Error error) override {
+    return Transfer("RequestEtmPackets", nullptr, result, error, {handle});
   }
-  HRESULT STDMETHODCALLTYPE SendI2CPacket(SAFEARRAY* data, std::int64_t wfxHandle,
-                                          LONG restartLocation, SAFEARRAY** RESULT,
-                                          TzErrorCode* error) override {
-    return Transfer("SendI2CPacket", data, RESULT, error, {restartLocation, wfxHandle});
+  HRESULT SendI2CPacket(Array data, std::int64_t handle, LONG restart, Array* result,
+                        Error error) override {
+    return Transfer("SendI2CPacket", data, result, error, {restart, handle});
   }
-  HRESULT STDMETHODCALLTYPE PortAcquire(TzProgrammingMode mode, LONG portAcquireKey,
-                                        CHAR writeTestKey, LONG testModeAddress, LONG testModeKey,
-                                        LONG retryLimit, std::int64_t wfxHandle,
-                                        TzErrorCode* error) override {
+  HRESULT PortAcquire(TzProgrammingMode mode, LONG key, CHAR write, LONG address, LONG value,
+                      LONG retries, std::int64_t handle, Error error) override {
     return Record("PortAcquire", error, nullptr,
-                  {Number(mode), portAcquireKey, writeTestKey, testModeAddress, testModeKey,
-                   retryLimit, wfxHandle});
+                  {Number(mode), key, write, address, value, retries, handle});
   }
-  HRESULT STDMETHODCALLTYPE GetHwRevID(BSTR wirefox, LONG* revID, TzErrorCode* error) override {
+  HRESULT GetHwRevID(BSTR name, LONG* revID, Error error) override {
     *revID = fake_.revision;
-    return Record("GetHwRevID", error, wirefox);
+    return Record("GetHwRevID", error, name);
   }
 
  private:
@@ -202,17 +180,25 @@ class FakeWirefox final : public ITzWirefox_v3 {
 
 }  // namespace
 
-ClientRun RunClient(FakeService& fake, const std::vector<std::string>& arguments,
-                    const std::string& standard_input) {
+std::string Transcript(FakeService& fake, const std::string& line,
+                       const std::string& standard_input, bool closed) {
   const auto connect = [&fake](HRESULT& status) -> std::unique_ptr<client::Service> {
     status = fake.connection_failure;
     return FAILED(status) ? nullptr : std::make_unique<client::Service>(new FakeWirefox(fake));
   };
+  std::istringstream words(line);
+  const std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
   std::istringstream in(standard_input);
   std::ostringstream out;
   std::ostringstream err;
+  if (closed) out.setstate(std::ios::badbit);
+  fake.calls.clear();
   const int exit_status = client::RunCommandLine(arguments, connect, {in, out, err, false});
-  return {exit_status, out.str(), err.str()};
+  std::string transcript;
+  for (const std::string& call : fake.calls) transcript += "> " + call + "\n";
+  transcript += out.str() + err.str();
+  if (exit_status != 0) transcript += "= " + std::to_string(exit_status) + "\n";
+  return transcript;
 }
 
 }  // namespace client_test

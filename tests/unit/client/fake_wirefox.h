@@ -5,6 +5,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,17 +33,17 @@ struct FakeService {
   LONG version = 0;
   LONG revision = 0;
 
+  // What GetPortAcquireStatus writes; nothing: it leaves the output as it found it.
+  std::optional<LONG> acquire_status;
+
   // Answers a transfer's packet; empty: no bytes.
   std::function<client::Bytes(const client::Bytes& packet)> reply;
 };
 
-// What a run of the command line gave.
-struct ClientRun {
-  int exit_status;
-  std::string out;
-  std::string err;
-};
-ClientRun RunClient(FakeService& fake, const std::vector<std::string>& arguments,
-                    const std::string& standard_input = "");
+// Runs the client with the words of `line`. Gives the calls that the service received, each with
+// "> " in front, then standard output, standard error, and unless it is 0 the exit status as
+// "= STATUS". A standard output that is `closed` takes nothing.
+std::string Transcript(FakeService& fake, const std::string& line,
+                       const std::string& standard_input = "", bool closed = false);
 
 }  // namespace client_test

@@ -46,11 +46,6 @@ JtagProgram Parse(const std::vector<std::string>& words, bool from_idle = false)
   return program.value_or(JtagProgram());
 }
 
-TEST(JtagProgram, ResetAndDataScanHaveTheseBytes) {
-  // TMS: 1111, 1010, 0000, 0000, 1100, and idling; TDI 1100 0001 from the tenth cycle on.
-  EXPECT_EQ(Parse({"dr", "8:0x83"}).Packet(), (Bytes{0xF0, 0x50, 0x06, 0x00, 0x31, 0x00}));
-}
-
 TEST(JtagProgram, ScansReachTheRegistersOfATapFoundInAnyState) {
   Tap tap(32);
   tap.Clock({0x60, 0x00});  // to Shift-IR: the worst place to be found in
@@ -89,20 +84,6 @@ TEST(JtagProgram, ScansOfEveryLengthAreTrimmedToTheBit) {
   }
 }
 
-TEST(JtagProgram, PacketsAreWholePairsOfBytes) {
-  for (int idle = 1; idle < 20; ++idle) {
-    EXPECT_EQ(Parse({"idle", std::to_string(idle)}).Packet().size() % 2, 0u) << idle;
-  }
-}
-
-TEST(JtagProgram, AShortReplyIsNotReadBeyondItsEnd) {
-  const JtagProgram program = Parse({"dr", "32"});
-  const std::size_t full = (program.Packet().size() + 1) / 2;
-  EXPECT_TRUE(program.Decode(Bytes(full)));
-  EXPECT_FALSE(program.Decode(Bytes(full - 1)));
-  EXPECT_FALSE(program.Decode(Bytes()));
-}
-
 TEST(JtagProgram, WrongWordsAreToldApart) {
   const std::pair<std::vector<std::string>, const char*> cases[] = {
       {{"ir", "8"}, "ir wants BITS:VALUE with a value that fits, not '8'"},
@@ -112,8 +93,7 @@ TEST(JtagProgram, WrongWordsAreToldApart) {
       {{"dr", "99999999999"},
        "dr wants BITS or BITS:VALUE with a value that fits, not '99999999999'"},
       {{"idle", "x"}, "idle wants a number of cycles, not 'x'"},
-      {{"dr", "8", "f0"}, "'f0' is none of reset, idle, ir, dr"},
-  };
+      {{"dr", "8", "f0"}, "'f0' is none of reset, idle, ir, dr"}};
   for (const auto& [words, expected] : cases) {
     std::string problem;
     EXPECT_FALSE(ParseJtagProgram(words, false, problem));

@@ -6,50 +6,36 @@ namespace client {
 namespace {
 
 TEST(Numbers, DecimalAndHexadecimalWithinTheRangeAreRead) {
-  const std::pair<const char*, std::optional<std::int64_t>> cases[] = {
-      {"0", 0},
-      {"255", 255},
-      {"0xff", 255},
-      {"0XFF", 255},
-      {"-10", -10},
-      {"-0xA", -10},
-      {"256", std::nullopt},  // above the range
-      {"-11", std::nullopt},  // below it
-      {"", std::nullopt},
-      {"-", std::nullopt},
-      {"0x", std::nullopt},
-      {"12 ", std::nullopt},
-      {"1a", std::nullopt},
-      {"+1", std::nullopt},
-      {"99999999999999999999", std::nullopt},  // beyond 64 bits
-      {"0xffffffffffffffff", std::nullopt},
-  };
+  const std::pair<const char*, std::int64_t> cases[] = {{"0", 0},      {"255", 255}, {"0xff", 255},
+                                                        {"0XFF", 255}, {"-10", -10}, {"-0xA", -10}};
   for (const auto& [text, value] : cases) EXPECT_EQ(ParseNumber(text, -10, 255), value) << text;
+  for (const char* text : {"256", "-11", "", "-", "0x", "12 ", "1a", "+1", "99999999999999999999",
+                           "0xffffffffffffffff"}) {
+    EXPECT_FALSE(ParseNumber(text, -10, 255)) << text;
+  }
 }
 
 TEST(Numbers, BitsComeLeastSignificantFirstAndMustFit) {
-  struct Case {
+  struct {
     const char* text;
     std::uint32_t bits;
-    std::optional<Bytes> bytes;
-  };
-  const Case cases[] = {
-      {"0x1ff", 9, Bytes{0xFF, 0x01}},
-      {"0x3ff", 9, std::nullopt},
-      {"0b101", 3, Bytes{0x05}},
-      {"0b101", 2, std::nullopt},
-      {"511", 9, Bytes{0xFF, 0x01}},
-      {"512", 9, std::nullopt},
-      {"0x0000000001", 1, Bytes{0x01}},  // leading zeros need no room
-      {"0x0123456789abcdef0123", 80,
-       Bytes{0x23, 0x01, 0xEF, 0xCD, 0xAB, 0x89, 0x67, 0x45, 0x23, 0x01}},
-      {"0", 1, Bytes{0x00}},
-      {"0x", 8, std::nullopt},
-      {"", 8, std::nullopt},
-      {"0b2", 8, std::nullopt},
-      {"18446744073709551616", 80, std::nullopt},
-  };
-  for (const Case& c : cases) EXPECT_EQ(ParseBits(c.text, c.bits), c.bytes) << c.text;
+    Bytes bytes;
+  } const cases[] = {{"0x1ff", 9, Bytes{0xFF, 0x01}},
+                     {"0b101", 3, Bytes{0x05}},
+                     {"511", 9, Bytes{0xFF, 0x01}},
+                     {"0x0000000001", 1, Bytes{0x01}},
+                     {"0x0123456789abcdef0123", 80,
+                      Bytes{0x23, 0x01, 0xEF, 0xCD, 0xAB, 0x89, 0x67, 0x45, 0x23, 0x01}},
+                     {"0", 1, Bytes{0x00}}};
+  for (const auto& [text, bits, bytes] : cases) EXPECT_EQ(ParseBits(text, bits), bytes) << text;
+  const std::pair<const char*, std::uint32_t> wrong[] = {{"0x3ff", 9},
+                                                         {"0b101", 2},
+                                                         {"512", 9},
+                                                         {"0x", 8},
+                                                         {"", 8},
+                                                         {"0b2", 8},
+                                                         {"18446744073709551616", 80}};
+  for (const auto& [text, bits] : wrong) EXPECT_FALSE(ParseBits(text, bits)) << text;
 }
 
 TEST(Numbers, BitsPrintOnlyWhatTheirCountCovers) {
@@ -59,18 +45,13 @@ TEST(Numbers, BitsPrintOnlyWhatTheirCountCovers) {
 }
 
 TEST(Bytes, HexadecimalTextIsReadWithSeparatorsAndComments) {
-  const std::pair<const char*, std::optional<Bytes>> cases[] = {
-      {"", Bytes{}},
-      {"f0F020", Bytes{0xF0, 0xF0, 0x20}},
-      {"f0 f0,0x20:01\n", Bytes{0xF0, 0xF0, 0x20, 0x01}},
-      {"01 # 02\n03", Bytes{0x01, 0x03}},
-      {"01 # no end of line", Bytes{0x01}},
-      {"0", std::nullopt},
-      {"01 2", std::nullopt},
-      {"0g", std::nullopt},
-      {"0x", std::nullopt},
-  };
+  const std::pair<const char*, Bytes> cases[] = {{"", Bytes{}},
+                                                 {"f0F020", Bytes{0xF0, 0xF0, 0x20}},
+                                                 {"f0 f0,0x20:01\n", Bytes{0xF0, 0xF0, 0x20, 0x01}},
+                                                 {"01 # 02\n03", Bytes{0x01, 0x03}},
+                                                 {"01 # no end of line", Bytes{0x01}}};
   for (const auto& [text, bytes] : cases) EXPECT_EQ(BytesFromHex(text), bytes) << text;
+  for (const char* text : {"0", "01 2", "0g", "0x"}) EXPECT_FALSE(BytesFromHex(text)) << text;
 }
 
 TEST(Bytes, ADumpShowsAddressBytesAndCharacters) {

@@ -4,7 +4,6 @@
 #include <array>
 #include <map>
 
-#include "client/i2c_packet.h"
 #include "client/swd_link.h"
 #include "client/swd_packet.h"
 #include "sim/debug_port.h"
@@ -38,28 +37,6 @@ TEST(SwdRequest, AStatusIsGoodWithBit0SetAndBit2Clear) {
   EXPECT_THAT(SwdStatusText(2), testing::StartsWith("WAIT"));
   EXPECT_THAT(SwdStatusText(4), testing::StartsWith("FAULT"));
   EXPECT_THAT(SwdStatusText(7), testing::StartsWith("no answer")) << "the line at rest";
-}
-
-TEST(SwdPacket, RepliesAreTakenApartInTheOrderOfTheRequests) {
-  SwdPacket packet;
-  packet.Read(SwdPort::kDebug, 0x0);
-  packet.Write(SwdPort::kDebug, 0x4, 0x50000000);
-  packet.Read(SwdPort::kDebug, 0x4);
-  EXPECT_EQ(packet.bytes(), (Bytes{0xA5, 0xA9, 0x00, 0x00, 0x00, 0x50, 0x8D}));
-  const Bytes reply = {0x77, 0x14, 0xA0, 0x2B, 0x01, 0x01, 0x40, 0x00, 0x00, 0xF0, 0x04};
-  const auto answers = packet.Decode(reply);
-  ASSERT_TRUE(answers);
-  ASSERT_EQ(answers->size(), 3u);
-  EXPECT_EQ((*answers)[0].value, 0x2BA01477u);
-  EXPECT_EQ((*answers)[1].status, 0x01);
-  EXPECT_EQ((*answers)[2].value, 0xF0000040u);
-  EXPECT_EQ((*answers)[2].status, 0x04);
-  for (std::size_t length = 0; length < reply.size(); ++length) {
-    EXPECT_FALSE(packet.Decode(std::span(reply).first(length))) << length;
-  }
-  Bytes longer = reply;
-  longer.push_back(0);
-  EXPECT_FALSE(packet.Decode(longer));
 }
 
 // A simulated debug port with one memory access port, at the level of packets.
@@ -133,29 +110,6 @@ TEST(SwdLink, ATargetThatFaultsOrStaysUnpoweredIsReported) {
   std::vector<std::uint32_t> words(1);
   EXPECT_FALSE(link.ReadMemory(0, words));
   EXPECT_EQ(link.problem(), "the debug domain does not power up (CTRL/STAT reads 0x00000000)");
-}
-
-TEST(I2cPacket, TransactionsAreEnginePackets) {
-  const I2cPacket write = MakeI2cWrite(0x50, Bytes{0xAA, 0xBB});
-  EXPECT_EQ(write.bytes, (Bytes{0xA0, 0xAA, 0xBB}));
-  EXPECT_EQ(write.restart_location, 0);
-
-  const I2cPacket read = MakeI2cRead(0x50, 2);
-  EXPECT_EQ(read.bytes, (Bytes{0xA1, 0x00, 0x00}));
-  EXPECT_EQ(read.Decode(Bytes{0x01, 0x10, 0x20, 0x00, 0x00}), (Bytes{0x10, 0x20}));
-
-  const I2cPacket both = MakeI2cWriteRead(0x50, Bytes{0x10}, 2);
-  EXPECT_EQ(both.bytes, (Bytes{0xA0, 0x10, 0xA1, 0x00, 0x00}));
-  EXPECT_EQ(both.restart_location, 1);
-  // Status, the byte written, the echoed second address, the bytes read.
-  EXPECT_EQ(both.Decode(Bytes{0x01, 0x10, 0xA1, 0x55, 0x66, 0x00, 0x00}), (Bytes{0x55, 0x66}));
-}
-
-TEST(I2cPacket, AReplyOfZeroStatusOrTooFewBytesIsNoAnswer) {
-  const I2cPacket read = MakeI2cRead(0x50, 2);
-  EXPECT_FALSE(read.Decode(Bytes{0x00, 0x10, 0x20}));
-  EXPECT_FALSE(read.Decode(Bytes{0x01, 0x10}));
-  EXPECT_FALSE(read.Decode(Bytes{}));
 }
 
 }  // namespace

@@ -1,5 +1,3 @@
-#include "client/script.h"
-
 #include <gtest/gtest.h>
 
 #include "tests/unit/client/fake_wirefox.h"
@@ -7,109 +5,81 @@
 namespace client {
 namespace {
 
-using client_test::ClientRun;
 using client_test::FakeService;
-using client_test::RunClient;
+using client_test::Transcript;
 
-TEST(ScriptLine, WordsVariableAndToleranceAreTakenApart) {
-  struct Case {
-    const char* text;
-    bool may_fail;
-    const char* variable;
-    std::vector<std::string> words;
-  };
-  const Case cases[] = {
-      {"", false, "", {}},
-      {"   # only a comment", false, "", {}},
-      {"list", false, "", {"list"}},
-      {"\tlist \r", false, "", {"list"}},
-      {"jtag $s f0#20 # comment", false, "", {"jtag", "$s", "f0#20"}},
-      {"status \"A probe\" \"\"", false, "", {"status", "A probe", ""}},
-      {"-release $s", true, "", {"release", "$s"}},
-      {"- release $s", true, "", {"release", "$s"}},
-      {"s = acquire P", false, "s", {"acquire", "P"}},
-      {"-s_1 = acquire P", true, "s_1", {"acquire", "P"}},
-  };
-  for (const Case& c : cases) {
-    std::string problem;
-    const auto line = ParseScriptLine(c.text, problem);
-    ASSERT_TRUE(line) << c.text << ": " << problem;
-    EXPECT_EQ(line->may_fail, c.may_fail) << c.text;
-    EXPECT_EQ(line->variable, c.variable) << c.text;
-    EXPECT_EQ(line->words, c.words) << c.text;
-  }
-}
-
-TEST(ScriptLine, BrokenLinesAreRefused) {
-  for (const char* text : {"status \"P", "-", "- # nothing", "s =", "1s = acquire P",
-                           "$s = acquire P", "a-b = acquire P"}) {
-    std::string problem;
-    EXPECT_FALSE(ParseScriptLine(text, problem)) << text;
-    EXPECT_FALSE(problem.empty()) << text;
-  }
+TEST(Script, LinesAreWordsWithQuotesCommentsMarksAndVariables) {
+  FakeService fake;
+  EXPECT_EQ(Transcript(fake, "script -",
+                       "\n   # only a comment\n\txres A on \r\nxres P#1 on # comment\n"
+                       "xres \"A probe\" on\nxres \"\" on\n-xres P off\n- xres P on\n"
+                       "-s_1 = acquire P\n"),
+            "> ToggleXres A 1\n> ToggleXres P#1 1\n> ToggleXres A probe 1\n> ToggleXres  1\n"
+            "> ToggleXres P 0\n> ToggleXres P 1\n> GetWirefoxStatus P\n> AcquireDevice P 0 1\n"
+            "> ReleaseDevice 260\n");
 }
 
 TEST(Script, SessionsLiveInVariablesAndTheLastIsReleasedAtTheEnd) {
   FakeService fake;
-  const ClientRun run = RunClient(fake, {"script", "-"},
-                                  "a = acquire P --target 1   # the second one\n"
-                                  "jtag $a f0f0\n"
-                                  "release $a\n"
-                                  "b = acquire P\n"
-                                  "swd $b a5\n");
-  EXPECT_EQ(run.exit_status, 0) << run.err;
-  EXPECT_EQ(fake.calls, (std::vector<std::string>{"GetWirefoxStatus P", "AcquireDevice P 1 1",
-                                                  "SendJtagPacket 1 260 f0f0", "ReleaseDevice 260",
-                                                  "GetWirefoxStatus P", "AcquireDevice P 0 1",
-                                                  "SendSwdPacket 260 a5", "ReleaseDevice 260"}));
+  EXPECT_EQ(Transcript(fake, "script - --json",
+                       "a = acquire P --target 1   # the second one\n"
+                       "jtag $a f0f0\n"
+                       "release $a\n"
+                       "b = acquire P\n"
+                       "swd $b a5\n"),
+            "> GetWirefoxStatus P\n> AcquireDevice P 1 1\n> SendJtagPacket 1 260 f0f0\n"
+            "> ReleaseDevice 260\n> GetWirefoxStatus P\n> AcquireDevice P 0 1\n"
+            "> SendSwdPacket 260 a5\n> ReleaseDevice 260\n"
+            "{\"error\":\"SUCCESS\",\"wfxHandle\":260}\n{\"error\":\"SUCCESS\",\"RESULT\":\"\"}\n"
+            "{\"error\":\"SUCCESS\"}\n{\"error\":\"SUCCESS\",\"wfxHandle\":260}\n"
+            "{\"error\":\"SUCCESS\",\"RESULT\":\"\"}\n");
 }
 
 TEST(Script, EndsAtTheFirstFailureWithItsStatusAndLineUnlessTheLineMayFail) {
   FakeService fake;
-  fake.outcomes["SetMode"] = {TzErrorCode::IN_USE, TzErrorCode::IN_USE};
-  const ClientRun run = RunClient(fake, {"script", "-"}, "list\n\nmode P JTAG\nlist\n");
-  EXPECT_EQ(run.exit_status, 11);
-  EXPECT_EQ(fake.calls, (std::vector<std::string>{"EnumerateWirefoxs", "SetMode P 1 0 1"}));
-  EXPECT_EQ(run.err.substr(0, 32), "wfx: stdin:3: IN_USE (error 1): ");
-  EXPECT_EQ(RunClient(fake, {"script", "-"}, "-mode P JTAG\nhwrev P\n").exit_status, 0);
-  EXPECT_EQ(fake.calls.back(), "GetHwRevID P");
+  fake.outcomes["SetMode"] = {TzErrorCode::UNKNOWN, TzErrorCode::UNKNOWN};
+  const std::string problem =
+      "wfx: stdin:3: UNKNOWN (error 7): the service could not take or give the data; its log may "
+      "tell more\n";
+  EXPECT_EQ(Transcript(fake, "script -", "version\n\nmode P JTAG\nlist\n"),
+            "> GetVersion\n> SetMode P 1 0 1\nTzWirefoxService 0.0.0.0\n" + problem + "= 17\n");
+  EXPECT_EQ(Transcript(fake, "script -", "\n\n-mode P JTAG\nhwrev P\n"),
+            "> SetMode P 1 0 1\n> GetHwRevID P\nhardware revision 0\n" + problem);
+  // Without the service no line can do anything.
+  fake.call_failures["GetHwRevID"] = static_cast<HRESULT>(0x800706BA);
+  EXPECT_EQ(Transcript(fake, "script -", "-hwrev P\n-hwrev P\n"),
+            "> GetHwRevID P\nwfx: stdin:1: cannot reach TzWirefoxService: the service has ended "
+            "(0x800706ba)\n= 3\n");
 }
 
 TEST(Script, NothingRunsWhenALineIsWrong) {
   const std::pair<const char*, const char*> cases[] = {
-      {"list\nfrobnicate\n", "wfx: stdin:2: unknown command 'frobnicate'\n"},
-      {"list\nmode P\n", "wfx: stdin:2: mode: MODE is required\n"},
-      {"list\nhold\n", "wfx: stdin:2: 'hold' cannot be used in a script\n"},
-      {"list\nacquire P\n", "wfx: stdin:2: acquire gives a session: write NAME = acquire PROBE\n"},
-      {"list\ns = list\n", "wfx: stdin:2: only acquire gives something that a variable can keep\n"},
-      {"list\nlist --help\n", "wfx: stdin:2: help is for the command line\n"},
-      // Found when its line runs; the mark does not hide it.
-      {"-release $s\nlist\n", "wfx: stdin:1: there is no session $s\n"},
+      {"status \"P", "a quote is left open"},
+      {"-", "no command behind '-'"},
+      {"- # nothing", "no command behind '-'"},
+      {"s =", "no command behind '='"},
+      {"1s = acquire P", "'1s' is no name for a variable"},
+      {"$s = acquire P", "'$s' is no name for a variable"},
+      {"a-b = acquire P", "'a-b' is no name for a variable"},
+      {"frobnicate",
+       "unknown command 'frobnicate'; the commands are list, version, status, mode, vtarg, clock, "
+       "timeout, led, identify, xres, swv-setup, hwrev, targets, jtag, swd, i2c, bulk, swv, "
+       "acquire-port, acquire, release"},
+      {"mode P", "mode: MODE is required"},
+      {"hold", "'hold' cannot be used in a script"},
+      {"acquire P", "acquire gives a session: write NAME = acquire PROBE"},
+      {"s = list", "only acquire gives something that a variable can keep"},
+      {"list --help", "help is for the command line"},
   };
-  for (const auto& [text, problem] : cases) {
-    FakeService fake;
-    const ClientRun run = RunClient(fake, {"script", "-"}, text);
-    EXPECT_EQ(run.exit_status, 2) << text;
-    EXPECT_EQ(run.err, problem);
-    EXPECT_TRUE(fake.calls.empty()) << text;
+  FakeService fake;
+  for (const auto& [line, problem] : cases) {
+    EXPECT_EQ(Transcript(fake, "script -", std::string("list\n") + line + "\n"),
+              std::string("wfx: stdin:2: ") + problem + "\n= 2\n");
   }
-}
-
-TEST(Script, ALostServiceEndsAScriptThatToleratesFailures) {
-  FakeService fake;
-  fake.call_failures["GetHwRevID"] = static_cast<HRESULT>(0x800706BA);
-  const ClientRun run = RunClient(fake, {"script", "-"}, "-hwrev P\n-hwrev P\n");
-  EXPECT_EQ(run.exit_status, 3);
-  EXPECT_EQ(fake.calls.size(), 1u);
-}
-
-TEST(Script, JsonGivesOneLineForEachCommand) {
-  FakeService fake;
-  fake.wirefoxs = {"A"};
-  const ClientRun run = RunClient(fake, {"script", "-", "--json"}, "list\ns = acquire A\n");
-  EXPECT_EQ(run.out,
-            "{\"error\":\"SUCCESS\",\"wirefoxs\":[\"A\"]}\n"
-            "{\"error\":\"SUCCESS\",\"wfxHandle\":260}\n");
+  // Found when its line runs; the mark does not hide it.
+  EXPECT_EQ(Transcript(fake, "script - --json", "-release $s\nlist\n"),
+            "{\"error\":\"USAGE\",\"problem\":\"stdin:1: there is no session $s\"}\n"
+            "wfx: stdin:1: there is no session $s\n= 2\n");
 }
 
 }  // namespace
