@@ -35,6 +35,96 @@ TEST_F(Clients, AWatcherSeesProbesComeAndGo) {
   EXPECT_EQ(watch->ReadAll(), "");
 }
 
+TEST_F(Clients, AListWithoutProbesTellsWhichPartIsMissing) {
+  ASSERT_NO_FATAL_FAILURE(Install());
+  ASSERT_NO_FATAL_FAILURE(Register());
+  const auto expect_note = [&](const std::string& note) {
+    const Finished list = Wfx({"list"});
+    EXPECT_EQ(list.exit_status, 0);
+    EXPECT_EQ(list.out, "");
+    EXPECT_EQ(list.err.substr(0, list.err.find(';')), "wfx: " + note);
+    ASSERT_TRUE(ServiceEnds());
+  };
+  const std::string socket = home() / "bench.socket";
+  const std::string nobody =
+      "no probe: no bench listens at " + socket + ", which WIREFOX_BUS names";
+  expect_note(nobody);
+  ASSERT_NO_FATAL_FAILURE(StartBench());
+  for (const char* probe : {"WFX0001", "WFX0002", "EVK0001"}) Ctl({"unplug", probe});
+  expect_note("no probe of the bench at " + socket + " is ready");
+  bench->Signal(SIGKILL);  // which leaves the socket's file behind
+  bench->Wait();
+  expect_note(nobody);
+  environment["WIREFOX_BUS"] = socket;
+  expect_note("no probe: WIREFOX_BUS is '" + socket + "', which names no bus");
+  environment.erase("WIREFOX_BUS");
+  expect_note("no probe is attached");
+  std::filesystem::remove(bin / "wfxusb.ini");
+  expect_note("no probe: the service's settings file " + (bin / "wfxusb.ini").string() +
+              " is missing");
+}
+
+TEST_F(Clients, OutputThatCannotBeWrittenIsAFailure) {
+  ASSERT_NO_FATAL_FAILURE(InstallAll());
+  environment["wfx"] = std::string(WIREFOX_BIN_DIR) + "/wfx";
+  const auto run = [&](const char* script) { return Run({"/bin/sh", "-c", script}); };
+  for (const char* script :
+       {"\"$wfx\" version >/dev/full", "\"$wfx\" version >&-", "\"$wfx\" version <&- >&-",
+        "\"$wfx\" --help >/dev/full", "\"$wfx\" watch --json >&-"}) {
+    const Finished finished = run(script);
+    EXPECT_EQ(finished.exit_status, 4) << script;
+    EXPECT_EQ(finished.err, "wfx: cannot write the output\n") << script;
+  }
+  EXPECT_EQ(run("\"$wfx\" version 2>&- <&-").out, "TzWirefoxService 2.0.2.0\n");
+}
+
+TEST_F(Clients, EachProgramTellsItsVersionAndHelpsWithoutBeginningToWork) {
+  const std::filesystem::path log = home() / "service.log";
+  ASSERT_NO_FATAL_FAILURE(Install("LOGFILE=" + log.string() + "\r\nLOGLEVEL=31\r\n"));
+  WriteFile(log, "kept");
+  const std::pair<std::filesystem::path, std::string> programs[] = {
+      {service_path(), "TzWirefoxService"},
+      {std::filesystem::path(WIREFOX_BIN_DIR) / "wfx", "wfx"},
+      {std::filesystem::path(WIREFOX_BIN_DIR) / "wfxsim", "wfxsim"}};
+  for (const auto& [program, name] : programs) {
+    const Finished version = Run({program, "--version"});
+    EXPECT_EQ(version.exit_status, 0);
+    EXPECT_EQ(version.out, name + " " WIREFOX_VERSION "\n");
+    const Finished help = Run({program, "--help"});
+    EXPECT_EQ(help.exit_status, 0);
+    EXPECT_NE(help.out.find("--version"), std::string::npos) << help.out;
+  }
+  EXPECT_EQ(ReadFile(log), "kept");
+  // With anything beside it, it is one of the arguments that the service ignores.
+  EXPECT_EQ(Run({service_path(), "--version", "now"}).exit_status, 2) << "not registered";
+  EXPECT_NE(ReadFile(log), "kept");
+  const Finished refused = Run({programs[2].first, "ctl", "frobnicate"});
+  EXPECT_EQ(refused.exit_status, 2);
+  EXPECT_NE(refused.err.find("those of wfxsim ctl are list, show, plug, unplug, "),
+            std::string::npos)
+      << refused.err;
+}
+
+// What a newcomer pastes, on the programs of this build.
+TEST_F(Clients, TheFirstStepsOfTheReadmeRunAsTheyStand) {
+  const std::string readme = ReadFile(std::filesystem::path(WIREFOX_SOURCE_DIR) / "README.md");
+  const std::string begin = "./build.sh\n";
+  const std::size_t start = readme.find("```\n" + begin, readme.find("\n## Talk to it\n"));
+  ASSERT_NE(start, std::string::npos);
+  const std::size_t first = start + 4 + begin.size();
+  std::string block = readme.substr(first, readme.find("```", first) - first);
+  const std::string bin_folder = "$PWD/build/release/bin";
+  const std::size_t at = block.find(bin_folder);
+  ASSERT_NE(at, std::string::npos);
+  block.replace(at, bin_folder.size(), WIREFOX_BIN_DIR);
+  const Finished finished = Run({"/bin/bash", "-ec", block + "wait\nrm -r \"$WIREFOX_HOME\"\n"});
+  EXPECT_EQ(finished.exit_status, 0) << finished.err;
+  for (const char* shown :
+       {"\nWFX0002\n", "0  0x2BA01477  free\n", "read-dp 0x00000000  0x2ba01477\n"}) {
+    EXPECT_NE(finished.out.find(shown), std::string::npos) << finished.out;
+  }
+}
+
 TEST_F(Clients, TheDevicesChangedFileNamesEachProbeOnALineOfItsOwn) {
   ASSERT_NO_FATAL_FAILURE(InstallAll());
   const auto hold = Hold();
@@ -137,7 +227,8 @@ TEST_F(Clients, PacketsOfNoBytesAndOf16MebibytesGoThrough) {
   ASSERT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
   Json({"mode", "WFX0001", "JTAG"});
   WriteFile(home() / "empty", "");
-  EXPECT_EQ(Json({"jtag", "WFX0001", std::string("@") + (home() / "empty").string()})["RESULT"],
+  EXPECT_EQ(Json({"bulk", "WFX0001", "EP1", "write",
+                  std::string("@") + (home() / "empty").string()})["RESULT"],
             "");
   // Into Shift-DR, where the id registers of both devices carry a pattern through the chain.
   static constexpr std::size_t kSize = 16 << 20;
