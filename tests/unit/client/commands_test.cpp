@@ -11,6 +11,9 @@ constexpr TzErrorCode kWrong = TzErrorCode::INVALID_PARAM;
 constexpr TzErrorCode kNone = TzErrorCode::INVALID_DEVICE;
 constexpr TzErrorCode kFailed = TzErrorCode::WFX_ERROR;
 
+constexpr char kNoAnswer[] =
+    "wfx: no answer from the I2C device (is the target's supply on, is the address right?)\n= 1\n";
+
 // What a transfer shows of itself between the begin and the end of its session.
 std::string InSession(const std::string& call, const std::string& output = "") {
   return "> GetWirefoxStatus P\n> AcquireDevice P 0 1\n> " + call + "\n> ReleaseDevice 260\n" +
@@ -48,6 +51,8 @@ TEST(Commands, EachTransferHasASessionAndShowsItsReply) {
       {"i2c P write 0x50 10", InSession("SendI2CPacket 0 260 a010", "done\n")},
       {"i2c P read 0x50 2 --after 10", InSession("SendI2CPacket 1 260 a010a10000", part)},
       {"bulk P EP1 write 01 02", InSession("BulkTransfer 1 0 260 0102")},
+      {"i2c P read 0x50 3 --after 10", InSession("SendI2CPacket 1 260 a010a1000000", kNoAnswer)},
+      {"bulk P 6 read 0", InSession("BulkTransfer 6 1 260", dump)},
       {"bulk P 6 read 3", InSession("BulkTransfer 6 1 260 000000", dump)},
       {"swv P", InSession("RequestSwvPackets 260", dump)},
       {"acquire-port P --mode voltage-sense --retries 50 --key 9 --test-key 0x11223344:0xAABBCCDD",
@@ -62,6 +67,11 @@ TEST(Commands, EachTransferHasASessionAndShowsItsReply) {
   for (const auto& [line, transcript] : cases) {
     EXPECT_EQ(Transcript(fake, line, "f0 f0 # reset\n20\n"), transcript) << line;
   }
+  const unit::ScratchFolder folder;
+  Transcript(fake, "bulk P 6 read 1 --out " + folder.Path("read"));
+  Transcript(fake, "bulk P 6 write 01 --out " + folder.Path("written"));
+  EXPECT_EQ(folder.Read("read"), "\1\2\3\x44\5");
+  EXPECT_FALSE(folder.Holds("written"));
   fake.outcomes["SendJtagPacket"] = {kFailed};
   EXPECT_TRUE(Transcript(fake, "--json jtag P 00")
                   .starts_with(InSession("SendJtagPacket 1 260 00",
@@ -87,6 +97,14 @@ TEST(Commands, WrongWordsAreUsageBeforeTheServiceIsAskedForAnything) {
   const std::pair<std::string, std::string> cases[] = {
       {"jtag P f", "bytes are pairs of hexadecimal digits"},
       {"jtag P --text @" + folder.Write("text", "f0 f"), "bytes are pairs of hexadecimal digits"},
+      {"jtag P ir 8", "ir wants BITS:VALUE with a value that fits, not '8'"},
+      {"jtag P ir", "ir wants BITS:VALUE with a value that fits, not ''"},
+      {"jtag P dr 4:16", "dr wants BITS or BITS:VALUE with a value that fits, not '4:16'"},
+      {"jtag P dr 0", "dr wants BITS or BITS:VALUE with a value that fits, not '0'"},
+      {"jtag P dr 99999999999",
+       "dr wants BITS or BITS:VALUE with a value that fits, not '99999999999'"},
+      {"jtag P idle x", "idle wants a number of cycles, not 'x'"},
+      {"jtag P dr 8 f0", "'f0' is none of reset, idle, ir, dr"},
       {"jtag P @" + here, here + " is a folder"},
       {"script " + here, here + " is a folder"},
       {"script /no/such/file", "cannot read /no/such/file"},
@@ -100,6 +118,9 @@ TEST(Commands, WrongWordsAreUsageBeforeTheServiceIsAskedForAnything) {
       {"swd P read-mem 0xfffffffc 2", "read-mem: the range goes beyond the address space"},
       {"swd P write-mem 0 @" + empty, "write-mem writes whole words of four bytes, at least one"},
       {"i2c P read 0x80 1", "'0x80' is no 7-bit I2C address"},
+      {"i2c P read 0x50 1 2", "read wants ADDRESS COUNT"},
+      {"i2c P write 0x50 @" + folder.Write("64", std::string(64, 'x')),
+       "one transaction writes at most 63 bytes"},
       {"i2c P read 0x50 64", "one transaction reads 1 to 63 bytes"},
       {"bulk P 1 read x", "read wants the number of bytes"},
       {"acquire-port P --test-key 1", "--test-key wants ADDRESS:VALUE, 32 bits each"}};
@@ -375,15 +396,14 @@ TEST(Friendly, ATargetThatDoesNotAnswerIsExitStatusOne) {
                       "{\"error\":\"SUCCESS\",\"RESULT\":\"0000000004\",\"operations\":[],"
                       "\"problem\":\"" +
                           problem + "\"}\nwfx: " + problem + "\n= 1\n"));
-  // Too many bytes, and too few.
-  for (const char* line : {"write-dp 4 0x50000000", "read-ap 4"}) {
+  EXPECT_TRUE(Transcript(fake, "swd P read-ap 4 --ap 2")
+                  .starts_with(InSession("SendSwdPacket 260 b100000002afbd", "wfx: read-ap 0x")));
+  for (const char* line : {"write-dp 4 0x50000000", "read-mem 0xfffffffc"}) {
     EXPECT_TRUE(Transcript(fake, std::string("swd P ") + line)
                     .ends_with(": the reply's length does not fit the requests\n= 1\n"));
   }
   EXPECT_EQ(Transcript(fake, "i2c P read 0x50 1"),
-            InSession("SendI2CPacket 0 260 a100",
-                      "wfx: no answer from the I2C device (is the target's supply on, is the "
-                      "address right?)\n= 1\n"));
+            InSession("SendI2CPacket 0 260 a100", kNoAnswer));
 }
 
 TEST(Friendly, AScanOfTheI2cBusReadsFromEveryAddressThatIsNotReserved) {

@@ -84,22 +84,5 @@ TEST(JtagProgram, ScansOfEveryLengthAreTrimmedToTheBit) {
   }
 }
 
-TEST(JtagProgram, WrongWordsAreToldApart) {
-  const std::pair<std::vector<std::string>, const char*> cases[] = {
-      {{"ir", "8"}, "ir wants BITS:VALUE with a value that fits, not '8'"},
-      {{"ir"}, "ir wants BITS:VALUE with a value that fits, not ''"},
-      {{"dr", "4:16"}, "dr wants BITS or BITS:VALUE with a value that fits, not '4:16'"},
-      {{"dr", "0"}, "dr wants BITS or BITS:VALUE with a value that fits, not '0'"},
-      {{"dr", "99999999999"},
-       "dr wants BITS or BITS:VALUE with a value that fits, not '99999999999'"},
-      {{"idle", "x"}, "idle wants a number of cycles, not 'x'"},
-      {{"dr", "8", "f0"}, "'f0' is none of reset, idle, ir, dr"}};
-  for (const auto& [words, expected] : cases) {
-    std::string problem;
-    EXPECT_FALSE(ParseJtagProgram(words, false, problem));
-    EXPECT_EQ(problem, expected);
-  }
-}
-
 }  // namespace
 }  // namespace client

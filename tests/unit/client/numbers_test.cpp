@@ -16,17 +16,14 @@ TEST(Numbers, DecimalAndHexadecimalWithinTheRangeAreRead) {
 }
 
 TEST(Numbers, BitsComeLeastSignificantFirstAndMustFit) {
-  struct {
-    const char* text;
-    std::uint32_t bits;
-    Bytes bytes;
-  } const cases[] = {{"0x1ff", 9, Bytes{0xFF, 0x01}},
-                     {"0b101", 3, Bytes{0x05}},
-                     {"511", 9, Bytes{0xFF, 0x01}},
-                     {"0x0000000001", 1, Bytes{0x01}},
-                     {"0x0123456789abcdef0123", 80,
-                      Bytes{0x23, 0x01, 0xEF, 0xCD, 0xAB, 0x89, 0x67, 0x45, 0x23, 0x01}},
-                     {"0", 1, Bytes{0x00}}};
+  const std::tuple<const char*, std::uint32_t, Bytes> cases[] = {
+      {"0x1ff", 9, Bytes{0xFF, 0x01}},
+      {"0b101", 3, Bytes{0x05}},
+      {"511", 9, Bytes{0xFF, 0x01}},
+      {"0x0000000001", 1, Bytes{0x01}},
+      {"0x0123456789abcdef0123", 80,
+       Bytes{0x23, 0x01, 0xEF, 0xCD, 0xAB, 0x89, 0x67, 0x45, 0x23, 0x01}},
+      {"0", 1, Bytes{0x00}}};
   for (const auto& [text, bits, bytes] : cases) EXPECT_EQ(ParseBits(text, bits), bytes) << text;
   const std::pair<const char*, std::uint32_t> wrong[] = {{"0x3ff", 9},
                                                          {"0b101", 2},

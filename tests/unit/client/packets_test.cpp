@@ -13,16 +13,11 @@ namespace {
 
 TEST(SwdRequest, HeadersCarryEvenParityOverPortDirectionAndAddress) {
   // Of registers 0, 4, 8 and C.
-  const struct {
-    SwdPort port;
-    bool read;
-    std::array<std::uint8_t, 4> headers;
-  } cases[] = {
+  const std::tuple<SwdPort, bool, std::array<std::uint8_t, 4>> cases[] = {
       {SwdPort::kDebug, true, {0xA5, 0x8D, 0x95, 0xBD}},
       {SwdPort::kDebug, false, {0x81, 0xA9, 0xB1, 0x99}},
       {SwdPort::kAccess, true, {0x87, 0xAF, 0xB7, 0x9F}},
-      {SwdPort::kAccess, false, {0xA3, 0x8B, 0x93, 0xBB}},
-  };
+      {SwdPort::kAccess, false, {0xA3, 0x8B, 0x93, 0xBB}}};
   for (const auto& [port, read, headers] : cases) {
     for (std::uint32_t i = 0; i < 4; ++i)
       EXPECT_EQ(SwdRequestHeader(port, read, 4 * i), headers[i]);
