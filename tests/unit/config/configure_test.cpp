@@ -7,32 +7,26 @@ namespace {
 
 class PassTest : public ConfigureTest {
  protected:
-  using Lines = std::vector<std::string>;
-
-  // A probe whose FPGA loads from an empty image.
-  std::uint16_t NewWfxProduct() {
+  std::uint16_t NewWfxProduct(const char* state, const char* kind, const std::string& file) {
     const std::uint16_t product = NewProduct();
-    Set(product, "WFXDEVICE", "CONFIGURED");
-    Set(product, "FPGA", folder_.Write("empty.bin", ""));
+    Set(product, "WFXDEVICE", state);
+    Set(product, kind, file);
     return product;
   }
 
-  static std::string FpgaLoads(const char* finish_reply = "00*16") {
-    return std::string("C0 47 00 00 00 00 10 00 -> 00*16\nC0 45 FF FF FF FF 10 00 -> 00*16\n") +
-           "out 02 : -> ok\nC0 46 00 00 00 00 10 00 -> " + finish_reply +
-           "\nC0 44 00 00 00 00 0E 00 -> 00*14\n";
-  }
-
-  static std::string Skipped(const std::string& source, const std::string& path) {
-    return "[" + source + "::UpdateState]Unable to open device " + path + ". Skipping";
-  }
-  static std::string Available(const std::string& path) {
-    return "[CTzDeviceConfigure::AddConfiguredDevice]Device " + path + " available for use";
+  // At open number `open` from now on the devices become others.
+  void ChangeAt(int open, const std::vector<unit::ScriptedDevice>& devices) {
+    bus_.OnOpen([this, open, devices](int number) {
+      if (number == open) bus_.SetDevices(devices);
+    });
   }
 
   CTzEvkConfigure& evk_ = Add<CTzEvkConfigure>();
   CTzWfxConfigure& wfx_ = Add<CTzWfxConfigure>();
   CTzUSBDevice enumerator_{kProbeDriverInterface, false};
+  const std::uint16_t board_ = NewEvkProduct();
+  const unit::ScriptedDevice a_ = Device(board_, "A"), b_ = Device(board_, "B"),
+                             c_ = Device(board_, "C");
 };
 
 TEST_F(PassTest, StateIsTheSettingsWord) {
@@ -49,33 +43,55 @@ TEST_F(PassTest, StateIsTheSettingsWord) {
   }
 }
 
-TEST_F(PassTest, ConfiguredBoardIsAddedOnce) {
-  const std::uint16_t product = NewEvkProduct();
-  bus_.SetDevices({Device(product, "EVK1")});
+TEST_F(PassTest, WhatIsDoneWithADeviceIsInTheLog) {
+  bus_.SetDevices({a_, Device(NewEvkProduct("UNCONFIGURED"), "F"),
+                   Device(NewWfxProduct("CONFIGURED", "FPGA", folder_.Path("missing.bin")), "P"),
+                   Device(NewWfxProduct("UNCONFIGURED", "KX7", "missing.hex"), "Q")});
   EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
   EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ("EVK1 ", Names());
-  const ProbeEntry& entry = *ListProbeEntries()[0];
-  EXPECT_EQ(Path(product, "EVK1"), entry.path);
-  EXPECT_EQ(0U, entry.mode);
-  EXPECT_TRUE(entry.targets.empty());
-  EXPECT_EQ(Lines{Available(Path(product, "EVK1"))}, log_.Lines());
+  EXPECT_FALSE(evk_.UpdateState(enumerator_));
+  bus_.SetDevices({});
+  EXPECT_TRUE(evk_.UpdateState(enumerator_));
+  EXPECT_EQ(R"([CTzDevice::SetTimeout()]endpt=1 timeout=2000
+[CTzDevice::SetTimeout()]endpt=129 timeout=1000
+[CTzDevice::SetTimeout()]endpt=2 timeout=1000
+[CTzDevice::SetTimeout()]endpt=132 timeout=2000
+[CTzDevice::SetTimeout()]endpt=134 timeout=100
+[CTzDeviceConfigure::AddConfiguredDevice]Device A available for use
+[CTzEvkConfigure::ProgramKX7]Error 1 programming device F, with file .
+[CTzDevice::SetTimeout()]endpt=1 timeout=2000
+[CTzDevice::SetTimeout()]endpt=129 timeout=1000
+[CTzDevice::SetTimeout()]endpt=2 timeout=1000
+[CTzDevice::SetTimeout()]endpt=132 timeout=2000
+[CTzDevice::SetTimeout()]endpt=134 timeout=100
+[CTzWfxConfigure::ConfigureFPGA())]Programming FPGA of device VID=0F0F with hex file missing.bin
+[CTzWfxConfigure::ProgramFPGA]Error 1 programming device P, with file missing.bin.
+[CTzWfxConfigure::ProgramKX7]Error 1 programming device Q, with file missing.hex.
+[CTzDeviceConfigure::CleanupRemovedDevice]Device A removed
+)",
+            TakeLog(true));
 }
 
-TEST_F(PassTest, ProbeIsAddedWhenItsFpgaLoadsAndTriedAgainByEveryPassUntilThen) {
-  const std::uint16_t product = NewWfxProduct();
+TEST_F(PassTest, ProbeIsTriedByEveryPassUntilItsFpgaLoads) {
+  const std::uint16_t product = NewWfxProduct("CONFIGURED", "FPGA", folder_.Write("empty.bin", ""));
   bus_.SetDevices({Device(product, "WFX1")});
-  bus_.Play(FpgaLoads("01 02 00*14"));
+  for (const char* const finish_reply : {"01 02 00*14", "00*16"}) {
+    bus_.Play(std::string("size 02 0\nC0 47 00 00 00 00 10 00 -> 00*16\npause 10\n") +
+              "C0 45 FF FF FF FF 10 00 -> 00*16\npause 50\nout 02 : -> ok\n" +
+              "C0 46 00 00 00 00 10 00 -> " + finish_reply +
+              "\nC0 44 00 00 00 00 0E 00 -> 00*14\n");
+    EXPECT_EQ(finish_reply[1] == '0', wfx_.ConfigureNewDevices(enumerator_));
+  }
   EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ("", Names());
-  EXPECT_EQ(Lines{"[CTzWfxConfigure::ProgramFPGA]Error 3 programming device " +
-                  Path(product, "WFX1") + ", with file " + folder_.Path("empty.bin") + "."},
-            log_.Lines());
-  bus_.Play(FpgaLoads());
-  EXPECT_TRUE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ("WFX1 ", Names());
+  const std::string programming =
+      "[CTzWfxConfigure::ConfigureFPGA())]Programming FPGA of device VID=0F0F with hex file "
+      "empty.bin\n";
+  EXPECT_EQ(programming +
+                "[CTzWfxConfigure::ProgramFPGA]Error 3 programming device WFX1, with file "
+                "empty.bin.\n" +
+                programming +
+                "[CTzDeviceConfigure::AddConfiguredDevice]Device WFX1 available for use\n",
+            TakeLog());
 
   // Both families may handle one device.
   Set(product, "EVKDEVICE", "CONFIGURED");
@@ -84,10 +100,13 @@ TEST_F(PassTest, ProbeIsAddedWhenItsFpgaLoadsAndTriedAgainByEveryPassUntilThen) 
   EXPECT_EQ(evk_.GetConfiguredDevices()[0], FindProbeByName(L"WFX1"));
 }
 
-TEST_F(PassTest, FreshDeviceGetsFirmwareAtEveryPassAndNoEntry) {
-  const std::uint16_t product = NewEvkProduct("UNCONFIGURED");
-  Set(product, "KX7", folder_.Write("fw.hex", ":0100000042BD\n"));
-  bus_.SetDevices({Device(product, "FRESH")});
+TEST_F(PassTest, FreshDeviceGetsFirmwareOnceInEveryPassAndNoEntry) {
+  const unit::ScriptedDevice fresh = Device(NewEvkProduct("UNCONFIGURED"), "FRESH");
+  Set(fresh.product_id, "KX7", folder_.Write("fw.hex", ":0100000042BD\n"));
+  const unit::ScriptedDevice other = Device(NewEvkProduct(), "OTHER");
+  bus_.SetDevices({fresh, other});
+  // The other one leaves while its object is made, so that the first pass begins anew.
+  ChangeAt(5, {fresh});
   for (int pass = 0; pass < 2; ++pass) {
     bus_.Play(R"(40 A0 00 E6 00 00 01 00 : 01 -> ok
                  40 A0 00 00 00 00 01 00 : 42 -> ok
@@ -95,126 +114,155 @@ TEST_F(PassTest, FreshDeviceGetsFirmwareAtEveryPassAndNoEntry) {
     EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
   }
   EXPECT_EQ("", Names());
-  EXPECT_EQ(Lines{}, log_.Lines());
-}
-
-TEST_F(PassTest, FailedFirmwareIsLoggedWithTheSettingAsWritten) {
-  const std::uint16_t without_file = NewEvkProduct("UNCONFIGURED");
-  const std::uint16_t missing_file = NewProduct();
-  Set(missing_file, "WFXDEVICE", "UNCONFIGURED");
-  Set(missing_file, "KX7", "missing.hex");
-  bus_.SetDevices({Device(without_file, "E"), Device(missing_file, "W")});
-  EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
-  EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ((Lines{"[CTzEvkConfigure::ProgramKX7]Error 1 programming device " +
-                       Path(without_file, "E") + ", with file .",
-                   "[CTzWfxConfigure::ProgramKX7]Error 1 programming device " +
-                       Path(missing_file, "W") + ", with file missing.hex."}),
-            log_.Lines());
 }
 
 TEST_F(PassTest, DeviceThatDoesNotOpenIsSkippedAfterThreeAttempts) {
-  const std::uint16_t product = NewEvkProduct();
-  bus_.SetDevices({Device(product, "A"), Device(product, "B")});
-  bus_.RefuseOpens(3);
-  EXPECT_EQ(150U, ElapsedMs([&] { EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_)); }));
-  EXPECT_EQ("B ", Names());
-  EXPECT_EQ(Skipped("CTzEvkConfigure", Path(product, "A")), log_.Lines()[0]);
-  // Two refusals are waited out.
-  bus_.RefuseOpens(2);
-  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ("B A ", Names());
+  bus_.SetDevices({a_, b_});
+  const auto expect_pass = [&](int refused, const char* names) {
+    bus_.RefuseOpens(refused);
+    bus_.Play("pause " + std::to_string(50 * refused));
+    const bool changed =
+        Names() == "B A " ? evk_.UpdateState(enumerator_) : evk_.ConfigureNewDevices(enumerator_);
+    EXPECT_TRUE(changed);
+    EXPECT_EQ(names, Names());
+  };
+  expect_pass(3, "B ");
+  expect_pass(2, "B A ");
+  expect_pass(3, "B ");  // an entry does not survive that
+  EXPECT_EQ(R"([CTzEvkConfigure::UpdateState]Unable to open device A. Skipping
+[CTzDeviceConfigure::AddConfiguredDevice]Device B available for use
+[CTzDeviceConfigure::AddConfiguredDevice]Device A available for use
+[CTzDeviceConfigure::UpdateState]Unable to open device A. Skipping
+[CTzDeviceConfigure::CleanupRemovedDevice]Device A removed
+)",
+            TakeLog());
 }
 
-// A bus on which the devices become others after the second open: the first is the pass's look at a
-// device, two more make the device object.
-class ChangingBus : public unit::ScriptedBus {
- public:
-  std::unique_ptr<probe_driver::UsbDevice> OpenDevice(const std::string& path) override {
-    auto device = ScriptedBus::OpenDevice(path);
-    if (OpensSoFar() == 2) SetDevices(changed);
-    return device;
+TEST_F(PassTest, RefusalToCloseTheDeviceBeforeIsAFailedAttempt) {
+  bus_.SetDevices({a_, b_});
+  ASSERT_TRUE(enumerator_.Open(1));
+  // Only device files can be cancelled: this closes the one that the enumerator has.
+  for (std::uintptr_t value = 4; value < 0x10000; value += 4) {
+    const auto handle = reinterpret_cast<HANDLE>(value);
+    if (CancelIo(handle)) CloseHandle(handle);
   }
+  bus_.Play("pause 50");
+  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  EXPECT_EQ("A B ", Names());
+}
 
-  std::vector<unit::ScriptedDevice> changed;
-};
-
-TEST_F(PassTest, DeviceThatChangesWhileItsObjectIsMadeIsNotTaken) {
-  const std::uint16_t product = NewEvkProduct();
-  const unit::ScriptedDevice device = Device(product, "B");
-  const auto lacking = [&](std::uint16_t descriptor) {
-    unit::ScriptedDevice changed = device;
-    changed.descriptors[descriptor] = {};
-    return std::vector{changed};
-  };
+TEST_F(PassTest, DeviceIsTakenWhenItIsStillTheOneThatWasLookedAt) {
+  unit::ScriptedDevice other_ids = b_, no_name = b_;
+  other_ids.descriptors[0x0100] = Device(NewProduct(), "").Descriptor(0x0100);
+  no_name.descriptors[0x0303] = {};
+  const std::string skipped = "[CTzEvkConfigure::UpdateState]Unable to open device B. Skipping\n";
+  const std::string available = "[CTzDeviceConfigure::AddConfiguredDevice]Device ";
+  // The first open is the pass's look, two more make the object.
   const struct {
     const char* what;
-    std::vector<unit::ScriptedDevice> changed;
+    int change_at;
+    std::vector<unit::ScriptedDevice> before, after;
+    std::string log;
   } cases[] = {
-      {"it has left", {}},
-      {"the index names another one", {Device(product, "A")}},
-      {"its ids cannot be read", lacking(0x0100)},
-      {"its name cannot be read", lacking(0x0303)},
-      {"its endpoints cannot be read", lacking(0x0200)},
+      {"it has left", 2, {b_}, {}, skipped},
+      {"it leaves while it is opened", 3, {b_}, {}, skipped},
+      {"the index names another one", 2, {b_}, {a_}, skipped + available + "A available for use\n"},
+      {"it has other ids", 2, {b_}, {other_ids}, skipped},
+      {"its name could not be read at first",
+       1,
+       lacking(0x0303),
+       {b_},
+       available + "B available for use\n"},
   };
-  for (const auto& [what, changed] : cases) {
-    ChangingBus bus;
-    bus.SetDevices({device});
-    bus.changed = changed;
-    test_host::UseBus(&bus);
-    EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_)) << what;
-    EXPECT_EQ("", Names()) << what;
-    EXPECT_EQ(Skipped("CTzEvkConfigure", device.Path()), log_.Lines().back()) << what;
-    bus.SetDevices({});
+  for (const auto& [what, change_at, before, after, log] : cases) {
+    bus_.SetDevices(before);
+    ChangeAt(change_at, after);
+    evk_.ConfigureNewDevices(enumerator_);
+    EXPECT_EQ(log, TakeLog()) << what;
+    EXPECT_EQ(nullptr, FindProbeByName(L"")) << what;
+    bus_.SetDevices({});
     evk_.UpdateState(enumerator_);
-    enumerator_.Close();
-    test_host::UseBus(&bus_);
+    TakeLog();
   }
 }
 
-TEST_F(PassTest, ProbeThatCannotBeOpenedLosesItsEntry) {
-  const std::uint16_t product = NewEvkProduct();
-  const std::string path = Path(product, "A");
-  bus_.SetDevices({Device(product, "A")});
+// When one leaves, those behind it move to another index. Whenever that is, the others are met.
+TEST_F(PassTest, NoDeviceIsPassedOverWhenAnotherLeaves) {
+  for (int open = 1; open <= 9; ++open) {
+    SCOPED_TRACE(open);
+    bus_.SetDevices({a_, b_, c_});
+    ChangeAt(open, {b_, c_});
+    EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+    EXPECT_TRUE(FindProbeByName(L"B") != nullptr && FindProbeByName(L"C") != nullptr);
+
+    bus_.SetDevices({a_, b_, c_});
+    evk_.ConfigureNewDevices(enumerator_);
+    TakeLog();
+    ChangeAt(open, {b_, c_});
+    evk_.UpdateState(enumerator_);
+    bus_.SetDevices({b_, c_});
+    evk_.UpdateState(enumerator_);
+    EXPECT_EQ("B C ", Names());
+    EXPECT_EQ("[CTzDeviceConfigure::CleanupRemovedDevice]Device A removed\n", TakeLog());
+    bus_.SetDevices({});
+    evk_.UpdateState(enumerator_);
+  }
+}
+
+TEST_F(PassTest, BusThatDoesNotComeToRestIsNotLookedAtForEver) {
+  bus_.SetDevices({b_, c_});
   ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  bus_.RefuseOpens(3);
-  EXPECT_TRUE(evk_.UpdateState(enumerator_));
-  EXPECT_EQ("", Names());
-  EXPECT_EQ((Lines{Available(path), Skipped("CTzDeviceConfigure", path),
-                   "[CTzDeviceConfigure::CleanupRemovedDevice]Device " + path + " removed"}),
-            log_.Lines());
-  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  TakeLog();
+  // After A was met it is away until the next one is, so that B is passed over.
+  bus_.SetDevices({a_, b_, c_});
+  int opens = 0;
+  bus_.OnOpen([&](int number) {
+    opens = number;
+    bus_.SetDevices(number % 3 == 1 ? std::vector{b_, c_} : std::vector{a_, b_, c_});
+  });
+  EXPECT_FALSE(evk_.UpdateState(enumerator_));
+  EXPECT_EQ("C B ", Names()) << "what is listed is not given up";
+  EXPECT_EQ(12, opens);
+
+  // A opens for the pass, and never for its object.
+  bus_.SetDevices({a_});
+  bus_.OnOpen([&](int number) {
+    opens = number;
+    if (number % 3 == 1) bus_.RefuseOpens(2);
+  });
+  EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
+  EXPECT_EQ(12, opens);
 }
 
 TEST_F(PassTest, RemovalPassKeepsTheOrderOfEnumeration) {
-  const std::uint16_t product = NewEvkProduct();
-  const std::uint16_t other = NewEvkProduct();
-  bus_.SetDevices({Device(other, "C"), Device(product, "B")});
+  const unit::ScriptedDevice later = Device(NewEvkProduct(), "L");
+  bus_.SetDevices({later, b_});
   ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  bus_.SetDevices({Device(other, "C"), Device(product, "B"), Device(product, "A")});
+  bus_.SetDevices({later, b_, a_});
   ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ("B C A ", Names());
+  EXPECT_EQ("B L A ", Names());
   const CTzDevice* const device = FindProbeByName(L"A")->device.get();
   EXPECT_FALSE(evk_.UpdateState(enumerator_));
-  EXPECT_EQ("A B C ", Names());
+  EXPECT_EQ("A B L ", Names());
   EXPECT_EQ(device, FindProbeByName(L"A")->device.get());
-
-  bus_.SetDevices({Device(product, "A"), Device(other, "C")});
+  bus_.SetDevices({a_, later});
   EXPECT_TRUE(evk_.UpdateState(enumerator_));
-  EXPECT_EQ("A C ", Names());
+  EXPECT_EQ("A L ", Names());
   bus_.SetDevices({});
   EXPECT_TRUE(evk_.UpdateState(enumerator_));
-  EXPECT_EQ("", Names());
   EXPECT_FALSE(evk_.UpdateState(enumerator_));
 }
 
 TEST_F(PassTest, RemovedProbeEndsItsSessionsAndKeepsTheirHandles) {
-  bus_.SetDevices({Device(NewEvkProduct(), "A")});
+  bus_.SetDevices({a_});
   ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  ProbeEntry& entry = *ListProbeEntries()[0];
+  EXPECT_EQ(a_.Path(), entry.path);
+  EXPECT_TRUE(entry.mode == 0 && entry.targets.empty());
   const HANDLE session = CreateMutexW(nullptr, TRUE, nullptr);
-  ListProbeEntries()[0]->targets = {TargetRecord{1, nullptr, 0}, TargetRecord{2, session, 77}};
+  entry.targets = {TargetRecord{1, nullptr, 0}, TargetRecord{2, session, 77}};
   const std::int64_t handle = SessionHandleOf(session);
-  EXPECT_EQ(ListProbeEntries()[0], FindProbeByHandle(handle));
+  EXPECT_EQ(&entry, FindProbeByHandle(handle));
   bus_.SetDevices({});
   EXPECT_TRUE(evk_.UpdateState(enumerator_));
   EXPECT_EQ(nullptr, FindProbeByHandle(handle));

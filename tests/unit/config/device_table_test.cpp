@@ -69,7 +69,15 @@ TEST_F(DeviceTableTest, SessionHandlesAreSignExtended) {
   }
 }
 
-TEST_F(DeviceTableTest, LockIsFreeWhenReleasedAsOftenAsTaken) {
+TEST(DeviceTableLock, IsTakenFromAHolderThatEndedAndIsFreeAgainAfterwards) {
+  const unit::LogFile log(LOG_ERROR);
+  KernelHandle kept;
+  std::thread([&] { kept.Reset(LockDeviceTable()); }).join();
+  for (int turn = 0; turn < 2; ++turn) EXPECT_TRUE(OtherThread().HasTakenIt());
+  EXPECT_EQ(std::vector<std::string>{}, log.Lines());
+}
+
+TEST(DeviceTableLock, IsFreeWhenReleasedAsOftenAsTaken) {
   const HANDLE first = LockDeviceTable();
   const HANDLE second = LockDeviceTable();
   UnlockDeviceTable(second);

@@ -25,7 +25,9 @@ class FpgaLoadTest : public ConfigureTest {
   static std::string Attempt(const std::string& finish_reply, const std::string& status,
                              const std::string& transfer = "ok") {
     return "C0 47 00 00 00 00 10 00 -> 00*16     # prepare\n"
+           "pause 10\n"
            "C0 45 01 00 00 00 10 00 -> 00*16     # length, less one\n"
+           "pause 50\n"
            "out 02 : A1 A2 -> " +
            transfer + "\nC0 46 00 00 00 00 10 00 -> " + finish_reply +
            "\nC0 44 00 00 00 00 0E 00 -> " + status + " 00*13\n";
@@ -56,23 +58,27 @@ TEST_F(FpgaLoadTest, AttemptsEndWithTheStatusAndTheFinishReplyDecides) {
   Attach("\xA1\xA2");
   for (const auto& [what, attempts, last, result] : cases) {
     SCOPED_TRACE(what);
-    std::string script;
+    std::string script = "size 02 512\n";
     for (unsigned i = 1; i < attempts; ++i) script += Attempt("01 09 00*14", "01");
     bus_.Play(script + last);
-    EXPECT_EQ(60U * attempts, ElapsedMs([&] { EXPECT_EQ(result, Load()); }));
+    EXPECT_EQ(result, Load());
     bus_.ExpectPlayed();
   }
-  PlayUpToEachFailure(Attempt("01*16", "01") + Attempt("00*16", "00"),
+  PlayUpToEachFailure("size 02 512\n" + Attempt("01*16", "01") + Attempt("00*16", "00"),
                       [&] { EXPECT_EQ(3U, Load()); });
 }
 
 TEST_F(FpgaLoadTest, LengthIsAnnouncedLessOne) {
-  for (const auto& [size, announced] : {std::pair<std::size_t, std::string>{0, "FF FF FF FF"},
-                                        {65536, "FF FF 00 00"},
-                                        {65537, "00 00 01 00"}}) {
+  const struct {
+    std::size_t size;
+    std::string announced, transfer_size;  // whole packets
+  } cases[] = {
+      {0, "FF FF FF FF", "0"}, {65536, "FF FF 00 00", "65536"}, {65537, "00 00 01 00", "66048"}};
+  for (const auto& [size, announced, transfer_size] : cases) {
     Attach(std::string(size, '\x5A'));
-    bus_.Play("C0 47 00 00 00 00 10 00 -> 00*16\nC0 45 " + announced +
-              " 10 00 -> 00*16\nout 02 : " + unit::HexText(unit::Bytes(size, 0x5A)) +
+    bus_.Play("size 02 " + transfer_size + "\nC0 47 00 00 00 00 10 00 -> 00*16\npause 10\nC0 45 " +
+              announced +
+              " 10 00 -> 00*16\npause 50\nout 02 : " + unit::HexText(unit::Bytes(size, 0x5A)) +
               " -> ok\nC0 46 00 00 00 00 10 00 -> 00*16\nC0 44 00 00 00 00 0E 00 -> 00*14");
     EXPECT_EQ(0U, Load());
   }
