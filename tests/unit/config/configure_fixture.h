@@ -3,9 +3,7 @@
 #pragma once
 
 #include <cstdio>
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "config/device_table.h"
@@ -19,20 +17,11 @@
 
 class ConfigureTest : public unit::ScriptedBusTest {
  protected:
-  ConfigureTest() : ScriptedBusTest(std::vector<unit::ScriptedDevice>{}) { bus_.ShowAll(); }
-  ~ConfigureTest() override {
-    for (CTzDeviceConfigure* configurator : Configurators()) delete configurator;
-    Configurators() = before_;
+  ConfigureTest() : ScriptedBusTest(std::vector<unit::ScriptedDevice>{}) {
+    bus_.ShowAll();
+    Configurators() = {&evk_, &wfx_};
   }
-
-  // The configurator list is empty at first. What stands in it at the end is destroyed.
-  template <typename T>
-  T& Add() {
-    auto configurator = std::make_unique<T>();
-    T& added = *configurator;
-    Configurators().push_back(configurator.release());
-    return added;
-  }
+  ~ConfigureTest() override { Configurators().clear(); }
 
   // A product id that no other test has settings for: these are never forgotten.
   static std::uint16_t NewProduct() {
@@ -86,7 +75,11 @@ class ConfigureTest : public unit::ScriptedBusTest {
 
   unit::LogFile log_{LOG_ERROR | LOG_DEVICE | LOG_XFER | LOG_TRACE};
   unit::ScratchFolder folder_;
-
- private:
-  const std::vector<CTzDeviceConfigure*> before_ = std::exchange(Configurators(), {});
+  CTzEvkConfigure evk_;
+  CTzWfxConfigure wfx_;
+  CTzUSBDevice enumerator_{kProbeDriverInterface, false};
+  // Boards that are ready, of one product.
+  const std::uint16_t board_ = NewEvkProduct();
+  const unit::ScriptedDevice a_ = Device(board_, "A"), b_ = Device(board_, "B"),
+                             c_ = Device(board_, "C");
 };

@@ -30,9 +30,6 @@ class FirmwareDownloadTest : public ConfigureTest {
     for (unsigned i = 0; i < count; ++i) record += byte;
     return record + "00\n";
   }
-
-  CTzEvkConfigure evk_;
-  CTzWfxConfigure wfx_;
 };
 
 TEST_F(FirmwareDownloadTest, BlocksGoOutInChunksBetweenTheTwoResets) {

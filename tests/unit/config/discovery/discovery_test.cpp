@@ -41,52 +41,38 @@ class SlowBench : public sim::Bench {
 };
 
 // Never destroyed, like the thread that works on it.
-struct Service {
-  unit::ScratchFolder& folder = *new unit::ScratchFolder;
-  SlowBench& bench = *new SlowBench;
-
-  Service() {
-    folder.Write("fw.hex", ":0400000001020304F2\n:00000001FF\n");
-    folder.Write("fpga.bin", std::string(1000, 'F'));
-    ReadSettings(
-        folder
-            .Write("wfxusb.ini",
-                   "0F0F_1001_WFXDEVICE=UNCONFIGURED\n0F0F_1001_KX7=" + folder.Path("fw.hex") +
-                       "\n0F0F_1002_WFXDEVICE=CONFIGURED\n0F0F_1002_FPGA=" +
-                       folder.Path("fpga.bin") + "\n0F0F_2002_EVKDEVICE=CONFIGURED\n")
-            .c_str());
-    test_host::UseBus(&bench);
-  }
-
-  std::string File() const { return folder.Read("wfx.log"); }
-};
-
-Service& TheService() {
-  static Service& service = *new Service;
-  return service;
-}
+unit::ScratchFolder& folder = *new unit::ScratchFolder;
+SlowBench& bench = *new SlowBench;
 
 // Waits for one of these contents: in which order probes of a family stand depends on when a pass
 // meets them.
 bool FileBecomes(const std::vector<std::string>& contents) {
   return unit::Eventually([&] {
     const DeviceTableGuard guard;
-    return std::ranges::find(contents, TheService().File()) != contents.end();
+    return std::ranges::find(contents, folder.Read("wfx.log")) != contents.end();
   });
 }
 
 // One story, since it is one process: start, refresh, arrivals and removals.
 TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
-  Service& service = TheService();
+  ReadSettings(
+      folder
+          .Write("wfxusb.ini", "0F0F_1001_WFXDEVICE=UNCONFIGURED\n0F0F_1001_KX7=" +
+                                   folder.Write("fw.hex", ":0400000001020304F2\n:00000001FF\n") +
+                                   "\n0F0F_1002_WFXDEVICE=CONFIGURED\n0F0F_1002_FPGA=" +
+                                   folder.Write("fpga.bin", std::string(1000, 'F')) +
+                                   "\n0F0F_2002_EVKDEVICE=CONFIGURED\n")
+          .c_str());
+  test_host::UseBus(&bench);
   EXPECT_EQ(nullptr, GetDevicesChangedPath());
-  service.folder.Write("wfx.log", "from the last time\r\n");
-  const std::string narrow_path = service.folder.Path("wfx.log");
+  folder.Write("wfx.log", "from the last time\r\n");
+  const std::string narrow_path = folder.Path("wfx.log");
   const std::wstring path(narrow_path.begin(), narrow_path.end());
   StartDeviceDiscovery(nullptr, path.c_str());
-  service.bench.discovery_returned = true;
-  EXPECT_TRUE(service.bench.watched);
+  bench.discovery_returned = true;
+  EXPECT_TRUE(bench.watched);
   EXPECT_STREQ(path.c_str(), GetDevicesChangedPath());
-  EXPECT_EQ("", service.File());
+  EXPECT_EQ("", folder.Read("wfx.log"));
 
   // The configured ones at once; the fresh one comes back by itself, and its arrival is noticed.
   const std::vector<std::string> all = {"EVK0001\r\nWFX0001\r\nWFX0002\r\n",
@@ -95,9 +81,9 @@ TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
   EXPECT_TRUE(FileBecomes(all));
   EXPECT_FALSE(RefreshDevices());
 
-  ASSERT_TRUE(service.bench.Unplug("EVK0001"));
+  ASSERT_TRUE(bench.Unplug("EVK0001"));
   EXPECT_TRUE(FileBecomes({"WFX0001\r\nWFX0002\r\n", "WFX0002\r\nWFX0001\r\n"}));
-  ASSERT_TRUE(service.bench.Plug("EVK0001"));
+  ASSERT_TRUE(bench.Plug("EVK0001"));
   EXPECT_TRUE(FileBecomes(all));
 
   // One that is back before its removal is handled works again all the same.
@@ -108,8 +94,8 @@ TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
   };
   {
     const DeviceTableGuard guard;
-    ASSERT_TRUE(service.bench.Unplug("EVK0001"));
-    ASSERT_TRUE(service.bench.Plug("EVK0001"));
+    ASSERT_TRUE(bench.Unplug("EVK0001"));
+    ASSERT_TRUE(bench.Plug("EVK0001"));
     EXPECT_FALSE(works());
   }
   EXPECT_TRUE(unit::Eventually(works));
@@ -123,12 +109,12 @@ TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
   for (const UINT message : {WM_CREATE, WM_DESTROY}) {
     EXPECT_EQ(0, NotificationWindowProc(nullptr, message, 0, 0));
   }
-  EXPECT_FALSE(service.folder.Holds("wfx.log"));
+  EXPECT_FALSE(folder.Holds("wfx.log"));
 
   // Nothing attached: an empty file, not a missing one.
-  for (const char* name : {"EVK0001", "WFX0001", "WFX0002"}) service.bench.Unplug(name);
+  for (const char* name : {"EVK0001", "WFX0001", "WFX0002"}) bench.Unplug(name);
   EXPECT_TRUE(FileBecomes({""}));
-  EXPECT_TRUE(unit::Eventually([&] { return service.folder.Holds("wfx.log"); }));
+  EXPECT_TRUE(unit::Eventually([&] { return folder.Holds("wfx.log"); }));
 }
 
 }  // namespace
