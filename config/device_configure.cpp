@@ -1,7 +1,7 @@
 #include "config/device_configure.h"
 
 #include <algorithm>
-#include <cwchar>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -14,6 +14,12 @@ namespace {
 constexpr std::size_t kUsualProbes = 20;
 constexpr int kOpenAttempts = 3;
 constexpr DWORD kOpenPauseMs = 50;
+// How often a pass is run at most, while devices come and go under it.
+constexpr int kMostRounds = 4;
+
+bool Contains(const std::vector<std::string>& paths, std::string_view path) {
+  return std::ranges::find(paths, path) != paths.end();
+}
 
 bool TryOpen(CTzUSBDevice& enumerator, std::uint8_t index) {
   try {
@@ -35,12 +41,28 @@ bool OpenPatiently(CTzUSBDevice& enumerator, std::uint8_t index, const char* lab
   return false;
 }
 
-// A device that left while `usb` was opening it tells less than it told the enumerator.
+// The new object opens its device by the index, which may name another device by now, and a device
+// may leave while it is being opened.
 bool IsSameDevice(const CTzUSBDevice& usb, const CTzUSBDevice& enumerator) {
-  return usb.IsOpen() && std::string_view(usb.DevicePath()) == enumerator.DevicePath() &&
+  const std::string_view path = usb.DevicePath();
+  return usb.IsOpen() && path == enumerator.DevicePath() &&
          usb.VendorId() == enumerator.VendorId() && usb.ProductId() == enumerator.ProductId() &&
-         usb.EndPointCount() == enumerator.EndPointCount() &&
-         std::wcscmp(usb.SerialNumber(), enumerator.SerialNumber()) == 0;
+         Contains(enumerator.PresentPaths(), path);
+}
+
+// Opens the present devices one after the other and calls `look(index)` for each that opened. False
+// when these were not the devices that are present at the end: when one leaves, those behind it
+// move to another index, and one of them is passed over.
+template <typename Look>
+bool LookAtEach(CTzUSBDevice& enumerator, const char* label, Look look) {
+  std::vector<std::string> met;
+  for (unsigned i = 0; i < enumerator.DeviceCount(); ++i) {
+    const auto index = static_cast<std::uint8_t>(i);
+    const bool open = OpenPatiently(enumerator, index, label);
+    met.emplace_back(enumerator.DevicePath());
+    if (open) look(index);
+  }
+  return met == enumerator.PresentPaths();
 }
 
 }  // namespace
@@ -65,15 +87,27 @@ std::uint32_t CTzDeviceConfigure::LookUpState(const char* state_setting, std::ui
 }
 
 bool CTzDeviceConfigure::UpdateState(CTzUSBDevice& enumerator) {
+  std::vector<std::string> found;
+  bool settled = false;
+  for (int round = 0; round < kMostRounds && !settled; ++round) {
+    found.clear();
+    settled = LookAtEach(enumerator, "CTzDeviceConfigure::UpdateState", [&](std::uint8_t) {
+      if (GetDeviceState(enumerator.VendorId(), enumerator.ProductId()) == kNotHandled) return;
+      found.emplace_back(enumerator.DevicePath());
+    });
+  }
+  // Some may not have been met yet. None is given up for that: more events are to follow.
+  if (!settled) std::ranges::move(enumerator.PresentPaths(), std::back_inserter(found));
+  return KeepOnly(found);
+}
+
+// Keeps the entries of these paths, in their order, and disposes of the others.
+bool CTzDeviceConfigure::KeepOnly(const std::vector<std::string>& paths) {
   std::vector<ProbeEntry> kept;
   kept.reserve(std::max(entries_.size(), kUsualProbes));
-  // Counted anew after each device: devices leave while the pass runs.
-  for (unsigned i = 0; i < enumerator.DeviceCount(); ++i) {
-    const auto index = static_cast<std::uint8_t>(i);
-    if (!OpenPatiently(enumerator, index, "CTzDeviceConfigure::UpdateState")) continue;
-    if (GetDeviceState(enumerator.VendorId(), enumerator.ProductId()) == kNotHandled) continue;
-    const auto found = FindPath(enumerator.DevicePath());
-    if (found == entries_.end()) continue;
+  for (const std::string& path : paths) {
+    const auto found = FindPath(path);
+    if (found == entries_.end() || found->left) continue;
     kept.push_back(std::move(*found));
     entries_.erase(found);
   }
@@ -84,25 +118,38 @@ bool CTzDeviceConfigure::UpdateState(CTzUSBDevice& enumerator) {
 
 bool CTzDeviceConfigure::RunConfigurationPass(CTzUSBDevice& enumerator, const Family& family) {
   bool added = false;
-  for (unsigned i = 0; i < enumerator.DeviceCount(); ++i) {
-    const auto index = static_cast<std::uint8_t>(i);
-    if (!OpenPatiently(enumerator, index, family.pass_label)) continue;
-    switch (GetDeviceState(enumerator.VendorId(), enumerator.ProductId())) {
-      case kUnconfigured:
-        LoadFirmwareAt(enumerator, index, family);
-        break;
-      case kConfigured:
-        if (AddAt(enumerator, index, family)) added = true;
-        break;
-      default:
-        break;
-    }
+  // No device is loaded twice in one pass: fresh probes leave soon after they got their firmware,
+  // which alone is a reason to look again.
+  std::vector<std::string> done;
+  bool settled = false;
+  for (int round = 0; round < kMostRounds && !settled; ++round) {
+    bool dropped = false;
+    settled = LookAtEach(enumerator, family.pass_label, [&](std::uint8_t index) {
+      if (Contains(done, enumerator.DevicePath())) return;
+      const Outcome outcome = ConfigureAt(enumerator, index, family);
+      added |= outcome == Outcome::kAdded;
+      dropped |= outcome == Outcome::kDropped;
+      if (outcome != Outcome::kDropped) done.emplace_back(enumerator.DevicePath());
+    });
+    settled &= !dropped;
   }
   return added;
 }
 
-// The new object opens its device by the index, which may name another device by now. Such an
-// object is dropped: the event that moved the index brings the next pass.
+CTzDeviceConfigure::Outcome CTzDeviceConfigure::ConfigureAt(const CTzUSBDevice& enumerator,
+                                                            std::uint8_t index,
+                                                            const Family& family) {
+  switch (GetDeviceState(enumerator.VendorId(), enumerator.ProductId())) {
+    case kUnconfigured:
+      return LoadFirmwareAt(enumerator, index, family);
+    case kConfigured:
+      return AddAt(enumerator, index, family);
+    default:
+      return Outcome::kDone;
+  }
+}
+
+// Null when the object got another device than `enumerator` looked at, or none.
 std::unique_ptr<CTzDevice> CTzDeviceConfigure::MakeDeviceAt(const CTzUSBDevice& enumerator,
                                                             std::uint8_t index, bool set_timeouts,
                                                             const Family& family) {
@@ -117,23 +164,27 @@ std::unique_ptr<CTzDevice> CTzDeviceConfigure::MakeDeviceAt(const CTzUSBDevice& 
 
 // The device is forgotten whatever comes of it: the started firmware attaches it anew, under ids
 // that the settings list as configured.
-void CTzDeviceConfigure::LoadFirmwareAt(const CTzUSBDevice& enumerator, std::uint8_t index,
-                                        const Family& family) {
+CTzDeviceConfigure::Outcome CTzDeviceConfigure::LoadFirmwareAt(const CTzUSBDevice& enumerator,
+                                                               std::uint8_t index,
+                                                               const Family& family) {
   const std::unique_ptr<CTzDevice> device = MakeDeviceAt(enumerator, index, false, family);
-  if (device == nullptr) return;
+  if (device == nullptr) return Outcome::kDropped;
   const std::uint32_t result = LoadFirmware(*device);
-  if (result == 0) return;
-  Log(LOG_ERROR, family.firmware_label, "Error %x programming device %s, with file %s.", result,
-      device->GetUSBDevice()->DevicePath(), GetKX7FileName(*device).c_str());
+  if (result != 0) {
+    Log(LOG_ERROR, family.firmware_label, "Error %x programming device %s, with file %s.", result,
+        device->GetUSBDevice()->DevicePath(), GetKX7FileName(*device).c_str());
+  }
+  return Outcome::kDone;
 }
 
-bool CTzDeviceConfigure::AddAt(const CTzUSBDevice& enumerator, std::uint8_t index,
-                               const Family& family) {
-  if (FindPath(enumerator.DevicePath()) != entries_.end()) return false;
+CTzDeviceConfigure::Outcome CTzDeviceConfigure::AddAt(const CTzUSBDevice& enumerator,
+                                                      std::uint8_t index, const Family& family) {
+  if (FindPath(enumerator.DevicePath()) != entries_.end()) return Outcome::kDone;
   std::unique_ptr<CTzDevice> device = MakeDeviceAt(enumerator, index, true, family);
-  if (device == nullptr || !PrepareConfigured(*device)) return false;
+  if (device == nullptr) return Outcome::kDropped;
+  if (!PrepareConfigured(*device)) return Outcome::kDone;
   AddConfiguredDevice(std::move(device));
-  return true;
+  return Outcome::kAdded;
 }
 
 void CTzDeviceConfigure::AddConfiguredDevice(std::unique_ptr<CTzDevice> device) {

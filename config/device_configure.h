@@ -20,7 +20,9 @@ enum DeviceState : std::uint32_t {
   kConfigured = 2,    // runs its firmware
 };
 
-// Everything here runs with the device-table lock held.
+// Everything here runs with the device-table lock held. Devices come and go during a pass all the
+// same: a pass that did not meet those that are present at its end, or could not take one, is run
+// again a few times before it decides.
 class CTzDeviceConfigure {
  public:
   CTzDeviceConfigure();
@@ -38,8 +40,8 @@ class CTzDeviceConfigure {
   // `enumerator` is the caller's and is left on the last device.
   virtual bool ConfigureNewDevices(CTzUSBDevice& enumerator) = 0;
 
-  // The removal pass: keeps the entries whose device is attached, in the order in which it is
-  // enumerated, and disposes of the others. True when there was one.
+  // The removal pass: keeps the entries whose device is attached and has not `left`, in the order
+  // in which it is enumerated, and disposes of the others. True when there was one.
   virtual bool UpdateState(CTzUSBDevice& enumerator);
 
   // Takes the device into the table under its serial number.
@@ -74,10 +76,19 @@ class CTzDeviceConfigure {
   // Makes a configured probe ready for clients; false, with the reason logged, when it failed.
   virtual bool PrepareConfigured(CTzDevice& device) = 0;
 
+  // What a configuration pass made of a device.
+  enum class Outcome : std::uint8_t {
+    kDone,     // nothing to do, or what was to do has been tried
+    kAdded,    // done, and it has an entry
+    kDropped,  // not reached: another device is at its index by now
+  };
+
+  Outcome ConfigureAt(const CTzUSBDevice& enumerator, std::uint8_t index, const Family& family);
+  Outcome LoadFirmwareAt(const CTzUSBDevice& enumerator, std::uint8_t index, const Family& family);
+  Outcome AddAt(const CTzUSBDevice& enumerator, std::uint8_t index, const Family& family);
   std::unique_ptr<CTzDevice> MakeDeviceAt(const CTzUSBDevice& enumerator, std::uint8_t index,
                                           bool set_timeouts, const Family& family);
-  void LoadFirmwareAt(const CTzUSBDevice& enumerator, std::uint8_t index, const Family& family);
-  bool AddAt(const CTzUSBDevice& enumerator, std::uint8_t index, const Family& family);
+  bool KeepOnly(const std::vector<std::string>& paths);
   std::vector<ProbeEntry>::iterator FindPath(std::string_view path);
 
   std::vector<ProbeEntry> entries_;

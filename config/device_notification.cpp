@@ -2,11 +2,17 @@
 
 #include <dbt.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <climits>
+#include <cstddef>
 #include <cwchar>
 #include <fstream>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "config/device_table.h"
 #include "config/evk_configure.h"
@@ -116,6 +122,57 @@ DWORD WINAPI NotificationThread(LPVOID parameter) {
   return 0;
 }
 
+// The attachments whose end was announced and that no pass has heard of yet, the last one first.
+// The notification thread puts them here before it waits for the lock: whoever has it meanwhile is
+// to know, too.
+struct AnnouncedRemoval {
+  std::string path;
+  std::unique_ptr<AnnouncedRemoval> before;
+};
+std::atomic<AnnouncedRemoval*> announced_removals = nullptr;
+
+std::unique_ptr<AnnouncedRemoval> TakeAnnouncedRemovals() {
+  return std::unique_ptr<AnnouncedRemoval>(announced_removals.exchange(nullptr));
+}
+
+// For one thread: of two, one could lose what the other puts.
+void AnnounceRemoval(std::string path) {
+  auto removal = std::make_unique<AnnouncedRemoval>(std::move(path), TakeAnnouncedRemovals());
+  announced_removals = removal.release();
+}
+
+// The path that a device-change message names; empty when it names none.
+std::wstring_view NamedPath(LPARAM second) {
+  constexpr std::size_t kNameOffset = offsetof(DEV_BROADCAST_DEVICEINTERFACE_W, dbcc_name);
+  const auto* const record = reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_W*>(second);
+  if (record == nullptr || record->dbcc_devicetype != DBT_DEVTYP_DEVICEINTERFACE ||
+      record->dbcc_size < kNameOffset) {
+    return {};
+  }
+  const std::wstring_view name(record->dbcc_name,
+                               (record->dbcc_size - kNameOffset) / sizeof(wchar_t));
+  return name.substr(0, name.find(L'\0'));
+}
+
+// Announcements may spell a path in other letter case than the enumeration.
+bool IsSamePath(std::string_view one, std::string_view other) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+  return std::ranges::equal(one, other, {}, lower, lower);
+}
+
+// Before removal passes: a probe that came back at once, under its old path, would be found there
+// and keep the entry of the attachment that has ended. An announcement may also come late, when a
+// pass has replaced that entry already: the device of the new one answers.
+void MarkThoseThatLeft() {
+  const auto removals = TakeAnnouncedRemovals();
+  for (const auto* removal = removals.get(); removal != nullptr; removal = removal->before.get()) {
+    for (ProbeEntry* entry : ListProbeEntries()) {
+      if (!IsSamePath(entry->path, removal->path)) continue;
+      entry->left = !entry->device->GetUSBDevice()->Answers();
+    }
+  }
+}
+
 // A pass that changed the table makes clients look at the file.
 bool Announce(bool changed) {
   if (changed) WriteDevicesChangedFile();
@@ -150,6 +207,7 @@ const wchar_t* GetDevicesChangedPath() {
 
 bool RefreshDevices() {
   const DeviceTableGuard guard;
+  MarkThoseThatLeft();
   CTzUSBDevice enumerator(kProbeDriverInterface, true);
   bool changed = false;
   for (CTzDeviceConfigure* configurator : Configurators()) {
@@ -160,6 +218,7 @@ bool RefreshDevices() {
 }
 
 bool HandleDeviceEvent(WPARAM event) {
+  if (event == DBT_DEVICEREMOVECOMPLETE) MarkThoseThatLeft();
   CTzUSBDevice enumerator(kProbeDriverInterface, true);
   bool changed = false;
   for (CTzDeviceConfigure* configurator : Configurators()) {
@@ -190,6 +249,9 @@ LRESULT CALLBACK NotificationWindowProc(HWND window, UINT message, WPARAM first,
       return 0;
     case WM_TIMER:  // its id is no event code: the enumeration is all that happens
     case WM_DEVICECHANGE: {
+      if (message == WM_DEVICECHANGE && first == DBT_DEVICEREMOVECOMPLETE) {
+        AnnounceRemoval(NarrowText(NamedPath(second)));
+      }
       const DeviceTableGuard guard;
       HandleDeviceEvent(first);
       return 1;

@@ -23,11 +23,15 @@ bool RefreshDevices();
 
 // Handles a WM_DEVICECHANGE event code, with the lock held: an arrival runs the configuration
 // passes, a completed removal the removal passes, any other code none. True when the table changed.
+// Which device has left is known from the window procedure, which notes it before it takes the
+// lock.
 bool HandleDeviceEvent(WPARAM event);
 
 // Rewrites the devices-changed file: a line with each probe's name, in table order. With the lock
 // held.
 void WriteDevicesChangedFile();
 
-// The procedure of the notification window.
+// The procedure of the notification window, for its thread. A probe whose removal it hears of loses
+// its entry, also when it has come back under the same path, at the next removal pass or
+// RefreshDevices.
 LRESULT CALLBACK NotificationWindowProc(HWND window, UINT message, WPARAM first, LPARAM second);

@@ -28,6 +28,8 @@ struct ProbeEntry {
   // replaced: a session handle's value must not be given to another session meanwhile.
   std::vector<HANDLE> endedSessions;
   std::uint32_t mode = 0;  // transfer mode as last set or reported
+  // The attachment has ended, even when its path is listed: the next removal pass disposes of it.
+  bool left = false;
 };
 
 class CTzDeviceConfigure;

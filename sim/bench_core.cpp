@@ -20,6 +20,7 @@ BenchCore::BenchCore(BenchDescription description, Scheduler scheduler, std::str
     : driver_(description.driver),
       detach_ms_(description.detach_ms),
       return_ms_(description.return_ms),
+      keeps_paths_(description.keeps_paths),
       described_(std::move(description.probes)),
       scheduler_(std::move(scheduler)),
       instance_(std::move(instance)) {}
@@ -64,6 +65,18 @@ void BenchCore::Attach(ProbeSlot& slot, bool with_firmware) {
   slot.probe->PowerUp(with_firmware);
   ++slot.generation;
   ++attachments_;
+  if (!keeps_paths_ || slot.path_number == 0) slot.path_number = attachments_;
+  auto attachment = std::make_shared<Attachment>();
+  attachment->path = PathOf(slot);
+  attachment->usb_address = static_cast<std::uint8_t>(1 + (attachments_ - 1) % 127);
+  attachment->slot = &slot;
+  slot.attachment = attachment;
+  slot.restarting = false;
+  present_.emplace(attachment->path, attachment);
+  events_.emplace_back(true, attachment->path);
+}
+
+std::string BenchCore::PathOf(const ProbeSlot& slot) const {
   std::string name;
   for (const char c : slot.next.name) {
     const auto byte = static_cast<unsigned char>(c);
@@ -72,15 +85,8 @@ void BenchCore::Attach(ProbeSlot& slot, bool with_firmware) {
   char ids[40];
   std::snprintf(ids, sizeof ids, "\\\\?\\usb#vid_%04x&pid_%04x#", slot.next.vendor_id,
                 slot.probe->product_id());
-  auto attachment = std::make_shared<Attachment>();
-  attachment->path =
-      ids + name + "#" + instance_ + (instance_.empty() ? "" : "-") + std::to_string(attachments_);
-  attachment->usb_address = static_cast<std::uint8_t>(1 + (attachments_ - 1) % 127);
-  attachment->slot = &slot;
-  slot.attachment = attachment;
-  slot.restarting = false;
-  present_.emplace(attachment->path, attachment);
-  events_.emplace_back(true, attachment->path);
+  return ids + name + "#" + instance_ + (instance_.empty() ? "" : "-") +
+         std::to_string(slot.path_number);
 }
 
 void BenchCore::Detach(ProbeSlot& slot, Completions& done) {

@@ -28,6 +28,7 @@ struct ProbeSlot {
   std::shared_ptr<Attachment> attachment;  // null when the probe is not on the bus
   bool restarting = false;                 // has left to come back with its firmware
   std::uint64_t generation = 0;            // counts attachments and removals
+  std::uint64_t path_number = 0;           // of the last path; 0: none yet
   FaultList faults;
   bool recording = false;
   std::deque<Received> records;
@@ -86,6 +87,7 @@ class BenchCore : public std::enable_shared_from_this<BenchCore> {
   ProbeSlot* FindSlot(const std::string& name);
   ProbeSlot& MakeSlot(const ProbeDescription& description);
   void Attach(ProbeSlot& slot, bool with_firmware);
+  std::string PathOf(const ProbeSlot& slot) const;
   void Detach(ProbeSlot& slot, Completions& done);
   void Restart(ProbeSlot& slot);
   // Runs an action under the lock unless the probe was attached or removed meanwhile.
@@ -112,6 +114,7 @@ class BenchCore : public std::enable_shared_from_this<BenchCore> {
   const probe_driver::DriverFacts driver_;
   const std::uint32_t detach_ms_;
   const std::uint32_t return_ms_;
+  const bool keeps_paths_;
   std::vector<ProbeDescription> described_;  // until Start
   const Scheduler scheduler_;
   const std::string instance_;
@@ -119,7 +122,7 @@ class BenchCore : public std::enable_shared_from_this<BenchCore> {
 
   std::vector<std::unique_ptr<ProbeSlot>> slots_;
   std::map<std::string, std::shared_ptr<Attachment>> present_;
-  std::uint64_t attachments_ = 0;  // ever made: numbers paths
+  std::uint64_t attachments_ = 0;  // ever made: numbers them
   std::uint64_t held_ = 0;         // numbers transfers that a fault holds
   Capture capture_;
 

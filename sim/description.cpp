@@ -315,7 +315,7 @@ ProbeDescription ParseProbeText(const std::string& text) { return ParseProbe(Par
 
 BenchDescription ParseBench(const std::string& text) {
   const Json json = ParseJson(text);
-  const Entry entry(json, "bench", {"driver", "detach_ms", "return_ms", "probes"});
+  const Entry entry(json, "bench", {"driver", "detach_ms", "return_ms", "keeps_paths", "probes"});
   BenchDescription bench;
   if (const Json* facts = entry.Find("driver")) {
     const Entry driver(*facts, "driver", {"version", "interface_version", "text", "second_text"});
@@ -326,6 +326,7 @@ BenchDescription ParseBench(const std::string& text) {
   }
   entry.Number("detach_ms", bench.detach_ms);
   entry.Number("return_ms", bench.return_ms);
+  entry.Flag("keeps_paths", bench.keeps_paths);
   std::set<std::string> names;
   entry.Each("probes", [&](const Json& probe, const std::string& at) {
     bench.probes.push_back(ParseProbe(probe));

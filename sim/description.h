@@ -100,6 +100,9 @@ struct BenchDescription {
   probe_driver::DriverFacts driver;
   std::uint32_t detach_ms = 5;    // from the release of the processor to the probe's leaving
   std::uint32_t return_ms = 100;  // from there to its coming back
+  // A probe that comes back has the path that it had, as hosts give it to devices with a serial
+  // number; otherwise no path is used twice.
+  bool keeps_paths = false;
   std::vector<ProbeDescription> probes;
 };
 

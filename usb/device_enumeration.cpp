@@ -2,7 +2,7 @@
 
 #include <setupapi.h>
 
-#include <vector>
+#include <utility>
 
 #include "support/handle.h"
 
@@ -31,28 +31,7 @@ bool ListDevice(const DeviceSet& set, const GUID& interface_class, DWORD index,
   return SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &interface_class, index, &data) != FALSE;
 }
 
-}  // namespace
-
-std::uint32_t CountDevices(const GUID& interface_class) {
-  const DeviceSet set = PresentDevices(interface_class);
-  if (!set) return 0;
-  std::uint32_t count = 0;
-  for (DWORD index = 0; index < kMostPlaces; ++index) {
-    SP_DEVICE_INTERFACE_DATA data;
-    if (ListDevice(set, interface_class, index, data)) {
-      ++count;
-    } else if (GetLastError() == ERROR_NO_MORE_ITEMS) {
-      break;
-    }
-  }
-  return count;
-}
-
-std::optional<std::wstring> DevicePathAt(const GUID& interface_class, std::uint32_t index) {
-  const DeviceSet set = PresentDevices(interface_class);
-  SP_DEVICE_INTERFACE_DATA data;
-  if (!set || !ListDevice(set, interface_class, index, data)) return std::nullopt;
-
+std::optional<std::wstring> PathOf(const DeviceSet& set, SP_DEVICE_INTERFACE_DATA& data) {
   DWORD needed = 0;
   SetupDiGetDeviceInterfaceDetailW(set.Get(), &data, nullptr, 0, &needed, nullptr);
   if (needed < sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W)) return std::nullopt;
@@ -64,4 +43,42 @@ std::optional<std::wstring> DevicePathAt(const GUID& interface_class, std::uint3
     return std::nullopt;
   }
   return detail->DevicePath;
+}
+
+// Calls `use(set, data)` for each present device in the system's order.
+template <typename Use>
+void ForEachDevice(const GUID& interface_class, Use use) {
+  const DeviceSet set = PresentDevices(interface_class);
+  if (!set) return;
+  for (DWORD index = 0; index < kMostPlaces; ++index) {
+    SP_DEVICE_INTERFACE_DATA data;
+    if (ListDevice(set, interface_class, index, data)) {
+      use(set, data);
+    } else if (GetLastError() == ERROR_NO_MORE_ITEMS) {
+      break;
+    }
+  }
+}
+
+}  // namespace
+
+std::uint32_t CountDevices(const GUID& interface_class) {
+  std::uint32_t count = 0;
+  ForEachDevice(interface_class, [&](const DeviceSet&, SP_DEVICE_INTERFACE_DATA&) { ++count; });
+  return count;
+}
+
+std::optional<std::wstring> DevicePathAt(const GUID& interface_class, std::uint32_t index) {
+  const DeviceSet set = PresentDevices(interface_class);
+  SP_DEVICE_INTERFACE_DATA data;
+  if (!set || !ListDevice(set, interface_class, index, data)) return std::nullopt;
+  return PathOf(set, data);
+}
+
+std::vector<std::wstring> DevicePaths(const GUID& interface_class) {
+  std::vector<std::wstring> paths;
+  ForEachDevice(interface_class, [&](const DeviceSet& set, SP_DEVICE_INTERFACE_DATA& data) {
+    if (std::optional<std::wstring> path = PathOf(set, data)) paths.push_back(std::move(*path));
+  });
+  return paths;
 }

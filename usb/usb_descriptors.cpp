@@ -39,6 +39,12 @@ std::vector<std::uint8_t> CTzUSBDevice::ReadDescriptor(std::uint8_t type, std::u
   return record;
 }
 
+bool CTzUSBDevice::Answers() {
+  return !ReadDescriptor(usb_standard::kDeviceDescriptor, 0, 0,
+                         usb_standard::kDeviceDescriptorBytes)
+              .empty();
+}
+
 void CTzUSBDevice::ReadDeviceDescriptor() {
   const std::vector<std::uint8_t> bytes =
       ReadDescriptor(usb_standard::kDeviceDescriptor, 0, 0, usb_standard::kDeviceDescriptorBytes);

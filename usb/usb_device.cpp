@@ -31,6 +31,14 @@ std::uint8_t CTzUSBDevice::DeviceCount() {
   return device_count_;
 }
 
+std::vector<std::string> CTzUSBDevice::PresentPaths() const {
+  std::vector<std::string> paths;
+  for (const std::wstring& path : DevicePaths(interface_guid_)) {
+    paths.push_back(NarrowText(path).substr(0, kPathBytes - 1));
+  }
+  return paths;
+}
+
 bool CTzUSBDevice::Open(std::uint8_t index) {
   if (IsOpen()) Close();
   ClearIdentity();

@@ -29,6 +29,10 @@ class CTzUSBDevice {
   // The number of present devices of the class, by its low 8 bits.
   std::uint8_t DeviceCount();
 
+  // The paths of the present devices of the class, as DevicePath would tell each, in the system's
+  // order. No device is opened.
+  std::vector<std::string> PresentPaths() const;
+
   // Opens the device at `index` (0-based, in the system's order), reads its descriptors and builds
   // its endpoints, after closing the one that is open. False when there is no such device, it
   // cannot be opened or its path has more than 255 characters: the object is then closed. False
@@ -40,6 +44,10 @@ class CTzUSBDevice {
   // handle to driver." when the system refuses to close the handle; the object is closed all the
   // same. Closing a closed device only clears.
   void Close();
+
+  // Asks the device itself for its descriptor. False when it does not answer: one that has left
+  // does not, even when the same device has come back under the same path.
+  bool Answers();
 
   bool IsOpen() const { return driver_ != INVALID_HANDLE_VALUE; }
 

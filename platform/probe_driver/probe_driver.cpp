@@ -164,9 +164,9 @@ DriverError ProbeDriver::SubmitPipeRequest(DriverRequest& request) {
       device_->AbortPipe(endpoint);
       return Answer(request, nullptr, 0);
     default: {
-      // The bus takes transfers of any size whole, so that there is nothing to set.
       constexpr std::uint32_t kSize = 5;
       if (request.input_size < kSize || !IsDataEndpoint(endpoint)) return kInvalidParameter;
+      device_->SetTransferSize(endpoint, LoadU32(request.input + 1));
       return Answer(request, request.input, kSize);
     }
   }

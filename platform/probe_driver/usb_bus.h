@@ -77,6 +77,10 @@ class UsbDevice {
   virtual void Cancel(UsbTransfer& transfer) = 0;
   virtual void AbortPipe(std::uint8_t endpoint) = 0;
 
+  // The client expects transfers of up to this many bytes on an endpoint. For buses that have to
+  // prepare for them; the others take transfers of any size.
+  virtual void SetTransferSize(std::uint8_t /*endpoint*/, std::uint32_t /*bytes*/) {}
+
   // Clears a halted endpoint. False when the device has left or has no such endpoint.
   virtual bool ResetPipe(std::uint8_t endpoint) = 0;
 };
@@ -94,8 +98,8 @@ class UsbBus {
  public:
   virtual ~UsbBus() = default;
 
-  // The paths of the present devices, sorted. A path names one attachment: it is printable ASCII
-  // of at most 255 characters and is not used again while the bus lives.
+  // The paths of the present devices, sorted: printable ASCII of at most 255 characters. A path
+  // names one of the attachments at a time; a bus may give a device that comes back its old one.
   virtual std::vector<std::string> ListDevices() = 0;
 
   // Null when no such device is present.

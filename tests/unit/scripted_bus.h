@@ -10,6 +10,10 @@
 //   abort 84                                   # a pipe is aborted
 //   reset 84                                   # a pipe is reset
 //   cancel 84                                  # one transfer in flight is cancelled
+//   size 02 512                                # transfers of up to so many bytes are announced
+//   pause 50                                   # ms since the exchange before
+//
+// The last two only after ShowAll.
 //
 // Instead of a reply may stand: ok (nothing moves in, everything moves out), stall, error, silent
 // (the transfer stays in flight until it is aborted or cancelled), or flagged (as ok, with a bus
@@ -21,6 +25,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <algorithm>
 #include <cctype>
@@ -126,9 +131,13 @@ class ScriptedBus : public probe_driver::UsbBus {
   void ExpectPlayed() {
     const testing::ScopedTrace trace(played_at_.file_name(), static_cast<int>(played_at_.line()),
                                      "what was played last");
+    NotePause();
     EXPECT_EQ(std::exchange(expected_, {}), std::exchange(transcript_, {}));
     script_.clear();
   }
+
+  // From now on the transcript has pauses and announced sizes, too.
+  void ShowAll() { last_exchange_ms_ = GetTickCount64(); }
 
   // The descriptor requests since the last call, as setup packets.
   std::vector<std::string> TakeDescriptorRequests() {
@@ -139,6 +148,10 @@ class ScriptedBus : public probe_driver::UsbBus {
 
   // Refuses this many opens of devices from now on.
   void RefuseOpens(int count) { refused_opens_ = count; }
+  // Called at the end of every open, with its number from here on, the first being 1.
+  void OnOpen(std::function<void(int)> action) {
+    on_open_ = [first = opens_, action = std::move(action), this] { action(opens_ - first); };
+  }
   int OpensSoFar() const { return opens_; }
 
   std::vector<std::string> ListDevices() override {
@@ -150,14 +163,14 @@ class ScriptedBus : public probe_driver::UsbBus {
 
   std::unique_ptr<probe_driver::UsbDevice> OpenDevice(const std::string& path) override {
     ++opens_;
-    if (refused_opens_ > 0) {
-      --refused_opens_;
-      return nullptr;
-    }
+    std::unique_ptr<probe_driver::UsbDevice> opened;
     for (const ScriptedDevice& device : devices_) {
-      if (device.Path() == path) return std::make_unique<OpenedDevice>(*this, device);
+      if (refused_opens_ > 0 || device.Path() != path) continue;
+      opened = std::make_unique<OpenedDevice>(*this, device);
     }
-    return nullptr;
+    if (refused_opens_ > 0) --refused_opens_;
+    if (on_open_) on_open_();
+    return opened;
   }
 
   // Nobody is told of changes: they are for those who look.
@@ -203,6 +216,10 @@ class ScriptedBus : public probe_driver::UsbBus {
     bool ResetPipe(std::uint8_t endpoint) override {
       bus_.Note("reset", endpoint);
       return true;
+    }
+    void SetTransferSize(std::uint8_t endpoint, std::uint32_t bytes) override {
+      if (bus_.last_exchange_ms_ == 0) return;
+      bus_.Note("size", endpoint, " " + std::to_string(bytes));
     }
 
    private:
@@ -288,6 +305,7 @@ class ScriptedBus : public probe_driver::UsbBus {
       if (!descriptor.empty()) line.answer = HexText(descriptor);
       return line;
     }
+    NotePause();
     if (script_.empty() || script_.front().request != line.request) {
       transcript_ += line.request + " -> unexpected\n";
       return line;
@@ -298,9 +316,22 @@ class ScriptedBus : public probe_driver::UsbBus {
     return line;
   }
 
-  void Note(const char* operation, std::uint8_t endpoint) {
+  void Note(const char* operation, std::uint8_t endpoint, const std::string& more = {}) {
     char text[32];
     std::snprintf(text, sizeof text, "%s %02X", operation, endpoint);
+    NotePause();
+    NoteLine(text + more);
+  }
+
+  void NotePause() {
+    if (last_exchange_ms_ == 0) return;
+    const std::uint64_t before = std::exchange(last_exchange_ms_, GetTickCount64());
+    if (last_exchange_ms_ != before) {
+      NoteLine("pause " + std::to_string(last_exchange_ms_ - before));
+    }
+  }
+
+  void NoteLine(const std::string& text) {
     if (!script_.empty() && script_.front().request == text) script_.pop_front();
     transcript_.append(text).append("\n");
   }
@@ -311,8 +342,10 @@ class ScriptedBus : public probe_driver::UsbBus {
   std::string expected_;
   std::string transcript_;
   std::vector<std::string> descriptor_requests_;
+  std::uint64_t last_exchange_ms_ = 0;  // 0: not everything is shown
   int refused_opens_ = 0;
   int opens_ = 0;
+  std::function<void()> on_open_;
 };
 
 // Product classes on a scripted bus, with the test clock. At its end a test has made every exchange

@@ -3,9 +3,7 @@
 #pragma once
 
 #include <cstdio>
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "config/device_table.h"
@@ -19,20 +17,11 @@
 
 class ConfigureTest : public unit::ScriptedBusTest {
  protected:
-  ConfigureTest() : ScriptedBusTest(std::vector<unit::ScriptedDevice>{}) {}
-  ~ConfigureTest() override {
-    for (CTzDeviceConfigure* configurator : Configurators()) delete configurator;
-    Configurators() = before_;
+  ConfigureTest() : ScriptedBusTest(std::vector<unit::ScriptedDevice>{}) {
+    bus_.ShowAll();
+    Configurators() = {&evk_, &wfx_};
   }
-
-  // The configurator list is empty at first. What stands in it at the end is destroyed.
-  template <typename T>
-  T& Add() {
-    auto configurator = std::make_unique<T>();
-    T& added = *configurator;
-    Configurators().push_back(configurator.release());
-    return added;
-  }
+  ~ConfigureTest() override { Configurators().clear(); }
 
   // A product id that no other test has settings for: these are never forgotten.
   static std::uint16_t NewProduct() {
@@ -55,9 +44,6 @@ class ConfigureTest : public unit::ScriptedBusTest {
   static unit::ScriptedDevice Device(std::uint16_t product_id, const std::string& name) {
     return {.name = name, .product_id = product_id};
   }
-  static std::string Path(std::uint16_t product_id, const std::string& name) {
-    return Device(product_id, name).Path();
-  }
 
   // The names in the table, in its order, each with a blank behind it.
   static std::string Names() {
@@ -66,9 +52,34 @@ class ConfigureTest : public unit::ScriptedBusTest {
     return names;
   }
 
-  unit::LogFile log_{LOG_ERROR | LOG_DEVICE};
-  unit::ScratchFolder folder_;
+  // The lines of the log since the last call, each with a line end, without product ids and
+  // folders, so that devices show as their names. Those of the device classes only when asked for.
+  std::string TakeLog(bool of_devices = false) {
+    std::string text;
+    for (std::string line : log_.Take()) {
+      const bool of_device =
+          line.starts_with("[CTzDevice::") || line.starts_with("[CTzWfxDevice::");
+      if (of_device && !of_devices) continue;
+      Cut(line, folder_.Path(""), 0);
+      Cut(line, "\\\\?\\usb#vid_0f0f&pid_", 5);
+      Cut(line, ", PID=", 4);
+      text += line + "\n";
+    }
+    return text;
+  }
+  // Takes `part` and so many characters behind it away.
+  static void Cut(std::string& line, const std::string& part, std::size_t behind) {
+    const std::size_t at = line.find(part);
+    if (at != std::string::npos) line.erase(at, part.size() + behind);
+  }
 
- private:
-  const std::vector<CTzDeviceConfigure*> before_ = std::exchange(Configurators(), {});
+  unit::LogFile log_{LOG_ERROR | LOG_DEVICE | LOG_XFER | LOG_TRACE};
+  unit::ScratchFolder folder_;
+  CTzEvkConfigure evk_;
+  CTzWfxConfigure wfx_;
+  CTzUSBDevice enumerator_{kProbeDriverInterface, false};
+  // Boards that are ready, of one product.
+  const std::uint16_t board_ = NewEvkProduct();
+  const unit::ScriptedDevice a_ = Device(board_, "A"), b_ = Device(board_, "B"),
+                             c_ = Device(board_, "C");
 };

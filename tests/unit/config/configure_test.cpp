@@ -7,32 +7,23 @@ namespace {
 
 class PassTest : public ConfigureTest {
  protected:
-  using Lines = std::vector<std::string>;
-
-  // A probe whose FPGA loads from an empty image.
-  std::uint16_t NewWfxProduct() {
+  unit::ScriptedDevice Wirefox(const char* name, const char* state, const char* kind,
+                               const std::string& file) {
     const std::uint16_t product = NewProduct();
-    Set(product, "WFXDEVICE", "CONFIGURED");
-    Set(product, "FPGA", folder_.Write("empty.bin", ""));
-    return product;
+    Set(product, "WFXDEVICE", state);
+    Set(product, kind, file);
+    return Device(product, name);
   }
 
-  static std::string FpgaLoads(const char* finish_reply = "00*16") {
-    return std::string("C0 47 00 00 00 00 10 00 -> 00*16\nC0 45 FF FF FF FF 10 00 -> 00*16\n") +
-           "out 02 : -> ok\nC0 46 00 00 00 00 10 00 -> " + finish_reply +
-           "\nC0 44 00 00 00 00 0E 00 -> 00*14\n";
-  }
+  bool Configure() { return evk_.ConfigureNewDevices(enumerator_); }
+  bool Remove() { return evk_.UpdateState(enumerator_); }
 
-  static std::string Skipped(const std::string& source, const std::string& path) {
-    return "[" + source + "::UpdateState]Unable to open device " + path + ". Skipping";
+  // At open number `open` from now on the devices become others.
+  void ChangeAt(int open, const std::vector<unit::ScriptedDevice>& devices) {
+    bus_.OnOpen([this, open, devices](int number) {
+      if (number == open) bus_.SetDevices(devices);
+    });
   }
-  static std::string Available(const std::string& path) {
-    return "[CTzDeviceConfigure::AddConfiguredDevice]Device " + path + " available for use";
-  }
-
-  CTzEvkConfigure& evk_ = Add<CTzEvkConfigure>();
-  CTzWfxConfigure& wfx_ = Add<CTzWfxConfigure>();
-  CTzUSBDevice enumerator_{kProbeDriverInterface, false};
 };
 
 TEST_F(PassTest, StateIsTheSettingsWord) {
@@ -49,175 +40,180 @@ TEST_F(PassTest, StateIsTheSettingsWord) {
   }
 }
 
-TEST_F(PassTest, ConfiguredBoardIsAddedOnce) {
-  const std::uint16_t product = NewEvkProduct();
-  bus_.SetDevices({Device(product, "EVK1")});
-  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
+TEST_F(PassTest, WhatIsDoneWithADeviceIsInTheLog) {
+  bus_.SetDevices({a_, Device(NewEvkProduct("UNCONFIGURED"), "F"),
+                   Wirefox("P", "CONFIGURED", "FPGA", folder_.Path("missing.bin")),
+                   Wirefox("Q", "UNCONFIGURED", "KX7", "missing.hex")});
+  EXPECT_TRUE(Configure());
   EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ("EVK1 ", Names());
-  const ProbeEntry& entry = *ListProbeEntries()[0];
-  EXPECT_EQ(Path(product, "EVK1"), entry.path);
-  EXPECT_EQ(0U, entry.mode);
-  EXPECT_TRUE(entry.targets.empty());
-  EXPECT_EQ(Lines{Available(Path(product, "EVK1"))}, log_.Lines());
+  EXPECT_FALSE(Remove());
+  const std::string timeouts = R"([CTzDevice::SetTimeout()]endpt=1 timeout=2000
+[CTzDevice::SetTimeout()]endpt=129 timeout=1000
+[CTzDevice::SetTimeout()]endpt=2 timeout=1000
+[CTzDevice::SetTimeout()]endpt=132 timeout=2000
+[CTzDevice::SetTimeout()]endpt=134 timeout=100
+)";
+  EXPECT_EQ(
+      timeouts + R"([CTzDeviceConfigure::AddConfiguredDevice]Device A available for use
+[CTzEvkConfigure::ProgramKX7]Error 1 programming device F, with file .
+)" + timeouts +
+          R"([CTzWfxConfigure::ConfigureFPGA())]Programming FPGA of device VID=0F0F with hex file missing.bin
+[CTzWfxConfigure::ProgramFPGA]Error 1 programming device P, with file missing.bin.
+[CTzWfxConfigure::ProgramKX7]Error 1 programming device Q, with file missing.hex.
+)",
+      TakeLog(true));
 }
 
-TEST_F(PassTest, ProbeIsAddedWhenItsFpgaLoadsAndTriedAgainByEveryPassUntilThen) {
-  const std::uint16_t product = NewWfxProduct();
-  bus_.SetDevices({Device(product, "WFX1")});
-  bus_.Play(FpgaLoads("01 02 00*14"));
-  EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ("", Names());
-  EXPECT_EQ(Lines{"[CTzWfxConfigure::ProgramFPGA]Error 3 programming device " +
-                  Path(product, "WFX1") + ", with file " + folder_.Path("empty.bin") + "."},
-            log_.Lines());
-  bus_.Play(FpgaLoads());
-  EXPECT_TRUE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ("WFX1 ", Names());
-
-  // Both families may handle one device.
-  Set(product, "EVKDEVICE", "CONFIGURED");
-  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ("WFX1 WFX1 ", Names());
-  EXPECT_EQ(evk_.GetConfiguredDevices()[0], FindProbeByName(L"WFX1"));
-}
-
-TEST_F(PassTest, FreshDeviceGetsFirmwareAtEveryPassAndNoEntry) {
-  const std::uint16_t product = NewEvkProduct("UNCONFIGURED");
-  Set(product, "KX7", folder_.Write("fw.hex", ":0100000042BD\n"));
-  bus_.SetDevices({Device(product, "FRESH")});
+TEST_F(PassTest, FreshDeviceGetsFirmwareOnceInEveryPassAndNoEntry) {
+  const unit::ScriptedDevice fresh = Device(NewEvkProduct("UNCONFIGURED"), "FRESH");
+  Set(fresh.product_id, "KX7", folder_.Write("fw.hex", ":0100000042BD\n"));
+  const unit::ScriptedDevice other = Device(NewEvkProduct(), "OTHER");
+  bus_.SetDevices({fresh, other});
+  // The other one leaves while its object is made, so that the first pass begins anew.
+  ChangeAt(5, {fresh});
   for (int pass = 0; pass < 2; ++pass) {
     bus_.Play(R"(40 A0 00 E6 00 00 01 00 : 01 -> ok
                  40 A0 00 00 00 00 01 00 : 42 -> ok
                  40 A0 00 E6 00 00 01 00 : 00 -> ok)");
-    EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
+    EXPECT_FALSE(Configure());
   }
   EXPECT_EQ("", Names());
-  EXPECT_EQ(Lines{}, log_.Lines());
-}
-
-TEST_F(PassTest, FailedFirmwareIsLoggedWithTheSettingAsWritten) {
-  const std::uint16_t without_file = NewEvkProduct("UNCONFIGURED");
-  const std::uint16_t missing_file = NewProduct();
-  Set(missing_file, "WFXDEVICE", "UNCONFIGURED");
-  Set(missing_file, "KX7", "missing.hex");
-  bus_.SetDevices({Device(without_file, "E"), Device(missing_file, "W")});
-  EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_));
-  EXPECT_FALSE(wfx_.ConfigureNewDevices(enumerator_));
-  EXPECT_EQ((Lines{"[CTzEvkConfigure::ProgramKX7]Error 1 programming device " +
-                       Path(without_file, "E") + ", with file .",
-                   "[CTzWfxConfigure::ProgramKX7]Error 1 programming device " +
-                       Path(missing_file, "W") + ", with file missing.hex."}),
-            log_.Lines());
 }
 
 TEST_F(PassTest, DeviceThatDoesNotOpenIsSkippedAfterThreeAttempts) {
-  const std::uint16_t product = NewEvkProduct();
-  bus_.SetDevices({Device(product, "A"), Device(product, "B")});
-  bus_.RefuseOpens(3);
-  EXPECT_EQ(150U, ElapsedMs([&] { EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_)); }));
-  EXPECT_EQ("B ", Names());
-  EXPECT_EQ(Skipped("CTzEvkConfigure", Path(product, "A")), log_.Lines()[0]);
-  // Two refusals are waited out.
-  bus_.RefuseOpens(2);
-  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  bus_.SetDevices({a_, b_});
+  const auto refuse = [this](int opens) {
+    bus_.RefuseOpens(opens);
+    bus_.Play("pause " + std::to_string(50 * opens));
+  };
+  refuse(3);
+  EXPECT_TRUE(Configure());
+  refuse(2);
+  EXPECT_TRUE(Configure());
   EXPECT_EQ("B A ", Names());
+  refuse(3);
+  EXPECT_TRUE(Remove());
+  EXPECT_EQ(R"([CTzEvkConfigure::UpdateState]Unable to open device A. Skipping
+[CTzDeviceConfigure::AddConfiguredDevice]Device B available for use
+[CTzDeviceConfigure::AddConfiguredDevice]Device A available for use
+[CTzDeviceConfigure::UpdateState]Unable to open device A. Skipping
+[CTzDeviceConfigure::CleanupRemovedDevice]Device A removed
+)",
+            TakeLog());
 }
 
-// A bus on which the devices become others after the second open: the first is the pass's look at a
-// device, two more make the device object.
-class ChangingBus : public unit::ScriptedBus {
- public:
-  std::unique_ptr<probe_driver::UsbDevice> OpenDevice(const std::string& path) override {
-    auto device = ScriptedBus::OpenDevice(path);
-    if (OpensSoFar() == 2) SetDevices(changed);
-    return device;
+TEST_F(PassTest, RefusalToCloseTheDeviceBeforeIsAFailedAttempt) {
+  bus_.SetDevices({a_, b_});
+  ASSERT_TRUE(enumerator_.Open(1));
+  // Only device files can be cancelled: this closes the one that the enumerator has.
+  for (std::uintptr_t value = 4; value < 0x10000; value += 4) {
+    const auto handle = reinterpret_cast<HANDLE>(value);
+    if (CancelIo(handle)) CloseHandle(handle);
   }
+  bus_.Play("pause 50");
+  EXPECT_TRUE(Configure());
+  EXPECT_EQ("A B ", Names());
+}
 
-  std::vector<unit::ScriptedDevice> changed;
-};
-
-TEST_F(PassTest, DeviceThatChangesWhileItsObjectIsMadeIsNotTaken) {
-  const std::uint16_t product = NewEvkProduct();
-  const unit::ScriptedDevice device = Device(product, "B");
-  const auto lacking = [&](std::uint16_t descriptor) {
-    unit::ScriptedDevice changed = device;
-    changed.descriptors[descriptor] = {};
-    return std::vector{changed};
-  };
+TEST_F(PassTest, DeviceIsTakenWhenItIsStillTheOneThatWasLookedAt) {
+  unit::ScriptedDevice other_ids = b_, no_name = b_;
+  other_ids.descriptors[0x0100] = Device(NewProduct(), "").Descriptor(0x0100);
+  no_name.descriptors[0x0303] = {};
+  const std::string skipped = "[CTzEvkConfigure::UpdateState]Unable to open device B. Skipping\n";
+  // The first open is the pass's look, two more make the object.
   const struct {
     const char* what;
-    std::vector<unit::ScriptedDevice> changed;
+    int change_at;
+    std::vector<unit::ScriptedDevice> before, after;
+    std::string log, names;
   } cases[] = {
-      {"it has left", {}},
-      {"the index names another one", {Device(product, "A")}},
-      {"its ids cannot be read", lacking(0x0100)},
-      {"its name cannot be read", lacking(0x0303)},
-      {"its endpoints cannot be read", lacking(0x0200)},
+      {"it has left", 2, {b_}, {}, skipped, ""},
+      {"it leaves while it is opened", 3, {b_}, {}, skipped, ""},
+      {"the index names another one", 2, {b_}, {a_}, skipped, "A "},
+      {"it has other ids", 2, {b_}, {other_ids}, skipped, ""},
+      {"its name could not be read at the look", 1, {no_name}, {b_}, "", "B "},
   };
-  for (const auto& [what, changed] : cases) {
-    ChangingBus bus;
-    bus.SetDevices({device});
-    bus.changed = changed;
-    test_host::UseBus(&bus);
-    EXPECT_FALSE(evk_.ConfigureNewDevices(enumerator_)) << what;
-    EXPECT_EQ("", Names()) << what;
-    EXPECT_EQ(Skipped("CTzEvkConfigure", device.Path()), log_.Lines().back()) << what;
-    bus.SetDevices({});
-    evk_.UpdateState(enumerator_);
-    enumerator_.Close();
-    test_host::UseBus(&bus_);
+  for (const auto& [what, change_at, before, after, log, names] : cases) {
+    bus_.SetDevices(before);
+    ChangeAt(change_at, after);
+    EXPECT_EQ(!names.empty(), Configure()) << what;
+    EXPECT_EQ(names, Names()) << what;
+    EXPECT_TRUE(TakeLog().starts_with(log.empty() ? "[CTzDeviceConfigure::Add" : log)) << what;
+    bus_.SetDevices({});
+    Remove();
+    TakeLog();
   }
 }
 
-TEST_F(PassTest, ProbeThatCannotBeOpenedLosesItsEntry) {
-  const std::uint16_t product = NewEvkProduct();
-  const std::string path = Path(product, "A");
-  bus_.SetDevices({Device(product, "A")});
-  ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  bus_.RefuseOpens(3);
-  EXPECT_TRUE(evk_.UpdateState(enumerator_));
-  EXPECT_EQ("", Names());
-  EXPECT_EQ((Lines{Available(path), Skipped("CTzDeviceConfigure", path),
-                   "[CTzDeviceConfigure::CleanupRemovedDevice]Device " + path + " removed"}),
-            log_.Lines());
-  EXPECT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+// When one leaves, those behind it move to another index. Whenever that is, the others are met.
+TEST_F(PassTest, NoDeviceIsPassedOverWhenAnotherLeaves) {
+  for (int open = 1; open <= 9; ++open) {
+    SCOPED_TRACE(open);
+    bus_.SetDevices({a_, b_, c_});
+    ChangeAt(open, {b_, c_});
+    EXPECT_TRUE(Configure());
+    EXPECT_TRUE(FindProbeByName(L"B") != nullptr && FindProbeByName(L"C") != nullptr);
+    bus_.SetDevices({a_, b_, c_});
+    Configure();
+    TakeLog();
+    ChangeAt(open % 3 + 1, {b_, c_});
+    EXPECT_TRUE(Remove());
+    EXPECT_EQ("B C ", Names());
+    EXPECT_EQ("[CTzDeviceConfigure::CleanupRemovedDevice]Device A removed\n", TakeLog());
+    bus_.SetDevices({});
+    Remove();
+  }
+}
+
+TEST_F(PassTest, BusThatDoesNotComeToRestIsNotLookedAtForEver) {
+  bus_.SetDevices({b_, c_});
+  ASSERT_TRUE(Configure());
+  TakeLog();
+  // After A was met it is away until the next one is, so that B is passed over.
+  bus_.SetDevices({a_, b_, c_});
+  int opens = 0;
+  bus_.OnOpen([&](int number) {
+    opens = number;
+    bus_.SetDevices(number % 3 == 1 ? std::vector{b_, c_} : std::vector{a_, b_, c_});
+  });
+  EXPECT_FALSE(Remove());
+  EXPECT_EQ("C B ", Names()) << "what is listed is not given up";
+  EXPECT_EQ(12, opens);
+
+  // A opens for the pass, and never for its object.
+  bus_.SetDevices({a_});
+  bus_.OnOpen([&](int number) {
+    opens = number;
+    if (number % 3 == 1) bus_.RefuseOpens(2);
+  });
+  EXPECT_FALSE(Configure());
+  EXPECT_EQ(12, opens);
 }
 
 TEST_F(PassTest, RemovalPassKeepsTheOrderOfEnumeration) {
-  const std::uint16_t product = NewEvkProduct();
-  const std::uint16_t other = NewEvkProduct();
-  bus_.SetDevices({Device(other, "C"), Device(product, "B")});
-  ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
-  bus_.SetDevices({Device(other, "C"), Device(product, "B"), Device(product, "A")});
-  ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  bus_.SetDevices({c_, b_});
+  EXPECT_TRUE(Configure());
+  bus_.SetDevices({c_, b_, a_});
+  EXPECT_TRUE(Configure());
   EXPECT_EQ("B C A ", Names());
   const CTzDevice* const device = FindProbeByName(L"A")->device.get();
-  EXPECT_FALSE(evk_.UpdateState(enumerator_));
+  EXPECT_FALSE(Remove());
   EXPECT_EQ("A B C ", Names());
   EXPECT_EQ(device, FindProbeByName(L"A")->device.get());
-
-  bus_.SetDevices({Device(product, "A"), Device(other, "C")});
-  EXPECT_TRUE(evk_.UpdateState(enumerator_));
-  EXPECT_EQ("A C ", Names());
-  bus_.SetDevices({});
-  EXPECT_TRUE(evk_.UpdateState(enumerator_));
-  EXPECT_EQ("", Names());
-  EXPECT_FALSE(evk_.UpdateState(enumerator_));
 }
 
 TEST_F(PassTest, RemovedProbeEndsItsSessionsAndKeepsTheirHandles) {
-  bus_.SetDevices({Device(NewEvkProduct(), "A")});
-  ASSERT_TRUE(evk_.ConfigureNewDevices(enumerator_));
+  bus_.SetDevices({a_});
+  ASSERT_TRUE(Configure());
+  ProbeEntry& entry = *ListProbeEntries()[0];
+  EXPECT_EQ(a_.Path(), entry.path);
+  EXPECT_TRUE(entry.mode == 0 && entry.targets.empty());
   const HANDLE session = CreateMutexW(nullptr, TRUE, nullptr);
-  ListProbeEntries()[0]->targets = {TargetRecord{1, nullptr, 0}, TargetRecord{2, session, 77}};
-  const std::int64_t handle = SessionHandleOf(session);
-  EXPECT_EQ(ListProbeEntries()[0], FindProbeByHandle(handle));
+  entry.targets = {TargetRecord{1, nullptr, 0}, TargetRecord{2, session, 77}};
   bus_.SetDevices({});
-  EXPECT_TRUE(evk_.UpdateState(enumerator_));
-  EXPECT_EQ(nullptr, FindProbeByHandle(handle));
+  EXPECT_TRUE(Remove());
+  EXPECT_EQ("", Names());
+  EXPECT_FALSE(Remove());
   // Released, so not owned any more; open, so that its value is not given out again.
   EXPECT_FALSE(ReleaseMutex(session));
   EXPECT_EQ(static_cast<DWORD>(ERROR_NOT_OWNER), GetLastError());

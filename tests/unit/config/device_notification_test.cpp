@@ -1,7 +1,13 @@
 #include "config/device_notification.h"
 
+#include <dbt.h>
 #include <windows.h>
 
+#include <cstring>
+#include <thread>
+
+#include "sim/bench.h"
+#include "support/handle.h"
 #include "tests/unit/config/configure_fixture.h"
 #include "tests/unit/eventually.h"
 
@@ -9,10 +15,25 @@ namespace {
 
 LRESULT CALLBACK RefuseToBeCreated(HWND, UINT, WPARAM, LPARAM) { return 0; }
 
-class DevicesChangedFileTest : public ConfigureTest {};
+class NotificationTest : public ConfigureTest {
+ protected:
+  // What the window hears of a device. Names come in the letter case that the system likes.
+  static LRESULT Hear(WPARAM event, std::string path, DWORD type = DBT_DEVTYP_DEVICEINTERFACE) {
+    for (char& c : path) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    constexpr std::size_t kNameOffset = offsetof(DEV_BROADCAST_DEVICEINTERFACE_W, dbcc_name);
+    std::vector<wchar_t> record(kNameOffset / sizeof(wchar_t) + 1, 0);
+    record.insert(record.begin() + kNameOffset / sizeof(wchar_t), path.begin(), path.end());
+    DEV_BROADCAST_DEVICEINTERFACE_W header{};
+    header.dbcc_size = static_cast<DWORD>(record.size() * sizeof(wchar_t));
+    header.dbcc_devicetype = type;
+    std::memcpy(record.data(), &header, kNameOffset);
+    return NotificationWindowProc(nullptr, WM_DEVICECHANGE, event,
+                                  reinterpret_cast<LPARAM>(record.data()));
+  }
+};
 
 // The window class is taken by one whose windows cannot be created.
-TEST_F(DevicesChangedFileTest, WithoutAWindowClientsStillRefreshTheTable) {
+TEST_F(NotificationTest, WithoutAWindowClientsStillRefreshTheTable) {
   WNDCLASSEXW window_class{};
   window_class.cbSize = sizeof window_class;
   window_class.lpfnWndProc = RefuseToBeCreated;
@@ -20,29 +41,142 @@ TEST_F(DevicesChangedFileTest, WithoutAWindowClientsStillRefreshTheTable) {
   RegisterClassExW(&window_class);
   test_host::TakeNotices();
 
-  const std::uint16_t product = NewEvkProduct();
-  bus_.SetDevices({Device(product, "B"), Device(product, "A")});
+  bus_.SetDevices({b_, a_});
   const std::string narrow_path = folder_.Path("wfx.log");
   const std::wstring path(narrow_path.begin(), narrow_path.end());
+  Configurators().clear();
   StartDeviceDiscovery(nullptr, path.c_str());
-
   std::vector<std::wstring> notices;
   unit::Eventually([&] { return !(notices = test_host::TakeNotices()).empty(); });
   EXPECT_EQ((std::vector<std::wstring>{L"box|Error|Failed to register event handler. Unable to "
                                        L"detect Wirefox attach/detach events"}),
             notices);
-
   EXPECT_TRUE(RefreshDevices());
   EXPECT_EQ("A\r\nB\r\n", folder_.Read("wfx.log"));
-  bus_.SetDevices({Device(product, "B")});
-  EXPECT_TRUE(RefreshDevices());
-  EXPECT_EQ("B\r\n", folder_.Read("wfx.log"));
-  EXPECT_FALSE(RefreshDevices());
 
   // A name that the plain conversion cannot represent is still a line.
   ListProbeEntries()[0]->name = L"\x00E9\x4E2D";
   WriteDevicesChangedFile();
-  EXPECT_EQ(NarrowText(L"\x00E9\x4E2D") + "\r\n", folder_.Read("wfx.log"));
+  EXPECT_EQ(NarrowText(L"\x00E9\x4E2D") + "\r\nB\r\n", folder_.Read("wfx.log"));
+  for (CTzDeviceConfigure* configurator : Configurators()) delete configurator;
+}
+
+// Each pass logs that a device does not open.
+TEST_F(NotificationTest, EachEventRunsItsPassesWithTheLockHeld) {
+  bus_.SetDevices({a_});
+  bus_.RefuseOpens(1000);
+  bus_.OnOpen([](int) {
+    std::thread([] {
+      const KernelHandle lock(OpenMutexW(SYNCHRONIZE, FALSE, L"WfxDeviceLock"));
+      EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(lock.Get(), 0));
+    }).join();
+  });
+  const std::string removal =
+      "[CTzDeviceConfigure::UpdateState]Unable to open device A. Skipping\n";
+  const std::string evk = "[CTzEvkConfigure::UpdateState]Unable to open device A. Skipping\n";
+  const std::string wfx = "[CTzWfxConfigure::UpdateState]Unable to open device A. Skipping\n";
+  const struct {
+    UINT message;
+    WPARAM event;
+    std::string log;
+  } cases[] = {
+      {WM_DEVICECHANGE, 0x8000, evk + wfx}, {WM_DEVICECHANGE, 0x8004, removal + removal},
+      {WM_DEVICECHANGE, 0x8001, ""},        {WM_DEVICECHANGE, 0x0007, ""},
+      {WM_TIMER, 0x11112222, ""},
+  };
+  for (const auto& [message, event, log] : cases) {
+    bus_.Play(log.empty() ? "" : "pause 300");
+    EXPECT_EQ(1, NotificationWindowProc(nullptr, message, event, 0));
+    EXPECT_EQ(log, TakeLog()) << event;
+  }
+  bus_.Play("pause 600");
+  EXPECT_FALSE(RefreshDevices());
+  EXPECT_EQ(removal + evk + removal + wfx, TakeLog());
+}
+
+TEST_F(NotificationTest, UndisturbedPassesOpenEachDeviceOnce) {
+  bus_.SetDevices({a_, b_});
+  ASSERT_TRUE(RefreshDevices());
+  bus_.SetDevices({a_, b_, c_});
+  bus_.TakeDescriptorRequests();
+  // Eleven requests each time a device is opened: once by the handler, once in each pass, and twice
+  // to make an object.
+  EXPECT_TRUE(HandleDeviceEvent(0x8000));
+  EXPECT_EQ(99U, bus_.TakeDescriptorRequests().size());
+  EXPECT_FALSE(RefreshDevices());
+  EXPECT_EQ(143U, bus_.TakeDescriptorRequests().size());
+}
+
+// Boards of a bench on which they come back under their old paths.
+class ReturningProbeTest : public NotificationTest {
+ protected:
+  ReturningProbeTest() {
+    test_host::UseBus(&bench_);
+    EXPECT_TRUE(RefreshDevices());
+    EXPECT_EQ("A B ", Names());
+    path_ = Entry().path;
+    TakeLog();
+  }
+  ~ReturningProbeTest() override {
+    test_host::UseBus(nullptr);
+    RefreshDevices();
+  }
+
+  void PullAndPutBack() {
+    EXPECT_TRUE(bench_.Unplug("A"));
+    EXPECT_TRUE(bench_.Plug("A"));
+    EXPECT_FALSE(Entry().device->GetUSBDevice()->Answers());
+  }
+  static ProbeEntry& Entry() { return *FindProbeByName(L"A"); }
+  void ExpectANewEntry() {
+    EXPECT_EQ("B A ", Names());
+    EXPECT_TRUE(Entry().device->GetUSBDevice()->Answers());
+    EXPECT_EQ(
+        "[CTzDeviceConfigure::CleanupRemovedDevice]Device a#1 removed\n"
+        "[CTzDeviceConfigure::AddConfiguredDevice]Device a#1 available for use\n",
+        TakeLog());
+  }
+
+  sim::Bench bench_{R"({"keeps_paths": true, "probes": [{"name": "A", "kind": "evk", "pid": )" +
+                    std::to_string(board_) + R"(}, {"name": "B", "kind": "evk", "pid": )" +
+                    std::to_string(board_) + "}]}"};
+  std::string path_;
+};
+
+TEST_F(ReturningProbeTest, GetsANewEntryWhenItsRemovalIsHandledAfterItsReturn) {
+  PullAndPutBack();
+  Hear(DBT_DEVICEREMOVECOMPLETE, path_, 2);
+  Hear(DBT_DEVNODES_CHANGED, path_);
+  EXPECT_EQ("A B ", Names()) << "not about the device's interface";
+  Hear(DBT_DEVICEREMOVECOMPLETE, path_);
+  EXPECT_EQ("B ", Names());
+  Hear(DBT_DEVICEARRIVAL, path_);
+  ExpectANewEntry();
+}
+
+TEST_F(ReturningProbeTest, IsRefreshedWhileItsRemovalWaitsForTheLock) {
+  std::thread notified;
+  {
+    const DeviceTableGuard guard;
+    PullAndPutBack();
+    notified = std::thread([&] { Hear(DBT_DEVICEREMOVECOMPLETE, path_); });
+    EXPECT_TRUE(unit::Eventually([] { return RefreshDevices(); }));
+    ExpectANewEntry();
+  }
+  notified.join();
+  EXPECT_EQ("A B ", Names());
+  EXPECT_EQ("", TakeLog()) << "the removal is handled once";
+}
+
+TEST_F(ReturningProbeTest, KeepsTheNewEntryWhenItsRemovalIsHeardOfLate) {
+  EXPECT_TRUE(bench_.Unplug("A"));
+  EXPECT_TRUE(RefreshDevices());
+  EXPECT_TRUE(bench_.Plug("A"));
+  EXPECT_TRUE(RefreshDevices());
+  ExpectANewEntry();
+  Hear(DBT_DEVICEREMOVECOMPLETE, path_);
+  EXPECT_EQ("A B ", Names());
+  EXPECT_EQ("", TakeLog());
 }
 
 }  // namespace

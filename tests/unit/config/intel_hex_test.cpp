@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <map>
 #include <random>
@@ -90,111 +89,48 @@ TEST(IntelHex, FilesAndTheirBlocks) {
   for (const auto& [what, file, blocks] : cases) EXPECT_EQ(blocks, Parsed(file)) << what;
 }
 
-// The rules of merging as they are stated, block by block.
-void MergeLiterally(LiteralBlocks& blocks, std::uint32_t address, const Bytes& bytes) {
-  for (auto& [start, block] : blocks) {
-    if (start + block.size() == address) {
-      block.insert(block.end(), bytes.begin(), bytes.end());
-      return;
-    }
-  }
-  blocks.emplace(address, bytes);
-}
-
+// Also where plain addresses end, and those that are written with a sign.
 TEST(IntelHex, RandomOverlappingRecordsMergeAsALiteralSearchDoes) {
   std::mt19937 random(unit::RandomSeed());
-  for (int round = 0; round < 300; ++round) {
-    HexImage image;
-    LiteralBlocks literal;
-    const std::uint32_t range = 4 + random() % 60;
-    // Also where plain addresses end, and those that were written with a sign.
-    const std::uint32_t lowest = std::array{0U, 0xFFE0U, 0xFFFFFFE0U}[round % 3];
-    for (int record = 0; record < 80; ++record) {
-      const std::uint32_t address = lowest + random() % range;
-      Bytes bytes(random() % 6);
-      for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
-      MergeHexRecord(image, address, bytes);
-      MergeLiterally(literal, address, bytes);
-    }
-    ASSERT_EQ(Text(literal), Text(image)) << "round " << round;
-  }
-}
-
-// The rules of reading as they are stated, with the standard library's own scanning.
-std::string ReadLiterally(const std::string& file) {
-  LiteralBlocks blocks;
-  std::istringstream tokens(file);
-  for (std::string token; tokens >> token;) {
-    unsigned long count = 0;
-    unsigned long address = 0;
-    unsigned long type = 0;
-    if (std::sscanf(token.c_str(), ":%2lX%4lX%2lX", &count, &address, &type) != 3) return "refused";
-    if (static_cast<std::uint32_t>(type) != 0) continue;
-    Bytes bytes;
-    for (std::uint32_t i = 0; i < static_cast<std::uint32_t>(count); ++i) {
-      unsigned long byte = 0;
-      if (token.size() <= 9 + 2 * std::size_t{i}) return "refused";
-      if (std::sscanf(token.substr(9 + 2 * i, 2).c_str(), "%2lX", &byte) != 1) return "refused";
-      bytes.push_back(static_cast<std::uint8_t>(byte));
-    }
-    MergeLiterally(blocks, static_cast<std::uint32_t>(address), bytes);
-  }
-  return Text(blocks);
-}
-
-TEST(IntelHex, RandomTextIsReadAsTheStandardLibraryScansIt) {
-  std::mt19937 random(unit::RandomSeed());
-  const std::string likely = "0000000111223456789abcdefABCDEF";
-  const std::string odd = "xX+-gG:.";
-  int accepted = 0;
-  for (int round = 0; round < 6000; ++round) {
-    std::string file;
-    for (unsigned tokens = 1 + random() % 3; tokens > 0; --tokens) {
-      std::string token = ":0";
-      const unsigned length = random() % 24;
-      for (unsigned i = 0; i < length; ++i) {
-        token += random() % 12 == 0 ? odd[random() % odd.size()] : likely[random() % likely.size()];
+  for (const std::uint32_t lowest : {0U, 0xFFE0U, 0xFFFFFFE0U}) {
+    for (int round = 0; round < 100; ++round) {
+      HexImage image;
+      LiteralBlocks literal;
+      for (int record = 0; record < 80; ++record) {
+        const std::uint32_t address = lowest + random() % (4 + round / 2);
+        const Bytes bytes(random() % 6, static_cast<std::uint8_t>(record));
+        MergeHexRecord(image, address, bytes);
+        const auto end = std::ranges::find_if(literal, [&](const auto& block) {
+          return block.first + block.second.size() == address;
+        });
+        if (end == literal.end()) {
+          literal.emplace(address, bytes);
+        } else {
+          end->second.insert(end->second.end(), bytes.begin(), bytes.end());
+        }
       }
-      if (random() % 3 == 0 && token.size() > 9) token.replace(7, 2, "00");
-      if (random() % 20 == 0) token[random() % token.size()] = '\0';
-      file += token + "\n\r \t\v\f"[random() % 6];
+      ASSERT_EQ(Text(literal), Text(image));
     }
-    const std::string literal = ReadLiterally(file);
-    accepted += literal != "refused" ? 1 : 0;
-    ASSERT_EQ(literal, Parsed(file)) << file;
   }
-  EXPECT_LT(200, accepted);
 }
 
-TEST(IntelHex, TokensMayLieAnywhereInALongFile) {
+// The same 32,768 blocks in each pass, none of which ends where another record begins: every record
+// after the first pass is compared with all of them by a plain search, which takes minutes.
+TEST(IntelHex, LongFilesMayHoldTokensAnywhereAndAreNotSearchedBlockByBlock) {
   std::mt19937 random(unit::RandomSeed());
-  std::string file;
-  for (int record = 0; record < 400; ++record) {
-    char text[32];
-    std::snprintf(text, sizeof text, ":01%04X00%02X", record * 2, record & 0xFF);
-    // Behind what a record can hold a token may go on as long as it likes.
-    file += std::string(random() % 3000, ' ') + text +
-            std::string(record % 40 == 0 ? 300000 : 0, 'z') + '\n';
-  }
-  const std::string expected = ReadLiterally(file);
-  EXPECT_EQ(399, std::ranges::count(expected, ';')) << "every record is a block";
-  EXPECT_EQ(expected, Parsed(file));
-}
-
-TEST(IntelHex, FileOfManyBlocksIsNotSearchedBlockByBlock) {
-  // Ten times the same 32,768 blocks, none of which ends where another record begins: every record
-  // after the first pass is compared with all of them by a plain search, which takes minutes.
-  std::string pass;
   LiteralBlocks blocks;
-  for (unsigned address = 0; address < 0x10000; address += 2) {
-    char text[32];
-    std::snprintf(text, sizeof text, ":01%04X00%02X\n", address, address >> 8);
-    pass += text;
-    blocks[address] = {static_cast<std::uint8_t>(address >> 8)};
-  }
   HexImage image;
-  for (int i = 0; i < 10; ++i) {
-    std::istringstream stream(pass);
+  for (int pass = 0; pass < 10; ++pass) {
+    std::string file;
+    for (unsigned address = 0; address < 0x10000; address += 2) {
+      char text[32];
+      std::snprintf(text, sizeof text, ":01%04X00%02X", address, address >> 8);
+      blocks[address] = {static_cast<std::uint8_t>(address >> 8)};
+      // Behind what a record can hold a token may go on as long as it likes.
+      file += text + std::string(address % 0x4000 == 0 ? 300000 : 0, 'z') +
+              std::string(1 + random() % 40, " \n\r\t\v\f"[random() % 6]);
+    }
+    std::istringstream stream(file);
     ASSERT_TRUE(ReadIntelHex(stream, image));
   }
   EXPECT_EQ(Text(blocks), Text(image));
@@ -211,10 +147,6 @@ TEST(IntelHex, StreamThatFailsBeforeItsEndIsRefused) {
   std::istream stream(&buffer);
   HexImage image;
   EXPECT_FALSE(ReadIntelHex(stream, image));
-
-  std::istringstream failed(":0100000001");
-  failed.setstate(std::ios::failbit);
-  EXPECT_FALSE(ReadIntelHex(failed, image));
 }
 
 }  // namespace
