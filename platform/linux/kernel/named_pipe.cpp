@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <string>
 
-#include "platform/linux/component_paths.h"
-#include "platform/linux/text.h"
+#include "platform/linux/kernel/descriptor.h"
+#include "platform/linux/kernel/text.h"
 
 namespace {
 
