@@ -22,7 +22,8 @@ std::string Described(const Bytes& bytes) {
   // Of exactly this size on the heap, so that a sanitizer sees a read behind it.
   const auto copy = std::make_unique<std::uint8_t[]>(bytes.size());
   std::memcpy(copy.get(), bytes.data(), bytes.size());
-  const auto record = BuildConfiguration({copy.get(), bytes.size()}, INVALID_HANDLE_VALUE);
+  DriverFile closed;
+  const auto record = BuildConfiguration({copy.get(), bytes.size()}, closed);
   std::string text;
   for (const InterfaceRecord& setting : record->interfaces) {
     char head[64];
@@ -99,7 +100,8 @@ TEST(ConfigurationRecord, PacketSizesCountPacketsPerMicroframe) {
                                               {"00 14", 3072},
                                               {"FF FF", 0x7FF * 4},
                                               {"00 E0", 0}}) {
-    const auto record = BuildConfiguration(HexBytes(before + size + " 00"), INVALID_HANDLE_VALUE);
+    DriverFile closed;
+    const auto record = BuildConfiguration(HexBytes(before + size + " 00"), closed);
     EXPECT_EQ(max_packet_size, record->interfaces[0].endpoints[1]->MaxPacketSize()) << size;
   }
 }
