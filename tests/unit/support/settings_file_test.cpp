@@ -53,9 +53,15 @@ TEST(SettingsFile, GrammarOfLines) {
   Read(text + "last=needs no end");
   for (const auto& [line, key, value] : cases) EXPECT_STREQ(value, GetSetting(key)) << line;
   EXPECT_STREQ("needs no end", GetSetting("LAST"));
-  // Without an LF behind it, a CR is the value's.
+  // Without an LF behind it, a CR is the value's. Ctrl-Z ends the text.
   Read("lastcr=six\r");
   EXPECT_STREQ("six\r", GetSetting("LASTCR"));
+  Read(
+      "d1=before\r\nd2=cut\r\x1A"
+      "off\nd3=behind\n");
+  EXPECT_STREQ("before", GetSetting("D1"));
+  EXPECT_STREQ("cut\r", GetSetting("D2"));
+  EXPECT_STREQ("", GetSetting("D3"));
 }
 
 TEST(SettingsFile, ValuesStayInPlaceWhileKeysAreAdded) {
