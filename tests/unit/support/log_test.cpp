@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -47,6 +49,23 @@ TEST_F(LogTest, LinesAreTheSameBytesOnEveryHost) {
       "Fri Sep 06 08:05:03 2024 [x]endpt=132, bfr=000000001234ABCD, len=5\r\n"
       "Fri Sep 06 08:05:03 2024 [x]0000000000000000\r\n",
       Content());
+}
+
+TEST_F(LogTest, TimeIsThatOfTheUsersClock) {
+  test_host::FixWallClock(-1);
+  static char zone[] = "TZ=TST-5:07";
+  putenv(zone);
+  tzset();
+  Open(31);
+  const auto now_text = [] {
+    const std::time_t now = std::time(nullptr) + 5 * 3600 + 7 * 60;
+    char text[64];
+    std::strftime(text, sizeof text, "%a %b %d %H:%M:%S %Y [s]\r\n", std::gmtime(&now));
+    return std::string(text);
+  };
+  const std::string before = now_text();
+  Log(LOG_ERROR, "s", "");
+  EXPECT_TRUE(Content() == before || Content() == now_text()) << Content() << before;
 }
 
 TEST_F(LogTest, LevelIsAMaskOfCategories) {
