@@ -29,19 +29,6 @@ TEST(ServiceModule, CountsLocksAndDoesNotQuitBeforeItServesAsALocalServer) {
   EXPECT_FALSE(QuitIsPosted());
 }
 
-TEST(ServiceModule, OnlyUnknownControlsAreReported) {
-  CTzWirefoxServiceModule module;
-  test_host::TakeNotices();
-  for (const DWORD control : {2u, 3u, 4u, 5u}) module.HandleControl(control);
-  EXPECT_EQ(test_host::TakeNotices(), Notices{});
-  for (const DWORD control : {0u, 6u, 200u}) {
-    module.HandleControl(control);
-    EXPECT_EQ(test_host::TakeNotices(),
-              Notices{L"event|TzWirefoxService|4|0|0|Bad service request"});
-  }
-  EXPECT_FALSE(QuitIsPosted());
-}
-
 TEST(ServiceModule, ServiceWithoutItsHandlerSaysSoAndEnds) {
   CTzWirefoxServiceModule module;
   test_host::TakeNotices();
