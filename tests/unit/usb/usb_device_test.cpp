@@ -1,5 +1,7 @@
 #include "usb/usb_device.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <random>
 #include <stdexcept>
@@ -139,13 +141,8 @@ TEST_F(UsbDeviceTest, HandleThatCannotBeClosedIsToldAndForgotten) {
     if (GetLastError() == ERROR_NOT_FOUND) driver = reinterpret_cast<HANDLE>(value);
   }
   ASSERT_TRUE(CloseHandle(driver));
-  std::string told;
-  try {
-    device_.Close();
-  } catch (const std::runtime_error& error) {
-    told = error.what();
-  }
-  EXPECT_EQ("Failed to close handle to driver.", told);
+  EXPECT_THAT([&] { device_.Close(); },
+              testing::ThrowsMessage<std::runtime_error>("Failed to close handle to driver."));
   EXPECT_FALSE(device_.IsOpen());
   EXPECT_EQ(nullptr, device_.ControlEndPoint());
   EXPECT_TRUE(device_.Open(0));
