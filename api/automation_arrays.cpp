@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include "usb/kept_memory.h"
+
 namespace api {
 namespace {
 
@@ -34,7 +36,9 @@ ByteArrayAccess::ByteArrayAccess(SAFEARRAY* array) : array_(array) {
 }
 
 ByteArrayAccess::~ByteArrayAccess() {
-  if (accessed_) SafeArrayUnaccessData(array_);
+  // An array that a driver may still write into stays locked: so the system does not free it, and
+  // who destroys it is refused.
+  if (accessed_ && !IsKept(bytes_)) SafeArrayUnaccessData(array_);
 }
 
 std::uint32_t ByteCount(SAFEARRAY* array) {

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "device/device.h"
+#include "usb/kept_memory.h"
 
 namespace api {
 namespace {
@@ -24,7 +25,6 @@ constexpr std::uint32_t kIdcodeBits = 32;
 constexpr std::uint32_t kMeasurementsDisagree = 1;
 
 using MeasureStream = std::array<std::uint8_t, kLongestChain / kCyclesPerStreamByte>;
-using MeasureReply = std::array<std::uint8_t, kLongestChain / kBitsPerReplyByte>;
 
 bool BitAt(std::span<const std::uint8_t> bytes, std::uint32_t position) {
   const std::size_t byte = position / kBitsPerReplyByte;
@@ -36,15 +36,14 @@ std::uint32_t EnterShiftDr(CTzDevice& device) {
   return device.JTAG_BufferedIo(kResetToShiftDrCycles, cycles.data(), false, nullptr, false);
 }
 
-std::uint32_t ShiftThrough(CTzDevice& device, std::uint8_t pattern, MeasureReply* reply) {
+std::uint32_t ShiftThrough(CTzDevice& device, std::uint8_t pattern, std::uint8_t* reply) {
   MeasureStream stream;
   stream.fill(pattern);
-  return device.JTAG_BufferedIo(kLongestChain, stream.data(), reply != nullptr,
-                                reply != nullptr ? reply->data() : nullptr, false);
+  return device.JTAG_BufferedIo(kLongestChain, stream.data(), reply != nullptr, reply, false);
 }
 
 // Number of bits of this value before the first of the other, at most kLongestChain.
-std::uint32_t LeadingBits(const MeasureReply& reply, bool value) {
+std::uint32_t LeadingBits(std::span<const std::uint8_t> reply, bool value) {
   std::uint32_t count = 0;
   while (count < kLongestChain && BitAt(reply, count) == value) ++count;
   return count;
@@ -55,18 +54,18 @@ std::uint32_t LeadingBits(const MeasureReply& reply, bool value) {
 // that the first count then says.
 std::uint32_t MeasureJtagChain(CTzDevice& device, std::uint32_t& length) {
   length = 0;
-  MeasureReply reply = {};
+  const ReplyBuffer reply(kLongestChain / kBitsPerReplyByte);
   if (const std::uint32_t result = ShiftThrough(device, kShiftOnes, nullptr); result != 0) {
     return result;
   }
-  if (const std::uint32_t result = ShiftThrough(device, kShiftZeros, &reply); result != 0) {
+  if (const std::uint32_t result = ShiftThrough(device, kShiftZeros, reply.Data()); result != 0) {
     return result;
   }
-  length = LeadingBits(reply, true);
-  if (const std::uint32_t result = ShiftThrough(device, kShiftOnes, &reply); result != 0) {
+  length = LeadingBits(reply.Bytes(), true);
+  if (const std::uint32_t result = ShiftThrough(device, kShiftOnes, reply.Data()); result != 0) {
     return result;
   }
-  const std::uint32_t zeros = LeadingBits(reply, false);
+  const std::uint32_t zeros = LeadingBits(reply.Bytes(), false);
   return zeros != kLongestChain && zeros != length ? kMeasurementsDisagree : 0;
 }
 
@@ -87,11 +86,11 @@ std::uint32_t ScanJtagChain(CTzDevice& device, std::vector<std::uint32_t>& ids) 
   // is listed, in its place.
   const std::uint32_t read_bits = length / kBitsPerReplyByte * kBitsPerReplyByte;
   const std::vector<std::uint8_t> stream(read_bits / kCyclesPerStreamByte, kShiftZeros);
-  std::vector<std::uint8_t> received(read_bits / kBitsPerReplyByte);
+  const ReplyBuffer received(read_bits / kBitsPerReplyByte);
   const std::uint32_t result = device.JTAG_BufferedIo(static_cast<std::int32_t>(read_bits),
-                                                      stream.data(), true, received.data(), false);
+                                                      stream.data(), true, received.Data(), false);
   if (result != 0) return result;
-  ids = ParseChain(received, length);
+  ids = ParseChain(received.Bytes(), length);
   return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "device/device.h"
 #include "device/probe_protocol.h"
 #include "support/bytes.h"
+#include "usb/kept_memory.h"
 
 namespace api {
 namespace {
@@ -16,12 +17,12 @@ namespace {
 std::uint32_t ScanSwdTarget(CTzDevice& device, std::vector<std::uint32_t>& ids) {
   if (const std::uint32_t result = device.SWD_CReset(); result != 0) return result;
   const std::array<std::uint8_t, 1> request = {swd::kReadIdcode};
-  std::array<std::uint8_t, swd::kReadReplySize> reply = {};
-  auto room = static_cast<std::uint32_t>(reply.size());
+  const ReplyBuffer reply(swd::kReadReplySize);
+  auto room = static_cast<std::uint32_t>(reply.Size());
   const std::uint32_t result = device.SWDXfer(static_cast<std::uint32_t>(request.size()),
-                                              request.data(), room, reply.data());
+                                              request.data(), room, reply.Data());
   if (result != 0) return result;
-  if (swd::IsGoodStatus(reply[swd::kReadReplySize - 1])) ids.push_back(LoadLe32(reply.data()));
+  if (swd::IsGoodStatus(reply.Bytes().back())) ids.push_back(LoadLe32(reply.Data()));
   return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "api/tz_wirefox_object.h"
 #include "device/device.h"
 #include "support/bytes.h"
+#include "usb/kept_memory.h"
 
 namespace {
 
@@ -53,13 +54,12 @@ bool ShowsAnswer(std::span<const std::uint8_t> response) {
 HRESULT QueryStatus(const wchar_t* wirefox, LONG* acquire_status, TzErrorCode* error) {
   return api::RunOnProbe(
       "CTzWirefox::GetPortAcquireStatus", wirefox, error, [&](ProbeEntry& entry) {
-        std::array<std::uint8_t, kResponseRoom> response = {};
-        auto size = static_cast<std::uint32_t>(response.size());
-        if (entry.device->RetrievePortAcquireResponse(size, response.data()) != 0) {
+        const ReplyBuffer response(kResponseRoom);
+        auto size = static_cast<std::uint32_t>(response.Size());
+        if (entry.device->RetrievePortAcquireResponse(size, response.Data()) != 0) {
           return TzErrorCode::WFX_ERROR;
         }
-        const bool answered =
-            size <= response.size() && ShowsAnswer(std::span(response).first(size));
+        const bool answered = size <= response.Size() && ShowsAnswer(response.Bytes().first(size));
         *acquire_status = answered ? kTargetAnswered : kNoAnswer;
         return answered ? TzErrorCode::SUCCESS : TzErrorCode::WFX_ERROR;
       });

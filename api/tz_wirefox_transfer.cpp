@@ -1,7 +1,6 @@
 // CTzWirefox: the methods that move data between a client and the target of its session. The handle
 // is their only credential. Input arrays are used in place and never written.
 #include <algorithm>
-#include <array>
 #include <vector>
 
 #include "api/method_frame.h"
@@ -9,6 +8,7 @@
 #include "api/tz_wirefox_object.h"
 #include "device/device.h"
 #include "device/probe_protocol.h"
+#include "usb/kept_memory.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ constexpr std::uint64_t kI2cReplyExtra = 2;
 
 // The exchange with a reply of exactly `reply` bytes for the client. Where that is less than the
 // room that the probe is to have, the reply goes through a buffer, and its beginning to the client,
-// also after a failure.
+// also after a failure. The buffer serves one call after another, under the device-table lock.
 std::uint32_t TransferSwd(CTzDevice& device, std::span<const std::uint8_t> requests,
                           std::span<std::uint8_t> reply) {
   const auto request_size = static_cast<std::uint32_t>(requests.size());
@@ -28,10 +28,12 @@ std::uint32_t TransferSwd(CTzDevice& device, std::span<const std::uint8_t> reque
     auto room = static_cast<std::uint32_t>(reply.size());
     return device.SWDXfer(request_size, requests.data(), room, reply.data());
   }
-  std::array<std::uint8_t, kLeastSwdReplyRoom> buffer = {};
-  auto room = static_cast<std::uint32_t>(buffer.size());
-  const std::uint32_t result = device.SWDXfer(request_size, requests.data(), room, buffer.data());
-  std::copy_n(buffer.begin(), reply.size(), reply.begin());
+  static auto& buffer = *new ReplyBuffer(kLeastSwdReplyRoom);
+  buffer.Renew();
+  std::ranges::fill(buffer.Bytes(), std::uint8_t{0});
+  auto room = static_cast<std::uint32_t>(buffer.Size());
+  const std::uint32_t result = device.SWDXfer(request_size, requests.data(), room, buffer.Data());
+  std::copy_n(buffer.Data(), reply.size(), reply.begin());
   return result;
 }
 

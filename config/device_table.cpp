@@ -21,8 +21,8 @@ KernelHandle OpenLock() {
 
 // A holder that ended without releasing has left the table as it was in its own process: there is
 // nothing to repair here.
-bool Acquire(const KernelHandle& lock) {
-  const DWORD waited = WaitForSingleObject(lock.Get(), INFINITE);
+bool Acquire(const KernelHandle& lock, DWORD timeout_ms) {
+  const DWORD waited = WaitForSingleObject(lock.Get(), timeout_ms);
   return waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED;
 }
 
@@ -32,7 +32,7 @@ HANDLE LockDeviceTable() {
   bool logged = false;
   for (;;) {
     KernelHandle lock = OpenLock();
-    if (lock && Acquire(lock)) return lock.Release();
+    if (lock && Acquire(lock, INFINITE)) return lock.Release();
     if (!logged) Log(LOG_ERROR, "LockDeviceTable", "Error %u occured.", GetLastError());
     logged = true;
     Sleep(kRetryPauseMs);
@@ -42,6 +42,11 @@ HANDLE LockDeviceTable() {
 void UnlockDeviceTable(HANDLE lock) {
   const KernelHandle closed_at_end(lock);
   ReleaseMutex(lock);
+}
+
+HANDLE TryLockDeviceTable(std::uint32_t timeout_ms) {
+  KernelHandle lock = OpenLock();
+  return lock && Acquire(lock, timeout_ms) ? lock.Release() : nullptr;
 }
 
 bool CanOpenDeviceTableLock() { return static_cast<bool>(OpenLock()); }

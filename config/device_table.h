@@ -42,6 +42,10 @@ class CTzDeviceConfigure;
 [[nodiscard]] HANDLE LockDeviceTable();
 void UnlockDeviceTable(HANDLE lock);
 
+// As LockDeviceTable, but null when the lock cannot be had at once or does not come free within
+// `timeout_ms`: only for who can do without it.
+[[nodiscard]] HANDLE TryLockDeviceTable(std::uint32_t timeout_ms);
+
 // Whether the lock's mutex can be opened or created now. A process that may be shut out, because a
 // service of another account holds it, asks before it takes the lock for the first time.
 [[nodiscard]] bool CanOpenDeviceTableLock();

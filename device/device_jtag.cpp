@@ -9,6 +9,7 @@
 #include "device/failure_log.h"
 #include "device/stream_exchange.h"
 #include "support/log.h"
+#include "usb/kept_memory.h"
 
 namespace {
 
@@ -90,8 +91,8 @@ std::uint32_t CTzDevice::ShiftJtag(std::int32_t bitcount, std::span<const std::u
 
   // A reply that nobody wants goes, chunk over chunk, into one buffer. Both buffers are declared
   // before the exchange, so that they are still there while its transfers are being aborted.
-  std::vector<std::uint8_t> unwanted_reply(
-      want_read ? 0 : ReplyBytes(std::min(bitcount, probe::kJtagChunkCycles)));
+  ReplyBuffer unwanted_reply(want_read ? 0
+                                       : ReplyBytes(std::min(bitcount, probe::kJtagChunkCycles)));
   std::vector<std::uint8_t> completed_tail;
   StreamExchange exchange(*out, *in);
 
@@ -111,7 +112,7 @@ std::uint32_t CTzDevice::ShiftJtag(std::int32_t bitcount, std::span<const std::u
     }
     std::uint32_t received = ReplyBytes(chunk);
     complete &=
-        exchange.Run(source, StreamBytes(chunk), want_read ? tdo : unwanted_reply.data(), received);
+        exchange.Run(source, StreamBytes(chunk), want_read ? tdo : unwanted_reply.Data(), received);
     // A failed chunk does not stop the stream: the target's TAP is to end where the client sent it.
     remaining -= chunk;
     if (remaining <= 0) break;

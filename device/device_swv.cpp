@@ -1,28 +1,32 @@
 // SWV: setting up the probe's trace receiver, and collecting what it received.
 #include <algorithm>
-#include <array>
 
 #include "device/device.h"
 #include "device/device_status.h"
 #include "device/failure_log.h"
 #include "support/log.h"
+#include "usb/kept_memory.h"
 
 namespace {
 
 // One for the whole process. Its content also matters before a read: CTzWfxDevice::BulkXfer looks
 // at the first bytes of every buffer.
-std::array<std::uint8_t, probe::kSwvBufferSize> swv_buffer;
+ReplyBuffer& SwvBuffer() {
+  static auto& buffer = *new ReplyBuffer(probe::kSwvBufferSize);
+  buffer.Renew();
+  return buffer;
+}
 
 }  // namespace
 
 std::uint32_t CTzDevice::GetSWVData(std::vector<std::uint8_t>& data) {
   Log(LOG_TRACE, "CTzDevice::GetSWVData()", "data=%u", static_cast<std::uint32_t>(data.size()));
   std::uint32_t length = probe::kSwvBufferSize;
-  const std::uint32_t status =
-      BulkXfer(probe::kEndpointSwvIn, swv_buffer.data(), length, probe::kModeSwv);
+  std::uint8_t* const trace = SwvBuffer().Data();
+  const std::uint32_t status = BulkXfer(probe::kEndpointSwvIn, trace, length, probe::kModeSwv);
   if (status == device_status::kSuccess) {
     length = std::min<std::uint32_t>(length, probe::kSwvBufferSize);
-    data.insert(data.end(), swv_buffer.begin(), swv_buffer.begin() + length);
+    data.insert(data.end(), trace, trace + length);
   }
   return LogFailure("CTzDevice::GetSWVData", status);
 }

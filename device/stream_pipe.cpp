@@ -1,6 +1,7 @@
 #include "device/stream_pipe.h"
 
 #include "device/failure_log.h"
+#include "usb/kept_memory.h"
 #include "usb/usb_endpoint.h"
 
 std::uint32_t TransferOn(CTzUSBEndPoint& endpoint, std::uint8_t* buffer, std::uint32_t& length,
@@ -10,7 +11,9 @@ std::uint32_t TransferOn(CTzUSBEndPoint& endpoint, std::uint8_t* buffer, std::ui
 }
 
 StreamPipe::StreamPipe(CTzUSBEndPoint& endpoint, const wchar_t* event_name)
-    : endpoint_(endpoint), event_(CreateEventW(nullptr, FALSE, FALSE, event_name)) {
+    : endpoint_(endpoint),
+      // A driver that has kept a transfer may still signal the event of that name.
+      event_(CreateEventW(nullptr, FALSE, FALSE, IsAnythingKept() ? nullptr : event_name)) {
   // Another kind of object may have the name, or another account the event.
   if (!event_) event_.Reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
 }

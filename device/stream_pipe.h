@@ -40,8 +40,9 @@ class StreamPipe {
   // Waits for the endpoint's time-out. False: the transfer did not start, or is still in flight.
   bool Wait();
 
-  // Collects the transfer; one still in flight is cancelled and counts as failed, so that nothing
-  // is left behind that could write into the buffer or signal the event of a later transfer.
+  // Collects the transfer; one still in flight is ended and counts as failed, so that nothing is
+  // left behind that could write into the buffer or signal the event of a later transfer, unless
+  // the device had to be given up.
   // `length` is the bytes moved.
   bool Complete(std::uint32_t& length);
 

@@ -50,10 +50,10 @@ std::uint32_t CTzWfxDevice::PrepareI2C() {
 }
 
 void CTzWfxDevice::DrainReplies() {
-  std::array<std::uint8_t, 64> scrap{};
-  std::uint32_t length = scrap.size();
+  const ReplyBuffer scrap(64);
+  auto length = static_cast<std::uint32_t>(scrap.Size());
   static_cast<void>(
-      CTzDevice::BulkXfer(probe::kEndpointDataIn, scrap.data(), length, probe::kModeI2c));
+      CTzDevice::BulkXfer(probe::kEndpointDataIn, scrap.Data(), length, probe::kModeI2c));
 }
 
 std::uint32_t CTzWfxDevice::SetTimeout(std::uint8_t endpt, std::uint32_t timeout) {

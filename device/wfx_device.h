@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "device/device.h"
+#include "usb/kept_memory.h"
 
 // The FPGA engine takes a packet on endpoint 0x02 (address byte, then data, or a zero byte for each
 // byte to read; in a two-phase packet the second address byte and its data follow) and answers on
@@ -62,6 +63,12 @@ class CTzWfxDevice : public CTzDevice {
  private:
   // How long it is waited for a reply that is not wanted.
   static constexpr std::uint32_t kDrainTimeoutMs = 50;
+  // No reply in the older format is longer: the engine takes packets of at most 64 bytes or so.
+  // Clients that offer a larger buffer get this much of it filled.
+  static constexpr std::uint32_t kLongestReply = 70;
+  // The engine's reply is read with two bytes more than the client asked for; one of them is the
+  // echo of a second address byte.
+  static constexpr std::uint32_t kReplyExtra = 2;
 
   [[nodiscard]] std::uint32_t PrepareI2C();
   void DrainReplies();
@@ -82,6 +89,7 @@ class CTzWfxDevice : public CTzDevice {
   bool restart_transfer_ = false;
   std::uint32_t first_phase_length_ = 0;
   std::uint32_t second_phase_length_ = 0;
+  ReplyBuffer reply_{kLongestReply + kReplyExtra};  // of the older format
   std::uint32_t read_failed_ = 1;
   std::uint32_t next_power_check_ms_ = 0;  // system tick count
   std::uint32_t power_supplied_ = 0;       // answer of the last power check

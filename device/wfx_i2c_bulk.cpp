@@ -1,6 +1,5 @@
 // The older I2C packet format, sent and fetched as bulk data, in terms of the FPGA's engine.
 #include <algorithm>
-#include <array>
 
 #include "device/device_status.h"
 #include "device/failure_log.h"
@@ -8,13 +7,6 @@
 #include "support/log.h"
 
 namespace {
-
-// The engine's reply is read with two bytes more than the client asked for; one of them is the
-// echo of a second address byte.
-constexpr std::uint32_t kReplyExtra = 2;
-// No reply is longer: the engine takes packets of at most 64 bytes or so. Clients that offer a
-// larger buffer get this much of it filled.
-constexpr std::uint32_t kLongestReply = 70;
 
 std::uint8_t EngineAddress(std::uint8_t address, bool reads) {
   return static_cast<std::uint8_t>(address << 1 | (reads ? probe::kI2cReadBit : 0));
@@ -47,12 +39,14 @@ std::uint32_t CTzWfxDevice::TranslateRequest(std::span<const std::uint8_t> bfr) 
 
 std::uint32_t CTzWfxDevice::TranslateReply(std::uint8_t* bfr, std::uint32_t& len) {
   if (len > 0) bfr[0] = 0;
-  std::array<std::uint8_t, kLongestReply + kReplyExtra> reply{};
+  reply_.Renew();
+  std::uint8_t* const reply = reply_.Data();
+  std::fill_n(reply, reply_.Size(), std::uint8_t{0});
   len = std::min(len, kLongestReply);
   const std::uint32_t room = len;
   if (PowerSupplied() != 0) {
     std::uint32_t received = len + kReplyExtra;
-    const std::uint32_t status = I2CInXfer(received, reply.data());
+    const std::uint32_t status = I2CInXfer(received, reply);
     if (status != device_status::kSuccess) return status;
   }
   // Of a two-phase reply, the byte behind the first phase is left out: the engine echoes the second

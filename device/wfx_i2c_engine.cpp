@@ -1,6 +1,5 @@
 // The FPGA's I2C engine: packets to it on endpoint 0x02, replies on 0x84, register 8.
 #include <algorithm>
-#include <vector>
 
 #include "device/device_status.h"
 #include "device/failure_log.h"
@@ -64,9 +63,9 @@ bool CTzWfxDevice::DrainLateReply() {
   if (endpoint == nullptr) return false;
   const std::uint32_t timeout_ms = endpoint->TimeoutMs();
   endpoint->SetTimeoutMs(kDrainTimeoutMs);
-  std::vector<std::uint8_t> scrap(endpoint->MaxPacketSize());
-  auto length = static_cast<std::uint32_t>(scrap.size());
-  static_cast<void>(I2CInXfer(length, scrap.data()));
+  const ReplyBuffer scrap(endpoint->MaxPacketSize());
+  auto length = static_cast<std::uint32_t>(scrap.Size());
+  static_cast<void>(I2CInXfer(length, scrap.Data()));
   endpoint->SetTimeoutMs(timeout_ms);
   return true;
 }

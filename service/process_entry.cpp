@@ -16,6 +16,7 @@
 namespace {
 
 constexpr DWORD kPathRoom = 260;
+constexpr DWORD kLongestGoodbyeMs = 1000;
 
 // Where clients are told of changes to the list of probes; empty, so that the file cannot be
 // written, when the temporary directory's path is too long for it.
@@ -52,9 +53,13 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR arguments, int) {
   // Before the start, which empties the log and the file that clients watch.
   if (DescribesItself(arguments)) return 0;
   const int result = RunProcess(instance);
-  // The notification thread runs on until the process is gone. Whoever holds the lock has it wait
-  // before it touches the log, the settings or the probes, which the process now destroys; the lock
-  // is let go by the end of the process.
-  if (CanOpenDeviceTableLock()) static_cast<void>(LockDeviceTable());
+  // The notification thread runs on until the process is gone. Nothing that it uses is destroyed
+  // before: log, settings, configurators, probes, bus and the devices-changed path are made to stay
+  // for good, and whatever joins them has to be. Who holds the lock, until the process lets it go
+  // by its end, has that thread begin nothing new, so that it is not cut off while it writes a
+  // file. More is not worth waiting for: a download, or another process, may hold the lock for
+  // minutes, and the service has said that it stopped. A probe whose download ends here is loaded
+  // again by the next start.
+  static_cast<void>(TryLockDeviceTable(kLongestGoodbyeMs));
   return result;
 }

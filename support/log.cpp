@@ -103,7 +103,8 @@ void WriteLine(const char* source, const char* format, ...) {
   const std::lock_guard lock(file.mutex);
   if (!file.EnsureOpen()) return;
   file.stream << line << std::flush;
-  // A full disk costs the lines that do not fit, not those after them.
+  // While the disk is full, lines wait in the stream's buffer, as far as that goes, and are written
+  // with the next that fits; the one that was cut off follows its first part, then whole.
   file.stream.clear();
 }
 

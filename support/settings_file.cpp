@@ -7,6 +7,8 @@
 
 namespace {
 
+constexpr char kEndOfText = 0x1A;
+
 using SettingsTable = std::map<std::string, std::string, std::less<>>;
 
 // Never destroyed: the values' texts are in use until the process ends, on threads that nobody
@@ -45,13 +47,16 @@ void TakeLine(std::string_view line) {
 }  // namespace
 
 void ReadSettings(const char* path) {
-  // Binary, so that both hosts read the same: the CR of a CR LF is dropped below.
+  // Binary, so that both hosts read the same: the CR of a CR LF is dropped below, and a file from a
+  // host where Ctrl-Z ends a text ends there.
   std::ifstream file(path, std::ios::binary);
   std::string line;
   while (std::getline(file, line)) {
-    const bool ended_by_lf = !file.eof();
+    const std::size_t end = line.find(kEndOfText);
+    const bool ended_by_lf = !file.eof() && end == std::string::npos;
     if (ended_by_lf && line.ends_with('\r')) line.pop_back();
-    TakeLine(line);
+    TakeLine(std::string_view(line).substr(0, end));
+    if (end != std::string::npos) return;
   }
 }
 

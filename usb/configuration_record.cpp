@@ -15,7 +15,7 @@ constexpr std::size_t kType = 1;
 // Descriptors of other types between an interface and its endpoints that are passed over.
 constexpr int kMostForeignDescriptors = 11;
 
-std::unique_ptr<CTzUSBEndPoint> MakeEndPoint(HANDLE driver, const std::uint8_t* descriptor) {
+std::unique_ptr<CTzUSBEndPoint> MakeEndPoint(DriverFile& driver, const std::uint8_t* descriptor) {
   // Compared whole: a descriptor with synchronisation or usage bits gives no object.
   switch (descriptor[3]) {
     case usb_standard::kControl:
@@ -47,7 +47,7 @@ void AddEndPoint(InterfaceRecord& record, std::size_t slot, std::unique_ptr<CTzU
 // the interface. That sum also counts a descriptor at which the walk stands still, once per slot:
 // it decides which interface descriptors behind it are found.
 std::size_t BuildEndPoints(InterfaceRecord& record, std::uint8_t endpoint_count, Bytes bytes,
-                           std::size_t offset, HANDLE driver) {
+                           std::size_t offset, DriverFile& driver) {
   std::size_t total = 0;
   int foreign = 0;
   std::size_t slot = 1;
@@ -71,7 +71,7 @@ std::size_t BuildEndPoints(InterfaceRecord& record, std::uint8_t endpoint_count,
 // The record of the interface descriptor at `offset`, of which 9 bytes are there, and its size with
 // all that belongs to it.
 std::size_t BuildInterface(InterfaceRecord& record, Bytes bytes, std::size_t offset,
-                           HANDLE driver) {
+                           DriverFile& driver) {
   const std::uint8_t* const descriptor = bytes.data() + offset;
   record.length = descriptor[0];
   record.descriptor_type = descriptor[1];
@@ -98,7 +98,7 @@ void CountSettings(std::vector<InterfaceRecord>& interfaces) {
 
 }  // namespace
 
-std::unique_ptr<ConfigurationRecord> BuildConfiguration(Bytes bytes, HANDLE driver) {
+std::unique_ptr<ConfigurationRecord> BuildConfiguration(Bytes bytes, DriverFile& driver) {
   auto record = std::make_unique<ConfigurationRecord>();
   record->length = bytes[0];
   record->descriptor_type = bytes[1];

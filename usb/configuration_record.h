@@ -49,6 +49,6 @@ struct ConfigurationRecord {
 
 // Builds the record of the configuration descriptor in `bytes`: what the device sent, at least 9
 // bytes of it, and nothing of it trusted. Descriptors beyond the limits and cut-off ones are left
-// out. The endpoints use `driver`, which is open as long as they are used.
+// out. The endpoints use `driver`, which outlives them.
 std::unique_ptr<ConfigurationRecord> BuildConfiguration(std::span<const std::uint8_t> bytes,
-                                                        HANDLE driver);
+                                                        DriverFile& driver);

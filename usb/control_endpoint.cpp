@@ -24,7 +24,7 @@ std::uint32_t TimeoutSeconds(std::uint32_t timeout_ms) {
 
 }  // namespace
 
-CTzControlEndPoint::CTzControlEndPoint(HANDLE driver, const std::uint8_t* descriptor)
+CTzControlEndPoint::CTzControlEndPoint(DriverFile& driver, const std::uint8_t* descriptor)
     : CTzUSBEndPoint(driver, descriptor) {
   direct_ = 0;
 }

@@ -1,4 +1,4 @@
-// One request to the probe driver that is waited for.
+// Requests to the probe driver, and waits for them that always end.
 #pragma once
 
 #include <windows.h>
@@ -6,8 +6,20 @@
 #include <cstdint>
 #include <span>
 
+class DriverFile;
+
+// How long a driver may take to answer what needs no transfer, and to end a control transfer whose
+// record gives it this time. Every wait beyond a transfer's own time-out has one of these bounds.
+inline constexpr DWORD kDriverAnswerMs = 5000;
+// How long it may take to end what it was told to end.
+inline constexpr DWORD kDriverReleaseMs = 2000;
+
 // True when the driver ended the request well; `returned` is then the number of bytes in `output`,
-// otherwise 0. The spans may overlap or be empty. Waits as long as the driver takes, which ends
-// control transfers by the time-out in their record. Fails with the system's last error.
-bool CallDriver(HANDLE driver, std::uint32_t code, std::span<std::uint8_t> input,
+// otherwise 0. The spans may be empty; both begin with the same bytes, or one is empty. A request
+// that takes longer than kDriverAnswerMs is cancelled; when the driver does not let go of it even
+// then, the device is given up (1460). Fails with the system's last error.
+bool CallDriver(DriverFile& driver, std::uint32_t code, std::span<std::uint8_t> input,
                 std::span<std::uint8_t> output, std::uint32_t& returned);
+
+// True when the request in flight has ended within `timeout_ms`. It uses up the event's signal.
+bool EndsWithin(HANDLE driver, OVERLAPPED& overlapped, DWORD timeout_ms);

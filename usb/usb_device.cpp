@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <utility>
 
 #include "support/paths.h"
 #include "usb/device_enumeration.h"
@@ -69,17 +68,17 @@ bool CTzUSBDevice::OpenDriver(std::uint8_t index) {
   narrow.copy(device_path_.data(), kPathBytes - 1);
   // The path tells attachments apart: a device whose path does not fit is shown, but not opened.
   if (narrow.size() >= kPathBytes) return false;
-  driver_ =
+  driver_.Open(
       CreateFileW(path->c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                  nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
+                  nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr),
+      device_path_.data());
   return IsOpen();
 }
 
 void CTzUSBDevice::Close() {
   // The handle first: that ends what is in flight, and the records that the driver writes into go
   // with the endpoints.
-  const HANDLE driver = std::exchange(driver_, INVALID_HANDLE_VALUE);
-  const bool closed = driver == INVALID_HANDLE_VALUE || CloseHandle(driver);
+  const bool closed = driver_.Close();
   ClearEndPointReferences();
   control_endpoint_.reset();
   for (auto& configuration : configurations_) configuration.reset();

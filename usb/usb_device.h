@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "usb/configuration_record.h"
+#include "usb/driver_file.h"
 #include "usb/request_record.h"
 #include "usb/usb_endpoint.h"
 
@@ -49,7 +50,7 @@ class CTzUSBDevice {
   // does not, even when the same device has come back under the same path.
   bool Answers();
 
-  bool IsOpen() const { return driver_ != INVALID_HANDLE_VALUE; }
+  bool IsOpen() const { return driver_.IsOpen(); }
 
   // The control endpoint and the data endpoints of the current setting: 0 when closed or without a
   // setting, at most 16.
@@ -74,7 +75,8 @@ class CTzUSBDevice {
   const wchar_t* Manufacturer() const { return manufacturer_.data(); }
   const wchar_t* Product() const { return product_.data(); }
   const wchar_t* SerialNumber() const { return serial_number_.data(); }
-  // The device-interface path; after a failed open that of the device that could not be opened.
+  // The device-interface path; after a failed open that of the device that could not be opened. An
+  // index at which there is no device leaves the path that was there.
   const char* DevicePath() const { return device_path_.data(); }
 
   // Numbers are 0 when they could not be read.
@@ -167,7 +169,7 @@ class CTzUSBDevice {
   std::array<std::uint8_t, usb_standard::kDeviceDescriptorBytes> device_descriptor_{};
   std::array<std::vector<std::uint8_t>, kMaxConfigurations> configuration_descriptors_;
   std::array<std::unique_ptr<ConfigurationRecord>, kMaxConfigurations> configurations_;
-  HANDLE driver_ = INVALID_HANDLE_VALUE;
+  DriverFile driver_;
   GUID interface_guid_;
   std::uint8_t device_count_ = 0;
   std::uint8_t interface_count_ = 0;

@@ -8,6 +8,7 @@
 #include "support/bytes.h"
 #include "support/handle.h"
 #include "usb/driver_call.h"
+#include "usb/kept_memory.h"
 
 namespace {
 
@@ -28,6 +29,7 @@ bool RequestRecord::Prepare(std::uint64_t size, std::uint32_t requested_length) 
   size_ = static_cast<std::uint32_t>(size);
   requested_length_ = requested_length;
   in_use_ = true;
+  aborted_ = false;
   return true;
 }
 
@@ -38,7 +40,8 @@ void RequestRecord::Release() {
   heap_bytes_ = 0;
 }
 
-CTzUSBEndPoint::CTzUSBEndPoint(HANDLE driver, const std::uint8_t* descriptor) : driver_(driver) {
+CTzUSBEndPoint::CTzUSBEndPoint(DriverFile& driver, const std::uint8_t* descriptor)
+    : driver_(driver), record_(std::make_unique<RequestRecord>()) {
   if (descriptor == nullptr) return;
   descriptor_length_ = descriptor[0];
   descriptor_type_ = descriptor[1];
@@ -58,30 +61,30 @@ RequestRecord* CTzUSBEndPoint::Refuse(std::uint32_t error) {
 
 RequestRecord* CTzUSBEndPoint::PrepareRecord(const std::uint8_t* buffer, std::uint32_t length,
                                              std::uint64_t packet_table_bytes, bool payload) {
-  if (driver_ == INVALID_HANDLE_VALUE) return Refuse(ERROR_INVALID_HANDLE);
-  if (record_.in_use_) return Refuse(ERROR_BUSY);
+  if (const DWORD refusal = driver_.Refusal(); refusal != ERROR_SUCCESS) return Refuse(refusal);
+  if (record_->in_use_) return Refuse(ERROR_BUSY);
   const std::uint64_t payload_offset = request_record::kHeaderBytes + packet_table_bytes;
-  if (!record_.Prepare(payload_offset + (payload ? length : 0), length)) {
+  if (!record_->Prepare(payload_offset + (payload ? length : 0), length)) {
     return Refuse(ERROR_NOT_ENOUGH_MEMORY);
   }
-  record_.packet_table_bytes_ = static_cast<std::uint32_t>(packet_table_bytes);
-  record_.payload_offset_ = payload ? static_cast<std::uint32_t>(payload_offset) : 0;
+  record_->packet_table_bytes_ = static_cast<std::uint32_t>(packet_table_bytes);
+  record_->payload_offset_ = payload ? static_cast<std::uint32_t>(payload_offset) : 0;
 
-  std::uint8_t* const bytes = record_.Bytes();
+  std::uint8_t* const bytes = record_->Bytes();
   std::memset(bytes, 0, request_record::kHeaderBytes);
   bytes[request_record::kEndpoint] = address_;
   if (packet_table_bytes != 0) {
-    std::memset(bytes + request_record::kHeaderBytes, 0, record_.packet_table_bytes_);
+    std::memset(bytes + request_record::kHeaderBytes, 0, record_->packet_table_bytes_);
     StoreLe32(bytes + request_record::kPacketTableOffset, request_record::kHeaderBytes);
-    StoreLe32(bytes + request_record::kPacketTableLength, record_.packet_table_bytes_);
+    StoreLe32(bytes + request_record::kPacketTableLength, record_->packet_table_bytes_);
   }
   if (payload) {
-    StoreLe32(bytes + request_record::kPayloadOffset, record_.payload_offset_);
+    StoreLe32(bytes + request_record::kPayloadOffset, record_->payload_offset_);
     StoreLe32(bytes + request_record::kPayloadLength, length);
     // Also for transfers to the host: the driver is given what the caller's buffer held.
     if (length != 0) std::memcpy(bytes + payload_offset, buffer, length);
   }
-  return &record_;
+  return record_.get();
 }
 
 RequestRecord* CTzUSBEndPoint::Send(std::uint32_t code, RequestRecord* record,
@@ -91,9 +94,10 @@ RequestRecord* CTzUSBEndPoint::Send(std::uint32_t code, RequestRecord* record,
   const bool direct = record->payload_offset_ == 0;
   // A request that completes at once leaves the last error alone.
   SetLastError(ERROR_SUCCESS);
+  record->block_ = *overlapped;
   const BOOL completed =
-      DeviceIoControl(driver_, code, bytes, record->Size(), direct ? direct_buffer : bytes,
-                      direct ? length : record->Size(), nullptr, overlapped);
+      DeviceIoControl(driver_.Handle(), code, bytes, record->Size(), direct ? direct_buffer : bytes,
+                      direct ? length : record->Size(), nullptr, &record->block_);
   last_error_ = GetLastError();
   record->in_flight_ = !completed && last_error_ == ERROR_IO_PENDING;
   // Until it has completed, the record is the driver's.
@@ -116,20 +120,38 @@ RequestRecord* CTzUSBEndPoint::StartBufferedTransfer(std::uint8_t* buffer, std::
   return Send(driver_request::kBufferedTransfer, record, nullptr, length, overlapped);
 }
 
-bool CTzUSBEndPoint::CompleteTransfer(std::uint8_t* buffer, std::uint32_t& length,
-                                      OVERLAPPED* overlapped, RequestRecord* record,
-                                      std::uint8_t* packet_table) {
+bool CTzUSBEndPoint::TakeBack(RequestRecord* record) {
+  CancelIoEx(driver_.Handle(), &record->block_);
+  if (EndsWithin(driver_.Handle(), record->block_, kDriverReleaseMs)) return true;
+  if (record->aborted_) return false;
+  // Some drivers heed this alone.
+  AbortTransfers();
+  return EndsWithin(driver_.Handle(), record->block_, kDriverReleaseMs);
+}
+
+// In the direct form the driver has the caller's own memory.
+void CTzUSBEndPoint::GiveUp(std::span<const std::uint8_t> buffer) {
+  if (record_->payload_offset_ == 0) NoteKept(buffer);
+  KeepForGood(std::move(record_));
+  driver_.GiveUp();
+}
+
+bool CTzUSBEndPoint::CompleteTransfer(std::uint8_t* buffer, std::uint32_t& length, OVERLAPPED*,
+                                      RequestRecord* record, std::uint8_t* packet_table) {
   length = 0;
   bytes_transferred_ = 0;
   if (record == nullptr) return false;
 
   DWORD count = 0;
-  const bool succeeded = GetOverlappedResult(driver_, overlapped, &count, FALSE) != FALSE;
+  const bool succeeded =
+      GetOverlappedResult(driver_.Handle(), &record->block_, &count, FALSE) != FALSE;
   // A refused request may look incomplete for ever: the system marks the block before it asks the
   // driver. There is nothing to wait for then.
   if (!succeeded && GetLastError() == ERROR_IO_INCOMPLETE && record->in_flight_) {
-    CancelIoEx(driver_, overlapped);
-    GetOverlappedResult(driver_, overlapped, &count, TRUE);
+    if (!TakeBack(record)) {
+      GiveUp({buffer, record->RequestedLength()});
+      return false;
+    }
     count = 0;
   }
 
@@ -158,15 +180,14 @@ bool CTzUSBEndPoint::WaitTransfer(OVERLAPPED* overlapped, std::uint32_t timeout_
   return WaitForSingleObject(overlapped->hEvent, timeout_ms) == WAIT_OBJECT_0;
 }
 
-bool CTzUSBEndPoint::WaitOrAbort(OVERLAPPED* overlapped) {
-  if (last_error_ == ERROR_SUCCESS) return true;
-  if (last_error_ != ERROR_IO_PENDING) return false;
-  const DWORD waited = WaitForSingleObject(overlapped->hEvent, timeout_ms_);
-  if (waited == WAIT_TIMEOUT) {
+bool CTzUSBEndPoint::WaitOrAbort(RequestRecord* record) {
+  if (WaitTransfer(&record->block_, timeout_ms_)) return true;
+  if (last_error_ == ERROR_IO_PENDING) {
     AbortTransfers();
-    WaitForSingleObject(overlapped->hEvent, INFINITE);
+    record->aborted_ = true;
+    EndsWithin(driver_.Handle(), record->block_, kDriverReleaseMs);
   }
-  return waited == WAIT_OBJECT_0;
+  return false;
 }
 
 bool CTzUSBEndPoint::Transfer(std::uint8_t* buffer, std::uint32_t& length,
@@ -180,13 +201,12 @@ bool CTzUSBEndPoint::Transfer(std::uint8_t* buffer, std::uint32_t& length,
   OVERLAPPED overlapped{};
   overlapped.hEvent = transfer_event_.Get();
   RequestRecord* const record = StartTransfer(buffer, length, &overlapped);
-  const bool waited = record != nullptr && WaitOrAbort(&overlapped);
+  const bool waited = record != nullptr && WaitOrAbort(record);
   const bool completed = CompleteTransfer(buffer, length, &overlapped, record, packet_table);
   return waited && completed;
 }
 
 bool CTzUSBEndPoint::SendPipeRequest(std::uint32_t code) {
-  if (driver_ == INVALID_HANDLE_VALUE) return false;
   std::uint32_t returned = 0;
   return CallDriver(driver_, code, {&address_, 1}, {}, returned);
 }
@@ -202,7 +222,6 @@ std::uint32_t CTzUSBEndPoint::WholePackets(std::uint32_t size) const {
 }
 
 void CTzUSBEndPoint::SetTransferSize(std::uint32_t size) {
-  if (driver_ == INVALID_HANDLE_VALUE) return;
   std::array<std::uint8_t, driver_request::kTransferSizeBytes> request{address_};
   StoreLe32(request.data() + 1, WholePackets(size));
   std::uint32_t returned = 0;

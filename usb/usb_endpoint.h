@@ -7,12 +7,15 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 #include "support/handle.h"
+#include "usb/driver_file.h"
 #include "usb/request_record.h"
 
-// The record of a transfer in flight. Belongs to its endpoint; callers only hand it from the start
-// to CompleteTransfer.
+// The record of a transfer in flight, with the block that the system keeps its state in: all that
+// the driver works on, but for the caller's buffer and event. Belongs to its endpoint; callers only
+// hand it from the start to CompleteTransfer.
 class RequestRecord {
  public:
   std::uint8_t* Bytes() { return size_ > kInlineBytes ? heap_.get() : inline_.data(); }
@@ -31,6 +34,7 @@ class RequestRecord {
   bool Prepare(std::uint64_t size, std::uint32_t requested_length);
   void Release();
 
+  OVERLAPPED block_{};
   std::array<std::uint8_t, kInlineBytes> inline_;
   std::unique_ptr<std::uint8_t[]> heap_;
   std::uint32_t heap_bytes_ = 0;
@@ -41,26 +45,34 @@ class RequestRecord {
   std::uint32_t packet_table_bytes_ = 0;
   bool in_use_ = false;
   bool in_flight_ = false;  // started, and not completed at once
+  bool aborted_ = false;    // its pipe was aborted when it had timed out
 };
 
 // Not locked: one thread at a time, and one transfer in flight per endpoint. Different endpoints of
 // one device may carry transfers at the same time. Every start that returned a record is followed
 // by exactly one CompleteTransfer, also after a failed wait; until then the caller's buffer and
-// OVERLAPPED stay alive and untouched.
+// event stay alive and untouched.
+//
+// No wait is without limit. A driver that keeps a transfer when it is cancelled, and when its pipe
+// is aborted, makes the device be given up: everything that is started on its endpoints from then
+// on is refused (1167). Record and block then stay alive for good; so does a buffer that the driver
+// was given itself, when the caller's memory heeds what usb/kept_memory.h says.
 class CTzUSBEndPoint {
  public:
-  // `driver` is the handle of the opened device, open as long as the endpoint is used, or the
-  // invalid-handle value. `descriptor` is null (then the fields stay zero) or has the 7 bytes of an
+  // `driver` is the file of the device, which outlives the endpoint and stays open as long as it is
+  // used. `descriptor` is null (then the fields stay zero) or has the 7 bytes of an
   // endpoint descriptor, which are copied.
-  CTzUSBEndPoint(HANDLE driver, const std::uint8_t* descriptor);
+  CTzUSBEndPoint(DriverFile& driver, const std::uint8_t* descriptor);
   CTzUSBEndPoint(const CTzUSBEndPoint&) = delete;
   CTzUSBEndPoint& operator=(const CTzUSBEndPoint&) = delete;
 
   // The start operations issue the request and return without waiting. `overlapped` has an
-  // auto-reset event of the caller's and is otherwise zero. LastError() is then 997 while the
+  // auto-reset event of the caller's and is otherwise zero; the transfer uses a copy of it, so that
+  // it may go when a driver keeps the transfer. LastError() is then 997 while the
   // transfer is in flight, 0 when it completed at once, else why the system refused it. They return
-  // null, and nothing was started, when the driver handle is invalid, a transfer is in flight
-  // already (170), memory is short (8), or an isochronous transfer has no packets (87).
+  // null, and nothing was started, when the driver's file is closed (6) or the device given up
+  // (1167), a transfer is in flight already (170), memory is short (8), or an isochronous transfer
+  // has no packets (87).
   virtual RequestRecord* StartDirectTransfer(std::uint8_t* buffer, std::uint32_t length,
                                              OVERLAPPED* overlapped);
   virtual RequestRecord* StartBufferedTransfer(std::uint8_t* buffer, std::uint32_t length,
@@ -73,10 +85,10 @@ class CTzUSBEndPoint {
   // bytes per packet), which is copied there when bytes have moved. True when the request ended
   // well and both status words are 0.
   //
-  // A transfer that is still in flight counts as failed with 0 bytes. It is cancelled and awaited
-  // before this returns, since the driver must not write into a released record, a reused
-  // OVERLAPPED or a freed buffer. So the caller may free or reuse all three at once.
-  // `record` null: false, `length` 0.
+  // A transfer that is still in flight counts as failed with 0 bytes. It is cancelled before this
+  // returns, and when that does not help its pipe is aborted, since the driver must not write into
+  // a freed or reused buffer. So the caller may free or reuse it at once, unless the device was
+  // given up. `record` null: false, `length` 0.
   virtual bool CompleteTransfer(std::uint8_t* buffer, std::uint32_t& length, OVERLAPPED* overlapped,
                                 RequestRecord* record, std::uint8_t* packet_table);
 
@@ -86,9 +98,9 @@ class CTzUSBEndPoint {
   // True when the started transfer has ended within `timeout_ms`. A time-out leaves it in flight.
   bool WaitTransfer(OVERLAPPED* overlapped, std::uint32_t timeout_ms);
 
-  // The blocking transfer: start, wait for TimeoutMs() (then abort, and wait for the driver to let
-  // go), complete. `length` goes in as the bytes asked for and comes out as the bytes moved.
-  // After a failure LastError() is the code of the failed start, or 997 after a time-out.
+  // The blocking transfer: start, wait for TimeoutMs() (then abort the pipe, once, and wait for the
+  // driver to let go), complete. `length` goes in as the bytes asked for and comes out as the bytes
+  // moved. After a failure LastError() is the code of the failed start, or 997 after a time-out.
   bool Transfer(std::uint8_t* buffer, std::uint32_t& length, std::uint8_t* packet_table = nullptr);
 
   // Ends whatever the pipe has pending; true when the driver accepted the request.
@@ -132,7 +144,7 @@ class CTzUSBEndPoint {
 
   RequestRecord* Refuse(std::uint32_t error);
 
-  HANDLE driver_;
+  DriverFile& driver_;
   std::uint8_t descriptor_length_ = 0;
   std::uint8_t descriptor_type_ = 0;
   std::uint8_t address_ = 0;
@@ -149,11 +161,14 @@ class CTzUSBEndPoint {
   std::uint32_t direct_ = 1;
 
  private:
-  // Waits for a started transfer; after a time-out aborts it and waits until it has ended.
-  bool WaitOrAbort(OVERLAPPED* overlapped);
+  // Waits for a started transfer; after a time-out aborts its pipe and waits until it has ended.
+  bool WaitOrAbort(RequestRecord* record);
+  // Ends a transfer in flight. False when the driver keeps it.
+  bool TakeBack(RequestRecord* record);
+  void GiveUp(std::span<const std::uint8_t> buffer);
   bool SendPipeRequest(std::uint32_t code);
 
-  RequestRecord record_;
+  std::unique_ptr<RequestRecord> record_;  // null once the device is given up for its sake
   // Of Transfer, from its first call on. The system resets it whenever a request is started.
   KernelHandle transfer_event_;
 };
@@ -170,7 +185,7 @@ struct ControlRequest {
 
 class CTzControlEndPoint : public CTzUSBEndPoint {
  public:
-  CTzControlEndPoint(HANDLE driver, const std::uint8_t* descriptor);
+  CTzControlEndPoint(DriverFile& driver, const std::uint8_t* descriptor);
 
   // Control transfers go both ways: IsIn() follows the request's direction.
   RequestRecord* StartTransfer(std::uint8_t* buffer, std::uint32_t length,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -9,7 +10,7 @@
 namespace probe_driver {
 
 // Shared by the device object and by every transfer in flight, so that the last End touches
-// nothing that is gone. AwaitNone is called once, after the last Begin.
+// nothing that is gone. It is awaited after the last Begin.
 class InFlight {
  public:
   void Begin() { count_.fetch_add(1); }
@@ -23,6 +24,12 @@ class InFlight {
     awaited_.store(true);
     std::unique_lock lock(mutex_);
     none_.wait(lock, [&] { return count_.load() == 0; });
+  }
+  // False when something is left after `longest`.
+  bool AwaitNoneFor(std::chrono::seconds longest) {
+    awaited_.store(true);
+    std::unique_lock lock(mutex_);
+    return none_.wait_for(lock, longest, [&] { return count_.load() == 0; });
   }
 
  private:

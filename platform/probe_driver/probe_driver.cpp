@@ -41,8 +41,8 @@ Outcome OutcomeOf(UsbStatus status) {
 }
 
 // The record rounds the client's time-out down to whole seconds. The driver waits a second longer,
-// so that the client's own time-out, which is the exact one, always comes first, and this one only
-// ends what nobody watches.
+// so that the client's own time-out, which is the exact one, always comes first (also that of 5 s
+// for descriptors), and this one only ends what nobody watches.
 std::uint32_t TimeOutMs(std::uint32_t seconds) {
   constexpr std::uint32_t kLongest = 0x7FFFFFFF / 1000;
   return seconds == 0 ? 0 : (std::min(seconds, kLongest - 1) + 1) * 1000;
@@ -246,7 +246,6 @@ void ProbeDriver::Complete(DriverRequest& request) {
       transfer.bus_status != 0 ? transfer.bus_status : outcome.bus_status;
   StoreU32(request.record + record::kDriverStatus, transfer.driver_status);
   StoreU32(request.record + record::kBusStatus, bus_status);
-  request.status_words = bus_status != 0 || transfer.driver_status != 0;
 
   const std::uint32_t moved = std::min(transfer.actual, transfer.length);
   request.error = outcome.error;

@@ -68,8 +68,7 @@ struct DriverRequest {
   std::function<void(DriverRequest&)> complete;
 
   DriverError error = kSuccess;
-  std::uint32_t bytes = 0;    // bytes returned, as the table above counts them
-  bool status_words = false;  // the record came back with a status word other than 0
+  std::uint32_t bytes = 0;  // bytes returned, as the table above counts them
 
   // The driver's own.
   enum class TimeOut : std::uint8_t { kNone, kArmed, kOver };
@@ -83,14 +82,13 @@ struct DriverRequest {
 };
 
 // What the call that submitted a request gives its client when the request has completed by then:
-// 0, success at once; 1167 when the device is gone; otherwise 997, in flight, and the client
-// collects the outcome as it does after a wait. A transfer that fails on the wire is thus reported
-// in one way, however fast the bus is, and a client that takes success at once for good never
-// misses a status word.
+// 0, success at once, the status words being the client's to judge; 1167 when the device is gone;
+// otherwise 997, in flight, and the client collects the outcome as it does after a wait. A transfer
+// that fails on the wire is thus reported in one way, however fast the bus is.
 inline std::uint32_t StartResult(const DriverRequest& completed) {
   constexpr std::uint32_t kInFlight = 997;
   if (completed.error == kDeviceNotConnected) return kDeviceNotConnected;
-  return completed.error == kSuccess && !completed.status_words ? 0 : kInFlight;
+  return completed.error == kSuccess ? 0 : kInFlight;
 }
 
 // Where the driver's time-outs come from.

@@ -62,7 +62,8 @@ struct DriverFacts {
 // submitted and aborted from any thread.
 class UsbDevice {
  public:
-  // Aborts what this device object has in flight and returns when every completion has run.
+  // Aborts what this device object has in flight and returns when every completion has run, within
+  // a bound: a device or a bench that does not let go of a transfer does not keep its user.
   virtual ~UsbDevice() = default;
 
   virtual DriverFacts Facts() = 0;

@@ -16,8 +16,10 @@
 // The last two only after ShowAll.
 //
 // Instead of a reply may stand: ok (nothing moves in, everything moves out), stall, error, silent
-// (the transfer stays in flight until it is aborted or cancelled), or flagged (as ok, with a bus
-// status word).
+// (the transfer stays in flight until it is aborted or cancelled), slow (until it is aborted or
+// cancelled twice), deaf (until it is aborted), kept (until the device is closed, and then still
+// brings bytes), or flagged and marked (as ok, with a
+// bus or a driver status word).
 //
 // For the tests' own thread. Exchanges are played in order. One that does not fit the script's next
 // line is answered with a stall and put into the transcript as it came, so that comparing the two
@@ -55,6 +57,8 @@ struct ScriptedDevice {
   probe_driver::DriverFacts facts{};
   // By wValue. Those that are not given are made from the above; an empty one stalls.
   std::map<std::uint16_t, Bytes> descriptors{};
+  // What the device descriptor's request is answered with instead; a word as in scripts.
+  std::string instead{};
 
   std::string Path() const {
     char ids[64];
@@ -193,21 +197,29 @@ class ScriptedBus : public probe_driver::UsbBus {
    public:
     OpenedDevice(ScriptedBus& bus, ScriptedDevice device) : bus_(bus), device_(std::move(device)) {}
     ~OpenedDevice() override {
+      for (const Transfer* kept : kept_) std::memset(kept->data, 0x77, kept->length);
+      pending_.insert(pending_.end(), kept_.begin(), kept_.end());
       End([](const Transfer*) { return true; });
     }
     probe_driver::DriverFacts Facts() override { return device_.facts; }
     void Submit(Transfer& transfer) override {
       transfer.actual = 0;
       const Line line = bus_.AnswerTo(transfer, device_);
-      if (line.answer == "silent") {
+      constexpr int kNever = 1000;
+      if (line.answer == "silent" || line.answer == "slow" || line.answer == "deaf") {
         pending_.push_back(&transfer);
+        cancels_[&transfer] = line.answer == "silent" ? 1 : line.answer == "slow" ? 2 : kNever;
+      } else if (line.answer == "kept") {
+        kept_.push_back(&transfer);
       } else {
         Finish(transfer, line);
       }
     }
     void Cancel(Transfer& transfer) override {
       bus_.Note("cancel", transfer.endpoint);
-      End([&](const Transfer* pending) { return pending == &transfer; });
+      End([&](const Transfer* pending) {
+        return pending == &transfer && --cancels_[pending] == 0;
+      });
     }
     void AbortPipe(std::uint8_t endpoint) override {
       bus_.Note("abort", endpoint);
@@ -229,6 +241,7 @@ class ScriptedBus : public probe_driver::UsbBus {
       const std::vector<Transfer*> ended(found.begin(), found.end());
       pending_.erase(found.begin(), found.end());
       for (Transfer* transfer : ended) {
+        cancels_.erase(transfer);
         transfer->status = Status::kAborted;
         transfer->complete(*transfer);
       }
@@ -236,7 +249,9 @@ class ScriptedBus : public probe_driver::UsbBus {
 
     ScriptedBus& bus_;
     ScriptedDevice device_;
-    std::vector<Transfer*> pending_;  // in flight until they are ended
+    std::vector<Transfer*> pending_;          // in flight until they are ended
+    std::map<const Transfer*, int> cancels_;  // that end each of them
+    std::vector<Transfer*> kept_;
   };
 
   static std::string Trim(const std::string& text) {
@@ -285,6 +300,7 @@ class ScriptedBus : public probe_driver::UsbBus {
                                                : Status::kOk;
     if (transfer.status == Status::kOk && !IsIn(transfer)) transfer.actual = transfer.length;
     if (line.answer == "flagged") transfer.bus_status = 0xC0000011;
+    if (line.answer == "marked") transfer.driver_status = 0x11;
     const Bytes data = line.IsWord() ? Bytes() : HexBytes(line.answer);
     if (data.size() > transfer.length) transfer.status = Status::kOverrun;
     if (IsIn(transfer) && !data.empty()) {
@@ -303,6 +319,7 @@ class ScriptedBus : public probe_driver::UsbBus {
       Bytes descriptor = device.Descriptor(transfer.setup.value);
       descriptor.resize(std::min<std::size_t>(descriptor.size(), transfer.length));
       if (!descriptor.empty()) line.answer = HexText(descriptor);
+      if (transfer.setup.value == 0x0100 && !device.instead.empty()) line.answer = device.instead;
       return line;
     }
     NotePause();

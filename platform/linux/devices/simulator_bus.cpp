@@ -20,10 +20,7 @@ class SimulatorDevice : public UsbDevice {
         opened_(std::move(opened)),
         in_flight_(std::make_shared<probe_driver::InFlight>()) {}
 
-  ~SimulatorDevice() override {
-    link_->Close(opened_.device);
-    in_flight_->AwaitNone();
-  }
+  ~SimulatorDevice() override { link_->Close(opened_.device, *in_flight_); }
 
   probe_driver::DriverFacts Facts() override { return opened_.facts; }
   void Submit(UsbTransfer& transfer) override {

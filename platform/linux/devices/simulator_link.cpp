@@ -18,6 +18,8 @@ namespace {
 
 constexpr std::chrono::seconds kBetweenAttempts(1);
 constexpr std::chrono::seconds kLongestFirstWait(2);
+// A bench that does not take or answer a frame for so long is lost, as if it had ended.
+constexpr std::chrono::seconds kLongestAnswer(10);
 
 }  // namespace
 
@@ -48,6 +50,8 @@ SimulatorLink::Socket SimulatorLink::Connect() const {
   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return nullptr;
   auto connected = std::make_shared<FrameSocket>(fd);
+  const timeval longest_send{.tv_sec = kLongestAnswer.count(), .tv_usec = 0};
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &longest_send, sizeof longest_send);
   if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return nullptr;
   }
@@ -242,7 +246,10 @@ std::optional<SimulatorLink::Answer> SimulatorLink::Ask(Frame frame, FrameType a
          static_cast<std::uint32_t>(payload.size()));
   }
   std::unique_lock lock(mutex_);
-  changed_.wait(lock, [&] { return !answer.due; });
+  if (!changed_.wait_for(lock, kLongestAnswer, [&] { return !answer.due; })) {
+    Drop();
+    changed_.wait(lock, [&] { return !answer.due; });
+  }
   if (!answer.ok) return std::nullopt;
   return answer;
 }
@@ -264,10 +271,24 @@ std::optional<SimulatorLink::Opened> SimulatorLink::Open(const std::string& path
   return Opened{frame.device, answer->facts};
 }
 
-void SimulatorLink::Close(std::uint32_t device) {
+void SimulatorLink::Close(std::uint32_t device, probe_driver::InFlight& of_device) {
   SendSmall({.type = FrameType::kClose, .device = device});
-  const std::lock_guard lock(mutex_);
-  open_.erase(device);
+  {
+    const std::lock_guard lock(mutex_);
+    open_.erase(device);
+  }
+  if (of_device.AwaitNoneFor(kLongestAnswer)) return;
+  {
+    const std::lock_guard lock(mutex_);
+    Drop();
+  }
+  // Only this process's reader is waited for now.
+  of_device.AwaitNone();
+}
+
+// The caller holds mutex_. The reader then ends everything that waits for the bench.
+void SimulatorLink::Drop() {
+  if (socket_ != nullptr) socket_->Shutdown();
 }
 
 void SimulatorLink::Submit(std::uint32_t device,

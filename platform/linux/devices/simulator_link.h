@@ -45,7 +45,8 @@ class SimulatorLink {
   void SetListener(probe_driver::UsbBusListener* listener);
 
   std::optional<Opened> Open(const std::string& path);
-  void Close(std::uint32_t device);
+  // Returns when `of_device`, which counts what the device has in flight, counts nothing.
+  void Close(std::uint32_t device, probe_driver::InFlight& of_device);
   void Submit(std::uint32_t device, const std::shared_ptr<probe_driver::InFlight>& owner,
               probe_driver::UsbTransfer& transfer);
   void Cancel(std::uint32_t device, probe_driver::UsbTransfer& transfer);
@@ -78,6 +79,7 @@ class SimulatorLink {
   // Sends unless the connection has gone; the caller holds sending_.
   bool Send(const Socket& socket, probe_driver::Frame frame, const std::uint8_t* payload,
             std::uint32_t size);
+  void Drop();
   void SendSmall(const probe_driver::Frame& frame);
   // Sends a request and waits for its answer; none when the connection is lost.
   std::optional<Answer> Ask(probe_driver::Frame frame, probe_driver::FrameType answer,

@@ -3,9 +3,21 @@
 // refused, in every_method_test.cpp.
 #include <algorithm>
 
+#include "api/automation_arrays.h"
 #include "tests/unit/api/api_fixture.h"
+#include "usb/kept_memory.h"
 
 namespace {
+
+// A driver may have kept a request on a part of it.
+TEST(ByteArrays, ArrayThatADriverHasKeptIsNotFreed) {
+  static SAFEARRAY* const array = api::CreateByteArray(300);
+  for (const bool kept : {false, true}) {
+    const api::ByteArrayAccess access(array);
+    if (kept) NoteKept(access.bytes().last(1));
+  }
+  EXPECT_EQ(SafeArrayDestroy(array), DISP_E_ARRAYISLOCKED);
+}
 
 class Transfer : public ApiTest {
  protected:

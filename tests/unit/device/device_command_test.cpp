@@ -71,6 +71,8 @@ TEST_F(CommandTest, CommandsOfOneRequestPutTheirArgumentsIntoIt) {
        "C0 48 01 00 00 00 02 00 -> "},
       {"silence ends at the control time-out", kTimedOut, 10'000,
        [](CTzDevice& d) { return d.Identify(1); }, "C0 49 01 00 00 00 02 00 -> silent\n abort 00"},
+      {"a status word without a system error counts as success", 0, 0,
+       [](CTzDevice& d) { return d.Identify(3); }, "C0 49 03 00 00 00 02 00 -> flagged"},
       {"identify", 0, 0, [](CTzDevice& d) { return d.Identify(2); },
        "C0 49 02 00 00 00 02 00 -> 00 00"},
       {"power on", 0, 0, [](CTzDevice& d) { return d.TargetPowerOn(true); },

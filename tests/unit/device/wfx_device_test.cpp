@@ -242,6 +242,10 @@ TEST_F(WirefoxTest, RequestsInTheOlderFormatBecomePacketsOfTheEngine) {
       // Byte 62 is the last that the second phase fills: one byte of its twenty.
       {"the second phase ends at the limit of the whole packet", "04 3C 50 14 51 11*60 22*20",
        "C0 43 88 BC 00 00 10 00 -> 00*16\n out 02 : A0 11*60 A2 22 00*19 -> ok"},
+      {"which leaves it nothing", "04 3E 50 14 51 11*62 22*20",
+       "C0 43 88 BE 00 00 10 00 -> 00*16\n out 02 : A0 11*62 A2 00*20 -> ok"},
+      {"and less than nothing", "04 3F 50 14 51 11*63 22*20",
+       "C0 43 88 BF 00 00 10 00 -> 00*16\n out 02 : A0 11*63 A2 00*20 -> ok"},
   };
   EnterI2c();
   for (const auto& [what, request, script] : cases) {

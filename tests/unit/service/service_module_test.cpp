@@ -1,54 +1,10 @@
-// The module outside a run: counting, controls and events.
 #include "service/service_module.h"
 
 #include <gtest/gtest.h>
 
 #include <unknwn.h>
 
-#include "platform/test_host.h"
-
 namespace {
-
-using Notices = std::vector<std::wstring>;
-
-bool QuitIsPosted() {
-  MSG message = {};
-  bool quit = false;
-  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) quit |= message.message == WM_QUIT;
-  return quit;
-}
-
-TEST(ServiceModule, CountsLocksAndDoesNotQuitBeforeItServesAsALocalServer) {
-  CTzWirefoxServiceModule module;
-  EXPECT_EQ(module.GetLockCount(), 0);
-  EXPECT_EQ(module.Lock(), 1);
-  EXPECT_EQ(module.Lock(), 2);
-  EXPECT_EQ(module.GetLockCount(), 2);
-  EXPECT_EQ(module.Unlock(), 1);
-  EXPECT_EQ(module.Unlock(), 0);
-  EXPECT_FALSE(QuitIsPosted());
-}
-
-TEST(ServiceModule, OnlyUnknownControlsAreReported) {
-  CTzWirefoxServiceModule module;
-  test_host::TakeNotices();
-  for (const DWORD control : {2u, 3u, 4u, 5u}) module.HandleControl(control);
-  EXPECT_EQ(test_host::TakeNotices(), Notices{});
-  for (const DWORD control : {0u, 6u, 200u}) {
-    module.HandleControl(control);
-    EXPECT_EQ(test_host::TakeNotices(),
-              Notices{L"event|TzWirefoxService|4|0|0|Bad service request"});
-  }
-  EXPECT_FALSE(QuitIsPosted());
-}
-
-TEST(ServiceModule, ServiceWithoutItsHandlerSaysSoAndEnds) {
-  CTzWirefoxServiceModule module;
-  test_host::TakeNotices();
-  module.ServiceMain();
-  EXPECT_EQ(test_host::TakeNotices(),
-            Notices{L"event|TzWirefoxService|4|0|0|Handler not installed"});
-}
 
 TEST(ServiceModule, GlobalInterfaceTableIsMadeOnceWhereTheHostHasOne) {
   CTzWirefoxServiceModule module;

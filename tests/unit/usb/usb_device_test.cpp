@@ -1,10 +1,14 @@
 #include "usb/usb_device.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <random>
+#include <stdexcept>
 #include <string>
 
 #include "tests/unit/random_seed.h"
+#include "tests/unit/scratch_folder.h"
 #include "tests/unit/usb/opened_device.h"
 
 namespace {
@@ -90,7 +94,7 @@ TEST_F(UsbDeviceTest, LanguageIsTheFirstOrUsEnglish) {
     std::uint16_t language;
   } cases[] = {
       {"06 03 07 04 09 04", 0x0409},
-      {"04 03 07 04", 0x0407},
+      {"06 03 07 04 0C 04", 0x0407},
       {"02 03", 0},
       {"05 03 07 04 09", 0x0407},
       {"FF 03 07 04", 0x0407},  // promises more than it sends
@@ -102,6 +106,46 @@ TEST_F(UsbDeviceTest, LanguageIsTheFirstOrUsEnglish) {
     EXPECT_TRUE(OpenWith(0x0300, HexBytes(list)));
     EXPECT_EQ(language, device_.LanguageId()) << list;
   }
+}
+
+// Descriptor requests have five seconds, after which the client cancels them; the driver, which
+// counts in whole seconds, does so a second later. One that is kept even so has the device given
+// up.
+TEST_F(UsbDeviceTest, DescriptorThatNeverComesIsNotWaitedForLongerThanItsTime) {
+  const struct {
+    const char* answer;
+    std::uint64_t elapsed_ms;
+    const char* ended;
+    bool given_up;
+  } cases[] = {{"silent", 5000, "cancel 00", false},
+               {"slow", 6000, "cancel 00 \n cancel 00", false},
+               {"kept", 7000, "cancel 00 \n cancel 00", true}};
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.answer);
+    unit::LogFile log(31);
+    bus_.TakeDescriptorRequests();
+    bus_.Play(test.ended);
+    EXPECT_EQ(test.elapsed_ms, ElapsedMs([&] { EXPECT_FALSE(Open({.instead = test.answer})); }));
+    EXPECT_EQ(test.given_up ? 1U : 3U, bus_.TakeDescriptorRequests().size());
+    EXPECT_EQ(test.given_up ? 1U : 0U, log.Lines().size());
+    EXPECT_EQ(test.given_up ? 0U : 0x01050500U, device_.DriverVersion());
+  }
+}
+
+TEST_F(UsbDeviceTest, HandleThatCannotBeClosedIsToldAndForgotten) {
+  ASSERT_TRUE(device_.Open(0));
+  HANDLE driver = nullptr;
+  for (std::uintptr_t value = 4; driver == nullptr && value < 0x4000; value += 4) {
+    // Only a file has requests that could be looked for.
+    CancelIoEx(reinterpret_cast<HANDLE>(value), nullptr);
+    if (GetLastError() == ERROR_NOT_FOUND) driver = reinterpret_cast<HANDLE>(value);
+  }
+  ASSERT_TRUE(CloseHandle(driver));
+  EXPECT_THAT([&] { device_.Close(); },
+              testing::ThrowsMessage<std::runtime_error>("Failed to close handle to driver."));
+  EXPECT_FALSE(device_.IsOpen());
+  EXPECT_EQ(nullptr, device_.ControlEndPoint());
+  EXPECT_TRUE(device_.Open(0));
 }
 
 TEST_F(UsbDeviceTest, StringsHoldWhatCameOfThem) {

@@ -1,7 +1,9 @@
 #include "usb/usb_endpoint.h"
 
 #include "support/handle.h"
+#include "tests/unit/scratch_folder.h"
 #include "tests/unit/usb/opened_device.h"
+#include "usb/kept_memory.h"
 
 namespace {
 
@@ -36,6 +38,14 @@ class EndPointTest : public OpenedDeviceTest {
     return (done ? "done " : "failed ") + HexText(data);
   }
 
+  // A transfer that is started, waited for and completed.
+  bool Exchanged(CTzUSBEndPoint& endpoint, std::uint8_t* data, std::uint32_t& length) {
+    OVERLAPPED overlapped = Overlapped();
+    RequestRecord* const record = endpoint.StartTransfer(data, length, &overlapped);
+    const bool waited = record != nullptr && endpoint.WaitTransfer(&overlapped, 2000);
+    return endpoint.CompleteTransfer(data, length, &overlapped, record, nullptr) && waited;
+  }
+
   OVERLAPPED Overlapped() {
     event_.Reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     OVERLAPPED overlapped{};
@@ -45,19 +55,21 @@ class EndPointTest : public OpenedDeviceTest {
 
   KernelHandle event_;
   // In the place of a driver where requests only fail.
-  KernelHandle no_driver_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+  KernelHandle no_file_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+  DriverFile no_driver_{no_file_.Get()};
+  DriverFile closed_;
 };
 
 TEST_F(EndPointTest, RecordsAreLaidOutAsTheDriverReadsThem) {
   const std::uint8_t descriptor[] = {7, 5, 0x02, 2, 0, 2, 0};
-  CTzBulkEndPoint bulk(no_driver_.Get(), descriptor);
+  CTzBulkEndPoint bulk(no_driver_, descriptor);
   // Direct: the address alone.
   EXPECT_EQ("00*13 | 02 | 00*16 +0", HeaderOf(bulk, {1, 2, 3}));
   // Buffered: the payload behind the record.
   bulk.SetDirect(false);
   EXPECT_EQ("00*13 | 02 | 00*8 26 00 00 00 03 00 00 00 +3", HeaderOf(bulk, {1, 2, 3}));
 
-  CTzControlEndPoint control(no_driver_.Get(), nullptr);
+  CTzControlEndPoint control(no_driver_, nullptr);
   const struct {
     std::uint32_t timeout_ms;
     ControlRequest request;
@@ -66,7 +78,7 @@ TEST_F(EndPointTest, RecordsAreLaidOutAsTheDriverReadsThem) {
       {500, {0, 2, 1, 0x41, 0x0104, 0x0203}, "C0 41 04 01 03 02 02 00 01 00 00 00 00"},
       {0, {1, 1, 0, 0x0B, 0xFFFF, 0}, "21 0B FF FF 00 00 02 00 00 00 00 00 00"},
       {1000, {2, 0, 1, 0, 0, 0x84}, "82 00 00 00 84 00 02 00 01 00 00 00 00"},
-      {2500, {0x3F, 7, 3, 1, 0, 0}, "FF 01 00 00 00 00 02 00 02 00 00 00 00"},
+      {2500, {0xFF, 7, 3, 1, 0, 0}, "FF 01 00 00 00 00 02 00 02 00 00 00 00"},
   };
   for (const auto& [timeout_ms, request, header] : cases) {
     control.SetTimeoutMs(timeout_ms);
@@ -80,7 +92,7 @@ TEST_F(EndPointTest, RecordsAreLaidOutAsTheDriverReadsThem) {
 TEST_F(EndPointTest, IsochronousRecordsCarryAPacketTable) {
   // 0x300 bytes a packet, two packets each microframe.
   const std::uint8_t descriptor[] = {7, 5, 0x83, 1, 0x00, 0x0B, 1};
-  CTzIsocEndPoint endpoint(no_driver_.Get(), descriptor);
+  CTzIsocEndPoint endpoint(no_driver_, descriptor);
   EXPECT_EQ(0x600, endpoint.MaxPacketSize());
   EXPECT_EQ(2, endpoint.PacketsPerMicroframe());
   EXPECT_EQ("00*13 | 83 | 26 00 00 00 10 00*11 +16", HeaderOf(endpoint, Bytes(0x601)));
@@ -105,19 +117,25 @@ TEST_F(EndPointTest, TransfersMoveWhatTheDeviceSendsInBothForms) {
         in 84 8 -> 11 22 33       # fewer than asked for
         in 84 4 -> ok             # nothing
         in 84 4 -> stall
-        in 84 4 -> flagged
         in 84 4 -> error
+        in 84 4 -> flagged        # moved well, but for a word of the bus or the driver
+        in 84 4 -> marked
         in 84 4 -> 01 02 03 04)");
     EXPECT_EQ("done 01 02 03", Transferred(out, {1, 2, 3}));
     EXPECT_EQ("done " + HexText(large), Transferred(out, large));
     EXPECT_EQ("done 11 22 33", Transferred(in, Bytes(8, 0xEE)));
     EXPECT_EQ("done ", Transferred(in, Bytes(4, 0xEE)));
-    for (const char* failure : {"stall", "flagged", "error"}) {
-      EXPECT_EQ("failed ", Transferred(in, Bytes(4, 0xEE))) << failure;
-      EXPECT_NE(0U, in.BusStatus()) << failure;
+    const struct {
+      std::uint32_t bus_status, driver_status, last_error;
+    } failures[] = {{0xC0000004, 0, 997}, {0xC0000011, 0, 997}, {0xC0000011, 0, 0}, {0, 0x11, 0}};
+    for (const auto& failure : failures) {
+      EXPECT_EQ("failed ", Transferred(in, Bytes(4, 0xEE)));
+      EXPECT_EQ(failure.bus_status, in.BusStatus());
+      EXPECT_EQ(failure.driver_status, in.DriverStatus());
+      EXPECT_EQ(failure.last_error, in.LastError());
     }
     EXPECT_EQ("done 01 02 03 04", Transferred(in, Bytes(4, 0xEE)));
-    EXPECT_EQ(0U, in.BusStatus()) << "the status words are those of the last transfer";
+    EXPECT_EQ(0U, in.DriverStatus()) << "the status words are those of the last transfer";
   }
   bus_.Play(R"(C0 44 00 00 00 00 04 00 -> AA BB CC DD
                40 A0 00 E6 00 00 01 00 : 01 -> ok)");
@@ -128,58 +146,77 @@ TEST_F(EndPointTest, TransfersMoveWhatTheDeviceSendsInBothForms) {
   EXPECT_EQ("done 01", Transferred(control, {1}));
 }
 
-TEST_F(EndPointTest, TimedOutTransferIsAbortedOnceAndGives997) {
-  bus_.Play("in 84 4 -> silent \n abort 84");
-  CTzUSBEndPoint& in = EndPoint(0x84);
-  in.SetTimeoutMs(2000);
-  EXPECT_EQ(2000U, ElapsedMs([&] { EXPECT_EQ("failed ", Transferred(in, Bytes(4, 0xEE))); }));
-  EXPECT_EQ(997U, in.LastError());
+// A driver may keep a transfer through a cancel, and through an abort of its pipe. Then the device
+// is given up; what the driver has it may write into later, here when the file is closed.
+TEST_F(EndPointTest, TransferWhoseTimeIsOverIsTakenBackOrTheDeviceGivenUp) {
+  const struct {
+    const char* answer;
+    const char* blocking;  // what becomes of a blocking transfer
+    std::uint64_t blocking_ms;
+    const char* started;  // and of one that was started, waited for and completed
+    std::uint64_t started_ms;
+  } cases[] = {
+      {"silent", "\n abort 84", 2000, "\n cancel 84", 2000},
+      {"deaf", "\n abort 84", 2000, "\n cancel 84 \n abort 84", 4000},
+      {"kept", "\n abort 84 \n cancel 84", 6000, "\n cancel 84 \n abort 84", 6000},
+  };
+  const std::string given_up = "[DriverFile::GiveUp]Device " + std::string(device_.DevicePath()) +
+                               " keeps a request and is given up";
+  for (const auto& test : cases) {
+    const bool kept = std::string(test.answer) == "kept";
+    for (const auto& [blocking, direct] :
+         {std::pair{true, true}, {true, false}, {false, true}, {false, false}}) {
+      SCOPED_TRACE(std::string(test.answer) + (blocking ? " blocking" : "") +
+                   (direct ? " direct" : ""));
+      unit::LogFile log(1);
+      ASSERT_TRUE(device_.Open(0));
+      CTzUSBEndPoint& in = EndPoint(0x84);
+      in.SetDirect(direct);
+      in.SetTimeoutMs(2000);
+      bus_.Play("in 84 300 -> " + std::string(test.answer) +
+                (blocking ? test.blocking : test.started));
+      const ReplyBuffer data(300);
+      std::uint32_t length = 300;
+      EXPECT_EQ(blocking ? test.blocking_ms : test.started_ms, ElapsedMs([&] {
+                  EXPECT_FALSE(blocking ? in.Transfer(data.Data(), length)
+                                        : Exchanged(in, data.Data(), length));
+                }));
+      EXPECT_EQ(0U, length);
+      EXPECT_EQ(997U, in.LastError());
+      EXPECT_EQ(kept && direct, IsKept(data.Bytes().last(1)));
+      EXPECT_EQ(kept ? std::vector{given_up} : std::vector<std::string>(), log.Take());
+
+      // Record and event serve the next transfer at once; or nothing reaches the bus any more.
+      bus_.Play(kept ? "" : "in 84 300 -> 77");
+      length = 300;
+      EXPECT_EQ(!kept, Exchanged(in, data.Data(), length));
+      if (!kept) continue;
+      EXPECT_EQ("failed ", Transferred(EndPoint(0x02), Bytes(2, 0xEE)));
+      EXPECT_EQ(1167U, EndPoint(0x02).LastError());
+      EXPECT_FALSE(in.AbortTransfers());
+      EXPECT_FALSE(device_.ControlEndPoint()->ResetPipe());
+      EXPECT_EQ(std::vector<std::string>(), log.Take());
+    }
+  }
 }
 
-TEST_F(EndPointTest, TransfersInFlightEndBeforeTheirBuffersMayGo) {
-  bus_.Play(R"(
-      in 84 8 -> silent
-      cancel 84                  # by CompleteTransfer: the wait has left it in flight
-      in 84 8 -> 77
-  )");
-  CTzUSBEndPoint& in = EndPoint(0x84);
-  OVERLAPPED overlapped = Overlapped();
-  Bytes data(8);
-  std::uint32_t length = 8;
-  RequestRecord* record = in.StartTransfer(data.data(), length, &overlapped);
-  ASSERT_NE(nullptr, record);
-  EXPECT_EQ(997U, in.LastError());
-  EXPECT_FALSE(in.WaitTransfer(&overlapped, 100));
-
-  // One transfer at a time: a second start is refused and leaves the first alone.
-  OVERLAPPED other{};
-  EXPECT_EQ(nullptr, in.StartTransfer(data.data(), length, &other));
-  EXPECT_EQ(static_cast<std::uint32_t>(ERROR_BUSY), in.LastError());
-
-  EXPECT_FALSE(in.CompleteTransfer(data.data(), length, &overlapped, record, nullptr));
-  EXPECT_EQ(0U, length);
-
-  // Record, event and block serve the next transfer at once.
-  length = 8;
-  record = in.StartTransfer(data.data(), length, &overlapped);
-  ASSERT_NE(nullptr, record);
-  EXPECT_TRUE(in.WaitTransfer(&overlapped, 100));
-  EXPECT_TRUE(in.CompleteTransfer(data.data(), length, &overlapped, record, nullptr));
-  EXPECT_EQ(1U, length);
-}
-
-TEST_F(EndPointTest, ClosingTheDeviceEndsWhatIsInFlight) {
+TEST_F(EndPointTest, TransferInFlightKeepsOthersFromStartingUntilTheDeviceIsClosed) {
   bus_.Play("in 84 8 -> silent");
+  CTzUSBEndPoint& in = EndPoint(0x84);
   OVERLAPPED overlapped = Overlapped();
   Bytes data(8);
-  EXPECT_NE(nullptr, EndPoint(0x84).StartTransfer(data.data(), 8, &overlapped));
+  EXPECT_NE(nullptr, in.StartTransfer(data.data(), 8, &overlapped));
+  EXPECT_EQ(997U, in.LastError());
+  OVERLAPPED other{};
+  EXPECT_EQ(nullptr, in.StartTransfer(data.data(), 8, &other));
+  EXPECT_EQ(static_cast<std::uint32_t>(ERROR_BUSY), in.LastError());
   device_.Close();
   EXPECT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(event_.Get(), 0));
 }
 
 TEST_F(EndPointTest, WithoutADriverNothingIsStarted) {
   const std::uint8_t descriptor[] = {7, 5, 0x02, 2, 0x00, 0x02, 0};
-  CTzBulkEndPoint endpoint(INVALID_HANDLE_VALUE, descriptor);
+  CTzBulkEndPoint endpoint(closed_, descriptor);
   Bytes data(4);
   std::uint32_t length = 4;
   SetLastError(0);
@@ -198,7 +235,7 @@ TEST_F(EndPointTest, TransferSizesAreWholePackets) {
   } cases[] = {{64, 100, 128}, {64, 128, 128}, {64, 0, 0}, {0, 100, 100}};
   for (const auto& [packet_size, size, rounded] : cases) {
     const std::uint8_t descriptor[] = {7, 5, 0x02, 2, packet_size, 0, 0};
-    const CTzBulkEndPoint endpoint(INVALID_HANDLE_VALUE, descriptor);
+    const CTzBulkEndPoint endpoint(closed_, descriptor);
     EXPECT_EQ(rounded, endpoint.WholePackets(size)) << size;
   }
 }

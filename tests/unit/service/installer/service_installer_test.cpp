@@ -1,19 +1,26 @@
-// Installing and removing the service against a service manager of the test's own, whose calls
-// stand in for the host's in this program: what it is asked for, and what the user is told.
+// Installing, running and removing the service against a service manager and a component library of
+// the test's own, whose calls stand in for the host's in this program: what they are asked for and
+// told, and what the user is.
 #include "service/service_installer.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <objbase.h>
 #include <winsvc.h>
 
 #include <cwchar>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "api/identifiers.h"
 #include "platform/test_host.h"
 #include "service/module_path.h"
+#include "service/registration.h"
+#include "service/registry_key.h"
+#include "service/service_module.h"
 
 namespace {
 
@@ -173,6 +180,131 @@ TEST(ServiceInstaller, CreatesTheServiceUnlessItIsThere) {
        {L"Could not start service"}},
   };
   for (const Case& test : kCases) Check(test, InstallService);
+}
+
+// What the run below is told, in order.
+Lines told;
+LPHANDLER_FUNCTION handler = nullptr;
+HRESULT published = S_OK;
+bool controlled = true;  // whether there is a handler for it
+CTzWirefoxServiceModule* served_module = nullptr;
+std::thread controls;  // that the service manager sends
+
+// What has been shown before comes first.
+void Tell(const wchar_t* what, unsigned number) {
+  for (std::wstring& notice : test_host::TakeNotices()) told.push_back(std::move(notice));
+  wchar_t line[64];
+  std::swprintf(line, std::size(line), L"%ls %X", what, number);
+  told.push_back(line);
+}
+
+}  // namespace
+
+BOOL StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table) {
+  table->lpServiceProc(0, nullptr);
+  return TRUE;
+}
+
+SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerW(LPCWSTR name, LPHANDLER_FUNCTION given) {
+  EXPECT_STREQ(name, kName);
+  handler = given;
+  if (!controlled) return nullptr;
+  return reinterpret_cast<SERVICE_STATUS_HANDLE>(&handler);
+}
+
+BOOL SetServiceStatus(SERVICE_STATUS_HANDLE, LPSERVICE_STATUS status) {
+  Tell(L"state", status->dwCurrentState);
+  if (status->dwWin32ExitCode != 0) Tell(L"exit code", status->dwWin32ExitCode);
+  EXPECT_EQ(status->dwServiceType, 0x10u);
+  EXPECT_EQ(status->dwControlsAccepted, 1u);
+  if (status->dwCurrentState == SERVICE_RUNNING && published == S_OK) {
+    controls = std::thread([] {
+      for (const DWORD control : {2u, 3u, 4u, 5u, 200u, 1u}) handler(control);
+    });
+  }
+  return TRUE;
+}
+
+HRESULT CoRegisterClassObject(REFCLSID, LPUNKNOWN, DWORD context, DWORD flags, DWORD* cookie) {
+  Tell(L"publish", context << 4 | flags);
+  *cookie = 7;
+  // A client comes, calls and goes.
+  if (FAILED(published)) return published;
+  for (int i = 0; i < 2; ++i) served_module->Lock();
+  for (int i = 0; i < 2; ++i) served_module->Unlock();
+  return published;
+}
+
+HRESULT CoCreateInstance(REFCLSID, LPUNKNOWN, DWORD, REFIID, LPVOID*) {
+  return REGDB_E_CLASSNOTREG;
+}
+
+HRESULT CoRevokeClassObject(DWORD cookie) {
+  if (controls.joinable()) controls.join();
+  Tell(L"revoke", cookie);
+  return S_OK;
+}
+
+namespace {
+
+TEST(ServiceRun, FollowsTheRegistrationAndTellsTheManagerEachState) {
+  EXPECT_EQ(CTzWirefoxServiceModule().Main(L"server"), 2) << "never registered";
+  MSG message;  // the thread has a queue from the first look at it on
+  PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);
+  RegistryKey key;
+  ASSERT_EQ(CreateKey(HKEY_CLASSES_ROOT, L"AppID\\" + GuidText(api::kAppId), KEY_WRITE, key), 0);
+  const std::wstring event = L"event|TzWirefoxService|4|0|0|";
+  const Lines served = {L"publish 41", L"revoke 7"};
+  const struct {
+    DWORD type;
+    std::wstring local_service;  // with its end
+    HRESULT published;
+    Lines told;
+    bool controlled = true;
+  } cases[] = {
+      // A plain server, until its last client has gone.
+      {REG_NONE, {}, S_OK, served},
+      {REG_BINARY, {L"Tz", 3}, S_OK, served},
+      {REG_SZ, L"Tz", S_OK, served},
+      {REG_SZ, {}, S_OK, served},
+      {REG_SZ, std::wstring(300, L'x') + L'\0', S_OK, served},
+      {REG_NONE, {}, E_ACCESSDENIED, {L"publish 41"}},
+      // A service, until it is stopped.
+      {REG_SZ,
+       {L"Tz", 3},
+       S_OK,
+       {L"state 2", L"publish 41", event + L"Service started", L"state 4",
+        event + L"Bad service request", L"state 3", L"revoke 7", L"state 1",
+        event + L"Service stopped"}},
+      {REG_SZ,  // there is nothing to wait for
+       {L"Tz", 3},
+       S_FALSE,
+       {L"state 2", L"publish 41", event + L"Service started", L"state 4", L"revoke 7", L"state 1",
+        event + L"Service stopped"}},
+      {REG_SZ,
+       {L"Tz", 3},
+       E_ACCESSDENIED,
+       {L"state 2", L"publish 41", L"state 1", L"exit code 80070005", event + L"Service stopped"}},
+      {REG_SZ, {L"Tz", 3}, S_OK, {event + L"Handler not installed"}, false},
+  };
+  for (const auto& test : cases) {
+    RegDeleteValueW(key.Get(), L"LocalService");
+    if (test.type != REG_NONE) {
+      RegSetValueExW(key.Get(), L"LocalService", 0, test.type,
+                     reinterpret_cast<const BYTE*>(test.local_service.data()),
+                     static_cast<DWORD>(test.local_service.size() * sizeof(wchar_t)));
+    }
+    CTzWirefoxServiceModule module;
+    served_module = &module;
+    test_host::TakeNotices();
+    told.clear();
+    published = test.published;
+    controlled = test.controlled;
+    EXPECT_EQ(module.Main(L"server -Embedding"), FAILED(published) ? published : 0);
+    for (std::wstring& notice : test_host::TakeNotices()) told.push_back(std::move(notice));
+    EXPECT_EQ(told, test.told);
+    EXPECT_EQ(module.GetLockCount(), 0);
+  }
 }
 
 }  // namespace
