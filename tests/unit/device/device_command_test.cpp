@@ -4,7 +4,6 @@
 #include "device/device.h"
 #include "device/device_status.h"
 #include "tests/unit/device/probe_test.h"
-#include "usb/usb_endpoint.h"
 
 namespace {
 
@@ -173,8 +172,6 @@ TEST_F(CommandTest, TargetsPortIsSwitchedByAStringOfTmsLevelsInJtagMode) {
            C0 43 82 80 00 00 10 00 -> 00*16
            out 02 : F0*13 C0 30 70 E0 F0*13 -> ok
            in 84 15 -> 00*15)"},
-      {"to jtag, refused", 9, 0, [](CTzDevice& d) { return d.JTAG_Reset(); },
-       "C0 41 00 00 00 00 03 00 -> 09 00 00"},
       {"to swd: 52 high, 0xE79E, 52 high", 0, 140,
        [](CTzDevice& d) { return d.SWD_CReset(); }, status + kJtagMode + R"(
            C0 43 11 00 00 00 08 00 -> 00 00 00 D5 00*4
@@ -241,17 +238,9 @@ TEST_F(CommandTest, ImplausibleVoltageInTheStatusIsReplacedAndTheResultByteLeftT
 }
 
 TEST_F(CommandTest, OnlyAProbeInUseGetsItsTimeouts) {
-  const auto timeouts = [](CTzDevice& device) {
-    std::vector<std::uint32_t> all;
-    for (const std::uint8_t address : {0x00, 0x01, 0x81, 0x02, 0x84, 0x86}) {
-      all.push_back(device.GetEndPoint(address)->TimeoutMs());
-    }
-    return all;
-  };
-  EXPECT_EQ(timeouts(device_),
-            (std::vector<std::uint32_t>{10000, 10000, 10000, 10000, 10000, 10000}));
+  EXPECT_EQ(Timeouts(device_), "10000 10000 10000 10000 10000 10000 ");
   CTzDevice in_use(0, true);
-  EXPECT_EQ(timeouts(in_use), (std::vector<std::uint32_t>{10000, 2000, 1000, 1000, 2000, 100}));
+  EXPECT_EQ(Timeouts(in_use), "10000 2000 1000 1000 2000 100 ");
 }
 
 }  // namespace
