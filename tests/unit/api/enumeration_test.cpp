@@ -89,7 +89,9 @@ TEST_F(Enumeration, SessionsEndWhenAnythingElseIsFound) {
     Scan(4);
     ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
     const HANDLE kept = probe_.targets[0].sessionMutex;
+    EXPECT_TRUE(ReleaseMutex(kept) && WaitForSingleObject(kept, 0) == WAIT_OBJECT_0);
     EXPECT_EQ(Release(handle_), TzErrorCode::SUCCESS);
+    EXPECT_FALSE(ReleaseMutex(kept)) << "an ended session's mutex is still owned";
     ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
     const HANDLE mutex = probe_.targets[0].sessionMutex;
     EXPECT_NE(kept, mutex) << "the value of a handle that a client may still hold";
@@ -99,6 +101,7 @@ TEST_F(Enumeration, SessionsEndWhenAnythingElseIsFound) {
     EXPECT_EQ(Release(handle_), TzErrorCode::NOT_ACQUIRED);
     EXPECT_EQ(WaitForSingleObject(kept, 0), WAIT_FAILED) << "an ended session's mutex is open";
     EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_FAILED) << "the session's mutex is still open";
+    EXPECT_TRUE(probe_.endedSessions.empty()) << "will be closed once more";
     for (const TargetRecord& target : probe_.targets) EXPECT_EQ(target.ownerPID, 0u);
   }
 }
@@ -137,6 +140,8 @@ TEST_F(Enumeration, ChainIsResetMeasuredResetAgainAndReadInWholeBytes) {
       {"FF*4 01 00*395", "00*4 FE FF*395", "EE 28 40 37", {L"1BA014770", L"000000000"}, "32, 00*8"},
       {"FF*4 7F 00*395", "00*4 80 FF*395", "80 3B 0A D0", seven_last, "32, 00*8"},
       {"7F 00*399", "80 FF*399", "FF", seven, "0, "},
+      // Without an end of the zeros, the ones count.
+      {"FF*4 00*396", "00*400", "77 14 A0 1B", {L"1BA014770"}, "32, 00*8"},
       // No chain; one without an end; and zeros that are not as long as the ones.
       {"00*400", "00*400", "", {}, ""},
       {"FF*400", "FF*400", "", {}, ""},

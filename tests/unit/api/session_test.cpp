@@ -11,8 +11,9 @@ class Sessions : public ApiTest {
  protected:
   // An outcome, and the table that it leaves. Handles are letters in the order of their coming.
   std::string Acquired(const wchar_t* probe, LONG target, LONG pid = OwnPid()) {
-    const std::string outcome = NameOf(Acquire(probe, target, pid));
-    return With(outcome + (handle_ != 0 ? " " + Letter(handle_) : ""));
+    std::string outcome = NameOf(Acquire(probe, target, pid));
+    if (handle_ != 0) outcome.append(" ").append(Letter(handle_));
+    return With(outcome);
   }
   std::string Released(char letter) {
     const auto found =
@@ -32,7 +33,8 @@ class Sessions : public ApiTest {
       text += " |";
       for (const TargetRecord& target : probe->targets) {
         const auto name = names.find(target.ownerPID);
-        text += name != names.end() ? " " + name->second : " " + std::to_string(target.ownerPID);
+        text += ' ';
+        text += name != names.end() ? name->second : std::to_string(target.ownerPID);
         if (target.sessionMutex != nullptr) text += Letter(SessionHandleOf(target.sessionMutex));
       }
     }
@@ -163,15 +165,16 @@ TEST_F(Sessions, NamesOfAnyFormWorkAndTheFirstOfTwoIsMeant) {
   SetTargets(AddProbe(L"P1"), {0x11});
   // Names that are shorter than the target's index, or hold what separates names of mutexes.
   for (const wchar_t* name : {L"P1", L"", L"AB", L"Global\\A\\/B"}) {
-    SetTargets(AddProbe(name), {1, 2, 3});
+    SetTargets(AddProbe(name), {1, 2, 3, 4});
   }
   EXPECT_EQ(Acquire(L"P1", 1), TzErrorCode::INVALID_DEVICE);
   EXPECT_EQ(Acquire(L"P1", 0), TzErrorCode::SUCCESS);
   EXPECT_EQ(Acquire(nullptr, 0), TzErrorCode::SUCCESS) << "a null name is the empty one";
-  EXPECT_EQ(Acquire(L"AB", 1), TzErrorCode::SUCCESS);
+  EXPECT_EQ(Acquire(L"AB", 3), TzErrorCode::SUCCESS);
   EXPECT_EQ(Acquire(L"AB", 2), TzErrorCode::SUCCESS);
   EXPECT_EQ(Acquired(L"Global\\A\\/B", 0),
-            "SUCCESS A | ownB | none none none | ownC none none | none ownD ownE | ownA none none");
+            "SUCCESS A | ownB | none none none none | ownC none none none | none none ownD ownE | "
+            "ownA none none none");
 }
 
 // A probe may call itself after the lock of the table; its sessions must not be that lock.

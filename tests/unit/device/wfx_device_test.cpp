@@ -81,6 +81,8 @@ TEST_F(WirefoxTest, I2cModeReadsTheRestartPositionDrainsTheRepliesAndSetsTimeout
 }
 
 TEST_F(WirefoxTest, RestartPositionThatCannotBeReadFailsTheModeSwitchAndCountsAsZero) {
+  bus_.Play(I2cMode("00 00 00 83 00*4", ""));
+  EXPECT_EQ(device_.SetMode(kI2c, true), 0U);
   bus_.Play(I2cMode("0B 00 00 83 00*4", "01 02"));
   EXPECT_EQ(device_.SetMode(kI2c, true), 11U);
   EXPECT_EQ(Timeouts(device_), "10000 2000 1500 2000 1500 100 ");
@@ -129,7 +131,7 @@ TEST_F(WirefoxTest, PowerIsAskedForOnceASecondAndAFailureKeepsTheLastAnswer) {
       {999, "", 1},
       {1, kUnpowered, 0},
       // Past the half of the tick count's range, where it counts as negative, and past its end.
-      {0x80000000, kPowered, 1},
+      {0x80001000, kPowered, 1},
       {0, "", 1},
       {0x40000000, kPowered, 1},
       {0x40000000, kPowered, 1},
