@@ -1,8 +1,9 @@
 #include "tests/unit/api/api_fixture.h"
 
+#include <psapi.h>
+
 #include <algorithm>
 #include <iterator>
-#include <ostream>
 #include <span>
 
 namespace {
@@ -24,6 +25,15 @@ void UseElements(SAFEARRAY* array, Use use) {
 }
 
 }  // namespace
+
+// Taken by the linker in place of the system's.
+BOOL WINAPI EnumProcesses(DWORD* ids, DWORD size, DWORD* filled) {
+  if (!running_processes) return FALSE;
+  const std::size_t count = std::min<std::size_t>(size / sizeof(DWORD), running_processes->size());
+  std::copy_n(running_processes->begin(), count, ids);
+  *filled = static_cast<DWORD>(count * sizeof(DWORD));
+  return TRUE;
+}
 
 Array::Array(const Bytes& bytes) {
   SAFEARRAYBOUND bound = {};
@@ -66,6 +76,7 @@ std::vector<ProbeEntry*> TestFamily::GetConfiguredDevices() {
 }
 
 ApiTest::ApiTest(std::int32_t log_level) : log_(log_level) {
+  running_processes = {0, GetCurrentProcessId(), DWORD{kOther}};
   Configurators() = {&family_};
   void* object = nullptr;
   EXPECT_EQ(CTzWirefox::Create(module_, nullptr, api::kInterfaceIdV3, &object), S_OK);
@@ -77,13 +88,6 @@ ApiTest::~ApiTest() {
   if (object_ != nullptr) object_->Release();
   for (ProbeEntry* entry : family_.GetConfiguredDevices()) SetTargets(*entry, {});
   Configurators().clear();
-}
-
-Lines ApiTest::TakeLog() {
-  Lines lines = log_.Lines();
-  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(log_lines_taken_));
-  log_lines_taken_ += lines.size();
-  return lines;
 }
 
 Lines ApiTest::Failure(const std::string& method, TzErrorCode error) {
@@ -110,6 +114,20 @@ TzErrorCode ApiTest::Outcome(HRESULT called) {
   return error_;
 }
 
+void ApiTest::ExpectTold(const std::vector<Told>& calls) {
+  const ProbeEntry& probe = *family_.GetConfiguredDevices().at(0);
+  for (const auto& [call, expected] : calls) {
+    SCOPED_TRACE(expected);
+    const std::uint32_t mode = probe.mode;
+    static_cast<void>(&result_);
+    const TzErrorCode outcome = Outcome(call());
+    std::string told = device_->TakeCalls() + NameOf(outcome);
+    if (probe.mode != mode) told += ", mode " + std::to_string(probe.mode);
+    if (result_.IsSet()) told += ": " + HexText(*result_.AsBytes());
+    EXPECT_EQ(told, expected);
+  }
+}
+
 Strings ApiTest::Probes() {
   Result names;
   EXPECT_EQ(Outcome(object_->EnumerateWirefoxs(&names, &error_)), TzErrorCode::SUCCESS);
@@ -128,10 +146,10 @@ TzErrorCode ApiTest::Acquire(const wchar_t* probe, LONG target, LONG pid) {
   return Outcome(object_->AcquireDevice(Text(probe), target, pid, &handle_, &error_));
 }
 
-void PrintTo(TzErrorCode error, std::ostream* out) {
+std::string NameOf(TzErrorCode error) {
   static constexpr const char* kNames[] = {"SUCCESS",        "IN_USE",       "NOT_ACQUIRED",
                                            "INVALID_DEVICE", "INVALID_MODE", "INVALID_PARAM",
                                            "WFX_ERROR",      "UNKNOWN"};
   const auto code = static_cast<std::uint32_t>(error);
-  *out << (code < std::size(kNames) ? kNames[code] : std::to_string(code));
+  return code < std::size(kNames) ? kNames[code] : std::to_string(code);
 }

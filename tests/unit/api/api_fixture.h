@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "api/module_lock.h"
@@ -16,10 +18,11 @@
 #include "tests/unit/api/recording_device.h"
 #include "tests/unit/scratch_folder.h"
 
-using Calls = std::vector<std::string>;
 using Lines = std::vector<std::string>;
 using Strings = std::vector<std::wstring>;
-using Bytes = std::vector<std::uint8_t>;
+using unit::Bytes;
+using unit::HexBytes;
+using unit::HexText;
 
 class CountingModule : public api::ModuleLock {
  public:
@@ -64,7 +67,11 @@ class Result {
   ~Result() { SafeArrayDestroy(array_); }
   Result(const Result&) = delete;
   Result& operator=(const Result&) = delete;
-  SAFEARRAY** operator&() { return &array_; }  // NOLINT: the place for the call
+  // The place for a call, empty again.
+  SAFEARRAY** operator&() {  // NOLINT: stands for it in calls
+    SafeArrayDestroy(std::exchange(array_, nullptr));
+    return &array_;
+  }
 
   bool IsSet() const { return array_ != nullptr; }
   // The contents; none when no array was made.
@@ -97,6 +104,12 @@ class TestFamily : public CTzDeviceConfigure {
 };
 
 inline LONG OwnPid() { return static_cast<LONG>(GetCurrentProcessId()); }
+// A client of a process of its own, which runs at a test's begin.
+inline constexpr LONG kOther = 0x70000001;
+
+// The processes that run, as the system lists them to this program; none: it cannot tell. Each test
+// begins with its own, kOther and the idle process.
+inline std::optional<std::vector<DWORD>> running_processes;
 
 // One client object over an otherwise empty table.
 class ApiTest : public testing::Test {
@@ -106,7 +119,7 @@ class ApiTest : public testing::Test {
   ~ApiTest() override;
 
   // The log's lines since the last call.
-  Lines TakeLog();
+  Lines TakeLog() { return log_.Take(); }
   // What a failing method leaves there.
   static Lines Failure(const std::string& method, TzErrorCode error);
 
@@ -117,6 +130,15 @@ class ApiTest : public testing::Test {
 
   // The outcome of a call, which itself must go through.
   TzErrorCode Outcome(HRESULT called);
+
+  // Calls one after another, and all that each did: "Identify(3); SUCCESS" is what it called on the
+  // last probe added, and the outcome; then ", mode 4" where that is what is recorded for the first
+  // probe now and was not before, and ": 01 02", the bytes of an array that it stored in result_.
+  struct Told {
+    std::function<HRESULT()> call;
+    std::string told;
+  };
+  void ExpectTold(const std::vector<Told>& calls);
 
   // Calls of the object, with what they give.
   Strings Probes();
@@ -132,12 +154,13 @@ class ApiTest : public testing::Test {
   CTzWirefox* object_ = nullptr;
   RecordingDevice* device_ = nullptr;
   std::int64_t handle_ = 0;
+  Result result_;
   TzErrorCode error_ = TzErrorCode::SUCCESS;  // of the last call
 
  private:
   unit::LogFile log_;
-  std::size_t log_lines_taken_ = 0;
 };
 
+std::string NameOf(TzErrorCode error);
 // For messages of failed expectations.
-void PrintTo(TzErrorCode error, std::ostream* out);
+inline void PrintTo(TzErrorCode error, std::ostream* out) { *out << NameOf(error); }

@@ -1,8 +1,5 @@
-// The list of targets: what is scanned in which interface, and what happens to sessions when the
-// list changes. Chains are scanned over the bench, in bench_test.cpp.
-#include <functional>
-
-#include "api/jtag_chain.h"
+// The list of targets: what is scanned in which interface and how, and what happens to sessions
+// when the list changes. bench_test.cpp scans simulated chains.
 #include "tests/unit/api/api_fixture.h"
 
 namespace {
@@ -22,12 +19,12 @@ class Enumeration : public ApiTest {
 };
 
 TEST_F(Enumeration, EachInterfaceHasItsWayToFindTargets) {
-  const Calls kSwdScan = {"GetDeviceStatus()", "SWD_CReset()", "SWDXfer(A5, room 5)"};
-  const Calls kNoScan = {"GetDeviceStatus()"};
+  const char* const kSwdScan = "GetDeviceStatus(); SWD_CReset(); SWDXfer(A5, room 5); ";
+  const char* const kNoScan = "GetDeviceStatus(); ";
   const struct {
     std::uint8_t active;
     Strings listed;
-    Calls calls;
+    const char* calls;
   } kCases[] = {
       {0, {}, kNoScan},
       {2, {L"000000000"}, kNoScan},  // stands for whatever is connected
@@ -65,92 +62,117 @@ TEST_F(Enumeration, SessionSurvivesScansThatFindTheSameOrCannotStart) {
   EXPECT_EQ(Scan(8), Strings{L"1234BC0A1"});
   EXPECT_EQ(Release(handle_), TzErrorCode::SUCCESS);
   EXPECT_EQ(Scan(8), Strings{L"1234BC0A0"});
+  // A session without an owner is one.
+  ASSERT_EQ(Acquire(L"P1", 0, 0), TzErrorCode::SUCCESS);
+  EXPECT_EQ(Scan(8), Strings{L"1234BC0A1"});
 }
 
 TEST_F(Enumeration, SessionsEndWhenAnythingElseIsFound) {
   const struct {
-    const char* name;
-    std::function<void()> change;
+    const char* what;
+    std::uint8_t active;
+    const char* reply;
+    const char* failing;
   } kChanges[] = {
-      {"another device", [&] { device_->reply[0] = 0x78; }},
-      {"no device", [&] { device_->reply[4] = 4; }},
-      {"a mode without targets", [&] { device_->status_reply[5] = 8; }},
-      {"a placeholder", [&] { device_->status_reply[5] = 2; }},
-      {"a failed reset",
-       [&] {
-         device_->failing = {{"SWD_CReset", 5}};
-       }},
-      {"a failed transfer",
-       [&] {
-         device_->failing = {{"SWDXfer", 8}};
-       }},
+      {"another device", 4, "78 BC 34 12 01", ""},
+      {"no device", 4, "0A BC 34 12 04", ""},
+      {"no answer", 4, "", ""},
+      {"a mode without targets", 8, "", ""},
+      {"a placeholder", 2, "", ""},
+      {"a failed reset", 4, "0A BC 34 12 01", "SWD_CReset"},
+      {"a failed transfer", 4, "0A BC 34 12 01", "SWDXfer"},
   };
-  for (const auto& test : kChanges) {
-    SCOPED_TRACE(test.name);
+  for (const auto& [what, active, reply, failing] : kChanges) {
+    SCOPED_TRACE(what);
     device_->failing.clear();
     device_->reply = kIdcodeReply;
     Scan(4);
     ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
     const HANDLE kept = probe_.targets[0].sessionMutex;
+    EXPECT_TRUE(ReleaseMutex(kept) && WaitForSingleObject(kept, 0) == WAIT_OBJECT_0);
     EXPECT_EQ(Release(handle_), TzErrorCode::SUCCESS);
+    EXPECT_FALSE(ReleaseMutex(kept)) << "an ended session's mutex is still owned";
     ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
     const HANDLE mutex = probe_.targets[0].sessionMutex;
     EXPECT_NE(kept, mutex) << "the value of a handle that a client may still hold";
-    test.change();
-    Scan(device_->status_reply[5]);
+    device_->reply = HexBytes(reply);
+    device_->failing = {{failing, 5}};
+    Scan(active);
     EXPECT_EQ(Release(handle_), TzErrorCode::NOT_ACQUIRED);
     EXPECT_EQ(WaitForSingleObject(kept, 0), WAIT_FAILED) << "an ended session's mutex is open";
     EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_FAILED) << "the session's mutex is still open";
+    EXPECT_TRUE(probe_.endedSessions.empty()) << "will be closed once more";
     for (const TargetRecord& target : probe_.targets) EXPECT_EQ(target.ownerPID, 0u);
   }
 }
 
-// A stream of bits, first bit first.
-Bytes Pack(const std::string& bits) {
-  Bytes bytes((bits.size() + 7) / 8);
-  for (std::size_t i = 0; i < bits.size(); ++i) {
-    if (bits[i] == '1') bytes[i / 8] |= static_cast<std::uint8_t>(1u << (i % 8));
-  }
-  return bytes;
+// The operations of a scan of the chain, in which all bits of its length are then read.
+std::string ChainScan(const std::string& read) {
+  const std::string reset = "JTAG_BufferedIo(16, F0 F0 F0 20, not read, target); ";
+  return "GetDeviceStatus(); JTAG_Reset(); " + reset +
+         "JTAG_BufferedIo(3200, 0F*800, not read, target); "
+         "JTAG_BufferedIo(3200, 00*800, read, target); "
+         "JTAG_BufferedIo(3200, 0F*800, read, target); " +
+         (read.empty() ? "" : reset + "JTAG_BufferedIo(" + read + ", read, target); ");
 }
 
-// The bits of a chain as they leave it: an IDCODE's lowest first, a zero for a device in bypass.
-constexpr std::uint32_t kBypass = 0;
-std::string BitsOf(const std::vector<std::uint32_t>& devices) {
-  std::string bits;
-  for (const std::uint32_t device : devices) {
-    const int length = device == kBypass ? 1 : 32;
-    for (int i = 0; i < length; ++i) bits.push_back((device >> i & 1) != 0 ? '1' : '0');
-  }
-  return bits;
-}
-
-// A chain is read in whole bytes: up to 7 bits at its end stay unread, and count as zeros.
-TEST(JtagChain, BitsAreDividedIntoDevicesLastOutFirstAlsoWhereTheyAreUnread) {
-  const std::uint32_t kA = 0x1BA01477;
-  const std::uint32_t kB = 0x0684617F;
-  const std::uint32_t kTopBitsSet = 0xFBA01477;
+TEST_F(Enumeration, ChainIsResetMeasuredResetAgainAndReadInWholeBytes) {
+  const Strings seven(7, L"000000000");
+  Strings seven_last = seven;
+  seven_last.insert(seven_last.begin(), L"01A014770");
   const struct {
-    const char* name;
-    std::string bits;  // as they leave the chain
-    std::vector<std::uint32_t> ids;
+    // What comes out: ones, then zeros, as long as the chain is; and the chain itself.
+    const char* ones;
+    const char* zeros;
+    const char* bits;
+    Strings listed;
+    std::string read;  // cycles and stream
   } kCases[] = {
-      {"two with IDCODE", BitsOf({kB, kA}), {kA, kB}},
-      {"all in bypass", "00000000", std::vector<std::uint32_t>(8, 0)},
-      {"bypass first out", BitsOf({0, 0, 0, 0, kA, 0, 0, 0, 0}), {0, 0, 0, 0, kA, 0, 0, 0, 0}},
-      {"empty", "", {}},
-      {"IDCODE first out, bypass unread", BitsOf({kA, 0}), {0, kA}},
-      {"bypass first out, top bit of the IDCODE unread", BitsOf({0, kA}), {kA, 0}},
-      {"seven bits of the IDCODE unread",
-       BitsOf({0, 0, 0, 0, 0, 0, 0, kTopBitsSet}),
-       {kTopBitsSet & 0x01FFFFFF, 0, 0, 0, 0, 0, 0, 0}},
-      {"nothing read at all", "000", {0, 0, 0}},
+      {"FF*8 00*392",
+       "00*8 FF*392",
+       "7F 61 84 06 77 14 A0 1B",
+       {L"1BA014770", L"0684617F0"},
+       "64, 00*16"},
+      {"FF 00*399", "00 FF*399", "00", Strings(8, L"000000000"), "8, 00 00"},
+      {"FF*400", "00*400", "FF*400", Strings(100, L"FFFFFFFF0"), "3200, 00*800"},
+      // Bits that are not read count as zeros: devices in bypass, or top bits of an IDCODE.
+      {"FF*4 01 00*395", "00*4 FE FF*395", "77 14 A0 1B", {L"000000000", L"1BA014770"}, "32, 00*8"},
+      {"FF*4 01 00*395", "00*4 FE FF*395", "EE 28 40 37", {L"1BA014770", L"000000000"}, "32, 00*8"},
+      {"FF*4 7F 00*395", "00*4 80 FF*395", "80 3B 0A D0", seven_last, "32, 00*8"},
+      {"7F 00*399", "80 FF*399", "FF", seven, "0, "},
+      // Without an end of the zeros, the ones count.
+      {"FF*4 00*396", "00*400", "77 14 A0 1B", {L"1BA014770"}, "32, 00*8"},
+      // No chain; one without an end; and zeros that are not as long as the ones.
+      {"00*400", "00*400", "", {}, ""},
+      {"FF*400", "FF*400", "", {}, ""},
+      {"FF*8 00*392", "00*8 FE FF*391", "", {}, ""},
+      {"FF*8 00*392", "00*7 80 FF*392", "", {}, ""},
   };
-  for (const auto& test : kCases) {
-    Bytes received = Pack(test.bits.substr(0, test.bits.size() / 8 * 8));
-    received.shrink_to_fit();  // so that a read beyond it shows
-    EXPECT_EQ(api::ParseChain(received, static_cast<std::uint32_t>(test.bits.size())), test.ids)
-        << test.name;
+  for (const auto& [ones, zeros, bits, listed, read] : kCases) {
+    SCOPED_TRACE(std::string(ones) + ", " + zeros + ", " + bits);
+    device_->tdo = {HexBytes(ones), HexBytes(zeros), HexBytes(bits)};
+    EXPECT_EQ(Scan(1), listed);
+    EXPECT_EQ(device_->TakeCalls(), ChainScan(read));
+  }
+}
+
+TEST_F(Enumeration, ChainScanEndsWithItsFirstFailureAndAllSessionsWithIt) {
+  const std::string whole = ChainScan("64, 00*16");
+  const auto scan = [&](int failing_call) {
+    device_->tdo = {HexBytes("FF*8 00*392"), HexBytes("00*8 FF*392"),
+                    HexBytes("7F 61 84 06 77 14 A0 1B")};
+    device_->failing_call = failing_call;
+    return Scan(1);
+  };
+  std::size_t end = whole.find("; ") + 2;
+  for (int call = 1; end < whole.size(); ++call) {
+    scan(-1);
+    device_->TakeCalls();
+    ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
+    end = whole.find("; ", end) + 2;
+    EXPECT_EQ(scan(call), Strings{});
+    EXPECT_EQ(device_->TakeCalls(), whole.substr(0, end));
+    EXPECT_EQ(Release(handle_), TzErrorCode::NOT_ACQUIRED);
   }
 }
 

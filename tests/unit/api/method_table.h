@@ -36,10 +36,10 @@ enum class Blocked { kNever, kByAnotherOwner, kByAnyOwner };
 struct Method {
   const char* name;  // in the log
   std::function<HRESULT(CTzWirefox&, Call&)> call;
+  // The operations of the probe that it calls, as they are recorded; JTAG alone goes past that.
+  std::string calls = {};
   By by = By::kName;
   Blocked blocked = Blocked::kNever;
-  // The operations of the probe that it calls, in order; JTAG alone goes past the recording.
-  std::vector<std::string> operations = {};
   std::vector<std::uint32_t> modes = {};  // recorded modes that it accepts; all when empty
   // For those that take bytes: the result's size for so many, and whether there is a result even
   // when the bytes cannot be had.
@@ -52,3 +52,11 @@ struct Method {
 
 // Their calls have arguments that reach the probe.
 const std::vector<Method>& Methods();
+
+// The method of two forms.
+using PortAcquireByName = HRESULT (STDMETHODCALLTYPE CTzWirefox::*)(BSTR, TzProgrammingMode, LONG,
+                                                                    CHAR, LONG, LONG, LONG,
+                                                                    TzErrorCode*);
+using PortAcquireByHandle = HRESULT (STDMETHODCALLTYPE CTzWirefox::*)(TzProgrammingMode, LONG, CHAR,
+                                                                      LONG, LONG, LONG,
+                                                                      std::int64_t, TzErrorCode*);

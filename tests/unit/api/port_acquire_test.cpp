@@ -7,71 +7,53 @@ class PortAcquire : public ApiTest {
  protected:
   PortAcquire() : probe_(AddProbe(L"P1")) { SetTargets(probe_, {0x11}); }
 
-  TzErrorCode ByName(TzProgrammingMode mode, LONG key, CHAR write_key, LONG retries) {
-    return Outcome(object_->PortAcquire(Text(L"P1"), mode, key, write_key, kAddress, kTestKey,
-                                        retries, &error_));
-  }
-
-  TzErrorCode Status(Bytes response, CHAR abort = 0) {
-    device_->reply = std::move(response);
-    status_ = 77;
-    return Outcome(object_->GetPortAcquireStatus(Text(L"P1"), abort, &status_, &error_));
+  // Through the session, once there is one.
+  Told Start(std::int32_t mode, LONG key, CHAR write_key, LONG retries, const std::string& told) {
+    return {[=, this] {
+              const auto way = TzProgrammingMode(mode);
+              return handle_ == 0 ? object_->PortAcquire(name_, way, key, write_key, kAddress,
+                                                         kTestKey, retries, &error_)
+                                  : object_->PortAcquire(way, key, write_key, kAddress, kTestKey,
+                                                         retries, handle_, &error_);
+            },
+            told};
   }
 
   static constexpr LONG kAddress = 0x11223344;
   static constexpr auto kTestKey = static_cast<LONG>(0xAABBCCDD);
   ProbeEntry& probe_;
-  LONG status_ = 0;
+  Text name_{L"P1"};
 };
 
 TEST_F(PortAcquire, StagesTheKeyWritesAndTheRead) {
-  const struct {
-    TzProgrammingMode mode;
-    LONG key;
-    CHAR write_key;
-    LONG retries;
-    const char* setup;
-    const char* staged;
-  } kCases[] = {
-      {TzProgrammingMode::RESET, 0, 1, 300, "SetupPortAcquire(300, xres)",
-       "StageSWDCommand(8B 44 33 22 11 BB DD CC BB AA A5)"},
-      {TzProgrammingMode::RESET, 12345, -1, 1, "SetupPortAcquire(1, xres)",
-       "StageSWDCommand(8B 44 33 22 11 BB DD CC BB AA A5)"},
-      {TzProgrammingMode::POWER_CYCLE, 0, 0, 50, "SetupPortAcquire(50, no xres)",
-       "StageSWDCommand(A5)"},
-      {TzProgrammingMode::VOLTAGE_SENSE, 0, 0, 50, "SetupPortAcquire(0, no xres)",
-       "StageSWDCommand(A5)"},
-      {TzProgrammingMode(7), 0, 0, 9, "SetupPortAcquire(9, no xres)", "StageSWDCommand(A5)"},
-  };
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(test.setup);
-    const Calls calls = {test.setup, test.staged, "BeginPortAcquire()"};
-    EXPECT_EQ(ByName(test.mode, test.key, test.write_key, test.retries), TzErrorCode::SUCCESS);
-    EXPECT_EQ(device_->TakeCalls(), calls);
-    // By handle the owner may do the same.
+  const std::string with_key = "StageSWDCommand(8B 44 33 22 11 BB DD CC BB AA A5); ";
+  const std::string read = "StageSWDCommand(A5); ";
+  const std::string begin = "BeginPortAcquire(); SUCCESS";
+  for (int round = 0; round < 2; ++round) {
+    ExpectTold({
+        Start(0, 0, 1, 300, "SetupPortAcquire(300, xres); " + with_key + begin),
+        Start(0, 12345, -1, 1, "SetupPortAcquire(1, xres); " + with_key + begin),
+        Start(1, 0, 0, 50, "SetupPortAcquire(50, no xres); " + read + begin),
+        Start(2, 0, 0, 50, "SetupPortAcquire(0, no xres); " + read + begin),
+        Start(7, 0, 0, 9, "SetupPortAcquire(9, no xres); " + read + begin),
+    });
     ASSERT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
-    EXPECT_EQ(Outcome(object_->PortAcquire(test.mode, test.key, test.write_key, kAddress, kTestKey,
-                                           test.retries, handle_, &error_)),
-              TzErrorCode::SUCCESS);
-    EXPECT_EQ(device_->TakeCalls(), calls);
-    EXPECT_EQ(Release(handle_), TzErrorCode::SUCCESS);
   }
 }
 
 TEST_F(PortAcquire, RefusedStartFetchesTheResponseAndFailsWhateverItSays) {
   device_->failing = {{"BeginPortAcquire", 3}};
-  const Bytes kGood = {1, 1, 1, 1, 1, 1, 1};
-  for (const Bytes& response : {kGood, Bytes{1}}) {
-    device_->reply = response;
-    TakeLog();
-    EXPECT_EQ(ByName(TzProgrammingMode::RESET, 0, 0, 1), TzErrorCode::WFX_ERROR);
-    EXPECT_EQ(device_->TakeCalls().back(), "RetrievePortAcquireResponse(100)");
-    Lines lines = Failure("PortAcquire", TzErrorCode::WFX_ERROR);
-    Lines query = Failure("GetPortAcquireStatus", TzErrorCode::WFX_ERROR);
-    if (response == kGood) query.pop_back();
-    lines.insert(lines.begin() + 1, query.begin(), query.end());
-    EXPECT_EQ(TakeLog(), lines);
-  }
+  const std::string told =
+      "SetupPortAcquire(1, xres); StageSWDCommand(A5); BeginPortAcquire(); "
+      "RetrievePortAcquireResponse(room 100); WFX_ERROR";
+  const Lines start = Failure("PortAcquire", TzErrorCode::WFX_ERROR);
+  const Lines query = Failure("GetPortAcquireStatus", TzErrorCode::WFX_ERROR);
+  device_->reply = {1};
+  ExpectTold({Start(0, 0, 0, 1, told)});
+  EXPECT_EQ(TakeLog(), (Lines{start[0], query[0], query[1], start[1]}));
+  device_->reply.assign(7, 1);
+  ExpectTold({Start(0, 0, 0, 1, told)});
+  EXPECT_EQ(TakeLog(), (Lines{start[0], query[0], start[1]}));
 }
 
 TEST_F(PortAcquire, ResponseIsJudgedByItsTwoStatusBytes) {
@@ -90,21 +72,23 @@ TEST_F(PortAcquire, ResponseIsJudgedByItsTwoStatusBytes) {
       {{0, 0, 0, 1, 2, 3, 4, 5, 1}, true},  // counted from its end
       {Bytes(200, 1), true},                // the probe fills all the room
   };
+  LONG status = 77;
+  const auto told = [&](CHAR abort, bool answered) -> Told {
+    return {[&, abort] { return object_->GetPortAcquireStatus(name_, abort, &status, &error_); },
+            std::string("RetrievePortAcquireResponse(room 100); ") +
+                (answered ? "SUCCESS" : "WFX_ERROR")};
+  };
   for (const auto& test : kCases) {
-    SCOPED_TRACE(Hex(test.response));
+    device_->reply = test.response;
     for (const CHAR abort : {0, 1}) {
-      EXPECT_EQ(Status(test.response, abort),
-                test.answered ? TzErrorCode::SUCCESS : TzErrorCode::WFX_ERROR);
-      EXPECT_EQ(status_, test.answered ? 0 : 1);
-      EXPECT_EQ(device_->TakeCalls(), Calls{"RetrievePortAcquireResponse(100)"});
+      status = 77;
+      ExpectTold({told(abort, test.answered)});
+      EXPECT_EQ(status, test.answered ? 0 : 1) << HexText(test.response);
     }
   }
-}
-
-TEST_F(PortAcquire, LengthBeyondTheRoomIsNoAnswer) {
-  device_->extra_reported = 1;
-  EXPECT_EQ(Status(Bytes(100, 1)), TzErrorCode::WFX_ERROR);
-  EXPECT_EQ(status_, 1);
+  device_->extra_reported = 1;  // a length beyond the room
+  ExpectTold({told(0, false)});
+  EXPECT_EQ(status, 1);
 }
 
 }  // namespace

@@ -7,9 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
+#include <deque>
 #include <map>
-#include <span>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -17,6 +16,7 @@
 
 #include "config/device_table.h"
 #include "device/device.h"
+#include "tests/unit/hex_bytes.h"
 
 // Whether this thread holds the device-table lock.
 inline bool HoldsTableLock() {
@@ -28,35 +28,27 @@ inline bool HoldsTableLock() {
   return held;
 }
 
-// "8B 44 33", empty for no bytes; only their number when they are many.
-inline std::string Hex(std::span<const std::uint8_t> bytes) {
-  if (bytes.size() > 4096) return std::to_string(bytes.size()) + " bytes";
-  std::string text;
-  for (const std::uint8_t byte : bytes) {
-    char digits[4];
-    std::snprintf(digits, sizeof(digits), "%02X", static_cast<unsigned>(byte));
-    if (!text.empty()) text += ' ';
-    text += digits;
-  }
-  return text;
-}
-
-// Calls read like "SetMode(4, external)". Byte buffers show as hex, their lengths by themselves.
+// Calls read like "SetMode(4, external)", byte buffers as hex; those for a reply also show what
+// they hold before it, unless that is zeros alone.
 class RecordingDevice : public CTzDevice {
  public:
   RecordingDevice() : CTzDevice(0, false) {}
 
-  std::vector<std::string> TakeCalls() { return std::exchange(calls_, {}); }
+  // The calls since the last time, each followed by "; ".
+  std::string TakeCalls() { return std::exchange(calls_, {}); }
 
-  // Statuses by the operation's name; 0 where none is set.
+  // Statuses by the operation's name; 0 where none is set. `failing_call` is the number of the one
+  // that fails among those that come.
   std::map<std::string, std::uint32_t> failing;
+  int failing_call = -1;
 
   // What the reading operations give, also when they fail where the real ones may.
   std::array<std::uint8_t, probe::kStatusReplySize> status_reply = {};
   std::uint32_t clock_code = 0;
-  std::vector<std::uint8_t> reply;   // SWDXfer, I2CXfer, BulkXfer IN, XferData IN, GetSWVData and
+  unit::Bytes reply;                 // SWDXfer, I2CXfer, BulkXfer IN, XferData IN, GetSWVData and
                                      // RetrievePortAcquireResponse, cut to the room
   std::uint32_t extra_reported = 0;  // added to the count that the last of these reports
+  std::deque<unit::Bytes> tdo;       // one after another, of the streams that are read
 
   std::uint32_t SetMode(std::uint32_t mode, bool external) override {
     return Record("SetMode", mode, external ? "external" : "internal");
@@ -77,51 +69,58 @@ class RecordingDevice : public CTzDevice {
     return Record("SetupPortAcquire", retries, usexres ? "xres" : "no xres");
   }
   std::uint32_t StageSWDCommand(std::uint32_t num_tx_bytes, const std::uint8_t* reqdata) override {
-    return Record("StageSWDCommand", Hex({reqdata, num_tx_bytes}));
+    return Record("StageSWDCommand", Hex(reqdata, num_tx_bytes));
   }
   std::uint32_t BeginPortAcquire() override { return Record("BeginPortAcquire"); }
   std::uint32_t RetrievePortAcquireResponse(std::uint32_t& num_rx_bytes,
                                             std::uint8_t* respdata) override {
-    const std::uint32_t room = num_rx_bytes;
-    Answer(respdata, num_rx_bytes);
+    const std::string room = Answer(respdata, num_rx_bytes);
     return Record("RetrievePortAcquireResponse", room);
+  }
+  std::uint32_t JTAG_BufferedIo(std::int32_t bitcount, const std::uint8_t* tmstdi, bool want_read,
+                                std::uint8_t* received, bool loopback) override {
+    const std::size_t reply_bytes = (static_cast<std::size_t>(bitcount) + 7) / 8;
+    if (want_read && !tdo.empty()) {
+      std::copy_n(tdo.front().begin(), std::min(reply_bytes, tdo.front().size()), received);
+      tdo.pop_front();
+    }
+    return Record("JTAG_BufferedIo", bitcount, Hex(tmstdi, 2 * reply_bytes),
+                  want_read ? "read" : "not read", loopback ? "loopback" : "target");
   }
   std::uint32_t SWDXfer(std::uint32_t num_tx_bytes, const std::uint8_t* reqdata,
                         std::uint32_t& num_rx_bytes, std::uint8_t* resultdata) override {
-    const std::string room = "room " + std::to_string(num_rx_bytes);
-    Answer(resultdata, num_rx_bytes);
-    return Record("SWDXfer", Hex({reqdata, num_tx_bytes}), room);
+    const std::string room = Answer(resultdata, num_rx_bytes);
+    return Record("SWDXfer", Hex(reqdata, num_tx_bytes), room);
   }
   std::uint32_t I2CXfer(std::uint32_t num_tx_bytes, const std::uint8_t* reqdata,
                         std::uint8_t restartPos, std::uint32_t& num_rx_bytes,
                         std::uint8_t* resultdata) override {
-    const std::string room = "room " + std::to_string(num_rx_bytes);
-    Answer(resultdata, num_rx_bytes);
-    return Record("I2CXfer", Hex({reqdata, num_tx_bytes}), "restart " + std::to_string(restartPos),
+    const std::string room = Answer(resultdata, num_rx_bytes);
+    return Record("I2CXfer", Hex(reqdata, num_tx_bytes), "restart " + std::to_string(restartPos),
                   room);
   }
   std::uint32_t BulkXfer(std::uint8_t endpt, std::uint8_t* bfr, std::uint32_t& len,
                          std::uint32_t mode) override {
-    const std::string sent = Hex({bfr, len});
+    const std::string sent = Hex(bfr, len);
     if ((endpt & probe::kEndpointInBit) != 0) Answer(bfr, len);
-    return Record("BulkXfer", Hex({&endpt, 1}), sent, "mode " + std::to_string(mode));
+    return Record("BulkXfer", Hex(&endpt, 1), sent, "mode " + std::to_string(mode));
   }
   std::uint32_t XferData(std::uint32_t Direction, std::uint8_t ReqCode, std::uint16_t Value,
                          std::uint16_t Index, std::uint8_t* Bfr, std::uint32_t Len) override {
-    const std::string sent = "out " + Hex({Bfr, Len});
+    const std::string sent = Hex(Bfr, Len);
     const bool in = Direction == probe::kProbeToHost;
-    std::uint32_t size = Len;
-    if (in) Answer(Bfr, size);
-    return Record("XferData", in ? "in" : sent, Hex({&ReqCode, 1}), Value, Index, Len);
+    if (in) Answer(Bfr, Len);
+    return Record("XferData", in ? "in" : "out", Hex(&ReqCode, 1), Value, Index, sent);
   }
   std::uint32_t JTAG_SetClock(std::uint32_t code) override { return Record("JTAG_SetClock", code); }
   std::uint32_t JTAG_GetClock(std::uint32_t* code) override {
     *code = clock_code;
     return Record("JTAG_GetClock");
   }
+  std::uint32_t JTAG_Reset() override { return Record("JTAG_Reset"); }
   std::uint32_t SWD_CReset() override { return Record("SWD_CReset"); }
   std::uint32_t SetTimeout(std::uint8_t endpt, std::uint32_t timeout) override {
-    return Record("SetTimeout", Hex({&endpt, 1}), timeout);
+    return Record("SetTimeout", Hex(&endpt, 1), timeout);
   }
   std::uint32_t SetActiveIOConnector(std::uint16_t select) override {
     return Record("SetActiveIOConnector", select);
@@ -139,23 +138,40 @@ class RecordingDevice : public CTzDevice {
   }
 
  private:
+  static std::string Hex(const std::uint8_t* bytes, std::size_t count) {
+    return unit::HexText(unit::Bytes(bytes, bytes + count));
+  }
+
+  // Leaves no zeros on the stack, so that a buffer which the caller does not clear shows.
+  [[gnu::noinline]] static void SoilStack() {
+    volatile std::uint8_t scrap[16384];
+    for (volatile std::uint8_t& byte : scrap) byte = 0xEE;
+  }
+
   template <typename... Arguments>
   std::uint32_t Record(const std::string& operation, const Arguments&... arguments) {
     std::ostringstream call;
     call << (HoldsTableLock() ? "" : "without the lock: ") << operation << "(";
     [[maybe_unused]] const char* separator = "";  // unused where there are no arguments
     ((call << std::exchange(separator, ", ") << arguments), ...);
-    call << ")";
-    calls_.push_back(call.str());
+    calls_ += call.str() + "); ";
+    SoilStack();
+    if (failing_call-- == 0) return 997;
     const auto found = failing.find(operation);
     return found != failing.end() ? found->second : 0;
   }
 
-  void Answer(std::uint8_t* room, std::uint32_t& size) {
+  // Gives the reply. Says what was asked for.
+  std::string Answer(std::uint8_t* room, std::uint32_t& size) {
+    std::string asked = "room " + std::to_string(size);
+    if (std::any_of(room, room + size, [](std::uint8_t byte) { return byte != 0; })) {
+      asked += " with " + Hex(room, size);
+    }
     const auto count = std::min<std::size_t>(size, reply.size());
     std::copy_n(reply.begin(), count, room);
     size = static_cast<std::uint32_t>(count) + extra_reported;
+    return asked;
   }
 
-  std::vector<std::string> calls_;
+  std::string calls_;
 };

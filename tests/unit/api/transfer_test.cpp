@@ -26,31 +26,25 @@ class Transfer : public ApiTest {
     EXPECT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
   }
 
-  // The result's bytes, and the outcome in error_.
-  std::optional<Bytes> Swd(const Bytes& requests) {
-    Result result;
-    EXPECT_EQ(object_->SendSwdPacket(Array(requests), handle_, &result, &error_), S_OK);
-    return result.AsBytes();
+  Told Swd(const char* requests, const std::string& told) {
+    return {[=, this] {
+              return object_->SendSwdPacket(Array(HexBytes(requests)), handle_, &result_, &error_);
+            },
+            told};
   }
-
-  std::optional<Bytes> I2c(const Bytes& packet, LONG restart) {
-    Result result;
-    EXPECT_EQ(object_->SendI2CPacket(Array(packet), handle_, restart, &result, &error_), S_OK);
-    return result.AsBytes();
+  Told I2c(const char* packet, LONG restart, const char* told) {
+    return {[=, this] {
+              return object_->SendI2CPacket(Array(HexBytes(packet)), handle_, restart, &result_,
+                                            &error_);
+            },
+            told};
   }
-
-  std::optional<Bytes> Bulk(std::int32_t endpoint, const Bytes& data, CHAR read) {
-    Result result;
-    EXPECT_EQ(object_->BulkTransfer(TzWirefoxEndPoint(endpoint), Array(data), read, handle_,
-                                    &result, &error_),
-              S_OK);
-    return result.AsBytes();
-  }
-
-  std::optional<Bytes> Swv() {
-    Result result;
-    EXPECT_EQ(object_->RequestSwvPackets(handle_, &result, &error_), S_OK);
-    return result.AsBytes();
+  Told Bulk(std::int32_t endpoint, const char* data, CHAR read, const char* told) {
+    return {[=, this] {
+              return object_->BulkTransfer(TzWirefoxEndPoint(endpoint), Array(HexBytes(data)), read,
+                                           handle_, &result_, &error_);
+            },
+            told};
   }
 
   ProbeEntry& probe_;
@@ -59,83 +53,61 @@ class Transfer : public ApiTest {
 TEST_F(Transfer, SwdReplyHasFiveBytesForAReadAndOneForAWrite) {
   probe_.mode = 4;
   device_->reply = {0x77, 0x14, 0xA0, 0x2B, 1, 1, 0xEE, 0xEE};
-  const struct {
-    Bytes requests;
-    Bytes reply;
-  } kCases[] = {
-      {{0xA5}, {0x77, 0x14, 0xA0, 0x2B, 1}},
-      {{0xA5, 0x81, 1, 2, 3, 4}, {0x77, 0x14, 0xA0, 0x2B, 1, 1}},
+  ExpectTold({
+      Swd("A5", "SWDXfer(A5, room 512); SUCCESS: 77 14 A0 2B 01"),
+      Swd("A5 81 01 02 03 04", "SWDXfer(A5 81 01 02 03 04, room 512); SUCCESS: 77 14 A0 2B 01 01"),
       // A write's data is no request, whatever it looks like.
-      {{0x81, 0xA5, 0xA5, 0xA5, 0xA5}, {0x77}},
+      Swd("81 A5 A5 A5 A5", "SWDXfer(81 A5 A5 A5 A5, room 512); SUCCESS: 77"),
       // Cut short: after its header, within its data.
-      {{0x81}, {0x77}},
-      {{0x81, 0xA5, 0xA5}, {0x77}},
-      {{0xA5, 0x81, 1, 2}, {0x77, 0x14, 0xA0, 0x2B, 1, 1}},
-      {{}, {}},
-  };
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(Hex(test.requests));
-    EXPECT_EQ(Swd(test.requests), test.reply);
-    EXPECT_EQ(error_, TzErrorCode::SUCCESS);
-    EXPECT_EQ(device_->TakeCalls(), Calls{"SWDXfer(" + Hex(test.requests) + ", room 512)"});
-  }
-}
-
-TEST_F(Transfer, LongSwdReplyGetsAllTheRoomItNeeds) {
-  probe_.mode = 12;
-  for (const std::size_t reads : {102u, 103u, 1000u}) {
-    device_->reply.assign(5 * reads, 0x5A);
-    const Bytes requests(reads, 0xA5);
-    EXPECT_EQ(Swd(requests), device_->reply) << reads;
-    const std::string room = std::to_string(std::max<std::size_t>(512, 5 * reads));
-    EXPECT_EQ(device_->TakeCalls(), Calls{"SWDXfer(" + Hex(requests) + ", room " + room + ")"});
-  }
-}
-
-TEST_F(Transfer, SwdFailureGivesWhatHadArrived) {
-  probe_.mode = 4;
-  device_->failing = {{"SWDXfer", 8}};
+      Swd("81", "SWDXfer(81, room 512); SUCCESS: 77"),
+      Swd("A5 81 01 02", "SWDXfer(A5 81 01 02, room 512); SUCCESS: 77 14 A0 2B 01 01"),
+      Swd("", "SWDXfer(, room 512); SUCCESS: "),
+  });
+  // A long reply gets all the room that it needs.
+  device_->reply.assign(5000, 0x5A);
+  ExpectTold({
+      Swd("A5*102", "SWDXfer(A5*102, room 512); SUCCESS: 5A*510"),
+      Swd("A5*103", "SWDXfer(A5*103, room 515); SUCCESS: 5A*515"),
+      Swd("A5*1000", "SWDXfer(A5*1000, room 5000); SUCCESS: 5A*5000"),
+  });
+  // A failure gives what had arrived.
   device_->reply = {9, 8};
-  EXPECT_EQ(Swd({0xA5}), (Bytes{9, 8, 0, 0, 0}));
-  EXPECT_EQ(error_, TzErrorCode::WFX_ERROR);
+  device_->failing = {{"SWDXfer", 8}};
+  ExpectTold({Swd("A5", "SWDXfer(A5, room 512); WFX_ERROR: 09 08 00 00 00"),
+              Swd("A5*103", "SWDXfer(A5*103, room 515); WFX_ERROR: 09 08 00*513")});
 }
 
 TEST_F(Transfer, I2cReplyHasTwoBytesMoreThanThePacket) {
   probe_.mode = 2;
   device_->reply = {7, 6, 5, 4, 3, 2, 1};
-  EXPECT_EQ(I2c({1, 2, 3, 4}, 0x83), (Bytes{7, 6, 5, 4, 3, 2}));
-  EXPECT_EQ(device_->TakeCalls(), Calls{"I2CXfer(01 02 03 04, restart 131, room 6)"});
+  ExpectTold({I2c("01 02 03 04", 0x83,
+                  "I2CXfer(01 02 03 04, restart 131, room 6); SUCCESS: 07 06 05 04 03 02")});
   device_->reply = {7};
-  EXPECT_EQ(I2c({}, 0x101), (Bytes{7, 0}));
-  EXPECT_EQ(device_->TakeCalls(), Calls{"I2CXfer(, restart 1, room 2)"});
+  ExpectTold({I2c("", 0x101, "I2CXfer(, restart 1, room 2); SUCCESS: 07 00")});
 }
 
 TEST_F(Transfer, BulkTransferAddressesTheEndpointByDirection) {
   probe_.mode = 272;
   device_->reply = {9, 8};
-  const Bytes data = {1, 2, 3};
-  EXPECT_EQ(Bulk(6, data, 1), (Bytes{9, 8, 3}));
-  EXPECT_EQ(Bulk(1, data, 0), (Bytes{1, 2, 3}));
-  EXPECT_EQ(Bulk(0x101, data, 0), (Bytes{1, 2, 3}));
-  EXPECT_EQ(Bulk(0x81, data, 0), (Bytes{9, 8, 3}));
-  EXPECT_EQ(Bulk(2, {}, 0), Bytes{});
-  EXPECT_EQ(device_->TakeCalls(),
-            (Calls{"BulkXfer(86, 01 02 03, mode 272)", "BulkXfer(01, 01 02 03, mode 272)",
-                   "BulkXfer(01, 01 02 03, mode 272)", "BulkXfer(81, 01 02 03, mode 272)",
-                   "BulkXfer(02, , mode 272)"}));
+  ExpectTold({
+      Bulk(6, "01 02 03", 1, "BulkXfer(86, 01 02 03, mode 272); SUCCESS: 09 08 03"),
+      Bulk(6, "01 02 03", 2, "BulkXfer(86, 01 02 03, mode 272); SUCCESS: 09 08 03"),
+      Bulk(1, "01 02 03", 0, "BulkXfer(01, 01 02 03, mode 272); SUCCESS: 01 02 03"),
+      Bulk(0x101, "01 02 03", 0, "BulkXfer(01, 01 02 03, mode 272); SUCCESS: 01 02 03"),
+      Bulk(0x81, "01 02 03", 0, "BulkXfer(81, 01 02 03, mode 272); SUCCESS: 09 08 03"),
+      Bulk(2, "", 0, "BulkXfer(02, , mode 272); SUCCESS: "),
+  });
 }
 
 TEST_F(Transfer, TraceBytesComeAsTheyAreCollectedAndEtmModeHasNoArray) {
+  const auto swv = [&] { return object_->RequestSwvPackets(handle_, &result_, &error_); };
   probe_.mode = 12;
   device_->reply = {1, 2, 3};
-  EXPECT_EQ(Swv(), (Bytes{1, 2, 3}));
+  ExpectTold({{swv, "GetSWVData(); SUCCESS: 01 02 03"}});
   device_->reply.clear();
-  EXPECT_EQ(Swv(), Bytes{});
-  EXPECT_EQ(error_, TzErrorCode::SUCCESS);
+  ExpectTold({{swv, "GetSWVData(); SUCCESS: "}});
   probe_.mode = 32;
-  Result none;
-  EXPECT_EQ(Outcome(object_->RequestEtmPackets(handle_, &none, &error_)), TzErrorCode::SUCCESS);
-  EXPECT_FALSE(none.IsSet());
+  ExpectTold({{[&] { return object_->RequestEtmPackets(handle_, &result_, &error_); }, "SUCCESS"}});
 }
 
 }  // namespace

@@ -34,12 +34,6 @@ Bytes LongStream(std::size_t count) {
   return stream;
 }
 
-TEST_F(StreamTest, NoCyclesMeanNoTraffic) {
-  EXPECT_EQ(device_.JTAG_BufferedIo(0, nullptr, true, nullptr, false), 0U);
-  EXPECT_EQ(device_.JTAG_BufferedIo(-5, nullptr, false, nullptr, false), 0U);
-  EXPECT_EQ(device_.JTAG_BufferedIoBytes({}, true, nullptr, false), 0U);
-}
-
 // With the reply wanted or not, and with the driver's direct and buffered transfers alike.
 TEST_F(StreamTest, CyclesTravelInChunksAndAFailureOfOneIsToldAtTheEnd) {
   const struct {
@@ -51,6 +45,8 @@ TEST_F(StreamTest, CyclesTravelInChunksAndAFailureOfOneIsToldAtTheEnd) {
     std::string script;
     const char* tdo;
   } cases[] = {
+      {"no cycles mean no traffic", 0, false, 0, 0, "", ""},
+      {"nor does less than none", -5, false, 0, 0, "", ""},
       {"five cycles as a whole pair of bytes", 5, false, 0, 0,
        Announced("05", "80") + "out 02 : 11 11 -> ok\n in 84 1 -> 5A", "5A"},
       {"with loopback", 5, true, 0, 0,
@@ -102,8 +98,7 @@ TEST_F(StreamTest, CyclesTravelInChunksAndAFailureOfOneIsToldAtTheEnd) {
       EXPECT_EQ(HexText(tdo), want_read ? expected : HexText(Bytes(reply_bytes, 0xEE)));
       const std::string last =
           "[CTzDevice::JTAG_BufferedIo]Error " + std::to_string(status) + " occured.";
-      const std::vector<std::string> errors = TakeErrors();
-      EXPECT_EQ(errors.empty() ? "" : errors.back(), status == 0 ? "" : last);
+      EXPECT_EQ(log_.Take().back() == last, status != 0);
     }
   }
 }
@@ -114,6 +109,7 @@ TEST_F(StreamTest, OddNumberOfBytesIsCompletedWithALowByteAndReadNoFurther) {
     bool loopback;
     std::string script;
   } cases[] = {
+      {0, false, ""},
       {4, true, Announced("10", "C0") + "out 02 : 11 11 11 11 -> ok\n in 84 2 -> A1 A2"},
       {3, false, Announced("0C", "80") + "out 02 : 11 11 11 00 -> ok\n in 84 2 -> A1 A2"},
       {8195, false,
@@ -124,7 +120,7 @@ TEST_F(StreamTest, OddNumberOfBytesIsCompletedWithALowByteAndReadNoFurther) {
     Bytes tdo((count + 1) / 2);
     bus_.Play(script);
     EXPECT_EQ(device_.JTAG_BufferedIoBytes(LongStream(count), true, tdo.data(), loopback), 0U);
-    EXPECT_EQ(tdo.back(), 0xA2);
+    EXPECT_TRUE(tdo.empty() || tdo.back() == 0xA2);
   }
 }
 
@@ -154,9 +150,7 @@ TEST_F(StreamTest, SwdPacketReportsWhatCameBackAndAFailedOneClearsBothPipes) {
     ASSERT_LE(length, asked);
     reply.resize(length);
     EXPECT_EQ(HexText(reply), expected);
-    EXPECT_EQ(TakeErrors(), status == 0
-                                ? std::vector<std::string>{}
-                                : std::vector<std::string>{"[CTzDevice::SWDXfer]Error 8 occured."});
+    EXPECT_EQ(log_.Take().back() == "[CTzDevice::SWDXfer]Error 8 occured.", status != 0);
   }
 }
 
@@ -208,12 +202,8 @@ TEST_F(StreamTest, SwvDataIsAppendedAndNothingWithinTheTimeoutIsAFailure) {
   EXPECT_EQ(HexText(data), "AA 01 02 03");
 }
 
-class NoReplyEndpointTest : public ProbeTest {
- protected:
-  NoReplyEndpointTest() : ProbeTest({.endpoints = {0x02}}) {}
-};
-
-TEST_F(NoReplyEndpointTest, ExchangesAreRefusedBeforeAnythingIsSent) {
+TEST_F(ProbeTest, WithoutAReplyEndpointExchangesAreRefusedBeforeAnythingIsSent) {
+  bus_.SetDevices({{.endpoints = {0x02}}});
   CTzDevice device(0, false);
   std::array<std::uint8_t, 2> bytes{};
   std::uint32_t length = 2;

@@ -5,7 +5,6 @@
 #include "device/evk_device.h"
 #include "device/wfx_device.h"
 #include "tests/unit/device/probe_test.h"
-#include "usb/usb_endpoint.h"
 
 namespace {
 
@@ -13,7 +12,6 @@ namespace {
 constexpr char kPowered[] = "C0 56 00 00 00 00 0F 00 -> 00 00 4B 00 00*11\n";
 constexpr char kUnpowered[] = "C0 56 00 00 00 00 0F 00 -> 00 00 4A 00 00*11\n";
 constexpr char kPowerStalls[] = "C0 56 00 00 00 00 0F 00 -> stall\n";
-constexpr std::uint32_t kI2c = 2;
 
 // The switch to I2C mode, with what register 8 and the old replies are read as.
 std::string I2cMode(const std::string& restart_register, const std::string& old_replies) {
@@ -24,10 +22,6 @@ std::string I2cMode(const std::string& restart_register, const std::string& old_
 
 class WirefoxTest : public ProbeTest {
  protected:
-  std::uint32_t TimeoutOf(std::uint8_t endpoint) {
-    return device_.GetEndPoint(endpoint)->TimeoutMs();
-  }
-
   // Into I2C mode with register 8 at 0 and a target that has power, with nothing left to drain.
   void EnterI2c() {
     bus_.Play(I2cMode("00*8", "") + kPowered + "in 84 4 -> 01");
@@ -56,49 +50,42 @@ class WirefoxTest : public ProbeTest {
     return std::to_string(length) + ": " + HexText(buffer);
   }
 
-  // A packet for the engine: its status, in `reply` what came.
-  std::uint32_t Packet(const std::string& packet, std::uint8_t restart, std::uint32_t room,
-                       std::string& reply) {
+  // A packet for the engine: its status, how many bytes came, and all the room for them.
+  std::string Packet(const std::string& packet, std::uint8_t restart, std::uint32_t room) {
     const Bytes sent = HexBytes(packet);
     Bytes buffer(room, 0x0E);
     const std::uint32_t status = device_.I2CXfer(static_cast<std::uint32_t>(sent.size()),
                                                  sent.data(), restart, room, buffer.data());
-    reply = std::to_string(room) + ": " + HexText(buffer);
-    return status;
+    return std::to_string(status) + ", " + std::to_string(room) + ": " + HexText(buffer);
   }
 
   CTzWfxDevice device_{0, true};
-  std::string reply_;
 };
 
 TEST_F(WirefoxTest, TimeoutsOfDataEndpointsCarryOverToTheOnesThatI2cTravelsOn) {
   EXPECT_EQ(device_.SetTimeout(0x81, 700), 0U);
   EXPECT_EQ(device_.SetTimeout(0x01, 600), 0U);
-  EXPECT_EQ(TimeoutOf(0x81), 700U);
-  EXPECT_EQ(TimeoutOf(0x84), 700U);
-  EXPECT_EQ(TimeoutOf(0x01), 600U);
-  EXPECT_EQ(TimeoutOf(0x02), 600U);
+  EXPECT_EQ(Timeouts(device_), "10000 600 700 600 700 100 ");
   EXPECT_EQ(device_.SetTimeout(0x86, 5), 0U);
   EXPECT_EQ(device_.SetTimeout(0x84, 4), 0U);
-  EXPECT_EQ(TimeoutOf(0x86), 5U);
-  EXPECT_EQ(TimeoutOf(0x81), 700U);
+  EXPECT_EQ(device_.SetTimeout(0x02, 3), 0U);
+  EXPECT_EQ(Timeouts(device_), "10000 600 700 3 4 5 ");
 }
 
 TEST_F(WirefoxTest, I2cModeReadsTheRestartPositionDrainsTheRepliesAndSetsTimeouts) {
   bus_.Play(I2cMode("00 00 00 83 00*4", "silent\n abort 81"));
   EXPECT_EQ(ElapsedMs([&] { EXPECT_EQ(device_.SetMode(kI2c, true), 0U); }), 70U + 50U);
-  EXPECT_EQ(TimeoutOf(0x81), 1500U);
-  EXPECT_EQ(TimeoutOf(0x84), 1500U);
-  EXPECT_EQ(TimeoutOf(0x01), 2000U);
-  EXPECT_EQ(TimeoutOf(0x02), 2000U);
+  EXPECT_EQ(Timeouts(device_), "10000 2000 1500 2000 1500 100 ");
   // The register holds 0x83 already, so it is not written again.
   EXPECT_EQ(device_.I2CUpdateRestartPos(0x83), 0U);
 }
 
 TEST_F(WirefoxTest, RestartPositionThatCannotBeReadFailsTheModeSwitchAndCountsAsZero) {
+  bus_.Play(I2cMode("00 00 00 83 00*4", ""));
+  EXPECT_EQ(device_.SetMode(kI2c, true), 0U);
   bus_.Play(I2cMode("0B 00 00 83 00*4", "01 02"));
   EXPECT_EQ(device_.SetMode(kI2c, true), 11U);
-  EXPECT_EQ(TimeoutOf(0x84), 1500U);
+  EXPECT_EQ(Timeouts(device_), "10000 2000 1500 2000 1500 100 ");
   EXPECT_EQ(device_.I2CUpdateRestartPos(0), 0U);
 }
 
@@ -144,7 +131,7 @@ TEST_F(WirefoxTest, PowerIsAskedForOnceASecondAndAFailureKeepsTheLastAnswer) {
       {999, "", 1},
       {1, kUnpowered, 0},
       // Past the half of the tick count's range, where it counts as negative, and past its end.
-      {0x80000000, kPowered, 1},
+      {0x80001000, kPowered, 1},
       {0, "", 1},
       {0x40000000, kPowered, 1},
       {0x40000000, kPowered, 1},
@@ -158,65 +145,62 @@ TEST_F(WirefoxTest, PowerIsAskedForOnceASecondAndAFailureKeepsTheLastAnswer) {
   }
 }
 
-TEST_F(WirefoxTest, PacketGoesToTheEngineAndItsReplyComesBack) {
+TEST_F(WirefoxTest, PacketsGoToTheEngineAndTheirRepliesComeBack) {
+  const std::string refused = "C0 43 88 81 00 00 10 00 -> 0C 00*15";
+  const struct {
+    const char* what;
+    const char* packet;
+    std::uint8_t restart;
+    std::uint32_t room;
+    std::string script;
+    const char* reply;
+    std::uint64_t elapsed_ms = 0;
+  } cases[] = {
+      {"repeated start behind 3 bytes", "A0 10 A1 00 00", 3, 7,
+       R"(C0 43 88 83 00 00 10 00 -> 00*16
+          out 02 : A0 10 A1 00 00 -> ok
+          in 84 7 -> 01 00 A1 55 66)",
+       "0, 5: 01 00 A1 55 66 0E 0E"},
+      {"back to a single phase", "A0", 0, 3,
+       "C0 43 88 00 00 00 10 00 -> 00*16\n out 02 : A0 -> ok\n in 84 3 -> 01", "0, 1: 01 0E 0E"},
+      {"the register stands already", "A0", 0, 3, "out 02 : A0 -> ok\n in 84 3 -> 01",
+       "0, 1: 01 0E 0E"},
+      {"a register that cannot be written stops the packet", "A0", 1, 1, refused, "12, 1: 0E"},
+      {"and is tried again", "A0", 1, 1, refused, "12, 1: 0E"},
+      // Only a wait counts: what is refused at once is no failure, and nothing is left to drain.
+      {"stalls", "A0", 0, 3, "out 02 : A0 -> stall\n in 84 3 -> stall", "0, 0: 0E 0E 0E"},
+      {"a read that times out", "A1 00", 0, 4,
+       "out 02 : A1 00 -> ok\n in 84 4 -> silent\n cancel 84\n abort 84", "1, 0: 0E 0E 0E 0E",
+       1500},
+      {"the next write drains one packet for 50 ms", "A1 00", 0, 4,
+       std::string(kPowered) + R"(in 84 512 -> silent
+          cancel 84
+          abort 84
+          out 02 : A1 00 -> ok
+          in 84 4 -> 01 77)",
+       "0, 2: 01 77 0E 0E", 50},
+      {"and no other", "A1 00", 0, 4, "out 02 : A1 00 -> ok\n in 84 4 -> 01 78",
+       "0, 2: 01 78 0E 0E"},
+      {"a write that times out, whose reply is not asked for", "A0 11", 0, 4,
+       "out 02 : A0 11 -> silent\n cancel 02\n abort 02", "1, 4: 0E 0E 0E 0E", 2000},
+  };
   EnterI2c();
-  bus_.Play(R"(C0 43 88 83 00 00 10 00 -> 00*16      # repeated start behind 3 bytes
-               out 02 : A0 10 A1 00 00 -> ok
-               in 84 7 -> 01 00 A1 55 66)");
-  EXPECT_EQ(Packet("A0 10 A1 00 00", 3, 7, reply_), 0U);
-  EXPECT_EQ(reply_, "5: 01 00 A1 55 66 0E 0E");
-  // Back to a single phase, and then the register stands already.
-  bus_.Play(R"(C0 43 88 00 00 00 10 00 -> 00*16
-               out 02 : A0 -> ok
-               in 84 7 -> 01
-               out 02 : A0 -> ok
-               in 84 7 -> 01)");
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(Packet("A0", 0, 7, reply_), 0U);
-  // A register that cannot be written stops the packet, and is tried again.
-  for (int i = 0; i < 2; ++i) {
-    bus_.Play("C0 43 88 81 00 00 10 00 -> 0C 00*15");
-    EXPECT_EQ(Packet("A0", 1, 1, reply_), 12U);
+  for (const auto& [what, packet, restart, room, script, reply, elapsed_ms] : cases) {
+    SCOPED_TRACE(what);
+    bus_.Play(script);
+    EXPECT_EQ(ElapsedMs([&] { EXPECT_EQ(Packet(packet, restart, room), reply); }), elapsed_ms);
+    bus_.ExpectPlayed();
   }
+  EXPECT_EQ(Timeouts(device_), "10000 2000 1500 2000 1500 100 ");
 }
 
 TEST_F(WirefoxTest, TargetWithoutPowerGetsNothingAndAnswersZeros) {
   bus_.Play(kUnpowered);
-  EXPECT_EQ(Packet("A0", 3, 3, reply_), 0U);
-  EXPECT_EQ(reply_, "3: 00 00 00");
+  EXPECT_EQ(Packet("A0", 3, 3), "0, 3: 00 00 00");
   // In the older format the request is translated, register 8 included, and then dropped.
   bus_.Play("C0 43 88 81 00 00 10 00 -> 00*16");
   EXPECT_EQ(Request("04 01 50 02 D0 10"), 0U);
   EXPECT_EQ(Reply(8), "5: 00 00 00 00 00 0E 0E 0E");
-}
-
-TEST_F(WirefoxTest, ReadThatTimesOutMakesTheNextWriteDrainTheReplyPipeOnce) {
-  EnterI2c();
-  bus_.Play(R"(out 02 : A1 00 -> ok
-               in 84 4 -> silent
-               cancel 84
-               abort 84)");
-  EXPECT_EQ(Packet("A1 00", 0, 4, reply_), 1U);
-  EXPECT_EQ(reply_, "0: 0E 0E 0E 0E");
-
-  bus_.Play(std::string(kPowered) + R"(in 84 512 -> silent    # one packet, for 50 ms
-               cancel 84
-               abort 84
-               out 02 : A1 00 -> ok
-               in 84 4 -> 01 77
-               out 02 : A1 00 -> ok
-               in 84 4 -> 01 78)");
-  EXPECT_EQ(ElapsedMs([&] { EXPECT_EQ(Packet("A1 00", 0, 4, reply_), 0U); }), 50U);
-  EXPECT_EQ(TimeoutOf(0x84), 1500U);
-  EXPECT_EQ(Packet("A1 00", 0, 4, reply_), 0U);
-  EXPECT_EQ(reply_, "2: 01 78 0E 0E");
-}
-
-TEST_F(WirefoxTest, WriteThatTimesOutIsAbortedAndItsReplyNotAskedFor) {
-  EnterI2c();
-  bus_.Play(R"(out 02 : A0 11 -> silent
-               cancel 02
-               abort 02)");
-  EXPECT_EQ(Packet("A0 11", 0, 4, reply_), 1U);
 }
 
 TEST_F(WirefoxTest, RequestsInTheOlderFormatBecomePacketsOfTheEngine) {
@@ -275,6 +259,7 @@ TEST_F(WirefoxTest, RepliesInTheOlderFormatAreTheStatusByteAndTheBytesRead) {
       {"one phase", "01 02 50", one_phase_sent + "in 84 5 -> 01 55 66", 3, "3: 01 55 66"},
       {"nothing acknowledged gives zeros", "01 02 50", one_phase_sent + "in 84 5 -> 00 55 66", 3,
        "3: 00 00 00"},
+      {"a stall is not judged", "01 02 50", one_phase_sent + "in 84 5 -> stall", 3, "3: 00 00 00"},
       {"cut to 70 bytes, and the rest of the buffer left", "01 02 50",
        one_phase_sent + "in 84 72 -> 01*72", 512, "70: 01*70 0E*442"},
       {"a time-out is success with a zero first byte", "01 02 50",
@@ -341,8 +326,7 @@ TEST_F(ProbeTest, EvkBoardRefusesI2cTranslatesNothingAndSetsSingleTimeouts) {
   EXPECT_EQ(board.BulkXfer(0x01, data.data(), length, kI2c), 0U);
   EXPECT_EQ(board.SetMode(kI2c, true), 0U);
   EXPECT_EQ(board.SetTimeout(0x01, 333), 0U);
-  EXPECT_EQ(board.GetEndPoint(0x01)->TimeoutMs(), 333U);
-  EXPECT_EQ(board.GetEndPoint(0x02)->TimeoutMs(), 1000U);
+  EXPECT_EQ(Timeouts(board), "10000 333 1000 1000 2000 100 ");
 }
 
 }  // namespace
