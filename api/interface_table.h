@@ -2,7 +2,7 @@
 // message bus interfaces on Linux are made from.
 #pragma once
 
-#include "schema/interface_schema.h"
+#include "base/interface_schema.h"
 
 namespace api {
 

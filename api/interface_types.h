@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "schema/interface_schema.h"
+#include "base/interface_schema.h"
 
 namespace api {
 

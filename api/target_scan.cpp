@@ -5,9 +5,9 @@
 
 #include "api/jtag_chain.h"
 #include "api/swd_packet.h"
+#include "base/little_endian.h"
 #include "device/device.h"
 #include "device/probe_protocol.h"
-#include "support/bytes.h"
 #include "usb/kept_memory.h"
 
 namespace api {

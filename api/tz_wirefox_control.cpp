@@ -4,9 +4,9 @@
 
 #include "api/method_frame.h"
 #include "api/tz_wirefox_object.h"
+#include "base/little_endian.h"
 #include "device/device.h"
 #include "device/probe_protocol.h"
-#include "support/bytes.h"
 
 namespace {
 

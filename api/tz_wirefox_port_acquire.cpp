@@ -6,8 +6,8 @@
 #include "api/method_frame.h"
 #include "api/swd_packet.h"
 #include "api/tz_wirefox_object.h"
+#include "base/little_endian.h"
 #include "device/device.h"
-#include "support/bytes.h"
 #include "usb/kept_memory.h"
 
 namespace {

@@ -3,10 +3,10 @@
 
 #include <array>
 
+#include "base/little_endian.h"
 #include "device/device.h"
 #include "device/device_status.h"
 #include "device/failure_log.h"
-#include "support/bytes.h"
 #include "support/log.h"
 
 namespace {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "support/bytes.h"
+#include "base/little_endian.h"
 
 namespace {
 

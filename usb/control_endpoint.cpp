@@ -1,5 +1,5 @@
 // CTzControlEndPoint: requests on endpoint 0.
-#include "support/bytes.h"
+#include "base/little_endian.h"
 #include "usb/usb_endpoint.h"
 
 namespace {

@@ -2,7 +2,7 @@
 // trusted: a reply counts by the bytes that came, not by the lengths that it names.
 #include <algorithm>
 
-#include "support/bytes.h"
+#include "base/little_endian.h"
 #include "usb/driver_call.h"
 #include "usb/usb_device.h"
 

@@ -5,7 +5,7 @@
 #include <limits>
 #include <new>
 
-#include "support/bytes.h"
+#include "base/little_endian.h"
 #include "support/handle.h"
 #include "usb/driver_call.h"
 #include "usb/kept_memory.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "schema/interface_schema.h"
+#include "base/interface_schema.h"
 
 namespace linux_host {
 

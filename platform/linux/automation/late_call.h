@@ -6,8 +6,8 @@
 
 #include <array>
 
+#include "base/interface_schema.h"
 #include "platform/linux/automation/call_thunks.h"
-#include "schema/interface_schema.h"
 
 namespace linux_host {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "schema/interface_schema.h"
+#include "base/interface_schema.h"
 
 namespace linux_host {
 

@@ -13,7 +13,7 @@
 
 #include <string>
 
-#include "schema/interface_schema.h"
+#include "base/interface_schema.h"
 
 namespace linux_host {
 

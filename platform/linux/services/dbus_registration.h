@@ -2,7 +2,7 @@
 // not ours.
 #pragma once
 
-#include "schema/interface_schema.h"
+#include "base/interface_schema.h"
 
 namespace linux_host {
 

@@ -1,7 +1,7 @@
 // Writes the file of a type library from the table that describes the interface.
 #pragma once
 
-#include "schema/interface_schema.h"
+#include "base/interface_schema.h"
 
 namespace type_library {
 

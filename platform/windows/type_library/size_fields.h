@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "schema/interface_schema.h"
+#include "base/interface_schema.h"
 
 namespace type_library {
 

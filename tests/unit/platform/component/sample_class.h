@@ -8,7 +8,7 @@
 #include <functional>
 #include <semaphore>
 
-#include "schema/interface_schema.h"
+#include "base/interface_schema.h"
 
 namespace sample {
 
