@@ -60,17 +60,14 @@ class ConfigureTest : public unit::ScriptedBusTest {
       const bool of_device =
           line.starts_with("[CTzDevice::") || line.starts_with("[CTzWfxDevice::");
       if (of_device && !of_devices) continue;
-      Cut(line, folder_.Path(""), 0);
-      Cut(line, "\\\\?\\usb#vid_0f0f&pid_", 5);
-      Cut(line, ", PID=", 4);
+      for (const auto& [part, behind] :
+           {std::pair{folder_.Path(""), 0U}, {R"(\\?\usb#vid_0f0f&pid_)", 5U}, {", PID=", 4U}}) {
+        const std::size_t at = line.find(part);
+        if (at != std::string::npos) line.erase(at, part.size() + behind);
+      }
       text += line + "\n";
     }
     return text;
-  }
-  // Takes `part` and so many characters behind it away.
-  static void Cut(std::string& line, const std::string& part, std::size_t behind) {
-    const std::size_t at = line.find(part);
-    if (at != std::string::npos) line.erase(at, part.size() + behind);
   }
 
   unit::LogFile log_{LOG_ERROR | LOG_DEVICE | LOG_XFER | LOG_TRACE};

@@ -45,10 +45,8 @@ TEST_F(DeviceTableTest, NamesAreComparedWholeAndSessionHandlesSignExtended) {
   entries[0]->targets = {TargetRecord{}, TargetRecord{}};
   entries[1]->targets = {TargetRecord{}, TargetRecord{1, as_handle(0x80000004), 5},
                          TargetRecord{2, as_handle(0x124), 5}};
-  const std::int64_t known[] = {0x124, -0x7FFFFFFC};
-  for (const std::int64_t session : known) {
-    EXPECT_EQ(entries[1], FindProbeByHandle(session)) << session;
-  }
+  EXPECT_EQ(entries[1], FindProbeByHandle(0x124));
+  EXPECT_EQ(entries[1], FindProbeByHandle(-0x7FFFFFFC));
   const std::int64_t unknown[] = {0x80000004, 0x100000124, 0, -1, 0x125};
   for (const std::int64_t session : unknown) {
     EXPECT_EQ(nullptr, FindProbeByHandle(session)) << session;

@@ -81,11 +81,6 @@ TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
   EXPECT_TRUE(FileBecomes(all));
   EXPECT_FALSE(RefreshDevices());
 
-  ASSERT_TRUE(bench.Unplug("EVK0001"));
-  EXPECT_TRUE(FileBecomes({"WFX0001\r\nWFX0002\r\n", "WFX0002\r\nWFX0001\r\n"}));
-  ASSERT_TRUE(bench.Plug("EVK0001"));
-  EXPECT_TRUE(FileBecomes(all));
-
   // One that is back before its removal is handled works again all the same.
   const auto works = [] {
     const DeviceTableGuard guard;
@@ -99,16 +94,13 @@ TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
     EXPECT_FALSE(works());
   }
   EXPECT_TRUE(unit::Eventually(works));
-  EXPECT_TRUE(FileBecomes(all));
 
   // The file is left alone when nothing has changed.
   std::remove(narrow_path.c_str());
-  for (const WPARAM event : {0x8000, 0x8004}) {
-    EXPECT_EQ(1, NotificationWindowProc(nullptr, WM_DEVICECHANGE, event, 0));
-  }
-  for (const UINT message : {WM_CREATE, WM_DESTROY}) {
-    EXPECT_EQ(0, NotificationWindowProc(nullptr, message, 0, 0));
-  }
+  EXPECT_EQ(1, NotificationWindowProc(nullptr, WM_DEVICECHANGE, 0x8000, 0));
+  EXPECT_EQ(1, NotificationWindowProc(nullptr, WM_DEVICECHANGE, 0x8004, 0));
+  EXPECT_EQ(0, NotificationWindowProc(nullptr, WM_CREATE, 0, 0));
+  EXPECT_EQ(0, NotificationWindowProc(nullptr, WM_DESTROY, 0, 0));
   EXPECT_FALSE(folder.Holds("wfx.log"));
 
   // Nothing attached: an empty file, not a missing one.
