@@ -14,6 +14,14 @@ function(wirefox_library name)
   target_link_libraries(${name} PUBLIC ${arg_DEPENDS} PRIVATE wirefox_warnings)
 endfunction()
 
+# wirefox_fill_locals(NAME): in builds with a sanitizer, locals that nobody has set hold a pattern and not
+# what the stack happens to hold, which is often the zeros that one forgot to set.
+function(wirefox_fill_locals name)
+  if(WIREFOX_SANITIZE)
+    target_compile_options(${name} PRIVATE -ftrivial-auto-var-init=pattern)
+  endif()
+endfunction()
+
 # wirefox_program(NAME SOURCES file... [DEPENDS target...]): a program that lands in bin/.
 function(wirefox_program name)
   cmake_parse_arguments(arg "" "" "SOURCES;DEPENDS" ${ARGN})

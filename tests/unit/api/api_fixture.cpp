@@ -105,6 +105,7 @@ void ApiTest::SetTargets(ProbeEntry& probe, const std::vector<std::uint32_t>& id
   for (const TargetRecord& target : probe.targets) {
     if (target.sessionMutex != nullptr) CloseHandle(target.sessionMutex);
   }
+  for (const HANDLE mutex : std::exchange(probe.endedSessions, {})) CloseHandle(mutex);
   probe.targets.clear();
   for (const std::uint32_t id : ids) probe.targets.push_back({.targetId = id});
 }
