@@ -2,6 +2,8 @@
 
 #include <objbase.h>
 #include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <windows.h>
 
 #include <cerrno>
@@ -21,13 +23,14 @@ namespace {
 constexpr std::uint64_t kActivationMicroseconds = 120'000'000;
 // Between two looks for the socket of a server that is starting.
 constexpr int kLookAgainMs = 5;
-// A server may lose its other clients, and end, just when it has been reached.
-constexpr int kMaxStarts = 3;
+// Of servers that were reached and were lost without having ended as servers do.
+constexpr int kMaxLostStarts = 3;
 
 enum class Outcome {
   kConnected,
   kNoServer,  // nobody listens
   kLost,      // the connection ended before the object existed: the server was ending
+  kUsedUp,    // the server has come and gone, with other clients
   kRefused,   // the server answered with a failure
 };
 
@@ -95,7 +98,8 @@ class Activation {
  private:
   bool IsOverdue() const { return MonotonicMicroseconds() >= deadline_; }
   Attempt AwaitLockOrServer(Descriptor& lock);
-  Attempt StartServer(const std::vector<std::string>& command);
+  Attempt StartServer(const std::vector<std::string>& command, const Descriptor& lock);
+  Attempt StartServers(const std::string& command, const Descriptor& lock);
   HRESULT UseService();
   HRESULT UsePlainServer(const std::string& command);
 
@@ -117,10 +121,11 @@ Attempt Activation::AwaitLockOrServer(Descriptor& lock) {
   return attempt;
 }
 
-// One start: kNoServer when the server never came up, kLost when it came up and ended.
-Attempt Activation::StartServer(const std::vector<std::string>& command) {
+// One start: kNoServer when the server never came up, kUsedUp when it served and has ended, kLost
+// when it was reached and ended otherwise.
+Attempt Activation::StartServer(const std::vector<std::string>& command, const Descriptor& lock) {
   ServerProcess server;
-  if (!server.Start(command)) return {Outcome::kNoServer};
+  if (ftruncate(lock.get(), 0) != 0 || !server.Start(command)) return {Outcome::kNoServer};
   bool was_seen = false, has_ended = false;
   while (!has_ended && !IsOverdue()) {
     // Looked at before the connection: a server that has ended is given one last chance.
@@ -130,6 +135,8 @@ Attempt Activation::StartServer(const std::vector<std::string>& command) {
     was_seen = was_seen || attempt.outcome == Outcome::kLost;
     if (!has_ended) server.HasEnded(kLookAgainMs);
   }
+  struct stat marks;
+  if (fstat(lock.get(), &marks) == 0 && marks.st_size > 0) return {Outcome::kUsedUp};
   return {was_seen ? Outcome::kLost : Outcome::kNoServer};
 }
 
@@ -148,16 +155,25 @@ HRESULT Activation::UseService() {
 HRESULT Activation::UsePlainServer(const std::string& command) {
   Descriptor lock;
   Attempt attempt = AwaitLockOrServer(lock);
-  if (IsFinal(attempt)) return attempt.status;
-  if (!lock.is_open()) return CO_E_SERVER_EXEC_FAILURE;
+  if (!lock.is_open()) return IsFinal(attempt) ? attempt.status : CO_E_SERVER_EXEC_FAILURE;
+  if (!IsFinal(attempt)) attempt = StartServers(command, lock);
+  // While the lock is held: the file could be another client's afterwards.
+  OwnComponentDirectory().Remove(StartLockFile(plan_));
+  return IsFinal(attempt) ? attempt.status : CO_E_SERVER_EXEC_FAILURE;
+}
+
+// Servers that others have used up are not counted: each has shown that the next will come too, and
+// has served somebody, so that who waits gets ahead.
+Attempt Activation::StartServers(const std::string& command, const Descriptor& lock) {
   std::vector<std::string> words = SplitCommand(command);
   words.emplace_back(kEmbedding);
-  for (int starts = 0; starts < kMaxStarts && !IsOverdue(); ++starts) {
-    attempt = StartServer(words);
-    if (IsFinal(attempt)) return attempt.status;
-    if (attempt.outcome == Outcome::kNoServer) break;
+  Attempt attempt{Outcome::kNoServer};
+  for (int lost = 0; lost < kMaxLostStarts && !IsOverdue();) {
+    attempt = StartServer(words, lock);
+    if (IsFinal(attempt) || attempt.outcome == Outcome::kNoServer) break;
+    if (attempt.outcome == Outcome::kLost) ++lost;
   }
-  return CO_E_SERVER_EXEC_FAILURE;
+  return attempt;
 }
 
 HRESULT Activation::Run(const RegisteredClass& registered) {

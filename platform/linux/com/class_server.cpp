@@ -32,8 +32,14 @@ std::unique_ptr<ClassServer> ClassServer::Publish(const ClassPlan& plan, IClassF
 
 ClassServer::~ClassServer() {
   RemoveMessageLoopSource(this);
-  // The name goes while the lock is held: it could be a successor's afterwards.
-  if (listener_.is_open()) directory_.Remove(SocketFile(exported_.plan()));
+  const ClassPlan& plan = exported_.plan();
+  // The names go while the lock is held: they could be a successor's afterwards.
+  if (listener_.is_open()) {
+    directory_.Remove(SocketFile(plan));
+    // Whoever has started this server may have found it used up by others before it could connect.
+    directory_.Mark(StartLockFile(plan));
+    directory_.Remove(ServeLockFile(plan));
+  }
   listener_.Reset();
   serve_lock_.Reset();
   bus_.reset();

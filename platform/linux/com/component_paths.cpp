@@ -40,14 +40,30 @@ bool IsTrustedPeer(int socket) {
 }  // namespace
 
 Descriptor ComponentDirectory::TryLock(const std::string& file) const {
-  Descriptor lock(
-      open((path_ + "/" + file).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (lock.is_open() && flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-    const int error = errno;
-    lock.Reset();
-    errno = error;
+  for (bool was_missing = false;;) {
+    Descriptor lock(
+        open((path_ + "/" + file).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!lock.is_open()) {
+      if (errno != ENOENT || std::exchange(was_missing, true)) return lock;
+      HomePath(HomeKind::kRuntime);  // makes it
+      continue;
+    }
+    if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+      const int error = errno;
+      lock.Reset();
+      errno = error;
+      return lock;
+    }
+    // The one before may have removed the file between the two calls.
+    struct stat state;
+    if (fstat(lock.get(), &state) != 0 || state.st_nlink > 0) return lock;
   }
-  return lock;
+}
+
+void ComponentDirectory::Mark(const std::string& file) const {
+  const Descriptor marked(
+      open((path_ + "/" + file).c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
+  if (marked.is_open()) (void)!write(marked.get(), "\n", 1);
 }
 
 Descriptor ComponentDirectory::Listen(const std::string& file, bool for_all) const {

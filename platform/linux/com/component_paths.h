@@ -3,7 +3,10 @@
 //
 //   NAME.sock    the socket of the process that serves the class
 //   NAME.serve   locked by that process as long as it serves
-//   NAME.start   locked by a client while it starts a server
+//   NAME.start   locked by a client while it starts a server; a server that has served and ends
+//                appends a byte
+//
+// Each is removed by its process. One that was killed leaves them to the next of its kind.
 #pragma once
 
 #include <string>
@@ -14,15 +17,19 @@
 
 namespace linux_host {
 
-// A directory of runtime files. Names are resolved inside it, so that a long path does not meet the
-// limit of socket addresses.
+// A directory of runtime files; locks are taken in the account's own. Names are resolved inside it,
+// so that a long path does not meet the limit of socket addresses.
 class ComponentDirectory {
  public:
   explicit ComponentDirectory(std::string path) : path_(std::move(path)) {}
 
   // Tries for the lock of that file: the open descriptor holds it until it is closed. Not open,
-  // with errno EWOULDBLOCK, while another holds it, and with another errno on failure.
+  // with errno EWOULDBLOCK, while another holds it, and with another errno on failure. Who holds it
+  // may remove the file.
   Descriptor TryLock(const std::string& file) const;
+
+  // Appends a byte to that file, when there is one.
+  void Mark(const std::string& file) const;
 
   // A socket that listens under that name, in place of one of an earlier process. Others than the
   // owner may connect when `for_all` is set. Not open, with errno, on failure.

@@ -3,8 +3,10 @@
 #include <objbase.h>
 #include <windows.h>
 
+#include <atomic>
 #include <fstream>
 
+#include "platform/linux/com/component_paths.h"
 #include "platform/linux/kernel/text.h"
 #include "platform/linux/services/server_process.h"
 #include "tests/unit/platform/component/component_fixture.h"
@@ -27,30 +29,33 @@ class ComponentActivation : public ComponentTest {
   }
 };
 
-TEST_F(ComponentActivation, ClientsThatComeTogetherStartOneServer) {
-  std::vector<std::thread> threads;
-  std::vector<SamplePointer> clients(6);
-  for (SamplePointer& client : clients) {
-    threads.emplace_back([&client] { client = CreateSample(); });
+TEST_F(ComponentActivation, ClientsThatComeTogetherAndMeetEndingServersAreServed) {
+  for (int round = 0; round < 20; ++round) {
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 8; ++i) {
+      clients.emplace_back([=] { EXPECT_TRUE(Answers(CreateSample())) << round; });
+    }
+    for (std::thread& client : clients) client.join();
   }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(Starts(), std::vector<std::string>{"-Embedding"});
-  EXPECT_EQ(CountBy(clients[0]), 6);
 }
 
-TEST_F(ComponentActivation, AClientThatMeetsAnEndingServerGetsANewOne) {
-  for (int i = 0; i < 30; ++i) ASSERT_TRUE(Answers(CreateSample())) << i;
+TEST_F(ComponentActivation, ServersThatOthersHaveUsedUpAreNoFailures) {
+  Register(kServer + L" --used-up");
+  EXPECT_TRUE(Answers(CreateSample()));
+  EXPECT_EQ(Starts().size(), 6u);
+  EXPECT_FALSE(std::ifstream(home_.Path("run/org.wirefox.Sample.start"))) << "it is the client's";
 }
 
-TEST_F(ComponentActivation, AServerThatCannotServeIsAFailureAtOnce) {
+TEST_F(ComponentActivation, AServerThatCannotServeIsAFailure) {
   const struct {
     const char* what;
     std::wstring command;
-    std::size_t starts;
+    std::size_t starts;  // until then
   } cases[] = {
       {"no such program", L"\"/nonexistent/server\"", 0},
       {"a directory", L"/tmp", 0},
       {"ends without serving", kServer + L" --fail", 1},
+      {"ends when it is called", kServer + L" --die", 4},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
@@ -62,22 +67,38 @@ TEST_F(ComponentActivation, AServerThatCannotServeIsAFailureAtOnce) {
   }
 }
 
-TEST_F(ComponentActivation, CreationHasItsPreconditions) {
-  void* object = &object;
-  const auto create = [](const GUID& id, DWORD context, const IID& interface, void** result) {
-    return CoCreateInstance(id, nullptr, context, interface, result);
+TEST_F(ComponentActivation, OnlyTheRegisteredClassIsCreatedByItsInterfacesInAServer) {
+  const auto create = [](const GUID& id, DWORD context, const IID& interface) {
+    void* object = &object;
+    const HRESULT status = CoCreateInstance(id, nullptr, context, interface, &object);
+    EXPECT_EQ(object, nullptr);
+    return status;
   };
-  EXPECT_EQ(create(sample::kClassId, CLSCTX_INPROC_SERVER, IID_IUnknown, &object),
-            REGDB_E_CLASSNOTREG);
-  EXPECT_EQ(object, nullptr);
-  EXPECT_EQ(create(sample::kClassId, CLSCTX_LOCAL_SERVER, IID_IUnknown, nullptr), E_POINTER);
-  EXPECT_EQ(create(sample::kClassId, CLSCTX_LOCAL_SERVER, IID_IClassFactory, &object),
-            E_NOINTERFACE);
-  EXPECT_EQ(create(sample::kLibraryId, CLSCTX_LOCAL_SERVER, IID_IUnknown, &object),
-            REGDB_E_CLASSNOTREG);
+  EXPECT_EQ(create(sample::kClassId, CLSCTX_INPROC_SERVER, IID_IUnknown), REGDB_E_CLASSNOTREG);
+  EXPECT_EQ(create(sample::kClassId, CLSCTX_LOCAL_SERVER, IID_IClassFactory), E_NOINTERFACE);
   const ScratchHome without_registration;
-  EXPECT_EQ(create(sample::kClassId, CLSCTX_LOCAL_SERVER, IID_IUnknown, &object),
-            REGDB_E_CLASSNOTREG);
+  EXPECT_EQ(create(sample::kClassId, CLSCTX_LOCAL_SERVER, IID_IUnknown), REGDB_E_CLASSNOTREG);
+}
+
+TEST(StartLock, IsHeldByOneAtATimeAlthoughItsHoldersRemoveIt) {
+  const ScratchHome home;
+  const linux_host::ComponentDirectory directory(home.directory());
+  std::atomic<int> holders = 0;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      for (int taken = 0; taken < 1000;) {
+        const linux_host::Descriptor lock = directory.TryLock("lock");
+        if (!lock.is_open()) continue;
+        ++taken;
+        EXPECT_EQ(++holders, 1);
+        std::this_thread::yield();
+        --holders;
+        directory.Remove("lock");
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(ServerCommand, IsSplitAtBlanksOutsideQuotes) {

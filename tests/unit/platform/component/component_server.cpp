@@ -1,8 +1,12 @@
 // The program that activation starts in tests: serves the sample class until its last client has
 // gone. Notes its start in $WIREFOX_HOME/starts. With --fail as its first argument it ends at once
-// without serving.
+// without serving; with --die it does so when it is called; with --used-up the first five come and
+// go as if others had used them.
+
+#include <windows.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string_view>
 
@@ -10,9 +14,16 @@
 #include "tests/unit/platform/component/sample_class.h"
 
 int main(int count, char** arguments) {
-  std::ofstream(std::string(std::getenv("WIREFOX_HOME")) + "/starts", std::ios::app)
-      << std::string(arguments[count - 1]) + "\n";
-  if (count > 1 && std::string_view(arguments[1]) == "--fail") return 2;
+  const std::filesystem::path starts = std::string(std::getenv("WIREFOX_HOME")) + "/starts";
+  const std::string note = std::string(arguments[count - 1]) + "\n";
+  std::ofstream(starts, std::ios::app) << note;
+  const std::string_view first = count > 1 ? arguments[1] : "";
+  if (first == "--fail") return 2;
+  sample::g_dies_at_creation = first == "--die";
+  const bool is_used_up =
+      first == "--used-up" && std::filesystem::file_size(starts) <= 5 * note.size();
   linux_host::SetProgramResources({&sample::kLibrary, {}});
-  return sample::Serve(sample::ServeUntil::kLastObjectGone, {});
+  return sample::Serve(sample::ServeUntil::kLastObjectGone, [=] {
+    if (is_used_up) PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 0, 0);
+  });
 }

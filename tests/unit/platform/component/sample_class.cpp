@@ -3,55 +3,39 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
 namespace sample {
 namespace {
 
-using interface_schema::Direction;
-using interface_schema::FieldType;
-using interface_schema::Interface;
-using interface_schema::Method;
-using interface_schema::Parameter;
-using interface_schema::ValueType;
+using namespace interface_schema;
+using enum ValueType;
+using enum Direction;
 
-constexpr auto kIn = Direction::kIn;
-constexpr auto kOut = Direction::kOut;
-constexpr auto kResult = Direction::kOutRetval;
-
-constexpr Parameter kEcho[] = {{L"text", ValueType::kBstr, kIn},
-                               {L"number", ValueType::kLong, kIn},
-                               {L"small", ValueType::kShort, kIn},
-                               {L"tiny", ValueType::kChar, kIn},
-                               {L"wide", ValueType::kInt64, kIn},
-                               {L"colour", ValueType::kEnumeration, kIn, L"Colour"},
-                               {L"textOut", ValueType::kBstr, kOut},
-                               {L"numberOut", ValueType::kLong, kOut},
-                               {L"smallOut", ValueType::kShort, kOut},
-                               {L"tinyOut", ValueType::kChar, kOut},
-                               {L"wideOut", ValueType::kInt64, kOut},
-                               {L"colourOut", ValueType::kEnumeration, kResult, L"Colour"}};
-constexpr Parameter kEchoBytes[] = {{L"bytes", ValueType::kByteArray, kIn},
-                                    {L"RESULT", ValueType::kByteArray, kOut},
-                                    {L"count", ValueType::kLong, kResult}};
-constexpr Parameter kEchoStrings[] = {{L"strings", ValueType::kStringArray, kIn},
-                                      {L"stringsOut", ValueType::kStringArray, kOut},
-                                      {L"colour", ValueType::kEnumeration, kResult, L"Colour"}};
-constexpr Parameter kGetStatus[] = {{L"seed", ValueType::kLong, kIn},
-                                    {L"status", ValueType::kRecord, kOut, L"Status"},
-                                    {L"colour", ValueType::kEnumeration, kResult, L"Colour"}};
-constexpr Parameter kFail[] = {{L"status", ValueType::kLong, kIn},
-                               {L"text", ValueType::kBstr, kResult}};
-constexpr Parameter kMakeBytes[] = {{L"count", ValueType::kInt64, kIn},
-                                    {L"bytes", ValueType::kByteArray, kResult}};
-constexpr Parameter kWaitAtGate[] = {{L"passed", ValueType::kLong, kResult}};
-constexpr Parameter kCountObjects[] = {{L"count", ValueType::kLong, kResult}};
-constexpr Parameter kSubtract[] = {{L"a", ValueType::kLong, kIn},
-                                   {L"b", ValueType::kLong, kIn},
-                                   {L"difference", ValueType::kLong, kResult}};
-constexpr Parameter kFailWide[] = {{L"value", ValueType::kInt64, kIn},
-                                   {L"result", ValueType::kLong, kResult}};
+constexpr Parameter kEcho[] = {
+    {L"text", kBstr, kIn},       {L"number", kLong, kIn},
+    {L"small", kShort, kIn},     {L"tiny", kChar, kIn},
+    {L"wide", kInt64, kIn},      {L"colour", kEnumeration, kIn, L"Colour"},
+    {L"textOut", kBstr, kOut},   {L"numberOut", kLong, kOut},
+    {L"smallOut", kShort, kOut}, {L"tinyOut", kChar, kOut},
+    {L"wideOut", kInt64, kOut},  {L"colourOut", kEnumeration, kOutRetval, L"Colour"}};
+constexpr Parameter kEchoBytes[] = {
+    {L"bytes", kByteArray, kIn}, {L"RESULT", kByteArray, kOut}, {L"count", kLong, kOutRetval}};
+constexpr Parameter kEchoStrings[] = {{L"strings", kStringArray, kIn},
+                                      {L"stringsOut", kStringArray, kOut},
+                                      {L"colour", kEnumeration, kOutRetval, L"Colour"}};
+constexpr Parameter kGetStatus[] = {{L"seed", kLong, kIn},
+                                    {L"status", kRecord, kOut, L"Status"},
+                                    {L"colour", kEnumeration, kOutRetval, L"Colour"}};
+constexpr Parameter kFail[] = {{L"status", kLong, kIn}, {L"text", kBstr, kOutRetval}};
+constexpr Parameter kMakeBytes[] = {{L"count", kInt64, kIn}, {L"bytes", kByteArray, kOutRetval}};
+constexpr Parameter kWaitAtGate[] = {{L"passed", kLong, kOutRetval}};
+constexpr Parameter kCountObjects[] = {{L"count", kLong, kOutRetval}};
+constexpr Parameter kSubtract[] = {
+    {L"a", kLong, kIn}, {L"b", kLong, kIn}, {L"difference", kLong, kOutRetval}};
+constexpr Parameter kFailWide[] = {{L"value", kInt64, kIn}, {L"result", kLong, kOutRetval}};
 
 constexpr Method kMethodsV1[] = {{7, 1, L"Echo", L"", kEcho},
                                  {8, 2, L"EchoBytes", L"", kEchoBytes},
@@ -69,17 +53,17 @@ constexpr Interface kV2 = {L"ISample_v2", &kInterfaceIdV2, L"", &kV1, kMethodsV2
 constexpr Interface kV3 = {L"ISample_v3", &kInterfaceIdV3, L"", &kV2, kMethodsV3};
 constexpr const Interface* kInterfaces[] = {&kV3, &kV2, &kV1};
 
-constexpr interface_schema::Field kFields[] = {{L"first", FieldType::kUnsigned8, 0},
-                                               {L"second", FieldType::kSigned16, 2},
-                                               {L"third", FieldType::kUnsigned8, 4},
-                                               {L"fourth", FieldType::kUnsigned8, 5}};
+constexpr Field kFields[] = {{L"first", FieldType::kUnsigned8, 0},
+                             {L"second", FieldType::kSigned16, 2},
+                             {L"third", FieldType::kUnsigned8, 4},
+                             {L"fourth", FieldType::kUnsigned8, 5}};
 constexpr GUID kTypeId = {0x5A000005, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
-constexpr interface_schema::Record kRecord = {L"Status", &kTypeId, L"", sizeof(Status), kFields};
-constexpr interface_schema::Constant kConstants[] = {{L"GREEN", 272, L""}};
-constexpr interface_schema::Enumeration kColours = {L"Colour", &kTypeId, L"", kConstants};
-constexpr interface_schema::UserType kTypes[] = {{&kColours, nullptr}, {nullptr, &kRecord}};
+constexpr Record kStatus = {L"Status", &kTypeId, L"", sizeof(Status), kFields};
+constexpr Constant kConstants[] = {{L"GREEN", 272, L""}};
+constexpr Enumeration kColours = {L"Colour", &kTypeId, L"", kConstants};
+constexpr UserType kTypes[] = {{&kColours, nullptr}, {nullptr, &kStatus}};
 
-constexpr interface_schema::ComponentClass kClass = {L"Sample", &kClassId, L"", &kV3};
+constexpr ComponentClass kClass = {L"Sample", &kClassId, L"", &kV3};
 
 std::atomic<LONG> g_objects = 0;
 std::atomic<bool> g_ends_without_objects = false;
@@ -171,6 +155,7 @@ class Object final : public ISample_v3 {
 
   HRESULT STDMETHODCALLTYPE MakeBytes(LONGLONG count, SAFEARRAY** bytes) override {
     *bytes = count < 0 ? nullptr : SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(count));
+    if (*bytes != nullptr) ++g_arrays_made;
     return S_OK;
   }
 
@@ -236,6 +221,8 @@ constinit const interface_schema::Library kLibrary = {
 
 std::counting_semaphore<> g_callers_at_gate(0);
 std::counting_semaphore<> g_gate(0);
+std::atomic<LONG> g_arrays_made = 0;
+bool g_dies_at_creation = false;
 
 LONG ObjectCount() { return g_objects; }
 
@@ -244,6 +231,7 @@ void AwaitObjectCount(LONG count) {
 }
 
 HRESULT CreateDirectly(REFIID iid, void** object) {
+  if (g_dies_at_creation) std::_Exit(3);
   auto* created = new Object;
   created->AddRef();
   const HRESULT status = created->QueryInterface(iid, object);

@@ -5,6 +5,7 @@
 #include <objbase.h>
 #include <oleauto.h>
 
+#include <atomic>
 #include <functional>
 #include <semaphore>
 
@@ -61,6 +62,12 @@ struct ISample_v3 : ISample_v2 {
 // Each call of WaitAtGate in this process raises the first, and waits for the second.
 extern std::counting_semaphore<> g_callers_at_gate;
 extern std::counting_semaphore<> g_gate;
+
+// Has the process end where it is to create an object.
+extern bool g_dies_at_creation;
+
+// Calls of MakeBytes in this process that had their array.
+extern std::atomic<LONG> g_arrays_made;
 
 // Live objects of this process.
 LONG ObjectCount();
