@@ -27,6 +27,18 @@ void FreeElements(SAFEARRAY* array) {
 
 }  // namespace
 
+thread_local ArrayLimit* ArrayLimit::current_ = nullptr;
+
+ArrayLimit::ArrayLimit(std::size_t bytes) : bytes_(bytes) { current_ = this; }
+
+ArrayLimit::~ArrayLimit() { current_ = nullptr; }
+
+bool ArrayLimit::Allows(std::size_t bytes) {
+  if (current_ == nullptr || bytes <= current_->bytes_) return true;
+  current_->was_exceeded_ = true;
+  return false;
+}
+
 ULONG ElementSize(VARTYPE type) {
   switch (type) {
     case VT_I1:
@@ -78,7 +90,9 @@ SAFEARRAY* SafeArrayCreate(VARTYPE type, UINT dimensions, SAFEARRAYBOUND* bounds
 
 SAFEARRAY* SafeArrayCreateVector(VARTYPE type, LONG lower_bound, ULONG count) {
   const ULONG element_size = linux_host::ElementSize(type);
-  if (element_size == 0) return nullptr;
+  if (element_size == 0 || !linux_host::ArrayLimit::Allows(std::size_t{count} * element_size)) {
+    return nullptr;
+  }
   auto* holder =
       static_cast<linux_host::TypedArray*>(std::calloc(1, sizeof(linux_host::TypedArray)));
   // An empty array has storage too, so that its address can be taken.

@@ -9,6 +9,27 @@
 
 namespace linux_host {
 
+// While it lives, its thread makes no array of more bytes than that, so that a method which is to
+// answer with a larger one learns it before it begins its work.
+class ArrayLimit {
+ public:
+  explicit ArrayLimit(std::size_t bytes);
+  ~ArrayLimit();
+  ArrayLimit(const ArrayLimit&) = delete;
+  ArrayLimit& operator=(const ArrayLimit&) = delete;
+
+  // Whether an array was refused.
+  bool was_exceeded() const { return was_exceeded_; }
+
+  // Whether the calling thread may make an array of that many bytes.
+  static bool Allows(std::size_t bytes);
+
+ private:
+  static thread_local ArrayLimit* current_;
+  const std::size_t bytes_;
+  bool was_exceeded_ = false;
+};
+
 // Bytes of an element of that type; 0 for types that arrays do not hold on this host.
 ULONG ElementSize(VARTYPE type);
 

@@ -17,10 +17,6 @@ using interface_schema::ValueType;
 
 static_assert(std::endian::native == std::endian::little, "narrow values begin their words");
 
-// A string's memory beyond this is given back after its call, so that one long string from a client
-// does not stay.
-constexpr std::size_t kKeptTextWords = 8192;
-
 template <typename T>
 T FromWord(CallWord word) {
   if constexpr (std::is_pointer_v<T>) {
@@ -176,8 +172,13 @@ int CallFrame::ReadInput(sd_bus_message* message, const ParameterPlan& parameter
       if (status <= 0) return status < 0 ? status : -EBADMSG;
       const std::size_t size = std::strlen(text);
       const std::size_t length = WideTextLength(text, size);
-      room.text.resize((BstrRoom(length) + 7) / 8);
-      const BSTR string = PlaceBstr(room.text.data(), static_cast<std::uint32_t>(length));
+      BSTR string;
+      if (BstrRoom(length) <= room.text.size()) {
+        string = PlaceBstr(room.text.data(), static_cast<std::uint32_t>(length));
+      } else {
+        string = room.long_text = SysAllocStringLen(nullptr, static_cast<UINT>(length));
+        if (string == nullptr) return -ENOMEM;
+      }
       WriteWideText(text, size, string);
       words_[index] = ToWord(string);
       return 0;
@@ -212,6 +213,7 @@ int CallFrame::ReadInputs(sd_bus_message* message, const MethodPlan& method) {
     Room& room = (*rooms_)[i];
     room.value = 0;
     room.strings = nullptr;
+    room.long_text = nullptr;
     const ParameterPlan& parameter = method.parameters[i];
     if (parameter.type == ValueType::kRecord) {
       std::memset(room.record.data(), 0, parameter.record->size);
@@ -255,9 +257,10 @@ void CallFrame::Release(const MethodPlan& method) {
     const ParameterPlan& parameter = method.parameters[i];
     if (parameter.is_output) FreePointerValue(parameter.type, FromWord<void*>(room.value));
     SafeArrayDestroy(room.strings);
+    SysFreeString(room.long_text);
     room.value = 0;
     room.strings = nullptr;
-    if (room.text.capacity() > kKeptTextWords) room.text = {};
+    room.long_text = nullptr;
   }
 }
 

@@ -13,7 +13,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "platform/linux/automation/call_thunks.h"
 #include "platform/linux/automation/interface_plan.h"
@@ -52,12 +51,16 @@ class CallFrame {
   void Release(const MethodPlan& method);
 
  private:
+  // Names of probes are short: they need no memory of their own.
+  static constexpr std::size_t kShortTextBytes = 512;
+
   // Room of one argument: each kind uses its part.
   struct Room {
-    CallWord value = 0;               // an output; the pointer to it is the argument
-    TypedArray borrowed;              // a byte array over the message
-    SAFEARRAY* strings = nullptr;     // a string array, owned
-    std::vector<std::uint64_t> text;  // a string's memory, kept from call to call
+    CallWord value = 0;            // an output; the pointer to it is the argument
+    TypedArray borrowed;           // a byte array over the message
+    SAFEARRAY* strings = nullptr;  // a string array, owned
+    BSTR long_text = nullptr;      // a string that does not fit below, owned
+    alignas(8) std::array<std::byte, kShortTextBytes> text;
     alignas(8) std::array<std::byte, kMaxRecordBytes> record;
   };
 

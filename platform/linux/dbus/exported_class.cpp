@@ -1,6 +1,6 @@
 #include "platform/linux/dbus/exported_class.h"
 
-#include <cstdio>
+#include <cerrno>
 #include <new>
 
 #include "platform/linux/dbus/dbus_link.h"
@@ -8,15 +8,14 @@
 namespace linux_host {
 namespace {
 
-// Calls the object. What the operation throws must not reach the bus library's frames.
-HRESULT CallObject(IUnknown* object, const MethodPlan& method, const CallWord* words) {
-  try {
-    return CallSlot(object, method.method->slot, words, method.parameters.size());
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  } catch (...) {
-    return RPC_E_SERVERFAULT;
-  }
+int SetTooLarge(sd_bus_error* error) {
+  return sd_bus_error_set_const(error, SD_BUS_ERROR_LIMITS_EXCEEDED,
+                                "The result is larger than a message may be.");
+}
+
+int SetWrongArguments(sd_bus_error* error) {
+  return sd_bus_error_set_const(error, SD_BUS_ERROR_INVALID_ARGS,
+                                "The arguments do not match the method's.");
 }
 
 sd_bus_vtable TableStart() {
@@ -85,13 +84,36 @@ int ExportedClass::Offer(sd_bus* bus, CallTarget* target, Bindings& bindings) {
       bindings.push_back({this, target, &method});
     }
   }
-  for (std::size_t i = 0; i < tables_.size(); ++i) {
-    const int status = sd_bus_add_object_vtable(bus, nullptr, plan_.object_path().c_str(),
-                                                plan_.interfaces()[i]->name.c_str(),
-                                                tables_[i].data(), bindings.data());
-    if (status < 0) return status;
+  const char* path = plan_.object_path().c_str();
+  int status = sd_bus_add_object(bus, nullptr, path, &OnMessage, &bindings);
+  for (std::size_t i = 0; status >= 0 && i < tables_.size(); ++i) {
+    status = sd_bus_add_object_vtable(bus, nullptr, path, plan_.interfaces()[i]->name.c_str(),
+                                      tables_[i].data(), bindings.data());
   }
-  return 0;
+  return status < 0 ? status : 0;
+}
+
+// Sees every call of the object first. The bus library finds methods by their interface, but a call
+// may come without one.
+int ExportedClass::OnMessage(sd_bus_message* message, void* bindings, sd_bus_error* error) {
+  if (sd_bus_message_get_interface(message) != nullptr) return 0;
+  const char* member = sd_bus_message_get_member(message);
+  const Binding* found = nullptr;
+  for (const Binding& binding : *static_cast<const Bindings*>(bindings)) {
+    if (binding.method->name != member) continue;
+    if (found != nullptr) {
+      return sd_bus_error_setf(error, SD_BUS_ERROR_UNKNOWN_METHOD,
+                               "Several interfaces have a method %s: name one of them.", member);
+    }
+    found = &binding;
+  }
+  if (found == nullptr) {
+    return sd_bus_error_setf(error, SD_BUS_ERROR_UNKNOWN_METHOD, "Unknown method %s.", member);
+  }
+  if (sd_bus_message_has_signature(message, found->method->input_signature.c_str()) <= 0) {
+    return SetWrongArguments(error);
+  }
+  return found->exported->Serve(message, *found, error);
 }
 
 int ExportedClass::OnCall(sd_bus_message* message, void* binding, sd_bus_error* error) {
@@ -100,30 +122,38 @@ int ExportedClass::OnCall(sd_bus_message* message, void* binding, sd_bus_error* 
 }
 
 int ExportedClass::Serve(sd_bus_message* message, const Binding& binding, sd_bus_error* error) {
-  IUnknown* object = nullptr;
   is_serving_ = true;
-  HRESULT status = binding.target->ObjectFor(message, &object);
-  int result = 0;
-  if (FAILED(status)) {
-    result = SetStatusError(error, status);
-  } else if (frame_.ReadInputs(message, *binding.method) < 0) {
-    result = sd_bus_error_set_const(error, SD_BUS_ERROR_INVALID_ARGS,
-                                    "The arguments do not match the method's.");
-  } else {
-    status = CallObject(object, *binding.method, frame_.words());
-    result = FAILED(status) ? SetStatusError(error, status) : Reply(message, binding, error);
+  int result;
+  // Nothing that is thrown may reach the bus library's frames.
+  try {
+    result = Call(message, binding, error);
+  } catch (const std::bad_alloc&) {
+    result = SetStatusError(error, E_OUTOFMEMORY);
+  } catch (...) {
+    result = SetStatusError(error, RPC_E_SERVERFAULT);
   }
   frame_.Release(*binding.method);
   is_serving_ = false;
   return result;
 }
 
+int ExportedClass::Call(sd_bus_message* message, const Binding& binding, sd_bus_error* error) {
+  const MethodPlan& method = *binding.method;
+  IUnknown* object = nullptr;
+  HRESULT status = binding.target->ObjectFor(message, &object);
+  if (FAILED(status)) return SetStatusError(error, status);
+  const int read = frame_.ReadInputs(message, method);
+  if (read == -ENOMEM) return SetStatusError(error, E_OUTOFMEMORY);
+  if (read < 0) return SetWrongArguments(error);
+  const ArrayLimit limit(binding.target->Limits().array_bytes);
+  status = CallSlot(object, method.method->slot, frame_.words(), method.parameters.size());
+  if (limit.was_exceeded()) return SetTooLarge(error);
+  return FAILED(status) ? SetStatusError(error, status) : Reply(message, binding, error);
+}
+
 int ExportedClass::Reply(sd_bus_message* message, const Binding& binding, sd_bus_error* error) {
   const HRESULT fits = frame_.CheckOutputs(*binding.method, binding.target->Limits());
-  if (fits == E_OUTOFMEMORY) {
-    return sd_bus_error_set_const(error, SD_BUS_ERROR_LIMITS_EXCEEDED,
-                                  "The result is larger than a message may be.");
-  }
+  if (fits == E_OUTOFMEMORY) return SetTooLarge(error);
   if (FAILED(fits)) return SetStatusError(error, fits);
   sd_bus_message* created = nullptr;
   int result = sd_bus_message_new_method_return(message, &created);

@@ -71,7 +71,9 @@ class ExportedClass {
 
  private:
   static int OnCall(sd_bus_message* message, void* binding, sd_bus_error* error);
+  static int OnMessage(sd_bus_message* message, void* bindings, sd_bus_error* error);
   int Serve(sd_bus_message* message, const Binding& binding, sd_bus_error* error);
+  int Call(sd_bus_message* message, const Binding& binding, sd_bus_error* error);
   int Reply(sd_bus_message* message, const Binding& binding, sd_bus_error* error);
 
   const ClassPlan& plan_;

@@ -11,7 +11,6 @@
 #include <cstring>
 
 #include "platform/linux/dbus/dbus_link.h"
-#include "platform/linux/dbus/dbus_text.h"
 #include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/component/component_fixture.h"
 
@@ -146,12 +145,25 @@ TEST_F(ComponentSocket, WrongCallsAreAnsweredWithErrors) {
   EXPECT_EQ(Call(bus, nullptr, kV2, "Subtract", "is", 1, "x").error, bus_error + "InvalidArgs");
   EXPECT_EQ(Call(bus, nullptr, kV2, "Subtract", "").error, bus_error + "InvalidArgs");
   EXPECT_EQ(Call(bus, nullptr, kV2, "Multiply", "").error, bus_error + "UnknownMethod");
+  const LONG arrays = sample::g_arrays_made;
   EXPECT_EQ(Call(bus, nullptr, kV1, "MakeBytes", "x", std::int64_t{(64 << 20) + 1}).error,
             bus_error + "LimitsExceeded");
+  EXPECT_EQ(sample::g_arrays_made, arrays) << "it is refused before the method's own work";
   const Reply failed = Call(bus, nullptr, kV1, "Fail", "i", static_cast<int>(E_FAIL));
   EXPECT_EQ(failed.error, "org.wirefox.Error.HRESULT");
   EXPECT_EQ(failed.text, "0x80004005");
   EXPECT_EQ(NumberIn(Call(bus, nullptr, kV2, "Subtract", "ii", 2, 1)), 1);
+}
+
+TEST_F(ComponentSocket, ACallWithoutAnInterfaceReachesTheOnlyMethodOfItsName) {
+  const DBusHandle bus = Open();
+  EXPECT_EQ(NumberIn(Call(bus, nullptr, nullptr, "Subtract", "ii", 5, 3)), 2);
+  const std::pair<const char*, const char*> errors[] = {
+      {"Subtract", "InvalidArgs"}, {"Fail", "UnknownMethod"}, {"Multiply", "UnknownMethod"}};
+  for (const auto& [method, error] : errors) {
+    EXPECT_EQ(Call(bus, nullptr, nullptr, method, "").error,
+              std::string("org.freedesktop.DBus.Error.") + error);
+  }
 }
 
 TEST_F(ComponentSocket, GarbageEndsItsConnectionOnly) {
@@ -268,17 +280,6 @@ TEST_F(ComponentBus, LargeResultsAreRefusedBelowTheBusesOwnLimit) {
   EXPECT_EQ(Call(bus, kName, kV1, "MakeBytes", "x", std::int64_t{(31 << 20) + 1}).error,
             "org.freedesktop.DBus.Error.LimitsExceeded");
   EXPECT_EQ(NumberIn(Call(bus, kName, kV2, "Subtract", "ii", 2, 1)), 1);
-}
-
-TEST(BusText, SurvivesMalformedBytesWithinItsBounds) {
-  const std::string cases[] = {"\x80",          "\xC3",         "\xE2\x82",         "\xF0\x9F\x98",
-                               "\xC0\x80",      "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF\xFE",
-                               "a\xE2\x28\xA1z"};
-  for (const std::string& bytes : cases) {
-    std::wstring wide(linux_host::WideTextLength(bytes.data(), bytes.size()), L'\0');
-    linux_host::WriteWideText(bytes.data(), bytes.size(), wide.data());
-    EXPECT_NE(wide.find(L'\xFFFD'), std::wstring::npos) << testing::PrintToString(bytes);
-  }
 }
 
 }  // namespace
