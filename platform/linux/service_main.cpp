@@ -4,6 +4,7 @@
 
 #include "api/interface_table.h"
 #include "platform/linux/automation/program_resources.h"
+#include "platform/linux/com/leftovers.h"
 
 namespace {
 
@@ -24,6 +25,8 @@ LPWSTR ArgumentsOf(LPWSTR command_line) {
 
 int main() {
   linux_host::SetProgramResources({.type_library = &api::kLibrary, .strings = kStrings});
-  return wWinMain(GetModuleHandleW(nullptr), nullptr, ArgumentsOf(GetCommandLineW()),
-                  SW_SHOWDEFAULT);
+  const int result =
+      wWinMain(GetModuleHandleW(nullptr), nullptr, ArgumentsOf(GetCommandLineW()), SW_SHOWDEFAULT);
+  linux_host::RemoveLeftovers(api::kLibrary);
+  return result;
 }

@@ -54,9 +54,13 @@ TEST_F(Lifetime, AClientThatComesWhenTheServiceEndsGetsAnother) {
 
 TEST_F(Lifetime, UnregistrationTakesTheServiceAway) {
   ASSERT_NO_FATAL_FAILURE(InstallAll());
-  EXPECT_EQ(Wfx({"version"}).exit_status, 0);
-  ASSERT_TRUE(ServiceEnds());
+  const auto hold = Hold();
+  kill(ServicePids().at(0), SIGKILL);
+  EXPECT_EQ(hold->Wait(), 3);
   EXPECT_EQ(Run({service_path(), "/unregserver"}).exit_status, 0);
+  for (const char* name : {"dbus-1", "registry", "registry.lock", "run"}) {
+    EXPECT_FALSE(std::filesystem::exists(home() / name)) << name;
+  }
   EXPECT_EQ(Wfx({"version"}).exit_status, 3);
 }
 

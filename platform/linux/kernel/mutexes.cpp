@@ -99,6 +99,10 @@ bool Mutex::Forget(ThreadRecord& self) {
   return (owner_.load(std::memory_order_acquire) & ~kWaiters) == 0;
 }
 
+bool Mutex::IsOwnedByOther(const ThreadRecord& self) const {
+  return (owner_.load(std::memory_order_acquire) & ~kWaiters) != 0 && !OwnedBy(self);
+}
+
 void AbandonOwnedMutexes(ThreadRecord& thread) {
   while (!thread.owned_mutexes.empty()) thread.owned_mutexes.back()->Abandon(thread);
 }
@@ -148,6 +152,16 @@ void TakeOwnership(HANDLE handle) {
 }
 
 }  // namespace
+
+void RemoveMutexFiles() {
+  Names().Look([] {
+    for (const auto& [name, mutex] : OpenedMutexes()) {
+      if (!mutex->IsOwnedByOther(CurrentThread())) mutex->shared()->RemoveFile();
+    }
+  });
+  SharedLock::RemoveUnusedFiles();
+}
+
 }  // namespace linux_host
 
 using namespace linux_host;

@@ -25,6 +25,8 @@ class Mutex : public Waitable {
   // False when another thread owns it, which it does until that thread ends.
   bool Forget(ThreadRecord& self);
 
+  bool IsOwnedByOther(const ThreadRecord& self) const;
+
   // False when the thread does not own it.
   bool Unlock(ThreadRecord& self);
 
@@ -63,5 +65,10 @@ class Mutex : public Waitable {
   std::uint32_t times_taken_ = 0;
   bool abandoned_ = false;
 };
+
+// For the end of a process: takes away the files of named mutexes that no other process uses, those
+// that have been left by ended ones too. Those of this process go on working in it, but whoever
+// opens their names from now on meets others; one that another thread owns is let be.
+void RemoveMutexFiles();
 
 }  // namespace linux_host

@@ -7,9 +7,12 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <new>
 #include <utility>
+#include <vector>
 
 #include "platform/linux/kernel/descriptor.h"
 #include "platform/linux/kernel/home.h"
@@ -49,12 +52,14 @@ bool OthersHoldUseByte(int descriptor) {
   return LockByte(descriptor, F_OFD_GETLK, F_WRLCK, kUseByte) != 0;
 }
 
+std::string LocksDirectory() { return HomePath(HomeKind::kRuntime) + "/locks"; }
+
 // Any sequence of UTF-16 units as a path below the directory of locks: what is not plain is written
 // in hexadecimal, and long names continue in directories, which end in a plus sign as no name does.
 std::string FilePath(const std::wstring& name) {
   constexpr std::size_t kPieceSize = 200;
   constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string path = HomePath(HomeKind::kRuntime) + "/locks/";
+  std::string path = LocksDirectory() + "/";
   std::size_t piece = 0;
   for (const wchar_t unit : name) {
     if (piece >= kPieceSize) {
@@ -91,8 +96,21 @@ DWORD ErrorOf(int error) {
 
 // Only the account that made the file may open it, as with Windows' default security.
 int OpenFile(const std::string& path, bool create) {
-  if (create && !MakeDirectories(path.substr(0, path.rfind('/')), 0700)) return -1;
-  return open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | (create ? O_CREAT : 0), 0600);
+  const std::string directory = path.substr(0, path.rfind('/'));
+  for (bool was_missing = false;;) {
+    if (create && !MakeDirectories(directory, 0700)) return -1;
+    const int file =
+        open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | (create ? O_CREAT : 0), 0600);
+    // Once more when the directory was removed between the two calls.
+    if (file >= 0 || !create || errno != ENOENT || std::exchange(was_missing, true)) return file;
+  }
+}
+
+// Whether the file still has its name, which may be another file's otherwise. Under the lock that
+// keeps newcomers out.
+bool HasItsName(int descriptor) {
+  struct stat status;
+  return fstat(descriptor, &status) == 0 && status.st_nlink > 0;
 }
 
 void InitialiseMutex(pthread_mutex_t& mutex) {
@@ -157,9 +175,28 @@ SharedLock::~SharedLock() {
 bool SharedLock::RemoveFile() {
   LockByte(descriptor_, F_OFD_SETLKW, F_WRLCK, kOpeningByte);
   const bool used = OthersHoldUseByte(descriptor_);
-  if (!used) unlink(path_.c_str());
+  if (!used && HasItsName(descriptor_)) unlink(path_.c_str());
   LockByte(descriptor_, F_OFD_SETLK, F_UNLCK, kOpeningByte);
   return !used;
+}
+
+void SharedLock::RemoveUnusedFiles() {
+  std::vector<std::string> paths = {LocksDirectory()};
+  std::error_code error;
+  std::filesystem::recursive_directory_iterator entry(paths[0], error);
+  for (; !error && entry != std::filesystem::end(entry); entry.increment(error)) {
+    paths.push_back(entry->path());
+  }
+  // What lies in a directory comes after it.
+  std::for_each(paths.rbegin(), paths.rend(), [](const std::string& path) {
+    if (rmdir(path.c_str()) == 0 || errno != ENOTDIR) return;
+    Descriptor file;
+    file.Reset(OpenFile(path, false));
+    if (file.get() >= 0 && LockByte(file.get(), F_OFD_SETLKW, F_WRLCK, kOpeningByte) == 0 &&
+        !OthersHoldUseByte(file.get()) && HasItsName(file.get())) {
+      unlink(path.c_str());
+    }
+  });
 }
 
 bool SharedLock::UsedByOthers() {

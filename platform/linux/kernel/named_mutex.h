@@ -37,6 +37,9 @@ class SharedLock {
   // process uses it; nothing is done then.
   bool RemoveFile();
 
+  // Removes the files of ended processes, and the folders that become empty.
+  static void RemoveUnusedFiles();
+
   // Whether another process uses it now. No system call as long as none ever did.
   bool UsedByOthers();
 

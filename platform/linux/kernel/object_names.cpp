@@ -43,6 +43,11 @@ HANDLE ObjectNames::OpenOrCreate(const std::wstring& name, ObjectKind kind,
   return handle;
 }
 
+void ObjectNames::Look(const std::function<void()>& look) {
+  const std::lock_guard lock(mutex_);
+  look();
+}
+
 bool ObjectNames::HandleClosed(std::atomic<std::uint32_t>& handles, const std::wstring& name) {
   // Under the lock, so that nobody finds an object by its name that has no handle any more.
   const std::lock_guard lock(mutex_);

@@ -32,6 +32,9 @@ class ObjectNames {
   HANDLE OpenOrCreate(const std::wstring& name, ObjectKind kind,
                       const std::function<ObjectRef<KernelObject>()>& make);
 
+  // Runs under the lock of the names.
+  void Look(const std::function<void()>& look);
+
   // A handle of the object that bears `name` has been closed; `handles` counts them. True: it was
   // the last one, and nobody bears the name any more.
   bool HandleClosed(std::atomic<std::uint32_t>& handles, const std::wstring& name);

@@ -7,6 +7,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <optional>
@@ -64,19 +65,34 @@ void SyncDirectory(const std::string& path) {
   if (directory.is_open()) fsync(directory.get());
 }
 
+std::string LockPath(const std::string& path) { return path + ".lock"; }
+
 // Waits until no other process writes the hive; ends with the descriptor.
 Descriptor LockForWriting(const std::string& path) {
-  // Writable for its owner alone: a stranger who could open it could hold all writers up.
-  Descriptor lock(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (!lock.is_open()) return lock;
-  while (flock(lock.get(), LOCK_EX) != 0) {
-    if (errno == EINTR) continue;
-    const int error = errno;
-    close(lock.Take());
-    errno = error;
-    break;
+  for (;;) {
+    // Writable for its owner alone: a stranger who could open it could hold all writers up.
+    Descriptor lock(open(LockPath(path).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!lock.is_open()) return lock;
+    while (flock(lock.get(), LOCK_EX) != 0) {
+      if (errno == EINTR) continue;
+      const int error = errno;
+      close(lock.Take());
+      errno = error;
+      return lock;
+    }
+    // The hive may have been removed meanwhile, and the lock with it.
+    struct stat state;
+    if (fstat(lock.get(), &state) != 0 || state.st_nlink > 0) return lock;
   }
-  return lock;
+}
+
+// Whether a hive holds nothing but keys that stay for ever: those below the root, where classes and
+// libraries of anyone stand.
+bool IsBare(const RegistryKey& root) {
+  return root.values.empty() &&
+         std::all_of(root.subkeys.begin(), root.subkeys.end(), [](const auto& entry) {
+           return entry.second->values.empty() && entry.second->subkeys.empty();
+         });
 }
 
 }  // namespace
@@ -156,6 +172,17 @@ std::uint32_t HiveFile::Change(const Alteration& alteration) {
   // What could not be written did not happen: the next call reads the file again.
   if (status != ERROR_SUCCESS && altered) Forget();
   return status;
+}
+
+bool HiveFile::RemoveIfBare() {
+  const RegistryKey* root;
+  // Looked at before the lock, which would make its file, and again under it.
+  if (Read(&root) != ERROR_SUCCESS || !IsBare(*root)) return false;
+  const Descriptor lock = LockForWriting(path_);
+  if (!lock.is_open() || Read(&root) != ERROR_SUCCESS || !IsBare(*root)) return false;
+  unlink(path_.c_str());
+  unlink(LockPath(path_).c_str());
+  return true;
 }
 
 std::uint32_t HiveFile::PutAside() {

@@ -37,6 +37,10 @@ class HiveFile {
   using Alteration = std::function<std::uint32_t(RegistryKey& root, bool* altered)>;
   std::uint32_t Change(const Alteration& alteration);
 
+  // Removes the file and its lock when there are no values and no keys but empty ones below the
+  // root. False when there are, or it cannot be told. What was put aside as damaged stays.
+  bool RemoveIfBare();
+
  private:
   bool IsCurrent() const;
   void Load();

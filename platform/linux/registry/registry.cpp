@@ -88,8 +88,13 @@ std::uint32_t Registry::View(const KeyPath& path, KeyView* view) {
 }
 
 std::uint32_t Registry::Change(const HiveFile::Alteration& alteration) {
-  return Hives().front()->Change(alteration);
+  const std::uint32_t status = Hives().front()->Change(alteration);
+  // An ending service of an account that nothing is registered for removes the directory: it is
+  // made once more.
+  return status == ERROR_WRITE_FAULT ? Hives().front()->Change(alteration) : status;
 }
+
+bool Registry::RemoveIfBare() { return Hives().front()->RemoveIfBare(); }
 
 void Registry::MarkDeleted(const KeyPath& path) {
   for (auto& [handle, key] : open_keys_) {

@@ -62,6 +62,9 @@ class Registry {
   // Alters the caller's own hive; statuses of HiveFile::Change.
   std::uint32_t Change(const HiveFile::Alteration& alteration);
 
+  // Removes the caller's own hive; see HiveFile.
+  bool RemoveIfBare();
+
   // Tells the handles of a key that it is gone. The key may exist anew afterwards; they do not go
   // over to it. (A key that another process deletes and creates anew between two calls here is not
   // told from the old one.)

@@ -91,6 +91,13 @@ DWORD RemoveRegistrationFile(const std::string& path) {
   return ErrorOf(errno);
 }
 
+void RemoveEmptyRegistrationFolders() {
+  const std::string home = InstallationHome();
+  if (home.empty()) return;
+  for (const Places& places : kPlaces) rmdir((home + places.below_home).c_str());
+  rmdir((home + "/dbus-1").c_str());
+}
+
 bool MayWriteTo(const std::string& folder) {
   std::string existing = folder;
   struct stat state;

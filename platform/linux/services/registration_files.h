@@ -46,6 +46,9 @@ DWORD WriteRegistrationFile(const std::string& path, const std::string& text);
 // Success also when there was none. A system error code.
 DWORD RemoveRegistrationFile(const std::string& path);
 
+// Removes those below $WIREFOX_HOME. The others are no folders of ours.
+void RemoveEmptyRegistrationFolders();
+
 // Whether a file of that name may be written there, or in a folder that would be made.
 bool MayWriteTo(const std::string& folder);
 

@@ -86,25 +86,6 @@ TEST_F(HiveFileTest, EachWriteIsSeenByOthersAtOnce) {
   EXPECT_EQ(-1, Get(one, L"n"));
 }
 
-TEST_F(HiveFileTest, WritersInSeveralProcessesLoseNothing) {
-  std::deque<ChildProcess> writers;
-  for (int writer = 0; writer < 4; ++writer) {
-    writers.emplace_back([&] {
-      HiveFile hive(path_);
-      for (int i = 0; i < 15; ++i) {
-        const auto name = std::to_wstring(writer) + L"/" + std::to_wstring(i);
-        if (Set(hive, name, Number(1)) != 0) return 1;
-      }
-      return 0;
-    });
-  }
-  for (ChildProcess& writer : writers) EXPECT_EQ(0, writer.Await());
-  HiveFile hive(path_);
-  const RegistryKey* root = nullptr;
-  ASSERT_EQ(0u, hive.Read(&root));
-  EXPECT_EQ(60u, root->values.size());
-}
-
 TEST_F(HiveFileTest, AWriterKilledAtAnyMomentLeavesAWholeHiveAndNoLock) {
   std::mt19937 random(unit::RandomSeed());
   HiveFile hive(path_);
@@ -123,6 +104,39 @@ TEST_F(HiveFileTest, AWriterKilledAtAnyMomentLeavesAWholeHiveAndNoLock) {
     ASSERT_GE(left, 0);
     ASSERT_EQ(left, Get(hive, L"b"));
   }
+}
+
+TEST_F(HiveFileTest, IsRemovedOnlyWhileItHoldsNothingButKeysBelowItsRoot) {
+  const std::string contents[] = {"\"v\"=\"\"\n", "[A]\n\"v\"=\"\"\n", "[A\\B]\n", "[A\n"};
+  for (const std::string& content : contents) {
+    WriteText("Wirefox registry 1\n" + content + "end\n");
+    EXPECT_FALSE(HiveFile(path_).RemoveIfBare()) << content;
+    EXPECT_TRUE(std::filesystem::exists(path_)) << content;
+  }
+  WriteText("Wirefox registry 1\n[A]\n[B]\nend\n");
+  EXPECT_TRUE(HiveFile(path_).RemoveIfBare());
+  EXPECT_TRUE(std::filesystem::is_empty(home_.directory()));
+}
+
+TEST_F(HiveFileTest, WritersAndRemoversInSeveralProcessesLoseNothing) {
+  ChildProcess remover([&]() -> int {
+    for (HiveFile hive(path_);;) hive.RemoveIfBare();
+  });
+  std::deque<ChildProcess> writers;
+  for (const wchar_t* name : {L"a", L"b", L"c"}) {
+    writers.emplace_back([&, name] {
+      HiveFile hive(path_);
+      const auto erase = [&](RegistryKey& root, bool* altered) {
+        *altered = root.values.erase(name) == 1;
+        return static_cast<std::uint32_t>(*altered ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND);
+      };
+      for (int i = 0; i < 100; ++i) {
+        if (Set(hive, name, Number(1)) != 0 || hive.Change(erase) != 0) return 1;
+      }
+      return 0;
+    });
+  }
+  for (ChildProcess& writer : writers) EXPECT_EQ(0, writer.Await());
 }
 
 TEST_F(HiveFileTest, AFailedWriteChangesNothing) {
@@ -149,23 +163,10 @@ TEST_F(HiveFileTest, AFailedWriteChangesNothing) {
   EXPECT_EQ(std::uint32_t{ERROR_WRITE_FAULT}, Set(nowhere, L"n", Number(1)));
 }
 
-TEST_F(HiveFileTest, ADamagedHiveIsRefusedThenKeptAside) {
-  for (const std::string text : {"garbage", "Wirefox registry 1\n[A]\n"}) {
-    WriteText(text);
-    HiveFile hive(path_);
-    const RegistryKey* root = nullptr;
-    EXPECT_EQ(std::uint32_t{ERROR_REGISTRY_CORRUPT}, hive.Read(&root));
-    EXPECT_EQ(text, ReadText(path_)) << "reading touches nothing";
-    EXPECT_EQ(0u, Set(hive, L"n", Number(1)));
-    EXPECT_EQ(1, Get(hive, L"n"));
-    std::filesystem::remove(path_);
-  }
-  EXPECT_EQ("garbage", ReadText(path_ + ".damaged-1"));
-  EXPECT_EQ("Wirefox registry 1\n[A]\n", ReadText(path_ + ".damaged-2"));
-}
-
-TEST_F(HiveFileTest, AnythingButAFileIsDamageAndNotWaitedFor) {
+TEST_F(HiveFileTest, WhatIsNoHiveIsRefusedAtOnceThenKeptAside) {
+  const std::string cut = "Wirefox registry 1\n[A]\n";
   const std::function<void()> cases[] = {
+      [&] { WriteText(cut); },
       [&] { ASSERT_EQ(0, mkfifo(path_.c_str(), 0600)); },
       [&] { std::filesystem::create_directory(path_); },
       [&] { WriteText(std::string(linux_host::kLargestHive + 1, ';')); },
@@ -173,10 +174,16 @@ TEST_F(HiveFileTest, AnythingButAFileIsDamageAndNotWaitedFor) {
   for (const auto& make : cases) {
     make();
     HiveFile hive(path_);
-    EXPECT_EQ(-2, Get(hive, L"n"));
+    const RegistryKey* root = nullptr;
+    const ino_t before = Inode();
+    EXPECT_EQ(std::uint32_t{ERROR_REGISTRY_CORRUPT}, hive.Read(&root));
+    EXPECT_EQ(before, Inode()) << "reading touches nothing";
     EXPECT_EQ(0u, Set(hive, L"n", Number(1)));
+    EXPECT_EQ(1, Get(hive, L"n"));
     std::filesystem::remove(path_);
   }
+  EXPECT_EQ(cut, ReadText(path_ + ".damaged-1"));
+  EXPECT_TRUE(std::filesystem::is_directory(path_ + ".damaged-3"));
 }
 
 TEST_F(HiveFileTest, RegistryCallsRecoverFromDamageWhenAKeyIsCreated) {

@@ -74,10 +74,24 @@ ComponentTest::ComponentTest() {
 
 ComponentTest::~ComponentTest() { CoUninitialize(); }
 
-void ComponentTest::Register(const std::wstring& command) {
+namespace {
+
+std::wstring ClassKey() {
   OLECHAR id[40];
   StringFromGUID2(sample::kClassId, id, 40);
-  const std::wstring path = L"CLSID\\" + std::wstring(id) + L"\\LocalServer32";
+  return L"CLSID\\" + std::wstring(id);
+}
+
+}  // namespace
+
+void ComponentTest::Unregister() {
+  for (const std::wstring& path : {ClassKey() + L"\\LocalServer32", ClassKey()}) {
+    EXPECT_EQ(RegDeleteKeyW(HKEY_CLASSES_ROOT, path.c_str()), ERROR_SUCCESS);
+  }
+}
+
+void ComponentTest::Register(const std::wstring& command) {
+  const std::wstring path = ClassKey() + L"\\LocalServer32";
   HKEY key;
   ASSERT_EQ(RegCreateKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr,
                             &key, nullptr),

@@ -63,6 +63,7 @@ class ComponentTest : public ::testing::Test {
   ~ComponentTest() override;
 
   void Register(const std::wstring& command);
+  void Unregister();
   std::string SocketPath() const { return home_.Path("run/org.wirefox.Sample.sock"); }
 
   const ScratchHome home_;
