@@ -1,7 +1,7 @@
 // What the layer has made in its directories, taken away when nothing is registered any more.
 #pragma once
 
-#include "schema/interface_schema.h"
+#include "base/interface_schema.h"
 
 namespace linux_host {
 

@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <setupapi.h>
-
 #include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <functional>
 #include <semaphore>
 #include <thread>
@@ -205,61 +202,6 @@ TEST_F(DeviceFile, ResultIsCollectedOnlyWhenTheEventIsSetAsWell) {
   }
   for (std::thread* thread : {&waiting, &collecting, &completing}) thread->join();
   EXPECT_TRUE(set);
-}
-
-// Requests complete on another thread while they are started, waited for, cancelled and collected,
-// and the event serves one request after another.
-TEST_F(DeviceFile, EventOfAnEarlierRequestNeverEndsALaterWait) {
-  std::counting_semaphore<> submitted(0);
-  probe_.answer = [&](auto&) {
-    submitted.release();
-    return false;
-  };
-  std::atomic<bool> stop = false;
-  std::thread other([&] {
-    while (submitted.acquire(), !stop) probe_.CompleteAll(UsbStatus::kOk, {1, 2, 3, 4});
-  });
-  for (int i = 0; i < 5000; ++i) {
-    const DWORD start = StartRead();
-    ASSERT_TRUE(start == 0 || start == ERROR_IO_PENDING);
-    if (i % 3 == 0) CancelIo(device_);
-    const bool waits = i % 2 != 0;
-    if (waits && start != 0) WaitForSingleObject(event_, INFINITE);
-    Outcome result = Result();
-    while (!waits && result.first == ERROR_IO_INCOMPLETE) {
-      std::this_thread::yield();
-      result = Result();
-    }
-    ASSERT_TRUE(result == Outcome(0, 4) || result.first == ERROR_OPERATION_ABORTED);
-  }
-  stop = true;
-  submitted.release();
-  other.join();
-}
-
-TEST_F(DeviceFile, IsFoundByItsClassWithRoomForItsWholePath) {
-  constexpr GUID kDriverClass = {
-      0xcb74512d, 0x0292, 0x428d, {0x8d, 0xf8, 0x5b, 0x2e, 0xa1, 0xd3, 0x4a, 0xe7}};
-  const HDEVINFO set =
-      SetupDiGetClassDevsW(&kDriverClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
-  probe_.Leave();  // the set is as it was taken
-  SP_DEVICE_INTERFACE_DATA data = {};
-  data.cbSize = sizeof(data);
-  EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set, nullptr, &kDriverClass, 1, &data));
-  EXPECT_EQ(DWORD{ERROR_NO_MORE_ITEMS}, GetLastError());
-  ASSERT_TRUE(SetupDiEnumDeviceInterfaces(set, nullptr, &kDriverClass, 0, &data));
-  DWORD size = 0;
-  EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailW(set, &data, nullptr, 0, &size, nullptr));
-  EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, GetLastError());
-  std::vector<std::max_align_t> buffer(size / sizeof(std::max_align_t) + 1);
-  auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
-  detail->cbSize = sizeof(*detail);
-  EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, size - 1, nullptr, nullptr));
-  ASSERT_TRUE(SetupDiGetDeviceInterfaceDetailW(set, &data, detail, size, nullptr, nullptr));
-  const std::wstring path = detail->DevicePath;
-  EXPECT_EQ(FakeProbe::kPath, std::string(path.begin(), path.end()));
-  EXPECT_FALSE(CloseHandle(set));
-  EXPECT_TRUE(SetupDiDestroyDeviceInfoList(set));
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 
 #include <deque>
 #include <filesystem>
-#include <fstream>
 #include <random>
 #include <string>
 
@@ -112,12 +111,6 @@ TEST_F(NamedMutexes, OneThatOnlyADeadProcessHadIsMadeAnew) {
   EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex, 0));
   ReleaseMutex(mutex);
   CloseHandle(mutex);
-}
-
-TEST_F(NamedMutexes, PlaceWhereNoFileCanBeMadeIsRefused) {
-  std::ofstream(home_.Path("run")) << "not a folder";
-  EXPECT_EQ(nullptr, CreateMutexW(nullptr, FALSE, name_.c_str()));
-  EXPECT_EQ(5U, GetLastError());
 }
 
 TEST(Home, EverythingLiesBelowWirefoxHomeWhenThatIsSet) {

@@ -202,18 +202,6 @@ TEST_F(ProbeDriverRequests, EveryOutcomeHasItsErrorItsBusStatusAndItsByteCount) 
   EXPECT_EQ(kDeviceNotConnected, Send(0x220000, version).refusal) << "once it has left";
 }
 
-TEST_F(ProbeDriverRequests, DirectFormWritesStatusWordsIntoTheInputRecord) {
-  Bytes record = DirectRecord(0x02);
-  Bytes data(3);
-  probe_.answer = [](UsbTransfer& transfer) {
-    transfer.driver_status = 0x01020304;
-    transfer.bus_status = 0x05060708;
-    return true;
-  };
-  Send(0x22004B, record, data);
-  EXPECT_EQ((Bytes{4, 3, 2, 1, 8, 7, 6, 5}), Bytes(record.begin() + 14, record.begin() + 22));
-}
-
 TEST_F(ProbeDriverRequests, QueriesReturnExactlyTheirSize) {
   probe_.facts.alternate_setting = 3;
   probe_.facts.usb_address = 7;

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -83,22 +82,6 @@ TEST_F(TestClock, ActionsRunAtTheirTimesBeforeDeadlinesOfTheSameMoment) {
   EXPECT_EQ((std::vector<int>{1, 2, 3, 4}), order);
 }
 
-TEST_F(TestClock, AdvanceWakesEveryDeadlineOnTheWay) {
-  test_host::TestClock clock;
-  std::atomic<int> ticks = 0;
-  std::atomic<bool> stop = false;
-  const Worker poller([&] {
-    while (!stop) {
-      Sleep(1);
-      ++ticks;
-    }
-  });
-  clock.Advance(1000);
-  EXPECT_EQ(1000, ticks.load());
-  EXPECT_EQ(kStart + 1000, clock.NowMs());
-  stop = true;
-}
-
 TEST_F(TestClock, DoesNotMoveWhileAThreadRunsOrBlocksElsewhere) {
   test_host::TestClock clock;
   std::mutex elsewhere;
@@ -120,43 +103,6 @@ TEST_F(TestClock, DoesNotMoveWhileAThreadRunsOrBlocksElsewhere) {
   EXPECT_EQ(kStart + 10, clock.NowMs());
 }
 
-TEST_F(TestClock, WaitingForANamedMutexCountsAsWaiting) {
-  const test_host::TestClock clock;
-  const HANDLE mutex = CreateMutexW(nullptr, TRUE, L"TestClockMutex");
-  std::atomic<std::uint64_t> got_it_at = 0;
-  Worker waiter([&] {
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex, INFINITE));
-    got_it_at = clock.NowMs();
-    ReleaseMutex(mutex);
-  });
-  Sleep(500);
-  ReleaseMutex(mutex);
-  waiter.Await();
-  EXPECT_EQ(kStart + 500, got_it_at.load());
-  CloseHandle(mutex);
-}
-
-TEST_F(TestClock, LoopThatWaitsForAMessageGetsItsTimers) {
-  const test_host::TestClock clock;
-  MSG message;
-  PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);
-  const DWORD loop = GetCurrentThreadId();
-  const UINT_PTR timer = SetTimer(nullptr, 0, 5000, nullptr);
-  for (std::uint64_t tick = 1; tick <= 3; ++tick) {
-    ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
-    EXPECT_EQ(UINT{WM_TIMER}, message.message);
-    EXPECT_EQ(kStart + tick * 5000, clock.NowMs());
-  }
-  KillTimer(nullptr, timer);
-  const Worker poster([&] {
-    Sleep(70);
-    PostThreadMessageW(loop, WM_APP, 0, 0);
-  });
-  ASSERT_TRUE(GetMessageW(&message, nullptr, 0, 0));
-  EXPECT_EQ(UINT{WM_APP}, message.message);
-  EXPECT_EQ(kStart + 15070, clock.NowMs());
-}
-
 TEST_F(TestClock, BlocksInProgressAreCarriedOverWhenItBeginsAndWhenItEnds) {
   std::atomic<bool> waiting = false;
   std::atomic<DWORD> result = 1;
@@ -173,18 +119,6 @@ TEST_F(TestClock, BlocksInProgressAreCarriedOverWhenItBeginsAndWhenItEnds) {
   SetEvent(event_);
   waiter.Await();
   EXPECT_EQ(WAIT_OBJECT_0, result.load());
-}
-
-TEST(WallClock, FixedTimeIsShownAsLocalTime) {
-  test_host::FixWallClock(1388962805);
-  SYSTEMTIME time;
-  GetLocalTime(&time);
-  const WORD shown[] = {time.wYear,   time.wMonth,  time.wDay,      time.wHour,
-                        time.wMinute, time.wSecond, time.wDayOfWeek};
-  EXPECT_THAT(shown, testing::ElementsAre(2014, 1, 5, 23, 0, 5, 0)) << "a Sunday";
-  test_host::FixWallClock(-1);
-  GetLocalTime(&time);
-  EXPECT_GT(time.wYear, 2014);
 }
 
 }  // namespace

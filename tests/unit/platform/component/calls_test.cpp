@@ -192,14 +192,5 @@ TEST_F(ComponentCalls, CallsOfManyThreadsOnOneObjectWaitForEachOther) {
   for (std::thread& thread : threads) thread.join();
 }
 
-TEST_F(ComponentCalls, ALostServerIsReportedOnEveryLaterCall) {
-  server_.Stop();
-  for (int i = 0; i < 2; ++i) {
-    LONG count = 7;
-    EXPECT_EQ(client_->CountObjects(&count), kServerUnavailable);
-    EXPECT_EQ(count, 0);
-  }
-}
-
 }  // namespace
 }  // namespace component_test

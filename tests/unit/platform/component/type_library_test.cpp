@@ -6,7 +6,6 @@
 #include <fstream>
 #include <iterator>
 
-#include "platform/linux/automation/program_resources.h"
 #include "platform/linux/kernel/text.h"
 #include "tests/unit/platform/component/component_fixture.h"
 
@@ -86,25 +85,6 @@ TEST_F(TypeLibrary, OnlyARegisteredLibraryOfThisProgramIsLoadedById) {
   library->Release();
   ASSERT_EQ(RegisterTypeLib(loaded.get(), L"/nonexistent/server", nullptr), S_OK);
   EXPECT_EQ(LoadRegTypeLib(sample::kLibraryId, 1, 0, 0x409, &library), TYPE_E_CANTLOADLIBRARY);
-}
-
-TEST_F(TypeLibrary, OtherFilesHoldNoLibrary) {
-  ITypeLib* library = nullptr;
-  EXPECT_EQ(LoadTypeLib(L"/etc/passwd", &library), TYPE_E_CANTLOADLIBRARY);
-  EXPECT_EQ(library, nullptr);
-  linux_host::SetProgramResources({nullptr, {}});
-  EXPECT_EQ(LoadTypeLib(ExecutablePath().c_str(), &library), TYPE_E_CANTLOADLIBRARY);
-}
-
-TEST_F(TypeLibrary, DescribesItsInterfacesAndNothingElse) {
-  const LibraryPointer library = Load();
-  ITypeInfo* info = nullptr;
-  for (const GUID& id : {sample::kInterfaceIdV1, sample::kInterfaceIdV2, sample::kInterfaceIdV3}) {
-    ASSERT_EQ(library->GetTypeInfoOfGuid(id, &info), S_OK);
-    info->Release();
-  }
-  EXPECT_EQ(library->GetTypeInfoOfGuid(sample::kClassId, &info), TYPE_E_ELEMENTNOTFOUND);
-  EXPECT_EQ(info, nullptr);
 }
 
 }  // namespace
