@@ -53,7 +53,7 @@ void ReadSettings(const char* path) {
   std::string line;
   while (std::getline(file, line)) {
     const std::size_t end = line.find(kEndOfText);
-    const bool ended_by_lf = !file.eof() && end == std::string::npos;
+    const bool ended_by_lf = !file.eof();
     if (ended_by_lf && line.ends_with('\r')) line.pop_back();
     TakeLine(std::string_view(line).substr(0, end));
     if (end != std::string::npos) return;

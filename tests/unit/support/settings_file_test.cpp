@@ -21,7 +21,7 @@ TEST(SettingsFile, GrammarOfLines) {
     const char* value;
   } cases[] = {
       {"a1=plain", "A1", "plain"},
-      {"MiXeD_a2=Case Stays", "mixed_A2", "Case Stays"},
+      {"MiXeDz_a2=Case Stays", "mixedZ_A2", "Case Stays"},
       {"a3 =blank before", "A3", ""},
       {"a4 =blank before", "A4 ", "blank before"},
       {"a5= 16", "A5", " 16"},

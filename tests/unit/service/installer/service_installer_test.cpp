@@ -217,6 +217,8 @@ BOOL SetServiceStatus(SERVICE_STATUS_HANDLE, LPSERVICE_STATUS status) {
   if (status->dwWin32ExitCode != 0) Tell(L"exit code", status->dwWin32ExitCode);
   EXPECT_EQ(status->dwServiceType, 0x10u);
   EXPECT_EQ(status->dwControlsAccepted, 1u);
+  MSG message;
+  if (PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE)) Tell(L"message", message.message);
   if (status->dwCurrentState == SERVICE_RUNNING && published == S_OK) {
     controls = std::thread([] {
       for (const DWORD control : {2u, 3u, 4u, 5u, 200u, 1u}) handler(control);
@@ -242,7 +244,7 @@ HRESULT CoCreateInstance(REFCLSID, LPUNKNOWN, DWORD, REFIID, LPVOID*) {
 HRESULT CoRevokeClassObject(DWORD cookie) {
   if (controls.joinable()) controls.join();
   Tell(L"revoke", cookie);
-  return S_OK;
+  return 5;
 }
 
 namespace {
@@ -274,13 +276,13 @@ TEST(ServiceRun, FollowsTheRegistrationAndTellsTheManagerEachState) {
        {L"Tz", 3},
        S_OK,
        {L"state 2", L"publish 41", event + L"Service started", L"state 4",
-        event + L"Bad service request", L"state 3", L"revoke 7", L"state 1",
+        event + L"Bad service request", L"state 3", L"revoke 7", L"state 1", L"exit code 5",
         event + L"Service stopped"}},
       {REG_SZ,  // there is nothing to wait for
        {L"Tz", 3},
        S_FALSE,
        {L"state 2", L"publish 41", event + L"Service started", L"state 4", L"revoke 7", L"state 1",
-        event + L"Service stopped"}},
+        L"exit code 5", event + L"Service stopped"}},
       {REG_SZ,
        {L"Tz", 3},
        E_ACCESSDENIED,
@@ -300,7 +302,9 @@ TEST(ServiceRun, FollowsTheRegistrationAndTellsTheManagerEachState) {
     told.clear();
     published = test.published;
     controlled = test.controlled;
-    EXPECT_EQ(module.Main(L"server -Embedding"), FAILED(published) ? published : 0);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(module.Main(L"server -Embedding"), FAILED(published) ? published : controlled * 5);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "events of a service go to the log";
     for (std::wstring& notice : test_host::TakeNotices()) told.push_back(std::move(notice));
     EXPECT_EQ(told, test.told);
     EXPECT_EQ(module.GetLockCount(), 0);
