@@ -49,6 +49,24 @@ TEST_F(Service, TellsItsManagerWhenItIsReadyAndStopsAfterTheCallInProgress) {
   EXPECT_TRUE(notify.IsEmpty());
 }
 
+TEST_F(Service, OnceStoppedItDoesNotWaitForADownload) {
+  const std::string log = home() / "service.log";
+  ASSERT_NO_FATAL_FAILURE(InstallService(std::string("LOGFILE=") + log + "\nLOGLEVEL=9\n"));
+  EXPECT_EQ(Ctl({"unplug", "WFX0001"}).exit_status, 0);
+  const auto service = StartService();
+  ASSERT_EQ(notify.Next(), kReady);
+  EXPECT_EQ(Ctl({"fault", "WFX0001", "silent", "--endpoint", "0", "--request", "0xA0"}).exit_status,
+            0);
+  EXPECT_EQ(Ctl({"plug", "WFX0001"}).exit_status, 0);
+  ASSERT_TRUE(WaitUntil(
+      [&] { return ReadFile(log).find("Programming KX7 of device") != std::string::npos; }));
+  service->Signal(SIGTERM);
+  EXPECT_EQ(notify.Next(), kStopping);
+  EXPECT_EQ(service->Wait(), 0);
+  // The probe is silent; its download would have told so.
+  EXPECT_EQ(ReadFile(log).find("Error"), std::string::npos);
+}
+
 TEST_F(Service, StartedByAnyoneElseItRefuses) {
   ASSERT_NO_FATAL_FAILURE(InstallService());
   EXPECT_EQ(Run({service_path()}).exit_status, 1063 % 256);

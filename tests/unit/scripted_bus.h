@@ -231,7 +231,7 @@ class ScriptedBus : public probe_driver::UsbBus {
     }
     void SetTransferSize(std::uint8_t endpoint, std::uint32_t bytes) override {
       if (bus_.last_exchange_ms_ == 0) return;
-      bus_.Note("size", endpoint, " " + std::to_string(bytes));
+      bus_.Note("size", endpoint, std::string(" ").append(std::to_string(bytes)));
     }
 
    private:
