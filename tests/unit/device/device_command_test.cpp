@@ -120,10 +120,6 @@ TEST_F(CommandTest, CommandsThatGoByTheProbesStateReadItFirst) {
       {"connector in swd mode", 0, 0, [](CTzDevice& d) { return d.SetActiveIOConnector(1); },
        R"(C0 44 00 00 00 00 0E 00 -> 00*5 04 00*8
           C0 61 01 00 00 00 0A 00 -> 00*10)"},
-      {"connector in swd mode with swv, refused", 8, 0,
-       [](CTzDevice& d) { return d.SetActiveIOConnector(3); },
-       R"(C0 44 00 00 00 00 0E 00 -> 00*5 0C 00*8
-          C0 61 03 00 00 00 0A 00 -> 08 00*9)"},
       {"connector in jtag mode", 5, 0, [](CTzDevice& d) { return d.SetActiveIOConnector(1); },
        "C0 44 00 00 00 00 0E 00 -> 00*5 01 00*8"},
       {"clock runs at the second look; the first reply does not count", 0, 2,
