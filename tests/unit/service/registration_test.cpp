@@ -135,19 +135,18 @@ class Registration : public testing::Test {
   CTzWirefoxServiceModule module_;
 };
 
-TEST_F(Registration, LocalServerIsWrittenWholeAndRemovedWhole) {
+TEST_F(Registration, EachCommandLeavesTheRegistryAsAWhole) {
   ASSERT_EQ(Registered(), "") << "something is registered already";
-  for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(module_.Main(L"server -RegServer"), S_OK);
-    EXPECT_EQ(Registered(), kServer);
-    EXPECT_EQ(module_.Main(L"server -RegServer"), S_OK) << "twice in a row";
-    EXPECT_EQ(Registered(), kServer);
-
-    EXPECT_EQ(module_.Main(L"server -UnregServer"), S_OK);
-    EXPECT_EQ(Registered(), "");
+  const std::string service = AsService(kServer);
+  const std::pair<const wchar_t*, std::string> steps[] = {
+      {L"-RegServer", kServer}, {L"-RegServer", kServer}, {L"-UnregServer", ""},
+      {L"-Service", service},   {L"-Service", service},   {L"-RegServer", kServer},
+      {L"-Service", service},   {L"-UnregServer", ""},    {L"-RegServer", kServer}};
+  for (const auto& [command, registered] : steps) {
+    EXPECT_EQ(module_.Main(command), S_OK);
+    EXPECT_EQ(Registered(), registered) << NarrowText(command);
   }
-  // The class first, then its library: when that cannot be removed, the rest stays.
-  EXPECT_EQ(module_.Main(L"server -RegServer"), S_OK);
+  // The class goes first, then its library: when that cannot be removed, the rest stays.
   EXPECT_EQ(UnregisterOwnTypeLibrary(), S_OK);
   EXPECT_LT(module_.Main(L"server -UnregServer"), 0);
   EXPECT_EQ(Registered(), Filled(kApplication));
@@ -177,18 +176,6 @@ TEST_F(Registration, LateBoundCallsWorkOnceTheLibraryIsRegistered) {
   EXPECT_EQ(object->Invoke(9, GUID{}, 0x409, DISPATCH_METHOD, &none, &result, nullptr, nullptr),
             DISP_E_MEMBERNOTFOUND);
   object->Release();
-}
-
-TEST_F(Registration, ServiceIsWrittenWholeAndBecomesALocalServerAgain) {
-  for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(module_.Main(L"server -Service"), S_OK);
-    EXPECT_EQ(Registered(), AsService(kServer));
-  }
-  EXPECT_EQ(module_.Main(L"server -RegServer"), S_OK);
-  EXPECT_EQ(Registered(), kServer);
-  EXPECT_EQ(module_.Main(L"server -Service"), S_OK);
-  EXPECT_EQ(module_.Main(L"server -UnregServer"), S_OK);
-  EXPECT_EQ(Registered(), "");
 }
 
 // The entries are written, the service is not, and the user is told why. The failure is the exit
