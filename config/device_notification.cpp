@@ -12,7 +12,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "config/device_table.h"
 #include "config/evk_configure.h"
@@ -122,23 +121,16 @@ DWORD WINAPI NotificationThread(LPVOID parameter) {
   return 0;
 }
 
-// The attachments whose end was announced and that no pass has heard of yet, the last one first.
-// The notification thread puts them here before it waits for the lock: whoever has it meanwhile is
-// to know, too.
-struct AnnouncedRemoval {
-  std::string path;
-  std::unique_ptr<AnnouncedRemoval> before;
-};
-std::atomic<AnnouncedRemoval*> announced_removals = nullptr;
+// The path of an attachment whose end was announced and of which no pass has heard yet, or null.
+// The notification thread puts it here before it waits for the lock: whoever has it meanwhile is to
+// know, too. There is one at most, since that thread handles it before it hears of another.
+std::atomic<const std::string*> announced_removal = nullptr;
 
-std::unique_ptr<AnnouncedRemoval> TakeAnnouncedRemovals() {
-  return std::unique_ptr<AnnouncedRemoval>(announced_removals.exchange(nullptr));
-}
+using AnnouncedPath = std::unique_ptr<const std::string>;
 
-// For one thread: of two, one could lose what the other puts.
-void AnnounceRemoval(std::string path) {
-  auto removal = std::make_unique<AnnouncedRemoval>(std::move(path), TakeAnnouncedRemovals());
-  announced_removals = removal.release();
+// Puts `path` there and gives what was there before.
+AnnouncedPath ExchangeAnnouncedRemoval(AnnouncedPath path) {
+  return AnnouncedPath(announced_removal.exchange(path.release()));
 }
 
 // The path that a device-change message names; empty when it names none.
@@ -163,13 +155,11 @@ bool IsSamePath(std::string_view one, std::string_view other) {
 // Before removal passes: a probe that came back at once, under its old path, would be found there
 // and keep the entry of the attachment that has ended. An announcement may also come late, when a
 // pass has replaced that entry already: the device of the new one answers.
-void MarkThoseThatLeft() {
-  const auto removals = TakeAnnouncedRemovals();
-  for (const auto* removal = removals.get(); removal != nullptr; removal = removal->before.get()) {
-    for (ProbeEntry* entry : ListProbeEntries()) {
-      if (!IsSamePath(entry->path, removal->path)) continue;
-      entry->left = !entry->device->GetUSBDevice()->Answers();
-    }
+void MarkWhatLeft() {
+  const AnnouncedPath path = ExchangeAnnouncedRemoval(nullptr);
+  if (path == nullptr) return;
+  for (ProbeEntry* entry : ListProbeEntries()) {
+    if (IsSamePath(entry->path, *path)) entry->left = !entry->device->GetUSBDevice()->Answers();
   }
 }
 
@@ -207,7 +197,7 @@ const wchar_t* GetDevicesChangedPath() {
 
 bool RefreshDevices() {
   const DeviceTableGuard guard;
-  MarkThoseThatLeft();
+  MarkWhatLeft();
   CTzUSBDevice enumerator(kProbeDriverInterface, true);
   bool changed = false;
   for (CTzDeviceConfigure* configurator : Configurators()) {
@@ -218,7 +208,7 @@ bool RefreshDevices() {
 }
 
 bool HandleDeviceEvent(WPARAM event) {
-  if (event == DBT_DEVICEREMOVECOMPLETE) MarkThoseThatLeft();
+  if (event == DBT_DEVICEREMOVECOMPLETE) MarkWhatLeft();
   CTzUSBDevice enumerator(kProbeDriverInterface, true);
   bool changed = false;
   for (CTzDeviceConfigure* configurator : Configurators()) {
@@ -250,7 +240,8 @@ LRESULT CALLBACK NotificationWindowProc(HWND window, UINT message, WPARAM first,
     case WM_TIMER:  // its id is no event code: the enumeration is all that happens
     case WM_DEVICECHANGE: {
       if (message == WM_DEVICECHANGE && first == DBT_DEVICEREMOVECOMPLETE) {
-        AnnounceRemoval(NarrowText(NamedPath(second)));
+        ExchangeAnnouncedRemoval(
+            std::make_unique<const std::string>(NarrowText(NamedPath(second))));
       }
       const DeviceTableGuard guard;
       HandleDeviceEvent(first);

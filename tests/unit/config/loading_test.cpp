@@ -81,7 +81,7 @@ TEST_F(LoadTest, FirmwareFileThatCannotBeUsedSendsNothing) {
   EXPECT_EQ("[CTzEvkConfigure" + text + "[CTzWfxConfigure" + text, TakeLog());
 }
 
-TEST_F(LoadTest, RelativeFirmwareNamesAreBesideTheProgramUnlessTheyAreVeryShort) {
+TEST_F(LoadTest, RelativeNamesAreBesideTheProgramUnlessTheyAreVeryShortFirmwareNames) {
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(folder_.Path(""));
   for (const auto& [name, result] : {std::pair{"wirefox-firmware-test.hex", 0U}, {"zz", 1U}}) {
@@ -91,6 +91,10 @@ TEST_F(LoadTest, RelativeFirmwareNamesAreBesideTheProgramUnlessTheyAreVeryShort)
                   ? ""
                   : "40 A0 00 E6 00 00 01 00 : 01 -> ok\n40 A0 00 E6 00 00 01 00 : 00 -> ok");
     EXPECT_EQ(result, LoadFirmware(wfx_)) << name;
+    AttachWith("FPGA", name);
+    probe_.endpoints = {};
+    bus_.SetDevices({probe_});
+    EXPECT_EQ(4U, LoadFpga()) << "its file is found";
     std::remove((GetModuleDirectory() + name).c_str());
   }
   std::filesystem::current_path(before);
@@ -154,16 +158,15 @@ TEST_F(LoadTest, FpgaLengthIsAnnouncedLessOne) {
   }
 }
 
-TEST_F(LoadTest, WithoutFpgaImageOrEndpointNothingIsSent) {
+TEST_F(LoadTest, WithoutFpgaImageNothingIsSent) {
   // The last one is a folder, which has no bytes to send.
   for (const std::string& file : {std::string(), folder_.Path("missing.bin"), folder_.Path("")}) {
     AttachWith("FPGA", file);
     EXPECT_EQ(1U, LoadFpga()) << file;
   }
-  AttachImage("\xA1\xA2");
-  probe_.endpoints = {0x84};
-  bus_.SetDevices({probe_});
-  EXPECT_EQ(4U, LoadFpga());
+  const std::string programming =
+      "[CTzWfxConfigure::ConfigureFPGA())]Programming FPGA of device VID=0F0F with hex file ";
+  EXPECT_EQ(programming + "missing.bin\n" + programming + "\n", TakeLog());
 }
 
 }  // namespace
