@@ -42,12 +42,15 @@ bool OpenPatiently(CTzUSBDevice& enumerator, std::uint8_t index, const char* lab
 }
 
 // The new object opens its device by the index, which may name another device by now, and a device
-// may leave while it is being opened.
+// may leave while it is being opened. What it did not tell the new object it does not tell later:
+// one without its endpoints or its name would be of no use for as long as it is attached.
 bool IsSameDevice(const CTzUSBDevice& usb, const CTzUSBDevice& enumerator) {
   const std::string_view path = usb.DevicePath();
+  const std::wstring_view name = enumerator.SerialNumber();
   return usb.IsOpen() && path == enumerator.DevicePath() &&
          usb.VendorId() == enumerator.VendorId() && usb.ProductId() == enumerator.ProductId() &&
-         Contains(enumerator.PresentPaths(), path);
+         usb.EndPointCount() == enumerator.EndPointCount() &&
+         (name.empty() || name == usb.SerialNumber()) && Contains(enumerator.PresentPaths(), path);
 }
 
 // Opens the present devices one after the other and calls `look(index)` for each that opened. False

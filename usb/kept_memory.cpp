@@ -43,10 +43,11 @@ void KeepForGood(std::shared_ptr<void> owner) {
   KeptMemory& kept = Kept();
   const std::lock_guard lock(kept.mutex);
   kept.owners.push_back(std::move(owner));
+  kept.any = true;
 }
 
 ReplyBuffer::ReplyBuffer(std::size_t size)
-    : size_(size), bytes_(std::make_unique<std::uint8_t[]>(size)) {}
+    : size_(size), bytes_(size == 0 ? nullptr : std::make_unique<std::uint8_t[]>(size)) {}
 
 ReplyBuffer::~ReplyBuffer() { LetGo(); }
 

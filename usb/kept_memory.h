@@ -14,14 +14,17 @@ void NoteKept(std::span<const std::uint8_t> bytes);
 // Whether a driver may still write into a part of `bytes`. While no driver has kept anything, which
 // is nearly always, this costs one load.
 bool IsKept(std::span<const std::uint8_t> bytes);
+
+// Whether a driver has kept a request, in whatever memory.
 bool IsAnythingKept();
 
 // Makes `owner` outlive the process's other objects.
 void KeepForGood(std::shared_ptr<void> owner);
 
-// Zeroed memory for what a device sends. A driver that keeps the request on it keeps the memory as
-// well: everything that a device's bytes land in is one of these, or asks IsKept before it is let
-// go or used for something else. What is only sent needs no such care: a driver reads it at most.
+// Zeroed memory for what a device sends; null, and no allocation, for a size of 0. A driver that
+// keeps the request on it keeps the memory as well: everything that a device's bytes land in is one
+// of these, or asks IsKept before it is let go or used for something else. What is only sent needs
+// no such care: a driver reads it at most.
 class ReplyBuffer {
  public:
   explicit ReplyBuffer(std::size_t size);

@@ -129,9 +129,10 @@ bool CTzUSBEndPoint::TakeBack(RequestRecord* record) {
   return EndsWithin(driver_.Handle(), record->block_, kDriverReleaseMs);
 }
 
-// In the direct form the driver has the caller's own memory.
+// In the direct form the driver has the caller's own memory, which it writes into when the bytes go
+// that way. Memory of bytes that were to be sent goes as always, and its place serves others.
 void CTzUSBEndPoint::GiveUp(std::span<const std::uint8_t> buffer) {
-  if (record_->payload_offset_ == 0) NoteKept(buffer);
+  if (is_in_ && record_->payload_offset_ == 0) NoteKept(buffer);
   KeepForGood(std::move(record_));
   driver_.GiveUp();
 }

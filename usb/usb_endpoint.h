@@ -56,7 +56,7 @@ class RequestRecord {
 // No wait is without limit. A driver that keeps a transfer when it is cancelled, and when its pipe
 // is aborted, makes the device be given up: everything that is started on its endpoints from then
 // on is refused (1167). Record and block then stay alive for good; so does a buffer that the driver
-// was given itself, when the caller's memory heeds what usb/kept_memory.h says.
+// was given itself to write into, when the caller's memory heeds what usb/kept_memory.h says.
 class CTzUSBEndPoint {
  public:
   // `driver` is the file of the device, which outlives the endpoint and stays open as long as it is

@@ -170,7 +170,7 @@ void SimulatorLink::Note(bool arrived, const std::string& path) {
 
 void SimulatorLink::Lose(FrameSocket& socket) {
   socket.Shutdown();
-  const std::lock_guard sending(sending_);
+  std::unique_lock sending(sending_);
   std::unique_lock lock(mutex_);
   socket_ = nullptr;
   open_.clear();
@@ -179,6 +179,9 @@ void SimulatorLink::Lose(FrameSocket& socket) {
   for (const std::string& path : std::exchange(paths_, {})) Note(false, path);
   changed_.notify_all();
   lock.unlock();
+  // A completion waits for the driver's time-out of its transfer when that is just running, and the
+  // time-out sends a cancellation.
+  sending.unlock();
   for (auto [id, waiting] : ended) Complete(waiting, UsbStatus::kDisconnected);
 }
 

@@ -129,6 +129,29 @@ TEST_F(PassTest, DeviceIsTakenWhenItIsStillTheOneThatWasLookedAt) {
   }
 }
 
+// The name and the endpoints of an entry are those that its object was told, for good.
+TEST_F(PassTest, ObjectThatWasToldLessThanTheLookIsMadeAgain) {
+  unit::ScriptedDevice no_name = b_, no_endpoints = b_;
+  no_name.descriptors[0x0303] = {};
+  no_endpoints.descriptors[0x0200] = {};
+  for (const unit::ScriptedDevice& less : {no_name, no_endpoints}) {
+    bus_.SetDevices({b_});
+    // The third open makes the object.
+    bus_.OnOpen([&](int number) { bus_.SetDevices({number == 2 ? less : b_}); });
+    EXPECT_TRUE(Configure());
+    EXPECT_EQ("B ", Names());
+    EXPECT_EQ(6, ListProbeEntries()[0]->device->GetUSBDevice()->EndPointCount());
+    bus_.SetDevices({});
+    bus_.OnOpen([](int) {});
+    Remove();
+    EXPECT_EQ(R"([CTzEvkConfigure::UpdateState]Unable to open device B. Skipping
+[CTzDeviceConfigure::AddConfiguredDevice]Device B available for use
+[CTzDeviceConfigure::CleanupRemovedDevice]Device B removed
+)",
+              TakeLog());
+  }
+}
+
 // When one leaves, those behind it move to another index. Whenever that is, the others are met.
 TEST_F(PassTest, NoDeviceIsPassedOverWhenAnotherLeaves) {
   for (int open = 1; open <= 9; ++open) {

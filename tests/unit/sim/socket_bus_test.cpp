@@ -1,4 +1,6 @@
 // The bus of a bench in another process: both ends over a real socket.
+#include <future>
+
 #include "tests/unit/sim/socket_fixture.h"
 
 namespace sim {
@@ -126,6 +128,25 @@ TEST_F(SocketBus, SimulatorMayComeLateAndItsLossEndsEverything) {
   bus_.reset();
   device->Submit(orphan.transfer());
   EXPECT_EQ(orphan.Wait(), UsbStatus::kDisconnected) << "a device may outlive its bus";
+}
+
+// Completions run without a lock of the bus, also those of a connection that is lost: what another
+// thread asks of the device meanwhile may be what they wait for.
+TEST_F(SocketBus, CompletionMayWaitForAnotherThreadsCall) {
+  Serve(kEvkBench);
+  Connect();
+  const auto device = Device();
+  std::future<void> other;
+  std::promise<std::future_status> waited;
+  probe_driver::UsbTransfer transfer;
+  transfer.endpoint = 0x84;
+  transfer.complete = [&](probe_driver::UsbTransfer&) {
+    other = std::async(std::launch::async, [&] { device->AbortPipe(0x84); });
+    waited.set_value(other.wait_for(kBound));
+  };
+  device->Submit(transfer);
+  bus_.reset();
+  EXPECT_EQ(waited.get_future().get(), std::future_status::ready);
 }
 
 TEST_F(SocketBus, ManyThreadsOfTwoUsersShareAProbeThatComesAndGoes) {

@@ -162,10 +162,11 @@ TEST_F(EndPointTest, TransferWhoseTimeIsOverIsTakenBackOrTheDeviceGivenUp) {
   };
   const std::string given_up = "[DriverFile::GiveUp]Device " + std::string(device_.DevicePath()) +
                                " keeps a request and is given up";
+  bool anything_kept = IsAnythingKept();
   for (const auto& test : cases) {
     const bool kept = std::string(test.answer) == "kept";
     for (const auto& [blocking, direct] :
-         {std::pair{true, true}, {true, false}, {false, true}, {false, false}}) {
+         {std::pair{true, false}, {true, true}, {false, false}, {false, true}}) {
       SCOPED_TRACE(std::string(test.answer) + (blocking ? " blocking" : "") +
                    (direct ? " direct" : ""));
       unit::LogFile log(1);
@@ -184,6 +185,7 @@ TEST_F(EndPointTest, TransferWhoseTimeIsOverIsTakenBackOrTheDeviceGivenUp) {
       EXPECT_EQ(0U, length);
       EXPECT_EQ(997U, in.LastError());
       EXPECT_EQ(kept && direct, IsKept(data.Bytes().last(1)));
+      EXPECT_EQ(anything_kept |= kept, IsAnythingKept());
       EXPECT_EQ(kept ? std::vector{given_up} : std::vector<std::string>(), log.Take());
 
       // Record and event serve the next transfer at once; or nothing reaches the bus any more.
@@ -198,6 +200,19 @@ TEST_F(EndPointTest, TransferWhoseTimeIsOverIsTakenBackOrTheDeviceGivenUp) {
       EXPECT_EQ(std::vector<std::string>(), log.Take());
     }
   }
+}
+
+// A driver may hold what it was to send as well. It only reads that: the caller's memory goes as
+// always, and its place must not make others' memory stay.
+TEST_F(EndPointTest, OnlyMemoryThatADriverWritesIntoIsKept) {
+  bus_.Play("out 02 : 01 02 -> kept \n abort 02 \n cancel 02");
+  Bytes sent = {1, 2};
+  std::uint32_t length = 2;
+  EXPECT_FALSE(EndPoint(0x02).Transfer(sent.data(), length));
+  EXPECT_FALSE(EndPoint(0x02).AbortTransfers()) << "the device is given up";
+  EXPECT_FALSE(IsKept(sent));
+  device_.Close();
+  EXPECT_EQ(nullptr, ReplyBuffer(0).Data()) << "a reply that nobody makes room for costs nothing";
 }
 
 TEST_F(EndPointTest, TransferInFlightKeepsOthersFromStartingUntilTheDeviceIsClosed) {
