@@ -20,16 +20,11 @@ bool IsSet(const char* variable) {
 }
 
 DBusHandle OpenBus() {
-  sd_bus* bus = nullptr;
-  int status = -1;
-  if (RunsAsService() && ServicesAreTheMachines()) {
-    status = sd_bus_open_system(&bus);
-  } else if (IsSet("DBUS_SESSION_BUS_ADDRESS") || IsSet("XDG_RUNTIME_DIR")) {
-    status = sd_bus_open_user(&bus);
-  } else if (ServesAllAccounts()) {
-    status = sd_bus_open_system(&bus);
+  if (RunsAsService() && ServicesAreTheMachines()) return OpenDBus(&sd_bus_open_system);
+  if (IsSet("DBUS_SESSION_BUS_ADDRESS") || IsSet("XDG_RUNTIME_DIR")) {
+    return OpenDBus(&sd_bus_open_user);
   }
-  return DBusHandle(status < 0 ? nullptr : bus);
+  return ServesAllAccounts() ? OpenDBus(&sd_bus_open_system) : nullptr;
 }
 
 }  // namespace

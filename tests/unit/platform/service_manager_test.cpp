@@ -22,15 +22,14 @@ class ServiceManager : public testing::Test {
  protected:
   ServiceManager() {
     // No systemd of the machine is asked.
-    setenv("PATH", home_.directory().c_str(), 1);
+    for (const char* bus : {"DBUS_SYSTEM_BUS_ADDRESS", "DBUS_SESSION_BUS_ADDRESS"}) {
+      setenv(bus, ("unix:path=" + home_.Path("no-bus")).c_str(), 1);
+    }
     unsetenv("WIREFOX_BUS");
     manager_ = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
     EXPECT_NE(manager_, nullptr);
   }
-  ~ServiceManager() override {
-    CloseServiceHandle(manager_);
-    setenv("PATH", path_.c_str(), 1);
-  }
+  ~ServiceManager() override { CloseServiceHandle(manager_); }
 
   SC_HANDLE Create(LPCWSTR name = kName, DWORD access = SERVICE_ALL_ACCESS) {
     return CreateServiceW(manager_, name, L"A test", access, SERVICE_WIN32_OWN_PROCESS,
@@ -40,7 +39,6 @@ class ServiceManager : public testing::Test {
 
   fs::path unit_path() const { return home_.directory() / "systemd" / "ServiceOfATest.service"; }
 
-  const std::string path_ = getenv("PATH");
   const ScratchHome home_;
   SC_HANDLE manager_;
 };
