@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <cstdlib>
-
 #include "platform/linux/kernel/home.h"
 #include "platform/linux/services/registration_files.h"
 #include "platform/linux/services/service_dispatcher.h"
@@ -14,14 +12,9 @@ namespace {
 constexpr char kDaemonName[] = "org.freedesktop.DBus";
 constexpr char kDaemonPath[] = "/org/freedesktop/DBus";
 
-bool IsSet(const char* variable) {
-  const char* value = std::getenv(variable);
-  return value != nullptr && *value != '\0';
-}
-
 DBusHandle OpenBus() {
   if (RunsAsService() && ServicesAreTheMachines()) return OpenDBus(&sd_bus_open_system);
-  if (IsSet("DBUS_SESSION_BUS_ADDRESS") || IsSet("XDG_RUNTIME_DIR")) {
+  if (!Variable("DBUS_SESSION_BUS_ADDRESS").empty() || !Variable("XDG_RUNTIME_DIR").empty()) {
     return OpenDBus(&sd_bus_open_user);
   }
   return ServesAllAccounts() ? OpenDBus(&sd_bus_open_system) : nullptr;
