@@ -6,6 +6,11 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
 namespace system_test {
 
 namespace fs = std::filesystem;
@@ -26,9 +31,13 @@ std::string BusConfiguration(const fs::path& home, bool is_strict) {
          "<allow send_requested_reply=\"true\" send_type=\"method_return\"/>" +
          "<allow send_requested_reply=\"true\" send_type=\"error\"/><allow receive_type=\"*\"/>" +
          "<allow send_destination=\"org.freedesktop.DBus\"/>" +
-         "<allow own=\"org.freedesktop.systemd1\"/></policy><includedir>" + folder +
+         "<allow own=\"org.freedesktop.systemd1\"/>" +
+         "<allow send_destination=\"org.freedesktop.systemd1\"/></policy><includedir>" + folder +
          "/system.d</includedir></busconfig>";
 }
+
+constexpr char kManagerPath[] = "/org/freedesktop/systemd1";
+constexpr char kUnitPath[] = "/org/freedesktop/systemd1/unit/TzWirefoxService_2eservice";
 
 }  // namespace
 
@@ -84,6 +93,116 @@ std::map<std::string, std::string> ManagerTest::RegisteredFiles() const {
   return files;
 }
 
+// Its connection is served on a thread of its own, until the bus ends.
+class ActivatingBus::Systemd {
+ public:
+  explicit Systemd(const std::string& address) {
+    sd_bus_new(&connection_);
+    sd_bus_set_address(connection_, address.c_str());
+    sd_bus_set_bus_client(connection_, 1);
+    sd_bus_start(connection_);
+    sd_bus_add_filter(connection_, nullptr, &OnMessage, this);
+    sd_bus_add_object_vtable(connection_, nullptr, kManagerPath, "org.freedesktop.systemd1.Manager",
+                             kManagerTable, this);
+    sd_bus_add_object_vtable(connection_, nullptr, kUnitPath, "org.freedesktop.systemd1.Unit",
+                             kUnitTable, this);
+    EXPECT_GE(sd_bus_request_name(connection_, "org.freedesktop.systemd1", 0), 0);
+    thread_ = std::thread([this] {
+      while (sd_bus_process(connection_, nullptr) > 0 || sd_bus_wait(connection_, UINT64_MAX) > 0) {
+      }
+    });
+  }
+  ~Systemd() {
+    thread_.join();
+    sd_bus_unref(connection_);
+  }
+
+  std::string NextRequest() {
+    std::unique_lock lock(mutex_);
+    if (!asked_.wait_for(lock, kPatience, [&] { return !requests_.empty(); })) return kNothing;
+    const std::string unit = requests_.front();
+    requests_.pop_front();
+    return unit;
+  }
+  void SetUnit(Unit unit) {
+    const std::lock_guard lock(mutex_);
+    unit_ = std::move(unit);
+  }
+  std::string TakeCalls() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(calls_, "");
+  }
+
+ private:
+  static int OnMessage(sd_bus_message* message, void* self, sd_bus_error*) {
+    const char* unit = nullptr;
+    if (sd_bus_message_is_signal(message, "org.freedesktop.systemd1.Activator",
+                                 "ActivationRequest") <= 0 ||
+        sd_bus_message_read(message, "s", &unit) < 0) {
+      return 0;
+    }
+    Systemd& systemd = *static_cast<Systemd*>(self);
+    const std::lock_guard lock(systemd.mutex_);
+    systemd.requests_.emplace_back(unit);
+    systemd.asked_.notify_all();
+    return 1;
+  }
+
+  static int OnCall(sd_bus_message* message, void* self, sd_bus_error* error) {
+    return static_cast<Systemd*>(self)->Answer(message, error);
+  }
+
+  int Answer(sd_bus_message* message, sd_bus_error* error) {
+    const std::lock_guard lock(mutex_);
+    const std::string call = sd_bus_message_get_member(message);
+    calls_ += call;
+    for (const char* text; sd_bus_message_read(message, "s", &text) > 0;) {
+      calls_ += std::string(" ") + text;
+    }
+    calls_ += '\n';
+    if (unit_.is_silent) return 1;
+    if (call == "Reload") return sd_bus_reply_method_return(message, nullptr);
+    if (unit_.state.empty()) {
+      return sd_bus_error_set(error, "org.freedesktop.systemd1.NoSuchUnit", "Not loaded.");
+    }
+    if (call == "GetUnit") return sd_bus_reply_method_return(message, "o", kUnitPath);
+    if (unit_.refuses_stop) return sd_bus_error_set(error, SD_BUS_ERROR_ACCESS_DENIED, "No.");
+    unit_.stop();
+    return sd_bus_reply_method_return(message, "o", "/org/freedesktop/systemd1/job/1");
+  }
+
+  static int OnProperty(sd_bus*, const char*, const char*, const char* name, sd_bus_message* reply,
+                        void* self, sd_bus_error*) {
+    Systemd& systemd = *static_cast<Systemd*>(self);
+    const std::lock_guard lock(systemd.mutex_);
+    const bool is_state = std::string(name) == "ActiveState";
+    const std::string& value = is_state ? systemd.unit_.state : systemd.unit_.file;
+    return sd_bus_message_append(reply, "s", value.c_str());
+  }
+
+  static constexpr sd_bus_vtable kManagerTable[] = {
+      SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD("GetUnit", "s", "o", &OnCall, 0),
+      SD_BUS_METHOD("StopUnit", "ss", "o", &OnCall, 0),
+      SD_BUS_METHOD("Reload", "", "", &OnCall, 0),
+      SD_BUS_VTABLE_END,
+  };
+  static constexpr sd_bus_vtable kUnitTable[] = {
+      SD_BUS_VTABLE_START(0),
+      SD_BUS_PROPERTY("ActiveState", "s", &OnProperty, 0, 0),
+      SD_BUS_PROPERTY("FragmentPath", "s", &OnProperty, 0, 0),
+      SD_BUS_VTABLE_END,
+  };
+
+  sd_bus* connection_ = nullptr;
+  std::mutex mutex_;
+  std::condition_variable asked_;
+  std::deque<std::string> requests_;
+  std::string calls_;
+  Unit unit_;
+  std::thread thread_;
+};
+
 ActivatingBus::ActivatingBus(const fs::path& home, Environment environment, bool asks_systemd) {
   environment.erase("WIREFOX_HOME");
   environment.erase("WIREFOX_BUS");
@@ -94,32 +213,13 @@ ActivatingBus::ActivatingBus(const fs::path& home, Environment environment, bool
   daemon_ = std::make_unique<Process>(command, environment, home / "bus.err");
   address_ = daemon_->ReadLine().value_or("");
   EXPECT_NE(address_, "") << ReadFile(home / "bus.err");
-  if (!asks_systemd) return;
-  EXPECT_GE(sd_bus_new(&connection_), 0);
-  EXPECT_GE(sd_bus_set_address(connection_, address_.c_str()), 0);
-  EXPECT_GE(sd_bus_set_bus_client(connection_, 1), 0);
-  EXPECT_GE(sd_bus_start(connection_), 0);
-  EXPECT_GE(sd_bus_request_name(connection_, "org.freedesktop.systemd1", 0), 0);
+  if (asks_systemd) systemd_ = std::make_unique<Systemd>(address_);
 }
 
-ActivatingBus::~ActivatingBus() { sd_bus_flush_close_unref(connection_); }
+ActivatingBus::~ActivatingBus() { daemon_.reset(); }
 
-std::string ActivatingBus::NextRequest() {
-  for (;;) {
-    sd_bus_message* message = nullptr;
-    const int processed = sd_bus_process(connection_, &message);
-    const std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)> held(
-        message, &sd_bus_message_unref);
-    const char* unit = nullptr;
-    if (message != nullptr &&
-        sd_bus_message_is_signal(message, "org.freedesktop.systemd1.Activator",
-                                 "ActivationRequest") > 0 &&
-        sd_bus_message_read(message, "s", &unit) >= 0) {
-      return unit;
-    }
-    if (processed < 0) return kNothing;
-    if (processed == 0 && sd_bus_wait(connection_, kPatienceMs * 1000ull) <= 0) return kNothing;
-  }
-}
+std::string ActivatingBus::NextRequest() { return systemd_->NextRequest(); }
+void ActivatingBus::SetUnit(Unit unit) { systemd_->SetUnit(std::move(unit)); }
+std::string ActivatingBus::TakeCalls() { return systemd_->TakeCalls(); }
 
 }  // namespace system_test

@@ -2,13 +2,12 @@
 // asked for it by a bus of its own.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
 #include "tests/system/harness.h"
-
-struct sd_bus;
 
 namespace system_test {
 
@@ -49,6 +48,15 @@ class ManagerTest : public SystemTest {
   NotifySocket notify{home() / "notify"};
 };
 
+// What systemd says of the unit TzWirefoxService.service, and does with it.
+struct Unit {
+  std::string state = {};  // "active" and so on; empty: it is not loaded
+  std::string file = {};
+  bool is_silent = false;  // calls are not answered
+  bool refuses_stop = false;
+  std::function<void()> stop = [] {};  // called on another thread
+};
+
 // A message bus with the activation files and policies of the home. It knows nothing of the
 // installation's variables.
 class ActivatingBus {
@@ -65,10 +73,16 @@ class ActivatingBus {
   // The unit that the bus next asks for; "nothing" after the time.
   std::string NextRequest();
 
+  void SetUnit(Unit unit);
+  // The calls of systemd's manager since the last time, a line each.
+  std::string TakeCalls();
+
  private:
-  std::unique_ptr<Process> daemon_;
+  class Systemd;
+
+  std::unique_ptr<Process> daemon_;  // ended first, which ends the other's thread
   std::string address_;
-  sd_bus* connection_ = nullptr;
+  std::unique_ptr<Systemd> systemd_;
 };
 
 }  // namespace system_test

@@ -11,22 +11,14 @@ namespace fs = std::filesystem;
 
 class Service : public ManagerTest {
  protected:
-  // Runs a command of a shell that takes the place of systemctl, with the word that it is asked in
-  // $1.
-  void UseSystemctl(const std::string& commands) {
-    const fs::path folder = home() / "tools";
-    fs::create_directory(folder);
-    WriteFile(folder / "systemctl",
-              "#!/bin/sh\nfor word; do case $word in -*) ;; *) break ;; esac; "
-              "done\nset -- \"$word\"\necho $1 >>" +
-                  Asked() + "\n" + commands + "\n");
-    fs::permissions(folder / "systemctl", fs::perms::owner_all);
-    environment["PATH"] = folder.string() + ":/usr/bin:/bin";
+  void Use(const ActivatingBus& bus) {
+    environment["DBUS_SYSTEM_BUS_ADDRESS"] = bus.address();
+    environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address();
   }
-  std::string Asked() const { return home() / "asked"; }
-  std::string ShowUnit(const std::string& state, const std::string& folder) const {
-    return "[ $1 != show ] || printf 'ActiveState=" + state + "\\nFragmentPath=" + folder +
-           "/TzWirefoxService.service\\n'";
+  // On the one bus where the account's systemd is.
+  void UseForSystemd(const ActivatingBus& bus) {
+    environment[geteuid() == 0 ? "DBUS_SYSTEM_BUS_ADDRESS" : "DBUS_SESSION_BUS_ADDRESS"] =
+        bus.address();
   }
   fs::path unit_path() const { return home() / "systemd" / "TzWirefoxService.service"; }
 };
@@ -87,7 +79,6 @@ std::string Activation() {
 
 TEST_F(Service, TheFilesAreThoseOfTheLatestRegistration) {
   using Names = std::vector<std::string>;
-  UseSystemctl("exit 1");
   ASSERT_NO_FATAL_FAILURE(Install());
   const auto files_after = [&](const std::string& option) {
     Command(option);
@@ -124,61 +115,70 @@ TEST_F(Service, TheFilesAreThoseOfTheLatestRegistration) {
 }
 
 TEST_F(Service, UnregistrationStopsWhatRuns) {
-  UseSystemctl(ShowUnit("active", unit_path().parent_path()) + "\n[ $1 != stop ] || kill $(cat " +
-               (home() / "pid").string() + ")");
+  ActivatingBus bus(home(), environment, true);
+  UseForSystemd(bus);
   ASSERT_NO_FATAL_FAILURE(InstallService());
   const auto service = StartService();
   ASSERT_EQ(notify.Next(), kReady);
-  WriteFile(home() / "pid", std::to_string(service->pid()));
+  bus.SetUnit({.state = "active", .file = unit_path(), .stop = [&] { service->Signal(SIGTERM); }});
   const auto hold = Hold();
   Command("-UnregServer");
   EXPECT_EQ(notify.Next(), kStopping);
   EXPECT_EQ(service->Wait(), 0);
   EXPECT_EQ(hold->Wait(), 3);
   EXPECT_TRUE(RegisteredFiles().empty());
-  EXPECT_EQ(ReadFile(Asked()), "daemon-reload\nshow\nstop\ndaemon-reload\n");
+  EXPECT_EQ(bus.TakeCalls(),
+            "Reload\nGetUnit TzWirefoxService.service\n"
+            "StopUnit TzWirefoxService.service replace\nReload\n");
 }
 
 TEST_F(Service, UnregistrationTellsOnlyOfAStopThatWasRefused) {
-  const std::string own = unit_path().parent_path();
+  const std::string own = unit_path();
+  const std::string others = "/etc/systemd/system/TzWirefoxService.service";
+  const std::string asked = "GetUnit TzWirefoxService.service\nReload\n";
+  const std::string stopped =
+      "GetUnit TzWirefoxService.service\nStopUnit TzWirefoxService.service replace\nReload\n";
+  const std::string could_not = "TzWirefoxService: Could not stop service\n";
   const struct {
     const char* name;
-    std::string commands;
-    const char* asked;
-    const char* told;
+    Unit unit;
+    std::string calls;
+    std::string told;
   } kCases[] = {
-      {"no systemd", "exit 1", "show\ndaemon-reload\n", ""},
-      {"stopped", ShowUnit("inactive", own), "show\ndaemon-reload\n", ""},
-      {"failed", ShowUnit("failed", own), "show\ndaemon-reload\n", ""},
-      {"stopping", ShowUnit("deactivating", own), "show\ndaemon-reload\n", ""},
-      {"starting", ShowUnit("activating", own), "show\ndaemon-reload\n",
-       "TzWirefoxService: Could not stop service\n"},
-      {"refused", ShowUnit("active", own) + "\n[ $1 != stop ]", "show\nstop\ndaemon-reload\n",
-       "TzWirefoxService: Could not stop service\n"},
-      {"another installation's", ShowUnit("active", "/etc/systemd/system"), "show\ndaemon-reload\n",
-       ""},
+      {"not loaded", {}, asked, ""},
+      {"stopped", {.state = "inactive", .file = own}, asked, ""},
+      {"failed", {.state = "failed", .file = own}, asked, ""},
+      {"stopping", {.state = "deactivating", .file = own}, asked, ""},
+      {"starting", {.state = "activating", .file = own}, asked, could_not},
+      {"reloading", {.state = "reloading", .file = own}, stopped, ""},
+      {"refused", {.state = "active", .file = own, .refuses_stop = true}, stopped, could_not},
+      {"another installation's", {.state = "active", .file = others}, asked, ""},
+      {"linked", {.state = "active", .file = home() / "link"}, stopped, ""},
+      {"no answer", {.state = "active", .file = own, .is_silent = true}, asked, ""},
   };
+  ActivatingBus bus(home(), environment, true);
+  UseForSystemd(bus);
+  fs::create_symlink(own, home() / "link");
   ASSERT_NO_FATAL_FAILURE(Install());
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.name);
-    UseSystemctl("exit 1");
+    bus.SetUnit({});
+    environment.erase("SYSTEMD_BUS_TIMEOUT");
     Command("-Service");
-    fs::remove(Asked());
-    UseSystemctl(test.commands);
+    EXPECT_EQ(bus.TakeCalls(), "Reload\n");
+    bus.SetUnit(test.unit);
+    // The patience of the library's calls.
+    if (test.unit.is_silent) environment["SYSTEMD_BUS_TIMEOUT"] = "1s";
     const Finished finished = Run({service_path(), "-UnregServer"});
     EXPECT_EQ(finished.exit_status, 0);
     EXPECT_EQ(finished.err, test.told);
-    EXPECT_EQ(ReadFile(Asked()), test.asked);
+    EXPECT_EQ(bus.TakeCalls(), test.calls);
     EXPECT_TRUE(RegisteredFiles().empty());
   }
 }
 
 class OnTheBus : public Service {
  protected:
-  void Use(const ActivatingBus& bus) {
-    environment["DBUS_SYSTEM_BUS_ADDRESS"] = bus.address();
-    environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address();
-  }
   std::string GetVersion() {
     return Run({"/usr/bin/busctl", "--user", "call", "org.wirefox.TzWirefox",
                 "/org/wirefox/TzWirefox", "org.wirefox.ITzWirefox_v1", "GetVersion"})

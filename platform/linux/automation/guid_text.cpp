@@ -1,4 +1,4 @@
-// Identifiers as text, and those of the component system's own interfaces.
+#include "platform/linux/automation/guid_text.h"
 
 #include <oaidl.h>
 #include <objbase.h>
@@ -6,6 +6,7 @@
 #include <cwchar>
 #include <iterator>
 
+// Of the component system's own interfaces.
 extern const IID IID_IUnknown = {0x00000000, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 extern const IID IID_IClassFactory = {0x00000001, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 extern const IID IID_IDispatch = {0x00020400, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
@@ -40,6 +41,12 @@ int StringFromGUID2(REFGUID id, LPOLESTR text, int capacity) {
                 id.Data4[0], id.Data4[1], id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5],
                 id.Data4[6], id.Data4[7]);
   return kTextLength + 1;
+}
+
+std::wstring linux_host::GuidText(REFGUID id) {
+  OLECHAR text[kTextLength + 1];
+  StringFromGUID2(id, text, kTextLength + 1);
+  return text;
 }
 
 HRESULT CLSIDFromString(LPCOLESTR text, CLSID* id) {

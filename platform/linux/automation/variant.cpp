@@ -3,6 +3,7 @@
 #include <oleauto.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -11,6 +12,15 @@
 
 namespace linux_host {
 namespace {
+
+// Any integer of up to 64 bits: `bits` is the two's complement pattern, extended to 64 bits by its
+// sign when it is signed.
+struct Integer {
+  std::uint64_t bits = 0;
+  bool is_signed = true;
+
+  bool IsNegative() const { return is_signed && static_cast<std::int64_t>(bits) < 0; }
+};
 
 bool IsSigned(VARTYPE type) {
   return type == VT_I1 || type == VT_I2 || type == VT_I4 || type == VT_I8 || type == VT_INT ||
@@ -57,13 +67,9 @@ std::wstring ToText(const Integer& number) {
                           : std::to_wstring(number.bits);
 }
 
-}  // namespace
-
-const VARIANT* FollowVariant(const VARIANT* value) {
-  if (value != nullptr && value->vt == (VT_BYREF | VT_VARIANT)) value = value->pvarVal;
-  return value;
-}
-
+// The integer of a value of an integer type, boolean, error or empty value, directly or by
+// reference, or of a string that holds a decimal number. DISP_E_TYPEMISMATCH for all else and
+// DISP_E_OVERFLOW for strings beyond 64 bits.
 HRESULT ReadInteger(const VARIANT& value, Integer& number) {
   const VARTYPE type = value.vt & VT_TYPEMASK;
   const bool by_reference = (value.vt & VT_BYREF) != 0;
@@ -79,6 +85,8 @@ HRESULT ReadInteger(const VARIANT& value, Integer& number) {
   return S_OK;
 }
 
+// Stores the number as that integer type at `storage`; DISP_E_OVERFLOW when it does not fit,
+// DISP_E_TYPEMISMATCH when that is no integer type.
 HRESULT StoreInteger(const Integer& number, VARTYPE type, void* storage) {
   const ULONG size = IntegerSize(type);
   if (size == 0) return DISP_E_TYPEMISMATCH;
@@ -93,6 +101,13 @@ HRESULT StoreInteger(const Integer& number, VARTYPE type, void* storage) {
   }
   std::memcpy(storage, &number.bits, size);
   return S_OK;
+}
+
+}  // namespace
+
+const VARIANT* FollowVariant(const VARIANT* value) {
+  if (value != nullptr && value->vt == (VT_BYREF | VT_VARIANT)) value = value->pvarVal;
+  return value;
 }
 
 }  // namespace linux_host

@@ -9,6 +9,7 @@
 
 #include "platform/linux/automation/program_resources.h"
 #include "platform/linux/com/type_registry.h"
+#include "platform/linux/kernel/paths.h"
 #include "platform/linux/kernel/text.h"
 #include "platform/linux/services/dbus_registration.h"
 
@@ -53,16 +54,9 @@ class TypeLibrary final : public CountedDescription<ITypeLib, IID_ITypeLib> {
   TLIBATTR attributes_{};
 };
 
-std::wstring ExecutablePath() {
-  std::wstring path(MAX_PATH, L'\0');
-  for (;;) {
-    const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    if (length < path.size()) {
-      path.resize(length);
-      return path;
-    }
-    path.resize(path.size() * 2);
-  }
+// The description behind a library made here.
+const Library& DescriptionOf(ITypeLib* library) {
+  return static_cast<TypeLibrary*>(library)->description();
 }
 
 bool FileExists(const std::wstring& path) { return access(WideToUtf8(path).c_str(), F_OK) == 0; }
@@ -71,17 +65,14 @@ bool FileExists(const std::wstring& path) { return access(WideToUtf8(path).c_str
 
 ITypeLib* MakeTypeLibrary(const Library& description) { return new TypeLibrary(description); }
 
-const Library& DescriptionOf(ITypeLib* library) {
-  return static_cast<TypeLibrary*>(library)->description();
-}
-
 }  // namespace linux_host
 
 HRESULT LoadTypeLib(const OLECHAR* path, ITypeLib** library) {
   if (path == nullptr || library == nullptr) return E_INVALIDARG;
   *library = nullptr;
   const interface_schema::Library* carried = linux_host::GetProgramResources().type_library;
-  if (carried == nullptr || linux_host::ExecutablePath() != path) return TYPE_E_CANTLOADLIBRARY;
+  if (carried == nullptr || linux_host::Utf8ToWide(linux_host::ExecutablePath()) != path)
+    return TYPE_E_CANTLOADLIBRARY;
   *library = linux_host::MakeTypeLibrary(*carried);
   return S_OK;
 }

@@ -12,9 +12,6 @@ namespace linux_host {
 // Over a description that lives as long as the process. Begins with one reference, the caller's.
 ITypeLib* MakeTypeLibrary(const interface_schema::Library& description);
 
-// The description behind a library made here.
-const interface_schema::Library& DescriptionOf(ITypeLib* library);
-
 // Describes one interface of it, likewise.
 ITypeInfo* MakeTypeInfo(const interface_schema::Interface& description);
 

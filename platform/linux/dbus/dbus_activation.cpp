@@ -11,20 +11,17 @@ namespace {
 
 constexpr char kDBusTimedOut[] = "org.freedesktop.DBus.Error.TimedOut";
 
-using DBusOpener = int (*)(sd_bus**);
-
 DBusAnswer Ask(DBusOpener open, const ClassPlan& plan, std::uint64_t limit_us) {
-  sd_bus* opened = nullptr;
-  if (open(&opened) < 0) return DBusAnswer::kRefused;
-  const DBusHandle bus(opened);
+  const DBusHandle bus = OpenDBus(open);
+  if (bus == nullptr) return DBusAnswer::kRefused;
   sd_bus_message* created = nullptr;
-  int result = sd_bus_message_new_method_call(opened, &created, "org.freedesktop.DBus",
+  int result = sd_bus_message_new_method_call(bus.get(), &created, "org.freedesktop.DBus",
                                               "/org/freedesktop/DBus", "org.freedesktop.DBus",
                                               "StartServiceByName");
   const MessageHandle call(created);
   if (result >= 0) result = sd_bus_message_append(created, "su", plan.bus_name().c_str(), 0u);
   sd_bus_error error = SD_BUS_ERROR_NULL;
-  if (result >= 0) result = sd_bus_call(opened, created, limit_us, &error, nullptr);
+  if (result >= 0) result = sd_bus_call(bus.get(), created, limit_us, &error, nullptr);
   // A bus's own patience may end before the probes have their firmware.
   const bool is_late = result < 0 && (sd_bus_error_has_name(&error, kDBusTimedOut) ||
                                       sd_bus_error_has_name(&error, SD_BUS_ERROR_NO_REPLY));

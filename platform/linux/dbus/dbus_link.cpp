@@ -1,15 +1,10 @@
 #include "platform/linux/dbus/dbus_link.h"
 
-#include <time.h>
+#include "platform/linux/kernel/clock.h"
 
 namespace linux_host {
 
-std::uint64_t MonotonicMicroseconds() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000 +
-         static_cast<std::uint64_t>(now.tv_nsec) / 1'000;
-}
+std::uint64_t MonotonicMicroseconds() { return static_cast<std::uint64_t>(MonotonicNow()) / 1'000; }
 
 void DBusLink::AppendDescriptor(std::vector<pollfd>& descriptors) const {
   std::uint64_t queued_replies = 0;

@@ -2,24 +2,13 @@
 #pragma once
 
 #include <poll.h>
-#include <systemd/sd-bus.h>
 
 #include <cstdint>
-#include <memory>
 #include <vector>
 
+#include "platform/linux/services/dbus_handle.h"
+
 namespace linux_host {
-
-// Ends the connection too; what is still queued for the other end is dropped.
-struct DBusCloser {
-  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
-};
-using DBusHandle = std::unique_ptr<sd_bus, DBusCloser>;
-
-struct MessageReleaser {
-  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
-};
-using MessageHandle = std::unique_ptr<sd_bus_message, MessageReleaser>;
 
 // Now, on the clock of deadlines.
 std::uint64_t MonotonicMicroseconds();

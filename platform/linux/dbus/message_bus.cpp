@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <cstdlib>
-
 #include "platform/linux/kernel/home.h"
 #include "platform/linux/services/registration_files.h"
 #include "platform/linux/services/service_dispatcher.h"
@@ -14,22 +12,12 @@ namespace {
 constexpr char kDaemonName[] = "org.freedesktop.DBus";
 constexpr char kDaemonPath[] = "/org/freedesktop/DBus";
 
-bool IsSet(const char* variable) {
-  const char* value = std::getenv(variable);
-  return value != nullptr && *value != '\0';
-}
-
 DBusHandle OpenBus() {
-  sd_bus* bus = nullptr;
-  int status = -1;
-  if (RunsAsService() && ServicesAreTheMachines()) {
-    status = sd_bus_open_system(&bus);
-  } else if (IsSet("DBUS_SESSION_BUS_ADDRESS") || IsSet("XDG_RUNTIME_DIR")) {
-    status = sd_bus_open_user(&bus);
-  } else if (ServesAllAccounts()) {
-    status = sd_bus_open_system(&bus);
+  if (RunsAsService() && ServicesAreTheMachines()) return OpenDBus(&sd_bus_open_system);
+  if (!Variable("DBUS_SESSION_BUS_ADDRESS").empty() || !Variable("XDG_RUNTIME_DIR").empty()) {
+    return OpenDBus(&sd_bus_open_user);
   }
-  return DBusHandle(status < 0 ? nullptr : bus);
+  return ServesAllAccounts() ? OpenDBus(&sd_bus_open_system) : nullptr;
 }
 
 }  // namespace

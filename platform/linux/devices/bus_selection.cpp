@@ -1,14 +1,14 @@
 #include "platform/linux/devices/bus_selection.h"
 
 #include <dbt.h>
-#include <stdlib.h>
 #include <syslog.h>
 
 #include <bit>
 #include <mutex>
-#include <string_view>
+#include <string>
 
 #include "platform/linux/devices/simulator_bus.h"
+#include "platform/linux/kernel/home.h"
 #include "platform/linux/kernel/notices.h"
 #include "platform/probe_driver/probe_driver.h"
 
@@ -25,10 +25,9 @@ class WindowTeller : public probe_driver::UsbBusListener {
 
 std::unique_ptr<probe_driver::UsbBus> BusOfEnvironment() {
   constexpr std::string_view kSimulator = "sim:";
-  const char* const value = getenv("WIREFOX_BUS");
-  const std::string_view choice = value ? value : "";
+  const std::string choice = Variable("WIREFOX_BUS");
   if (choice.starts_with(kSimulator)) {
-    return ConnectSimulatorBus(std::string(choice.substr(kSimulator.size())));
+    return ConnectSimulatorBus(choice.substr(kSimulator.size()));
   }
   WriteJournal(LOG_WARNING, "TzWirefoxService",
                choice.empty() ? "No probes: access to real USB is not available yet; WIREFOX_BUS="

@@ -30,12 +30,6 @@ TestClockState& Clock() {
 
 std::atomic<std::int64_t> g_fixed_wall_clock = -1;
 
-Deadline MonotonicNow() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * Deadline{1'000'000'000} + now.tv_nsec;
-}
-
 // The next moment at which something is due; kNever when nothing is.
 Deadline NextMoment() {
   const TestClockState& clock = Clock();
@@ -91,6 +85,12 @@ void Settle(DispatcherLock& lock, const ThreadRecord& self, int count) {
 }
 
 }  // namespace
+
+Deadline MonotonicNow() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * Deadline{1'000'000'000} + now.tv_nsec;
+}
 
 bool TestClockLives() { return Clock().lives.load(std::memory_order_relaxed); }
 

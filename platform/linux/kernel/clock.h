@@ -1,6 +1,6 @@
 // The clock behind sleeps, tick counts, timers and time-outs: the monotonic one, or the test clock
 // of platform/test_host.h while one lives. The functions here want the dispatcher lock held, apart
-// from TestClockLives.
+// from TestClockLives and MonotonicNow.
 #pragma once
 
 #include <atomic>
@@ -13,6 +13,9 @@ namespace linux_host {
 
 // May be asked without the lock, too.
 bool TestClockLives();
+
+// The monotonic clock, whether a test clock lives or not.
+Deadline MonotonicNow();
 
 // A thread that takes part has blocked or ended: whoever lets the clock settle looks again.
 void TestClockSawBlock();

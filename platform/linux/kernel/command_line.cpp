@@ -1,5 +1,3 @@
-#include "platform/linux/kernel/command_line.h"
-
 #include <windows.h>
 
 #include <fstream>
@@ -41,10 +39,7 @@ std::string Quoted(std::string_view argument) {
   return quoted + '"';
 }
 
-}  // namespace
-
-namespace linux_host {
-
+// The line from which Windows' rules for quotes and backslashes give `arguments` again.
 std::string JoinCommandLine(const std::vector<std::string>& arguments) {
   std::string line;
   for (const std::string& argument : arguments) {
@@ -54,11 +49,11 @@ std::string JoinCommandLine(const std::vector<std::string>& arguments) {
   return line;
 }
 
-}  // namespace linux_host
+}  // namespace
 
 LPWSTR GetCommandLineW() {
   // Never destroyed: threads may look at it while the process exits.
   static std::wstring& line =
-      *new std::wstring(linux_host::Utf8ToWide(linux_host::JoinCommandLine(ProcessArguments())));
+      *new std::wstring(linux_host::Utf8ToWide(JoinCommandLine(ProcessArguments())));
   return line.data();
 }

@@ -3,6 +3,8 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <string_view>
 #include <utility>
 
 namespace linux_host {
@@ -24,6 +26,17 @@ class Descriptor {
   void Reset(int descriptor = -1) {
     if (descriptor_ >= 0) close(descriptor_);
     descriptor_ = descriptor;
+  }
+
+  // The whole text, to a file. False, with errno, on failure.
+  bool WriteAll(std::string_view text) const {
+    while (!text.empty()) {
+      const ssize_t length = write(descriptor_, text.data(), text.size());
+      if (length < 0 && errno == EINTR) continue;
+      if (length <= 0) return false;
+      text.remove_prefix(static_cast<std::size_t>(length));
+    }
+    return true;
   }
 
  private:

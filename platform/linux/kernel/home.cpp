@@ -9,11 +9,6 @@
 namespace linux_host {
 namespace {
 
-std::string Variable(const char* name) {
-  const char* value = getenv(name);
-  return value ? value : "";
-}
-
 std::string WithoutTrailingSlashes(std::string path) {
   while (path.size() > 1 && path.back() == '/') path.pop_back();
   return path;
@@ -38,6 +33,11 @@ std::string UserPath(HomeKind kind) {
 
 }  // namespace
 
+std::string Variable(const char* name) {
+  const char* value = getenv(name);
+  return value ? value : "";
+}
+
 bool MakeDirectories(const std::string& path, unsigned mode) {
   if (mkdir(path.c_str(), mode) == 0 || errno == EEXIST) return true;
   const std::size_t slash = path.rfind('/');
@@ -48,10 +48,7 @@ bool MakeDirectories(const std::string& path, unsigned mode) {
 
 std::string InstallationHome() { return WithoutTrailingSlashes(Variable("WIREFOX_HOME")); }
 
-bool ServesAllAccounts() {
-  const char* home = std::getenv("WIREFOX_HOME");
-  return geteuid() == 0 && (home == nullptr || *home == '\0');
-}
+bool ServesAllAccounts() { return geteuid() == 0 && Variable("WIREFOX_HOME").empty(); }
 
 std::string UserFolder(const char* variable, const char* below) {
   const std::string folder = Variable(variable);

@@ -6,6 +6,9 @@
 
 namespace linux_host {
 
+// Of the environment; empty when it is not set.
+std::string Variable(const char* name);
+
 enum class HomeKind {
   kState,    // survives a reboot: the registry hive, activation files
   kRuntime,  // means nothing once every process has ended: sockets, locks

@@ -1,9 +1,10 @@
+#include "platform/linux/kernel/paths.h"
+
 #include <windows.h>
 
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 
 #include "platform/linux/kernel/home.h"
@@ -13,9 +14,8 @@
 // defines it.
 extern "C" const char __executable_start[];
 
-namespace {
+namespace linux_host {
 
-// Path of the executable; empty when the system does not tell.
 std::string ExecutablePath() {
   std::string path(256, '\0');
   for (;;) {
@@ -36,13 +36,17 @@ std::string ExecutablePath() {
   return path;
 }
 
+}  // namespace linux_host
+
+namespace {
+
 std::string TemporaryDirectory() {
   std::string path = "/tmp";
-  if (const char* home = std::getenv("WIREFOX_HOME"); home && *home) {
+  if (!linux_host::InstallationHome().empty()) {
     // Two installations must not overwrite each other's devices-changed file, which lies here.
     path = linux_host::HomePath(linux_host::HomeKind::kState) + "/tmp";
     linux_host::MakeDirectories(path, 0700);
-  } else if (const char* named = std::getenv("TMPDIR"); named && *named) {
+  } else if (const std::string named = linux_host::Variable("TMPDIR"); !named.empty()) {
     path = named;
   }
   if (!path.ends_with('/')) path += '/';
@@ -62,7 +66,7 @@ DWORD GetModuleFileNameW(HMODULE module, LPWSTR path, DWORD size) {
     SetLastError(ERROR_MOD_NOT_FOUND);
     return 0;
   }
-  const std::wstring full = linux_host::Utf8ToWide(ExecutablePath());
+  const std::wstring full = linux_host::Utf8ToWide(linux_host::ExecutablePath());
   if (full.empty()) {
     SetLastError(ERROR_FILE_NOT_FOUND);
     return 0;

@@ -44,16 +44,6 @@ std::optional<std::string> ReadAll(int file, std::size_t limit) {
   }
 }
 
-bool WriteAll(int file, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t length = write(file, text.data(), text.size());
-    if (length < 0 && errno == EINTR) continue;
-    if (length <= 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(length));
-  }
-  return true;
-}
-
 std::string DirectoryOf(const std::string& path) {
   const auto slash = path.rfind('/');
   return slash == path.npos ? "." : path.substr(0, slash + 1);
@@ -210,7 +200,7 @@ std::uint32_t HiveFile::Save() {
   // Users read root's hive whatever root's mask is. The directory keeps others out of a user's.
   fchmod(file.get(), 0644);
   struct stat state;
-  if (!WriteAll(file.get(), text) || fsync(file.get()) != 0 || fstat(file.get(), &state) != 0 ||
+  if (!file.WriteAll(text) || fsync(file.get()) != 0 || fstat(file.get(), &state) != 0 ||
       rename(new_path.c_str(), path_.c_str()) != 0) {
     const std::uint32_t status = WriteStatus(errno);
     unlink(new_path.c_str());

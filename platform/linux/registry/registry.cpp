@@ -10,6 +10,12 @@ namespace {
 
 std::string HivePath(const std::string& directory) { return directory + "/registry"; }
 
+bool SamePath(const KeyPath& a, const KeyPath& b) {
+  const NameLess less;
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [&](const auto& x, const auto& y) { return !less(x, y) && !less(y, x); });
+}
+
 }  // namespace
 
 const RegistryValue* KeyView::FindValue(const std::wstring& name) const {
@@ -100,12 +106,6 @@ void Registry::MarkDeleted(const KeyPath& path) {
   for (auto& [handle, key] : open_keys_) {
     if (SamePath(key.path, path)) key.deleted = true;
   }
-}
-
-bool SamePath(const KeyPath& a, const KeyPath& b) {
-  const NameLess less;
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [&](const auto& x, const auto& y) { return !less(x, y) && !less(y, x); });
 }
 
 }  // namespace linux_host

@@ -80,6 +80,4 @@ class Registry {
   OpenKey root_{.path = {}, .access = KEY_ALL_ACCESS, .deleted = false};
 };
 
-bool SamePath(const KeyPath& a, const KeyPath& b);
-
 }  // namespace linux_host

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 
 #include "platform/linux/kernel/descriptor.h"
 #include "platform/linux/kernel/home.h"
@@ -26,13 +25,7 @@ bool WriteWhole(const std::string& path, const std::string& text) {
   Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
   // The managers and the buses run as other accounts, whatever this process's mask says.
   if (!file.is_open() || fchmod(file.get(), 0644) != 0) return false;
-  for (std::size_t done = 0; done < text.size();) {
-    const ssize_t length = write(file.get(), text.data() + done, text.size() - done);
-    if (length < 0 && errno == EINTR) continue;
-    if (length <= 0) return false;
-    done += static_cast<std::size_t>(length);
-  }
-  return fsync(file.get()) == 0;
+  return file.WriteAll(text) && fsync(file.get()) == 0;
 }
 
 struct Places {
@@ -68,8 +61,9 @@ bool ServicesAreTheMachines() { return geteuid() == 0; }
 std::vector<std::pair<std::string, std::string>> InstallationVariables() {
   std::vector<std::pair<std::string, std::string>> variables;
   for (const char* name : {"WIREFOX_HOME", "WIREFOX_BUS"}) {
-    const char* value = std::getenv(name);
-    if (value != nullptr && *value != '\0') variables.emplace_back(name, value);
+    if (std::string value = Variable(name); !value.empty()) {
+      variables.emplace_back(name, std::move(value));
+    }
   }
   return variables;
 }

@@ -13,10 +13,10 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <mutex>
 #include <string>
 
+#include "platform/linux/kernel/home.h"
 #include "platform/linux/kernel/threads.h"
 
 namespace linux_host {
@@ -44,10 +44,9 @@ void OnTerminate(int) {
 // programs that it has started hand other variables of its services on, so those prove nothing; and
 // this one only when it was meant for this very process.
 bool IsStartedByManager() {
-  const char* socket = std::getenv("NOTIFY_SOCKET");
-  if (socket == nullptr || *socket == '\0') return false;
-  const char* meant_for = std::getenv("SYSTEMD_EXEC_PID");
-  return meant_for == nullptr || std::to_string(getpid()) == meant_for;
+  if (Variable("NOTIFY_SOCKET").empty()) return false;
+  const std::string meant_for = Variable("SYSTEMD_EXEC_PID");
+  return meant_for.empty() || meant_for == std::to_string(getpid());
 }
 
 class ServiceDispatcher {

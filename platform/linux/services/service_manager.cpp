@@ -18,7 +18,7 @@
 #include "platform/linux/services/registration_files.h"
 #include "platform/linux/services/registration_texts.h"
 #include "platform/linux/services/server_process.h"
-#include "platform/linux/services/systemctl.h"
+#include "platform/linux/services/systemd_manager.h"
 
 namespace linux_host {
 namespace {

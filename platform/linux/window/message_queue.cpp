@@ -18,6 +18,12 @@ std::map<DWORD, MessageQueue*>& Queues() {
   return queues;
 }
 
+// The queue of a thread of this process that has one, otherwise null. With the lock held.
+MessageQueue* FindMessageQueue(DWORD thread_id) {
+  const auto found = Queues().find(thread_id);
+  return found == Queues().end() ? nullptr : found->second;
+}
+
 thread_local MessageQueue* t_queue = nullptr;
 
 const HWND kThreadOnly = reinterpret_cast<HWND>(static_cast<LONG_PTR>(-1));
@@ -41,11 +47,6 @@ MessageQueue& ThreadMessageQueue() {
   const DispatcherLock lock;
   Queues()[self.thread_id] = t_queue;
   return *t_queue;
-}
-
-MessageQueue* FindMessageQueue(DWORD thread_id) {
-  const auto found = Queues().find(thread_id);
-  return found == Queues().end() ? nullptr : found->second;
 }
 
 MessageQueue::~MessageQueue() {

@@ -115,7 +115,4 @@ class MessageQueue {
 // The calling thread's queue, made at first use. It goes with its windows at the thread's end.
 MessageQueue& ThreadMessageQueue();
 
-// The queue of a thread of this process that has one, otherwise null. With the lock held.
-MessageQueue* FindMessageQueue(DWORD thread_id);
-
 }  // namespace linux_host

@@ -37,7 +37,7 @@ class DeviceFile : public testing::Test {
   }
 
   static HANDLE Open() {
-    const std::string path = FakeProbe::kPath;
+    const std::string path = FakeProbe::PathOf("wfx0001");
     return CreateFileW(std::wstring(path.begin(), path.end()).c_str(), GENERIC_READ | GENERIC_WRITE,
                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                        FILE_FLAG_OVERLAPPED, nullptr);
@@ -71,43 +71,30 @@ class DeviceFile : public testing::Test {
   std::uint8_t reply_[4] = {};
 };
 
-TEST_F(DeviceFile, PendingRequestIsCollectedAfterItsEvent) {
-  SetEvent(event_);  // left over from before: the start resets it
-  EXPECT_EQ(DWORD{ERROR_IO_PENDING}, StartRead());
-  EXPECT_FALSE(EventIsSet());
-  EXPECT_EQ(DWORD{ERROR_IO_INCOMPLETE}, Result().first);
-  std::thread other([&] { probe_.CompleteAll(UsbStatus::kOk, {1, 2, 3}); });
-  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(event_, INFINITE));
-  EXPECT_EQ(Outcome(0, 3), Result());
-  other.join();
-}
-
-TEST_F(DeviceFile, FailureOnTheWireIsReportedInOneWayHoweverFastItComes) {
-  for (const bool at_once : {true, false}) {
-    probe_.answer = [=](UsbTransfer& transfer) {
-      transfer.status = UsbStatus::kStall;
-      return at_once;
-    };
+TEST_F(DeviceFile, PendingRequestIsCollectedAfterItsEventHoweverItEnds) {
+  for (const UsbStatus status : {UsbStatus::kOk, UsbStatus::kStall, UsbStatus::kDisconnected}) {
+    SetEvent(event_);  // left over from before: the start resets it
     EXPECT_EQ(DWORD{ERROR_IO_PENDING}, StartRead());
-    if (!at_once) probe_.CompleteAll(UsbStatus::kStall);
-    EXPECT_TRUE(EventIsSet());
-    EXPECT_EQ(Outcome(ERROR_GEN_FAILURE, 0), Result());
-    EXPECT_EQ(0xC0000004, probe_driver::LoadU32(record_ + 18));
+    EXPECT_FALSE(EventIsSet());
+    EXPECT_EQ(DWORD{ERROR_IO_INCOMPLETE}, Result().first);
+    std::thread other([&] { probe_.CompleteAll(status, {1, 2, 3}); });
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(event_, INFINITE));
+    EXPECT_EQ(status == UsbStatus::kOk      ? Outcome(0, 3)
+              : status == UsbStatus::kStall ? Outcome(ERROR_GEN_FAILURE, 3)
+                                            : Outcome(ERROR_DEVICE_NOT_CONNECTED, 0),
+              Result());
+    other.join();
   }
+  EXPECT_EQ(DWORD{ERROR_DEVICE_NOT_CONNECTED}, StartRead()) << "once it has left";
 }
 
 TEST_F(DeviceFile, CancelledRequestsEndWithErrorAndWithoutBytes) {
-  const auto abort_pipe = [&] {
-    std::uint8_t endpoint = 0x84;
-    OVERLAPPED overlapped = {};
-    return DeviceIoControl(device_, probe_driver::kAbortPipe, &endpoint, 1, nullptr, 0, nullptr,
-                           &overlapped);
-  };
+  OVERLAPPED other = {};
+  EXPECT_FALSE(CancelIoEx(device_, &other));
+  EXPECT_EQ(DWORD{ERROR_NOT_FOUND}, GetLastError());
   const std::function<BOOL()> ways[] = {
-      [&] { return CancelIo(device_); },
       [&] { return CancelIoEx(device_, nullptr); },
-      [&] { return CancelIoEx(device_, &overlapped_); },
-      abort_pipe,
+      [&] { return !CancelIoEx(device_, &other) && CancelIoEx(device_, &overlapped_); },
       [&] { return CloseHandle(std::exchange(device_, nullptr)); },
   };
   for (const auto& way : ways) {
@@ -116,49 +103,6 @@ TEST_F(DeviceFile, CancelledRequestsEndWithErrorAndWithoutBytes) {
     EXPECT_TRUE(EventIsSet());
     EXPECT_EQ(Outcome(ERROR_OPERATION_ABORTED, 0), Result());
   }
-}
-
-TEST_F(DeviceFile, CancellingConcernsTheOwnRequestsOrTheOneThatIsNamed) {
-  ASSERT_EQ(DWORD{ERROR_IO_PENDING}, StartRead());
-  OVERLAPPED other = {};
-  EXPECT_FALSE(CancelIoEx(device_, &other));
-  EXPECT_EQ(DWORD{ERROR_NOT_FOUND}, GetLastError());
-  std::thread([&] { EXPECT_TRUE(CancelIo(device_)); }).join();
-  EXPECT_EQ(DWORD{ERROR_IO_INCOMPLETE}, Result().first);
-}
-
-TEST_F(DeviceFile, DeviceThatLeavesEndsPendingAndRefusesNewRequests) {
-  ASSERT_EQ(DWORD{ERROR_IO_PENDING}, StartRead());
-  std::thread other([&] { probe_.Leave(); });
-  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(event_, INFINITE));
-  EXPECT_EQ(Outcome(ERROR_DEVICE_NOT_CONNECTED, 0), Result());
-  other.join();
-  EXPECT_EQ(DWORD{ERROR_DEVICE_NOT_CONNECTED}, StartRead());
-  EXPECT_EQ(INVALID_HANDLE_VALUE, Open());
-  EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
-}
-
-TEST_F(DeviceFile, CallsThatCannotBeServedAreRefusedBeforeTheyStart) {
-  EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, StartRead(nullptr));
-  OVERLAPPED bad_event = {};
-  bad_event.hEvent = device_;
-  EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, StartRead(&bad_event));
-  record_[13] = 0;
-  EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, StartRead());
-  EXPECT_TRUE(probe_.TakeLog().empty());
-}
-
-TEST_F(DeviceFile, TimeOutOfAControlRecordRunsOnTheTestClock) {
-  test_host::TestClock clock;
-  std::uint8_t record[38] = {0x40, 1};
-  record[8] = 2;  // seconds
-  record[30] = 38;
-  EXPECT_FALSE(DeviceIoControl(device_, probe_driver::kControlTransfer, record, 38, record, 38,
-                               nullptr, &overlapped_));
-  ASSERT_EQ(DWORD{ERROR_IO_PENDING}, GetLastError());
-  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(event_, INFINITE));
-  EXPECT_EQ(1'003'000U, clock.NowMs());
-  EXPECT_EQ(DWORD{ERROR_OPERATION_ABORTED}, Result().first);
 }
 
 // A set that comes after the result was collected would end the wait for the next request.

@@ -1,4 +1,4 @@
-// A USB device that comes, answers and goes as the test says, and the bus that it is alone on.
+// A USB device that answers and is replaced as the test says, and the bus that it is alone on.
 #pragma once
 
 #include <algorithm>
@@ -22,7 +22,9 @@ class FakeProbe : public probe_driver::UsbBus {
   using Transfer = probe_driver::UsbTransfer;
   using Status = probe_driver::UsbStatus;
 
-  static constexpr char kPath[] = "\\\\?\\usb#vid_0f0f&pid_1002#wfx0001#1";
+  static std::string PathOf(const std::string& name) {
+    return "\\\\?\\usb#vid_0f0f&pid_1002#" + name;
+  }
 
   // Answers a transfer: returns true after filling in status and bytes, or false to leave it in
   // flight. Runs with no lock held.
@@ -40,25 +42,21 @@ class FakeProbe : public probe_driver::UsbBus {
     End([](auto&) { return true; }, status, data);
   }
 
-  void Leave() {
-    {
-      const std::lock_guard lock(mutex_);
-      gone_ = true;
-    }
-    CompleteAll(Status::kDisconnected);
+  // Another with this serial number takes its place. The listener is told.
+  void Replace(const std::string& name) {
+    const std::string before = std::exchange(path_, PathOf(name));
+    if (listener_ == nullptr) return;
+    listener_->OnDeviceRemoved(before);
+    listener_->OnDeviceArrived(path_);
   }
 
   std::unique_ptr<probe_driver::UsbDevice> Open() { return std::make_unique<Opening>(*this); }
 
-  std::vector<std::string> ListDevices() override {
-    const std::lock_guard lock(mutex_);
-    return gone_ ? std::vector<std::string>() : std::vector<std::string>{kPath};
-  }
+  std::vector<std::string> ListDevices() override { return {path_}; }
   std::unique_ptr<probe_driver::UsbDevice> OpenDevice(const std::string& path) override {
-    const std::lock_guard lock(mutex_);
-    return gone_ || path != kPath ? nullptr : Open();
+    return path == path_ ? Open() : nullptr;
   }
-  void SetListener(probe_driver::UsbBusListener*) override {}
+  void SetListener(probe_driver::UsbBusListener* listener) override { listener_ = listener; }
 
  private:
   class Opening : public probe_driver::UsbDevice {
@@ -90,16 +88,12 @@ class FakeProbe : public probe_driver::UsbBus {
   void Submit(Transfer& transfer) {
     Log(Describe(transfer));
     const auto is_this = [&](auto& other) { return &other == &transfer; };
-    bool gone;
     {
       const std::lock_guard lock(mutex_);
-      gone = gone_;
       in_flight_.push_back(&transfer);
     }
     // From here on another thread may complete it.
-    if (gone) {
-      End(is_this, Status::kDisconnected);
-    } else if (answer(transfer)) {
+    if (answer(transfer)) {
       Take(is_this);
       transfer.complete(transfer);
     }
@@ -150,7 +144,8 @@ class FakeProbe : public probe_driver::UsbBus {
   std::mutex mutex_;
   std::vector<std::string> log_;
   std::vector<Transfer*> in_flight_;
-  bool gone_ = false;
+  std::string path_ = PathOf("wfx0001");
+  probe_driver::UsbBusListener* listener_ = nullptr;
 };
 
 }  // namespace unit

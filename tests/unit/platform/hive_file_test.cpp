@@ -8,10 +8,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <random>
 #include <string>
 
+#include "platform/linux/registry/classes_key.h"
 #include "platform/linux/registry/registry.h"
 #include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/scratch_home.h"
@@ -19,6 +19,7 @@
 
 namespace {
 
+using linux_host::ClassesKey;
 using linux_host::HiveFile;
 using linux_host::RegistryKey;
 using linux_host::RegistryValue;
@@ -49,19 +50,7 @@ class HiveFileTest : public testing::Test {
     return found == root->values.end() ? -1 : found->second.data[0];
   }
 
-  static HKEY CreateKey(const wchar_t* name, REGSAM access) {
-    HKEY key = nullptr;
-    EXPECT_EQ(0, RegCreateKeyExW(HKEY_CLASSES_ROOT, name, 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                 access, nullptr, &key, nullptr));
-    return key;
-  }
-
   void WriteText(const std::string& text) { std::ofstream(path_, std::ios::binary) << text; }
-
-  static std::string ReadText(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
 
   ino_t Inode() const {
     struct stat state = {};
@@ -142,7 +131,7 @@ TEST_F(HiveFileTest, WritersAndRemoversInSeveralProcessesLoseNothing) {
 TEST_F(HiveFileTest, AFailedWriteChangesNothing) {
   HiveFile hive(path_);
   ASSERT_EQ(0u, Set(hive, L"n", Number(7)));
-  const std::string before = ReadText(path_);
+  const std::string before = home_.Read("registry");
   ChildProcess without_room([&] {
     signal(SIGXFSZ, SIG_IGN);
     const rlimit limit = {10, 10};
@@ -152,7 +141,7 @@ TEST_F(HiveFileTest, AFailedWriteChangesNothing) {
     return Get(own, L"n") == 7 ? 0 : 2;
   });
   EXPECT_EQ(0, without_room.Await());
-  EXPECT_EQ(before, ReadText(path_));
+  EXPECT_EQ(before, home_.Read("registry"));
   EXPECT_FALSE(std::filesystem::exists(path_ + ".new"));
 
   const RegistryValue too_large{.type = REG_BINARY, .data = std::vector<BYTE>(2 << 20)};
@@ -182,7 +171,7 @@ TEST_F(HiveFileTest, WhatIsNoHiveIsRefusedAtOnceThenKeptAside) {
     EXPECT_EQ(1, Get(hive, L"n"));
     std::filesystem::remove(path_);
   }
-  EXPECT_EQ(cut, ReadText(path_ + ".damaged-1"));
+  EXPECT_EQ(cut, home_.Read("registry.damaged-1"));
   EXPECT_TRUE(std::filesystem::is_directory(path_ + ".damaged-3"));
 }
 
@@ -190,30 +179,25 @@ TEST_F(HiveFileTest, RegistryCallsRecoverFromDamageWhenAKeyIsCreated) {
   WriteText("garbage");
   HKEY key = nullptr;
   EXPECT_EQ(ERROR_REGISTRY_CORRUPT, RegOpenKeyExW(HKEY_CLASSES_ROOT, L"AppID", 0, KEY_READ, &key));
-  const HKEY reader = CreateKey(L"AppID", KEY_READ);
-  EXPECT_EQ(ERROR_ACCESS_DENIED, RegCreateKeyExW(reader, L"B", 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                                 KEY_READ, nullptr, &key, nullptr));
-  RegCloseKey(reader);
-  EXPECT_EQ("garbage", ReadText(path_ + ".damaged-1"));
+  EXPECT_TRUE(ClassesKey().Create(L"AppID"));
+  EXPECT_EQ("garbage", home_.Read("registry.damaged-1"));
 }
 
 TEST_F(HiveFileTest, WritingWhatStandsThereAlreadyLeavesTheFileAlone) {
-  const HKEY key = CreateKey(L"AppID", KEY_ALL_ACCESS);
-  const auto set = [&](BYTE byte) { return RegSetValueExW(key, L"v", 0, REG_BINARY, &byte, 1); };
-  ASSERT_EQ(0, set(1));
+  ClassesKey key;
+  ASSERT_TRUE(key.Create(L"AppID") && key.Set(L"v", L"1"));
   const ino_t before = Inode();
-  ASSERT_EQ(0, set(1));
+  ASSERT_TRUE(key.Set(L"v", L"1"));
   EXPECT_EQ(before, Inode());
-  ASSERT_EQ(0, set(2));
+  ASSERT_TRUE(key.Set(L"v", L"2"));
   EXPECT_NE(before, Inode());
-  RegCloseKey(key);
 }
 
 TEST_F(HiveFileTest, AKeyThatAnotherProcessDeletedAnswersSo) {
-  const HKEY key = CreateKey(L"Gone", KEY_ALL_ACCESS);
+  ClassesKey key;
+  ASSERT_TRUE(key.Create(L"Gone"));
   EXPECT_EQ(0, ChildProcess([] { return RegDeleteKeyW(HKEY_CLASSES_ROOT, L"Gone"); }).Await());
-  EXPECT_EQ(ERROR_KEY_DELETED, RegSetValueExW(key, L"v", 0, REG_NONE, nullptr, 0));
-  EXPECT_EQ(0, RegCloseKey(key));
+  EXPECT_FALSE(key.Set(L"v", L"1"));
 }
 
 TEST(RegistryView, TheUsersOwnHiveHidesTheMachines) {

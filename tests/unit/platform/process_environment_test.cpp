@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/automation/program_resources.h"
-#include "platform/linux/kernel/command_line.h"
 #include "platform/linux/kernel/notices.h"
 #include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/scratch_home.h"
@@ -44,36 +42,12 @@ TEST(ProcessList, BeginsWithIdZeroAndTheNewestAndLeavesOutWhatHasEnded) {
   EXPECT_EQ(0, std::count(later.begin(), later.end(), id)) << "nobody has waited for it";
 }
 
-std::wstring TemporaryPath() {
-  wchar_t path[1024];
-  return std::wstring(path, GetTempPathW(1024, path));
-}
-
 TEST(TemporaryPath, LiesBelowTheInstallationsHome) {
   const ScratchHome home;
-  EXPECT_EQ(home.directory().wstring() + L"/tmp/", TemporaryPath());
+  wchar_t path[MAX_PATH];
+  GetTempPathW(MAX_PATH, path);
+  EXPECT_EQ(home.directory().wstring() + L"/tmp/", path);
   EXPECT_TRUE(std::filesystem::is_directory(home.directory() / "tmp"));
-  EXPECT_EQ(0, ChildProcess([] {
-                 unsetenv("WIREFOX_HOME");
-                 setenv("TMPDIR", "/var/tmp", 1);
-                 if (TemporaryPath() != L"/var/tmp/") return 1;
-                 unsetenv("TMPDIR");
-                 return TemporaryPath() == L"/tmp/" ? 0 : 2;
-               }).Await());
-}
-
-TEST(CommandLine, ArgumentsAreQuotedSoThatWindowsRulesGiveThemAgain) {
-  const struct {
-    std::vector<std::string> arguments;
-    const char* line;
-  } cases[] = {
-      {{"/opt/TzWirefoxService", "-RegServer"}, "/opt/TzWirefoxService -RegServer"},
-      {{"a b", "c\td", ""}, "\"a b\" \"c\td\" \"\""},
-      {{"a\\b", "a\\\\ b"}, "a\\b \"a\\\\ b\""},
-      {{"say \"x\"", "\\\""}, "\"say \\\"x\\\"\" \"\\\\\\\"\""},
-      {{"ends in \\"}, "\"ends in \\\\\""},
-  };
-  for (const auto& c : cases) EXPECT_EQ(c.line, linux_host::JoinCommandLine(c.arguments));
 }
 
 TEST(Notices, HoldBoxesAndEventsInOrder) {
@@ -90,20 +64,6 @@ TEST(Notices, HoldBoxesAndEventsInOrder) {
   EXPECT_FALSE(ReportEventW(log, EVENTLOG_ERROR_TYPE, 1, 11, nullptr, 1, 0, texts, nullptr));
   EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
   EXPECT_FALSE(DeregisterEventSource(log));
-  EXPECT_EQ(nullptr, RegisterEventSourceW(L"\\\\other", L"Application"));
-  EXPECT_EQ(std::vector<std::wstring>{}, linux_host::TakeNotices());
-}
-
-TEST(Resources, StringsAreCopiedAndCut) {
-  static constexpr linux_host::StringResource kStrings[] = {{100, L"TzWirefoxService"}};
-  linux_host::SetProgramResources({.type_library = nullptr, .strings = kStrings});
-  wchar_t text[20];
-  EXPECT_EQ(16, LoadStringW(nullptr, 100, text, 20));
-  EXPECT_STREQ(L"TzWirefoxService", text);
-  EXPECT_EQ(2, LoadStringW(nullptr, 100, text, 3));
-  EXPECT_STREQ(L"Tz", text);
-  EXPECT_EQ(0, LoadStringW(nullptr, 55306, text, 20));
-  linux_host::SetProgramResources({});
 }
 
 TEST(ChangeNotification, AChangeBetweenWaitAndNextIsNotLost) {

@@ -5,6 +5,8 @@
 #include <stdlib.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 class ScratchHome {
@@ -30,6 +32,11 @@ class ScratchHome {
 
   const std::filesystem::path& directory() const { return directory_; }
   std::string Path(const std::string& below) const { return (directory_ / below).string(); }
+  // The file's content; empty when there is none.
+  std::string Read(const std::string& below) const {
+    std::ifstream file(Path(below), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
 
  private:
   std::filesystem::path directory_;

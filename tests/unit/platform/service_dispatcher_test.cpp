@@ -55,9 +55,6 @@ TEST(ServiceDispatcher, AStopThatComesBeforeTheServiceRunsIsDeliveredOnceItDoes)
   const SERVICE_TABLE_ENTRYW table[] = {{g_name, Serve}, {}};
   EXPECT_EQ(RegisterServiceCtrlHandlerW(g_name, Handle), nullptr);
   EXPECT_EQ(GetLastError(), DWORD{ERROR_SERVICE_NOT_IN_EXE});
-  SERVICE_STATUS status = {};
-  EXPECT_FALSE(SetServiceStatus(nullptr, &status));
-  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
   EXPECT_FALSE(StartServiceCtrlDispatcherW(table));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_FAILED_SERVICE_CONTROLLER_CONNECT}) << "no manager";
 

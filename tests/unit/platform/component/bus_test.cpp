@@ -1,17 +1,13 @@
 // The class as tools of the message bus meet it: on its own socket and on a bus.
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <systemd/sd-bus.h>
 
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "platform/linux/dbus/dbus_link.h"
-#include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/component/component_fixture.h"
 
 namespace component_test {
@@ -54,11 +50,6 @@ int NumberIn(const Reply& reply) {
   return number;
 }
 
-std::string SignatureOf(const Reply& reply) {
-  EXPECT_EQ(reply.error, "") << reply.text;
-  return reply.message == nullptr ? "" : sd_bus_message_get_signature(reply.message.get(), 1);
-}
-
 std::string Introspect(const DBusHandle& bus, const char* destination) {
   const Reply reply =
       Call(bus, destination, "org.freedesktop.DBus.Introspectable", "Introspect", "");
@@ -80,15 +71,6 @@ void Send(const DBusHandle& bus, const char* destination, const char* method, co
 
 class ComponentSocket : public ComponentTest {
  protected:
-  int Connect() {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, SocketPath().c_str(), sizeof address.sun_path - 1);
-    const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    EXPECT_EQ(connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    return descriptor;
-  }
-
   // A tool that takes the socket for a bus says Hello first.
   DBusHandle Open(bool says_hello = false) {
     sd_bus* bus = nullptr;
@@ -109,33 +91,20 @@ TEST_F(ComponentSocket, AToolThatSaysHelloCanCallByName) {
   EXPECT_EQ(NumberIn(Call(bus, kName, kV2, "Subtract", "ii", 5, 3)), 2);
 }
 
-TEST_F(ComponentSocket, MessagesCarryInputsAndOutputsInDeclarationOrder) {
-  const DBusHandle bus = Open();
-  EXPECT_EQ(SignatureOf(Call(bus, nullptr, kV1, "Echo", "sinyxi", "name", -1, -2, 0xFD,
-                             std::int64_t{-4}, 272)),
-            "sinyxi");
-  EXPECT_EQ(SignatureOf(Call(bus, nullptr, kV1, "GetStatus", "i", 0x20)), "(ynyy)i");
-  EXPECT_EQ(SignatureOf(Call(bus, nullptr, kV1, "EchoStrings", "as", 2, "a", "b")), "asi");
-}
-
 TEST_F(ComponentSocket, IntrospectionShowsEveryVersionWithItsOwnMethods) {
   const std::string xml = Introspect(Open(), nullptr);
-  const auto section = [&](const std::string& interface) {
-    const std::size_t begin = xml.find("<interface name=\"" + interface + "\">");
-    if (begin == std::string::npos) return std::string();
-    return xml.substr(begin, xml.find("</interface>", begin) - begin);
-  };
-  EXPECT_EQ(section(kV3),
-            "<interface name=\"org.wirefox.ISample_v3\">\n"
-            "  <method name=\"Fail\">\n"
-            "   <arg type=\"x\" name=\"value\" direction=\"in\"/>\n"
-            "   <arg type=\"i\" name=\"result\" direction=\"out\"/>\n"
-            "  </method>\n"
-            " ");
-  EXPECT_NE(section(kV2).find("name=\"Subtract\""), std::string::npos);
-  for (const char* argument : {"<arg type=\"(ynyy)\" name=\"status\" direction=\"out\"/>",
-                               "<arg type=\"ay\" name=\"RESULT\" direction=\"out\"/>"}) {
-    EXPECT_NE(section(kV1).find(argument), std::string::npos) << argument;
+  for (const char* part : {
+           "<interface name=\"org.wirefox.ISample_v3\">\n"
+           "  <method name=\"Fail\">\n"
+           "   <arg type=\"x\" name=\"value\" direction=\"in\"/>\n"
+           "   <arg type=\"i\" name=\"result\" direction=\"out\"/>\n"
+           "  </method>\n"
+           " </interface>",
+           "<interface name=\"org.wirefox.ISample_v2\">\n  <method name=\"Subtract\">",
+           "<arg type=\"(ynyy)\" name=\"status\" direction=\"out\"/>",
+           "<arg type=\"ay\" name=\"RESULT\" direction=\"out\"/>",
+       }) {
+    EXPECT_NE(xml.find(part), xml.npos) << part;
   }
 }
 
@@ -166,26 +135,6 @@ TEST_F(ComponentSocket, ACallWithoutAnInterfaceReachesTheOnlyMethodOfItsName) {
   }
 }
 
-TEST_F(ComponentSocket, GarbageEndsItsConnectionOnly) {
-  const SamplePointer client = CreateSample();
-  const std::string garbage[] = {
-      std::string("\0AUTH NONSENSE\r\n", 16),
-      std::string("GET / HTTP/1.0\r\n\r\n"),
-      std::string("\0AUTH EXTERNAL\r\nDATA\r\nBEGIN\r\n", 30) + std::string(64, '\xFF'),
-      std::string(70'000, '\0'),
-  };
-  for (const std::string& bytes : garbage) {
-    const int connection = Connect();
-    (void)!send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    shutdown(connection, SHUT_WR);
-    char answer[256];
-    while (read(connection, answer, sizeof answer) > 0) {
-    }
-    close(connection);
-    EXPECT_TRUE(Answers(client));
-  }
-}
-
 TEST_F(ComponentSocket, WhoDoesNotTakeItsRepliesKeepsNobodyWaiting) {
   const DBusHandle lazy = Open();
   for (int i = 0; i < 2; ++i) Send(lazy, nullptr, "MakeBytes", "x", std::int64_t{32 << 20});
@@ -198,31 +147,20 @@ TEST_F(ComponentSocket, WhoDoesNotTakeItsRepliesKeepsNobodyWaiting) {
 // A bus of the test's own, which the process takes for its session's.
 class DBusDaemon {
  public:
-  DBusDaemon() : process_([this] { return Run(); }) {
-    close(address_pipe_.ends[1]);
-    std::string address;
-    for (char c; read(address_pipe_.ends[0], &c, 1) == 1 && c != '\n';) address += c;
-    close(address_pipe_.ends[0]);
-    EXPECT_NE(address, "") << "dbus-daemon could not be started";
-    setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
+  DBusDaemon() {
+    FILE* told =
+        popen("dbus-daemon --session --fork --nosyslog --print-address=1 --print-pid=1", "r");
+    char address[256] = "";
+    EXPECT_EQ(std::fscanf(told, "%255s %d", address, &process_), 2);
+    pclose(told);
+    setenv("DBUS_SESSION_BUS_ADDRESS", address, 1);
   }
-  ~DBusDaemon() { process_.End(SIGTERM); }
+  ~DBusDaemon() {
+    if (process_ > 0) kill(process_, SIGTERM);
+  }
 
  private:
-  struct Pipe {
-    Pipe() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }
-    int ends[2];
-  };
-
-  int Run() const {
-    dup2(address_pipe_.ends[1], 3);
-    execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--nosyslog", "--print-address=3",
-           nullptr);
-    return 127;
-  }
-
-  const Pipe address_pipe_;
-  ChildProcess process_;
+  pid_t process_ = 0;
 };
 
 class ComponentBus : public ComponentTest {
@@ -231,7 +169,7 @@ class ComponentBus : public ComponentTest {
     sd_bus* bus = nullptr;
     EXPECT_GE(sd_bus_open_user(&bus), 0);
     // The server takes its name after it has begun to serve.
-    while (sd_bus_get_name_creds(bus, kName, 0, nullptr) < 0 && sd_bus_is_open(bus)) {
+    while (sd_bus_get_name_creds(bus, kName, 0, nullptr) < 0 && sd_bus_is_open(bus) > 0) {
     }
     return DBusHandle(bus);
   }

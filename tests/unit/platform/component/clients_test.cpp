@@ -5,7 +5,6 @@
 
 #include <filesystem>
 
-#include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/component/component_fixture.h"
 
 namespace component_test {
@@ -24,23 +23,6 @@ TEST_F(ComponentClients, EachClientHasAnObjectAndOnlyItsOwnGoesWithIt) {
   EXPECT_EQ(CountBy(second), 1);
   second.reset();
   sample::AwaitObjectCount(0);
-}
-
-// The child is forked before the server's thread starts, so that it begins with one thread.
-TEST_F(ComponentClients, AClientKilledInItsCallHarmsNobody) {
-  ChildProcess killed([] {
-    SamplePointer client;
-    while (client == nullptr) client = CreateSample();
-    LONG passed = 0;
-    return client->WaitAtGate(&passed);
-  });
-  // The registered server cannot start, so the child comes through once this one serves.
-  ServerThread server;
-  sample::g_callers_at_gate.acquire();
-  killed.End();
-  sample::g_gate.release();
-  sample::AwaitObjectCount(0);
-  EXPECT_TRUE(Answers(CreateSample()));
 }
 
 TEST_F(ComponentClients, TheSocketIsTheOwnersAloneAndGoesWithTheServerAndItsObjects) {

@@ -5,7 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/linux/automation/guid_text.h"
 #include "platform/linux/automation/program_resources.h"
+#include "platform/linux/registry/classes_key.h"
 
 namespace component_test {
 
@@ -76,30 +78,20 @@ ComponentTest::~ComponentTest() { CoUninitialize(); }
 
 namespace {
 
-std::wstring ClassKey() {
-  OLECHAR id[40];
-  StringFromGUID2(sample::kClassId, id, 40);
-  return L"CLSID\\" + std::wstring(id);
-}
+const std::wstring kClassKey = L"CLSID\\" + linux_host::GuidText(sample::kClassId);
+const std::wstring kServerKey = kClassKey + L"\\LocalServer32";
 
 }  // namespace
 
 void ComponentTest::Unregister() {
-  for (const std::wstring& path : {ClassKey() + L"\\LocalServer32", ClassKey()}) {
+  for (const std::wstring& path : {kServerKey, kClassKey}) {
     EXPECT_EQ(RegDeleteKeyW(HKEY_CLASSES_ROOT, path.c_str()), ERROR_SUCCESS);
   }
 }
 
 void ComponentTest::Register(const std::wstring& command) {
-  const std::wstring path = ClassKey() + L"\\LocalServer32";
-  HKEY key;
-  ASSERT_EQ(RegCreateKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr,
-                            &key, nullptr),
-            ERROR_SUCCESS);
-  ASSERT_EQ(RegSetValueExW(key, nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(command.c_str()),
-                           static_cast<DWORD>((command.size() + 1) * sizeof(WCHAR))),
-            ERROR_SUCCESS);
-  RegCloseKey(key);
+  linux_host::ClassesKey key;
+  EXPECT_TRUE(key.Create(kServerKey) && key.Set(nullptr, command));
 }
 
 }  // namespace component_test

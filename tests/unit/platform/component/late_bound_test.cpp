@@ -40,10 +40,7 @@ struct Outcome {
   EXCEPINFO exception{};
 };
 
-struct InfoReleaser {
-  void operator()(ITypeInfo* info) const { info->Release(); }
-};
-using InfoPointer = std::unique_ptr<ITypeInfo, InfoReleaser>;
+using InfoPointer = std::unique_ptr<ITypeInfo, Releaser>;
 
 constexpr DISPID kEcho = 1;
 constexpr DISPID kEchoBytes = 2;
@@ -88,12 +85,12 @@ DISPID IdOf(ITypeInfo* info, const wchar_t* name) {
 }
 
 TEST_F(LateBound, NamesGiveTheIdsOfTheirInterface) {
-  EXPECT_EQ(IdOf(info_.get(), L"Echo"), kEcho);
-  EXPECT_EQ(IdOf(info_.get(), L"eCHO"), kEcho);
-  EXPECT_EQ(IdOf(info_.get(), L"Subtract"), kSubtract);
-  EXPECT_EQ(IdOf(info_.get(), L"Fail"), 20) << "the later version's of two equal names";
-  EXPECT_EQ(IdOf(info_.get(), L"Ech"), DISPID_UNKNOWN);
-  EXPECT_EQ(IdOf(info_.get(), L"Echoo"), DISPID_UNKNOWN);
+  const std::pair<const wchar_t*, DISPID> cases[] = {{L"eCHO", kEcho},
+                                                     {L"Subtract", kSubtract},
+                                                     {L"Fail", 20},  // the later of the two
+                                                     {L"Ech", -1},
+                                                     {L"Echoo", DISPID_UNKNOWN}};
+  for (const auto& [name, id] : cases) EXPECT_EQ(IdOf(info_.get(), name), id);
   const InfoPointer v1(linux_host::MakeTypeInfo(*sample::kLibrary.interfaces[2]));
   EXPECT_EQ(IdOf(v1.get(), L"Fail"), kFail);
   EXPECT_EQ(IdOf(v1.get(), L"Subtract"), DISPID_UNKNOWN);

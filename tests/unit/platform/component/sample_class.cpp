@@ -31,7 +31,6 @@ constexpr Parameter kGetStatus[] = {{L"seed", kLong, kIn},
                                     {L"colour", kEnumeration, kOutRetval, L"Colour"}};
 constexpr Parameter kFail[] = {{L"status", kLong, kIn}, {L"text", kBstr, kOutRetval}};
 constexpr Parameter kMakeBytes[] = {{L"count", kInt64, kIn}, {L"bytes", kByteArray, kOutRetval}};
-constexpr Parameter kWaitAtGate[] = {{L"passed", kLong, kOutRetval}};
 constexpr Parameter kCountObjects[] = {{L"count", kLong, kOutRetval}};
 constexpr Parameter kSubtract[] = {
     {L"a", kLong, kIn}, {L"b", kLong, kIn}, {L"difference", kLong, kOutRetval}};
@@ -43,10 +42,9 @@ constexpr Method kMethodsV1[] = {{7, 1, L"Echo", L"", kEcho},
                                  {10, 4, L"GetStatus", L"", kGetStatus},
                                  {11, 5, L"Fail", L"", kFail},
                                  {12, 6, L"MakeBytes", L"", kMakeBytes},
-                                 {13, 7, L"WaitAtGate", L"", kWaitAtGate},
-                                 {14, 8, L"CountObjects", L"", kCountObjects}};
-constexpr Method kMethodsV2[] = {{15, 10, L"Subtract", L"", kSubtract}};
-constexpr Method kMethodsV3[] = {{16, 20, L"Fail", L"", kFailWide}};
+                                 {13, 8, L"CountObjects", L"", kCountObjects}};
+constexpr Method kMethodsV2[] = {{14, 10, L"Subtract", L"", kSubtract}};
+constexpr Method kMethodsV3[] = {{15, 20, L"Fail", L"", kFailWide}};
 
 constexpr Interface kV1 = {L"ISample_v1", &kInterfaceIdV1, L"", nullptr, kMethodsV1};
 constexpr Interface kV2 = {L"ISample_v2", &kInterfaceIdV2, L"", &kV1, kMethodsV2};
@@ -97,10 +95,7 @@ class Object final : public ISample_v3 {
     return left;
   }
 
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
-    *count = 0;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_FAIL; }
   HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_FAIL; }
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
     return E_FAIL;
@@ -159,13 +154,6 @@ class Object final : public ISample_v3 {
     return S_OK;
   }
 
-  HRESULT STDMETHODCALLTYPE WaitAtGate(LONG* passed) override {
-    g_callers_at_gate.release();
-    g_gate.acquire();
-    *passed = 1;
-    return S_OK;
-  }
-
   HRESULT STDMETHODCALLTYPE CountObjects(LONG* count) override {
     *count = ObjectCount();
     return S_OK;
@@ -219,8 +207,6 @@ constinit const interface_schema::Library kLibrary = {
     L"SampleLib", &kLibraryId, 1,     0, 0x409, L"Sample 1.0 Type Library",
     &kClass,      kInterfaces, kTypes};
 
-std::counting_semaphore<> g_callers_at_gate(0);
-std::counting_semaphore<> g_gate(0);
 std::atomic<LONG> g_arrays_made = 0;
 bool g_dies_at_creation = false;
 

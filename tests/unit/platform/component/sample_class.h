@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <functional>
-#include <semaphore>
 
 #include "base/interface_schema.h"
 
@@ -45,8 +44,6 @@ struct ISample_v1 : IDispatch {
   // Returns `status` as its own, after it has made its output.
   virtual HRESULT STDMETHODCALLTYPE Fail(LONG status, BSTR* text) = 0;
   virtual HRESULT STDMETHODCALLTYPE MakeBytes(LONGLONG count, SAFEARRAY** bytes) = 0;
-  // Stands at the gate of the server's process until that lets it through.
-  virtual HRESULT STDMETHODCALLTYPE WaitAtGate(LONG* passed) = 0;
   virtual HRESULT STDMETHODCALLTYPE CountObjects(LONG* count) = 0;
 };
 
@@ -58,10 +55,6 @@ struct ISample_v3 : ISample_v2 {
   using ISample_v1::Fail;
   virtual HRESULT STDMETHODCALLTYPE Fail(LONGLONG value, LONG* result) = 0;
 };
-
-// Each call of WaitAtGate in this process raises the first, and waits for the second.
-extern std::counting_semaphore<> g_callers_at_gate;
-extern std::counting_semaphore<> g_gate;
 
 // Has the process end where it is to create an object.
 extern bool g_dies_at_creation;

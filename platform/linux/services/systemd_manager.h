@@ -1,5 +1,5 @@
-// The running systemd, asked and told through systemctl: the system's for root, for others their
-// own.
+// The running systemd, asked and told over its interface on the message bus: the system's for root,
+// for others their own.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@ namespace linux_host {
 
 enum class UnitState { kStopped, kStarting, kRunning, kStopping };
 
-// The state of the unit that was loaded from this file. Stopped also where no systemd runs, and
-// when the unit of that name is another's: two installations may have one each.
+// The state of the unit that was loaded from this file. Stopped also where no systemd runs or
+// answers, and when the unit of that name is another's: two installations may have one each.
 UnitState AskUnitState(const std::string& unit_file);
 
 // Has systemd stop the unit, and does not wait for it. False when it refuses.
