@@ -4,7 +4,12 @@
 
 #include <windows.h>
 
+#include <objbase.h>
+
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 namespace interface_schema {
@@ -35,13 +40,33 @@ struct Parameter {
   const wchar_t* user_type = nullptr;  // name of the enumeration or record, else null
 };
 
-// Every method returns HRESULT.
+// An argument on its way between a method and a message or an automation value; of a narrow one
+// only the low bits count.
+using CallWord = std::uint64_t;
+inline constexpr std::size_t kMaxCallWords = 12;
+
+// Calls one method of the object, which has the method's interface. Also tells methods apart.
+using MethodCall = HRESULT (*)(IUnknown* object, const CallWord* words);
+
+// In declaration order.
+struct Parameters {
+  std::array<Parameter, kMaxCallWords> room;
+  std::size_t count;
+
+  constexpr const Parameter* begin() const { return room.data(); }
+  constexpr const Parameter* end() const { return begin() + count; }
+  constexpr std::size_t size() const { return count; }
+  constexpr const Parameter& operator[](std::size_t index) const { return room[index]; }
+};
+
+// Every method returns HRESULT. Made by Describe (base/typed_call.h).
 struct Method {
   std::uint32_t slot;  // index in the table of virtual operations; IUnknown begins at 0
   std::int32_t dispatch_id;
   const wchar_t* name;
   const wchar_t* help;
-  std::span<const Parameter> parameters;
+  Parameters parameters;
+  MethodCall call;
 };
 
 struct Interface {
@@ -81,11 +106,15 @@ struct Record {
   std::span<const Field> fields;
 };
 
+class RemoteObject;
+
 struct ComponentClass {
   const wchar_t* name;
   const GUID* id;
   const wchar_t* help;
   const Interface* default_interface;
+  // A new proxy of the class (base/proxy.h) with one reference.
+  IUnknown* (*make_proxy)(std::unique_ptr<RemoteObject> remote);
 };
 
 // A type of the library, in the library's order: exactly one of the two is set.

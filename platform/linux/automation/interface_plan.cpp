@@ -6,7 +6,6 @@
 #include <map>
 #include <mutex>
 
-#include "platform/linux/automation/call_thunks.h"
 #include "platform/linux/kernel/text.h"
 
 namespace linux_host {
@@ -78,7 +77,6 @@ bool PlanParameter(const Library& library, const Parameter& source, ParameterPla
 }
 
 bool PlanMethod(const Library& library, const Method& source, MethodPlan& plan) {
-  if (source.parameters.size() > kMaxCallWords) return false;
   plan.method = &source;
   plan.name = WideToUtf8(source.name);
   std::string input_names, output_names;
@@ -106,7 +104,6 @@ bool ClassPlan::Build(const Library& library) {
   for (const Interface* i = component_->default_interface; i != nullptr; i = i->base) {
     chain.insert(chain.begin(), i);
   }
-  by_slot_.resize(kFirstMethodSlot, nullptr);
   for (const Interface* description : chain) {
     auto plan = std::make_unique<InterfacePlan>();
     plan->description = description;
@@ -115,9 +112,8 @@ bool ClassPlan::Build(const Library& library) {
     for (std::size_t i = 0; i < plan->methods.size(); ++i) {
       MethodPlan& method = plan->methods[i];
       if (!PlanMethod(library, description->methods[i], method)) return false;
-      if (method.method->slot != by_slot_.size() || by_slot_.size() >= kMaxSlots) return false;
       method.interface_name = plan->name.c_str();
-      by_slot_.push_back(&method);
+      methods_.push_back(&method);
     }
     interfaces_.push_back(std::move(plan));
   }
@@ -136,6 +132,11 @@ const ClassPlan* ClassPlan::For(const Library& library) {
     if (plan->Build(library)) entry->second = std::move(plan);
   }
   return entry->second.get();
+}
+
+const MethodPlan& ClassPlan::method(MethodCall call) const {
+  return **std::find_if(methods_.begin(), methods_.end(),
+                        [&](const MethodPlan* plan) { return plan->method->call == call; });
 }
 
 bool ClassPlan::Answers(REFIID id) const {

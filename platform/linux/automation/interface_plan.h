@@ -1,5 +1,5 @@
 // The interfaces of a type library's class, worked out once for calls: signatures and names on the
-// message bus, methods by slot.
+// message bus, methods by their calls.
 #pragma once
 
 #include <memory>
@@ -9,6 +9,10 @@
 #include "base/interface_schema.h"
 
 namespace linux_host {
+
+using interface_schema::CallWord;
+using interface_schema::kMaxCallWords;
+using interface_schema::MethodCall;
 
 struct ParameterPlan {
   interface_schema::ValueType type;
@@ -37,8 +41,7 @@ struct InterfacePlan {
 
 class ClassPlan {
  public:
-  // Null when the library has no class, or its class is beyond what calls are made for: slots
-  // without gaps from the first after IDispatch's, at most kMaxCallWords parameters, records as
+  // Null when the library has no class, or its class is beyond what calls are made for: records as
   // outputs only and within kMaxRecordBytes. Made at the first use and kept for the life of the
   // process.
   static const ClassPlan* For(const interface_schema::Library& library);
@@ -46,8 +49,8 @@ class ClassPlan {
   const interface_schema::ComponentClass& component() const { return *component_; }
   // From the first version to the class's default interface.
   const std::vector<std::unique_ptr<InterfacePlan>>& interfaces() const { return interfaces_; }
-  const MethodPlan& method(std::uint32_t slot) const { return *by_slot_[slot]; }
-  std::uint32_t slot_count() const { return static_cast<std::uint32_t>(by_slot_.size()); }
+  // The method that has this call, which is one of the library's.
+  const MethodPlan& method(MethodCall call) const;
 
   // Whether objects of the class answer for this interface with their one pointer: IUnknown,
   // IDispatch and every version.
@@ -62,7 +65,7 @@ class ClassPlan {
 
   const interface_schema::ComponentClass* component_ = nullptr;
   std::vector<std::unique_ptr<InterfacePlan>> interfaces_;
-  std::vector<const MethodPlan*> by_slot_;
+  std::vector<const MethodPlan*> methods_;
   std::string bus_name_;
   std::string object_path_;
 };

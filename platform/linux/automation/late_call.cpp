@@ -2,14 +2,18 @@
 
 #include <cstring>
 
+#include "base/typed_call.h"
 #include "platform/linux/automation/safearray.h"
 #include "platform/linux/automation/variant.h"
 
 namespace linux_host {
 namespace {
 
+using interface_schema::CallWord;
 using interface_schema::Direction;
+using interface_schema::FromWord;
 using interface_schema::Parameter;
+using interface_schema::ToWord;
 using interface_schema::ValueType;
 
 // The type of an automation value of that parameter type. Enumerations are passed as long; a record
@@ -41,20 +45,18 @@ bool IsSameType(VARTYPE given, VARTYPE wanted) {
   return given == wanted || (wanted == VT_I4 && given == VT_INT);
 }
 
-CallWord AddressWord(const void* address) { return reinterpret_cast<CallWord>(address); }
-
 // A string or array in the value, not copied; by reference or directly.
 HRESULT TakePointer(const VARIANT& given, VARTYPE wanted, CallWord& word) {
   const VARTYPE type = given.vt & ~VT_BYREF;
   if (type != wanted) return DISP_E_TYPEMISMATCH;
   if ((given.vt & VT_BYREF) == 0) {
-    word = AddressWord(given.bstrVal);
+    word = ToWord(given.bstrVal);
   } else {
     if (given.byref == nullptr) return DISP_E_TYPEMISMATCH;
-    word = AddressWord(*given.pbstrVal);
+    word = ToWord(*given.pbstrVal);
   }
   const bool is_array = (wanted & VT_ARRAY) != 0;
-  if (is_array && !IsArrayOf(reinterpret_cast<SAFEARRAY*>(word), wanted & VT_TYPEMASK)) {
+  if (is_array && !IsArrayOf(FromWord<SAFEARRAY*>(word), wanted & VT_TYPEMASK)) {
     return DISP_E_TYPEMISMATCH;
   }
   return S_OK;
@@ -127,20 +129,7 @@ HRESULT LateCall::PrepareInput(std::size_t parameter, const VARIANT& given) {
   VARIANT& value = converted_[parameter].value;
   const HRESULT status = VariantChangeType(&value, followed, 0, wanted);
   if (FAILED(status)) return status;
-  // Sign-extended: a callee may rely on the sign standing in the whole register.
-  switch (wanted) {
-    case VT_I1:
-      words_[parameter] = static_cast<CallWord>(std::int64_t{static_cast<signed char>(value.cVal)});
-      break;
-    case VT_I2:
-      words_[parameter] = static_cast<CallWord>(std::int64_t{value.iVal});
-      break;
-    case VT_I4:
-      words_[parameter] = static_cast<CallWord>(std::int64_t{value.lVal});
-      break;
-    default:
-      words_[parameter] = value.ullVal;
-  }
+  words_[parameter] = value.ullVal;
   return S_OK;
 }
 
@@ -154,7 +143,7 @@ HRESULT LateCall::PrepareOutput(std::size_t parameter, VARIANT& given) {
     return S_OK;
   }
   if (!IsSameType(given.vt & ~VT_BYREF, wanted)) return DISP_E_TYPEMISMATCH;
-  words_[parameter] = AddressWord(given.byref);
+  words_[parameter] = ToWord(given.byref);
   return S_OK;
 }
 
@@ -163,11 +152,7 @@ void LateCall::ReceiveInValue(std::size_t parameter, VARIANT* receiver) {
   argument.value.vt = VariantType(method_.parameters[parameter].type);
   argument.value.llVal = 0;
   argument.receiver = receiver;
-  words_[parameter] = AddressWord(&argument.value.llVal);
-}
-
-HRESULT LateCall::Call(void* object) {
-  return CallSlot(object, method_.slot, words_.data(), method_.parameters.size());
+  words_[parameter] = ToWord(&argument.value.llVal);
 }
 
 void LateCall::Deliver(VARIANT* result) {

@@ -7,7 +7,6 @@
 #include <array>
 
 #include "base/interface_schema.h"
-#include "platform/linux/automation/call_thunks.h"
 
 namespace linux_host {
 
@@ -24,7 +23,7 @@ class LateCall {
   HRESULT Prepare(UINT* bad_argument);
 
   // Calls the method on the object; the status is the method's own.
-  HRESULT Call(void* object);
+  HRESULT Call(IUnknown* object) { return method_.call(object, words_.data()); }
 
   // After a successful call: outputs into the caller's values, the result into *result, which may
   // be null.
@@ -46,8 +45,8 @@ class LateCall {
 
   const interface_schema::Method& method_;
   const DISPPARAMS& arguments_;
-  std::array<Argument, kMaxCallWords> converted_;
-  std::array<CallWord, kMaxCallWords> words_{};
+  std::array<Argument, interface_schema::kMaxCallWords> converted_;
+  std::array<interface_schema::CallWord, interface_schema::kMaxCallWords> words_{};
 };
 
 }  // namespace linux_host

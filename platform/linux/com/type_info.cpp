@@ -75,11 +75,10 @@ HRESULT TypeInfo::Invoke(PVOID instance, MEMBERID id, WORD flags, DISPPARAMS* ar
   const Method* method = FindMethod(
       &description_, [&](const Method& candidate) { return candidate.dispatch_id == id; });
   if (method == nullptr || (flags & DISPATCH_METHOD) == 0) return DISP_E_MEMBERNOTFOUND;
-  if (method->parameters.size() > kMaxCallWords) return E_UNEXPECTED;
   LateCall call(*method, *arguments);
   HRESULT status = call.Prepare(bad_argument);
   if (FAILED(status)) return status;
-  status = call.Call(instance);
+  status = call.Call(static_cast<IUnknown*>(instance));
   if (FAILED(status)) {
     ReportFailure(exception, status);
     return DISP_E_EXCEPTION;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/typed_call.h"
 #include "platform/linux/automation/bstr.h"
 #include "platform/linux/dbus/dbus_text.h"
 #include "platform/linux/dbus/dbus_values.h"
@@ -13,27 +14,11 @@
 namespace linux_host {
 namespace {
 
+using interface_schema::FromWord;
+using interface_schema::ToWord;
 using interface_schema::ValueType;
 
 static_assert(std::endian::native == std::endian::little, "narrow values begin their words");
-
-template <typename T>
-T FromWord(CallWord word) {
-  if constexpr (std::is_pointer_v<T>) {
-    return reinterpret_cast<T>(word);
-  } else {
-    return static_cast<T>(word);
-  }
-}
-
-template <typename T>
-CallWord ToWord(T value) {
-  if constexpr (std::is_pointer_v<T>) {
-    return reinterpret_cast<CallWord>(value);
-  } else {
-    return static_cast<CallWord>(std::int64_t{value});
-  }
-}
 
 // The type code and the width of the parameters that are plain integers; 0 for the others.
 char IntegerCode(ValueType type) {
@@ -197,12 +182,8 @@ int CallFrame::ReadInput(sd_bus_message* message, const ParameterPlan& parameter
       return status;
     }
     default: {
-      CallWord value = 0;
-      const int status = sd_bus_message_read_basic(message, IntegerCode(parameter.type), &value);
-      // A callee may rely on the sign standing in the whole register.
-      const unsigned unused_bits = 64 - 8 * static_cast<unsigned>(IntegerWidth(parameter.type));
-      words_[index] =
-          static_cast<CallWord>(static_cast<std::int64_t>(value << unused_bits) >> unused_bits);
+      const int status =
+          sd_bus_message_read_basic(message, IntegerCode(parameter.type), &words_[index]);
       return status == 0 ? -EBADMSG : status;
     }
   }

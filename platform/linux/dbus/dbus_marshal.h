@@ -14,7 +14,6 @@
 #include <cstdint>
 #include <memory>
 
-#include "platform/linux/automation/call_thunks.h"
 #include "platform/linux/automation/interface_plan.h"
 #include "platform/linux/automation/safearray.h"
 

@@ -146,7 +146,7 @@ int ExportedClass::Call(sd_bus_message* message, const Binding& binding, sd_bus_
   if (read == -ENOMEM) return SetStatusError(error, E_OUTOFMEMORY);
   if (read < 0) return SetWrongArguments(error);
   const ArrayLimit limit(binding.target->Limits().array_bytes);
-  status = CallSlot(object, method.method->slot, frame_.words(), method.parameters.size());
+  status = method.method->call(object, frame_.words());
   if (limit.was_exceeded()) return SetTooLarge(error);
   return FAILED(status) ? SetStatusError(error, status) : Reply(message, binding, error);
 }

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <new>
 
+#include "base/proxy.h"
+
 namespace sample {
 namespace {
 
@@ -14,37 +16,46 @@ using namespace interface_schema;
 using enum ValueType;
 using enum Direction;
 
-constexpr Parameter kEcho[] = {
-    {L"text", kBstr, kIn},       {L"number", kLong, kIn},
-    {L"small", kShort, kIn},     {L"tiny", kChar, kIn},
-    {L"wide", kInt64, kIn},      {L"colour", kEnumeration, kIn, L"Colour"},
-    {L"textOut", kBstr, kOut},   {L"numberOut", kLong, kOut},
-    {L"smallOut", kShort, kOut}, {L"tinyOut", kChar, kOut},
-    {L"wideOut", kInt64, kOut},  {L"colourOut", kEnumeration, kOutRetval, L"Colour"}};
-constexpr Parameter kEchoBytes[] = {
-    {L"bytes", kByteArray, kIn}, {L"RESULT", kByteArray, kOut}, {L"count", kLong, kOutRetval}};
-constexpr Parameter kEchoStrings[] = {{L"strings", kStringArray, kIn},
-                                      {L"stringsOut", kStringArray, kOut},
-                                      {L"colour", kEnumeration, kOutRetval, L"Colour"}};
-constexpr Parameter kGetStatus[] = {{L"seed", kLong, kIn},
-                                    {L"status", kRecord, kOut, L"Status"},
-                                    {L"colour", kEnumeration, kOutRetval, L"Colour"}};
-constexpr Parameter kFail[] = {{L"status", kLong, kIn}, {L"text", kBstr, kOutRetval}};
-constexpr Parameter kMakeBytes[] = {{L"count", kInt64, kIn}, {L"bytes", kByteArray, kOutRetval}};
-constexpr Parameter kCountObjects[] = {{L"count", kLong, kOutRetval}};
-constexpr Parameter kSubtract[] = {
-    {L"a", kLong, kIn}, {L"b", kLong, kIn}, {L"difference", kLong, kOutRetval}};
-constexpr Parameter kFailWide[] = {{L"value", kInt64, kIn}, {L"result", kLong, kOutRetval}};
+using V1 = ISample_v1;
+using V2 = ISample_v2;
+using V3 = ISample_v3;
 
-constexpr Method kMethodsV1[] = {{7, 1, L"Echo", L"", kEcho},
-                                 {8, 2, L"EchoBytes", L"", kEchoBytes},
-                                 {9, 3, L"EchoStrings", L"", kEchoStrings},
-                                 {10, 4, L"GetStatus", L"", kGetStatus},
-                                 {11, 5, L"Fail", L"", kFail},
-                                 {12, 6, L"MakeBytes", L"", kMakeBytes},
-                                 {13, 8, L"CountObjects", L"", kCountObjects}};
-constexpr Method kMethodsV2[] = {{14, 10, L"Subtract", L"", kSubtract}};
-constexpr Method kMethodsV3[] = {{15, 20, L"Fail", L"", kFailWide}};
+constexpr Parameter kColour = {L"colour", kEnumeration, kOutRetval, L"Colour"};
+
+constexpr Method kMethodsV1[] = {
+    Describe<&V1::Echo>(7, 1, L"Echo", L"",
+                        {{L"text", kBstr, kIn},
+                         {L"number", kLong, kIn},
+                         {L"small", kShort, kIn},
+                         {L"tiny", kChar, kIn},
+                         {L"wide", kInt64, kIn},
+                         {L"colour", kEnumeration, kIn, L"Colour"},
+                         {L"textOut", kBstr, kOut},
+                         {L"numberOut", kLong, kOut},
+                         {L"smallOut", kShort, kOut},
+                         {L"tinyOut", kChar, kOut},
+                         {L"wideOut", kInt64, kOut},
+                         {L"colourOut", kEnumeration, kOutRetval, L"Colour"}}),
+    Describe<&V1::EchoBytes>(8, 2, L"EchoBytes", L"",
+                             {{L"bytes", kByteArray, kIn},
+                              {L"RESULT", kByteArray, kOut},
+                              {L"count", kLong, kOutRetval}}),
+    Describe<&V1::EchoStrings>(
+        9, 3, L"EchoStrings", L"",
+        {{L"strings", kStringArray, kIn}, {L"stringsOut", kStringArray, kOut}, kColour}),
+    Describe<&V1::GetStatus>(
+        10, 4, L"GetStatus", L"",
+        {{L"seed", kLong, kIn}, {L"status", kRecord, kOut, L"Status"}, kColour}),
+    Describe<&V1::Fail>(11, 5, L"Fail", L"",
+                        {{L"status", kLong, kIn}, {L"text", kBstr, kOutRetval}}),
+    Describe<&V1::MakeBytes>(12, 6, L"MakeBytes", L"",
+                             {{L"count", kInt64, kIn}, {L"bytes", kByteArray, kOutRetval}}),
+    Describe<&V1::CountObjects>(13, 8, L"CountObjects", L"", {{L"count", kLong, kOutRetval}})};
+constexpr Method kMethodsV2[] = {Describe<&V2::Subtract>(
+    14, 10, L"Subtract", L"",
+    {{L"a", kLong, kIn}, {L"b", kLong, kIn}, {L"difference", kLong, kOutRetval}})};
+constexpr Method kMethodsV3[] = {Describe<OwnMember<V3>(&V3::Fail)>(
+    15, 20, L"Fail", L"", {{L"value", kInt64, kIn}, {L"result", kLong, kOutRetval}})};
 
 constexpr Interface kV1 = {L"ISample_v1", &kInterfaceIdV1, L"", nullptr, kMethodsV1};
 constexpr Interface kV2 = {L"ISample_v2", &kInterfaceIdV2, L"", &kV1, kMethodsV2};
@@ -61,7 +72,45 @@ constexpr Constant kConstants[] = {{L"GREEN", 272, L""}};
 constexpr Enumeration kColours = {L"Colour", &kTypeId, L"", kConstants};
 constexpr UserType kTypes[] = {{&kColours, nullptr}, {nullptr, &kStatus}};
 
-constexpr ComponentClass kClass = {L"Sample", &kClassId, L"", &kV3};
+class SampleProxy final : public Proxy<ISample_v3> {
+ public:
+  using Proxy::Proxy;
+
+  HRESULT STDMETHODCALLTYPE Echo(BSTR text, LONG number, SHORT small, CHAR tiny, LONGLONG wide,
+                                 Colour colour, BSTR* text_out, LONG* number_out, SHORT* small_out,
+                                 CHAR* tiny_out, LONGLONG* wide_out, Colour* colour_out) override {
+    return Forward<&V1::Echo>(text, number, small, tiny, wide, colour, text_out, number_out,
+                              small_out, tiny_out, wide_out, colour_out);
+  }
+  HRESULT STDMETHODCALLTYPE EchoBytes(SAFEARRAY* bytes, SAFEARRAY** bytes_out,
+                                      LONG* count) override {
+    return Forward<&V1::EchoBytes>(bytes, bytes_out, count);
+  }
+  HRESULT STDMETHODCALLTYPE EchoStrings(SAFEARRAY* strings, SAFEARRAY** strings_out,
+                                        Colour* colour) override {
+    return Forward<&V1::EchoStrings>(strings, strings_out, colour);
+  }
+  HRESULT STDMETHODCALLTYPE GetStatus(LONG seed, Status* status, Colour* colour) override {
+    return Forward<&V1::GetStatus>(seed, status, colour);
+  }
+  HRESULT STDMETHODCALLTYPE Fail(LONG status, BSTR* text) override {
+    return Forward<&V1::Fail>(status, text);
+  }
+  HRESULT STDMETHODCALLTYPE MakeBytes(LONGLONG count, SAFEARRAY** bytes) override {
+    return Forward<&V1::MakeBytes>(count, bytes);
+  }
+  HRESULT STDMETHODCALLTYPE CountObjects(LONG* count) override {
+    return Forward<&V1::CountObjects>(count);
+  }
+  HRESULT STDMETHODCALLTYPE Subtract(LONG a, LONG b, LONG* difference) override {
+    return Forward<&V2::Subtract>(a, b, difference);
+  }
+  HRESULT STDMETHODCALLTYPE Fail(LONGLONG value, LONG* result) override {
+    return Forward<OwnMember<V3>(&V3::Fail)>(value, result);
+  }
+};
+
+constexpr ComponentClass kClass = {L"Sample", &kClassId, L"", &kV3, &MakeProxy<SampleProxy>};
 
 std::atomic<LONG> g_objects = 0;
 std::atomic<bool> g_ends_without_objects = false;
