@@ -198,6 +198,10 @@ TEST_F(HiveFileTest, AKeyThatAnotherProcessDeletedAnswersSo) {
   ASSERT_TRUE(key.Create(L"Gone"));
   EXPECT_EQ(0, ChildProcess([] { return RegDeleteKeyW(HKEY_CLASSES_ROOT, L"Gone"); }).Await());
   EXPECT_FALSE(key.Set(L"v", L"1"));
+  ClassesKey other;
+  ASSERT_TRUE(other.Create(L"Here") && ClassesKey().Create(L"Before"));
+  EXPECT_EQ(0, RegDeleteKeyW(HKEY_CLASSES_ROOT, L"Before"));
+  EXPECT_TRUE(other.Set(L"v", L"1")) << "not this one";
 }
 
 TEST(RegistryView, TheUsersOwnHiveHidesTheMachines) {
