@@ -15,14 +15,9 @@ using V1 = ITzWirefox_v1;
 using V2 = ITzWirefox_v2;
 using V3 = ITzWirefox_v3;
 
-constexpr Parameter In(const wchar_t* name, ValueType type) { return {name, type, Direction::kIn}; }
-
-constexpr Parameter In(const wchar_t* name, const wchar_t* enumeration) {
-  return {name, kEnumeration, Direction::kIn, enumeration};
-}
-
-constexpr Parameter Out(const wchar_t* name, ValueType type) {
-  return {name, type, Direction::kOut};
+// An input of that enumeration.
+constexpr Parameter Choice(const wchar_t* name, const wchar_t* enumeration) {
+  return In(name, kEnumeration, enumeration);
 }
 
 constexpr Parameter kWirefox = In(L"wirefox", kBstr);
@@ -32,19 +27,19 @@ constexpr Parameter kResult = Out(L"RESULT", kByteArray);
 
 // The outcome of a method. Two methods have it as a plain output: their late-bound callers receive
 // it by reference only.
-constexpr Parameter kError = {L"error", kEnumeration, Direction::kOutRetval, L"TzErrorCode"};
-constexpr Parameter kErrorByReference = {L"error", kEnumeration, Direction::kOut, L"TzErrorCode"};
+constexpr Parameter kError = Retval(L"error", kEnumeration, L"TzErrorCode");
+constexpr Parameter kErrorByReference = Out(L"error", kEnumeration, L"TzErrorCode");
 
 // Clients hold on to the dispatch ids: none ever changes, and 9 and 19 stay unused.
 constexpr Method kMethodsV1[] = {
     Describe<&V1::GetVersion>(
         7, 1, L"GetVersion",
         L"Gets the version number of the service.  [Major].[Minor].[Build].[Revision]",
-        {{L"versionNum", kLong, Direction::kOutRetval}}),
+        {Retval(L"versionNum", kLong)}),
     Describe<&V1::GetDevicesChangedLocation>(
         8, 2, L"GetDevicesChangedLocation",
         L"Gets the file that is used to notify clients that device list changed.",
-        {{L"path", kBstr, Direction::kOutRetval}}),
+        {Retval(L"path", kBstr)}),
     Describe<&V1::EnumerateWirefoxs>(
         9, 3, L"EnumerateWirefoxs",
         L"Gets an array of all of the Wirefoxs attached to the computer",
@@ -55,27 +50,28 @@ constexpr Method kMethodsV1[] = {
         {kWirefox, Out(L"devices", kStringArray), kError}),
     Describe<&V1::SetLedState>(
         11, 5, L"SetLedState", L"Sets the specified Wirefox's LED to the specified state",
-        {kWirefox, In(L"led", L"TzLed"), In(L"state", L"TzLedState"), kErrorByReference}),
+        {kWirefox, Choice(L"led", L"TzLed"), Choice(L"state", L"TzLedState"), kErrorByReference}),
     Describe<&V1::VisualIdentify>(
         12, 6, L"VisualIdentify",
         L"Temporaraly changes the specified Wirefox's LEDs to the specified identify state",
-        {kWirefox, In(L"state", L"TzLedIdentifyState"), kErrorByReference}),
-    Describe<&V1::GetWirefoxStatus>(
-        13, 7, L"GetWirefoxStatus", L"Gets the status of the specified Wirefox",
-        {kWirefox, {L"status", kRecord, Direction::kOut, L"TzWFXStatus"}, kError}),
-    Describe<&V1::SetTimeOut>(
-        14, 8, L"SetTimeOut", L"Sets the maximum amount of time alloted for a request.",
-        {kWirefox, In(L"endPoint", L"TzWirefoxEndPoint"), In(L"timeout", kLong), kOwner, kError}),
+        {kWirefox, Choice(L"state", L"TzLedIdentifyState"), kErrorByReference}),
+    Describe<&V1::GetWirefoxStatus>(13, 7, L"GetWirefoxStatus",
+                                    L"Gets the status of the specified Wirefox",
+                                    {kWirefox, Out(L"status", kRecord, L"TzWFXStatus"), kError}),
+    Describe<&V1::SetTimeOut>(14, 8, L"SetTimeOut",
+                              L"Sets the maximum amount of time alloted for a request.",
+                              {kWirefox, Choice(L"endPoint", L"TzWirefoxEndPoint"),
+                               In(L"timeout", kLong), kOwner, kError}),
     Describe<&V1::SetJtagClock>(
         15, 10, L"SetJtagClock",
         L"Sets the JTAG Clock frequency used when communicating with the device",
-        {kWirefox, In(L"clock", L"TzJtagClock"), kOwner, kError}),
+        {kWirefox, Choice(L"clock", L"TzJtagClock"), kOwner, kError}),
     Describe<&V1::SetMode>(
         16, 11, L"SetMode", L"Changes the transfer mode for the Wirefox",
-        {kWirefox, In(L"mode", L"TzTransferMode"), In(L"port10N5", kChar), kOwner, kError}),
-    Describe<&V1::SetVTarg>(
-        17, 12, L"SetVTarg", L"Sets the VTarg voltage supplied to the device",
-        {kWirefox, In(L"voltage", L"TzVTargVoltage"), In(L"supplyVoltage", kChar), kOwner, kError}),
+        {kWirefox, Choice(L"mode", L"TzTransferMode"), In(L"port10N5", kChar), kOwner, kError}),
+    Describe<&V1::SetVTarg>(17, 12, L"SetVTarg", L"Sets the VTarg voltage supplied to the device",
+                            {kWirefox, Choice(L"voltage", L"TzVTargVoltage"),
+                             In(L"supplyVoltage", kChar), kOwner, kError}),
     Describe<&V1::AcquireDevice>(
         18, 13, L"AcquireDevice", L"Locks the specified device for exclusive use by the client",
         {kWirefox, In(L"deviceNum", kLong), kOwner, Out(L"wfxHandle", kInt64), kError}),
@@ -93,12 +89,12 @@ constexpr Method kMethodsV1[] = {
                                      {kHandle, kResult, kError}),
     Describe<&V1::BulkTransfer>(23, 18, L"BulkTransfer",
                                 L"Transfers a stream of bytes to the selected endpoint",
-                                {In(L"endPoint", L"TzWirefoxEndPoint"), In(L"data", kByteArray),
+                                {Choice(L"endPoint", L"TzWirefoxEndPoint"), In(L"data", kByteArray),
                                  In(L"readNwrite", kChar), kHandle, kResult, kError}),
     Describe<&V1::PortAcquire>(
         24, 20, L"PortAcquire",
         L"Starts a loop that attempts to cause the specified device to enter test mode",
-        {kWirefox, In(L"mode", L"TzProgrammingMode"), In(L"portAcquireKey", kLong),
+        {kWirefox, Choice(L"mode", L"TzProgrammingMode"), In(L"portAcquireKey", kLong),
          In(L"writeTestKey", kChar), In(L"testModeAddress", kLong), In(L"testModeKey", kLong),
          In(L"retryLimit", kLong), kError}),
     Describe<&V1::GetPortAcquireStatus>(
@@ -122,7 +118,7 @@ constexpr Method kMethodsV3[] = {
     Describe<OwnMember<V3>(&V3::PortAcquire)>(
         30, 26, L"PortAcquire",
         L"Starts a loop that attempts to cause the specified device to enter test mode",
-        {In(L"mode", L"TzProgrammingMode"), In(L"portAcquireKey", kLong),
+        {Choice(L"mode", L"TzProgrammingMode"), In(L"portAcquireKey", kLong),
          In(L"writeTestKey", kChar), In(L"testModeAddress", kLong), In(L"testModeKey", kLong),
          In(L"retryLimit", kLong), kHandle, kError}),
     Describe<&V3::GetHwRevID>(31, 27, L"GetHwRevID",

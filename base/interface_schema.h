@@ -40,6 +40,17 @@ struct Parameter {
   const wchar_t* user_type = nullptr;  // name of the enumeration or record, else null
 };
 
+constexpr Parameter In(const wchar_t* name, ValueType type, const wchar_t* user_type = nullptr) {
+  return {name, type, Direction::kIn, user_type};
+}
+constexpr Parameter Out(const wchar_t* name, ValueType type, const wchar_t* user_type = nullptr) {
+  return {name, type, Direction::kOut, user_type};
+}
+constexpr Parameter Retval(const wchar_t* name, ValueType type,
+                           const wchar_t* user_type = nullptr) {
+  return {name, type, Direction::kOutRetval, user_type};
+}
+
 // An argument on its way between a method and a message or an automation value; of a narrow one
 // only the low bits count.
 using CallWord = std::uint64_t;

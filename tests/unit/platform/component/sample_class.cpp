@@ -14,48 +14,36 @@ namespace {
 
 using namespace interface_schema;
 using enum ValueType;
-using enum Direction;
 
 using V1 = ISample_v1;
 using V2 = ISample_v2;
 using V3 = ISample_v3;
 
-constexpr Parameter kColour = {L"colour", kEnumeration, kOutRetval, L"Colour"};
+constexpr Parameter kColour = Retval(L"colour", kEnumeration, L"Colour");
 
 constexpr Method kMethodsV1[] = {
-    Describe<&V1::Echo>(7, 1, L"Echo", L"",
-                        {{L"text", kBstr, kIn},
-                         {L"number", kLong, kIn},
-                         {L"small", kShort, kIn},
-                         {L"tiny", kChar, kIn},
-                         {L"wide", kInt64, kIn},
-                         {L"colour", kEnumeration, kIn, L"Colour"},
-                         {L"textOut", kBstr, kOut},
-                         {L"numberOut", kLong, kOut},
-                         {L"smallOut", kShort, kOut},
-                         {L"tinyOut", kChar, kOut},
-                         {L"wideOut", kInt64, kOut},
-                         {L"colourOut", kEnumeration, kOutRetval, L"Colour"}}),
-    Describe<&V1::EchoBytes>(8, 2, L"EchoBytes", L"",
-                             {{L"bytes", kByteArray, kIn},
-                              {L"RESULT", kByteArray, kOut},
-                              {L"count", kLong, kOutRetval}}),
+    Describe<&V1::Echo>(
+        7, 1, L"Echo", L"",
+        {In(L"text", kBstr), In(L"number", kLong), In(L"small", kShort), In(L"tiny", kChar),
+         In(L"wide", kInt64), In(L"colour", kEnumeration, L"Colour"), Out(L"textOut", kBstr),
+         Out(L"numberOut", kLong), Out(L"smallOut", kShort), Out(L"tinyOut", kChar),
+         Out(L"wideOut", kInt64), Retval(L"colourOut", kEnumeration, L"Colour")}),
+    Describe<&V1::EchoBytes>(
+        8, 2, L"EchoBytes", L"",
+        {In(L"bytes", kByteArray), Out(L"RESULT", kByteArray), Retval(L"count", kLong)}),
     Describe<&V1::EchoStrings>(
         9, 3, L"EchoStrings", L"",
-        {{L"strings", kStringArray, kIn}, {L"stringsOut", kStringArray, kOut}, kColour}),
-    Describe<&V1::GetStatus>(
-        10, 4, L"GetStatus", L"",
-        {{L"seed", kLong, kIn}, {L"status", kRecord, kOut, L"Status"}, kColour}),
-    Describe<&V1::Fail>(11, 5, L"Fail", L"",
-                        {{L"status", kLong, kIn}, {L"text", kBstr, kOutRetval}}),
+        {In(L"strings", kStringArray), Out(L"stringsOut", kStringArray), kColour}),
+    Describe<&V1::GetStatus>(10, 4, L"GetStatus", L"",
+                             {In(L"seed", kLong), Out(L"status", kRecord, L"Status"), kColour}),
+    Describe<&V1::Fail>(11, 5, L"Fail", L"", {In(L"status", kLong), Retval(L"text", kBstr)}),
     Describe<&V1::MakeBytes>(12, 6, L"MakeBytes", L"",
-                             {{L"count", kInt64, kIn}, {L"bytes", kByteArray, kOutRetval}}),
-    Describe<&V1::CountObjects>(13, 8, L"CountObjects", L"", {{L"count", kLong, kOutRetval}})};
+                             {In(L"count", kInt64), Retval(L"bytes", kByteArray)}),
+    Describe<&V1::CountObjects>(13, 8, L"CountObjects", L"", {Retval(L"count", kLong)})};
 constexpr Method kMethodsV2[] = {Describe<&V2::Subtract>(
-    14, 10, L"Subtract", L"",
-    {{L"a", kLong, kIn}, {L"b", kLong, kIn}, {L"difference", kLong, kOutRetval}})};
+    14, 10, L"Subtract", L"", {In(L"a", kLong), In(L"b", kLong), Retval(L"difference", kLong)})};
 constexpr Method kMethodsV3[] = {Describe<OwnMember<V3>(&V3::Fail)>(
-    15, 20, L"Fail", L"", {{L"value", kInt64, kIn}, {L"result", kLong, kOutRetval}})};
+    15, 20, L"Fail", L"", {In(L"value", kInt64), Retval(L"result", kLong)})};
 
 constexpr Interface kV1 = {L"ISample_v1", &kInterfaceIdV1, L"", nullptr, kMethodsV1};
 constexpr Interface kV2 = {L"ISample_v2", &kInterfaceIdV2, L"", &kV1, kMethodsV2};
