@@ -178,7 +178,9 @@ bool CTzUSBEndPoint::CompleteTransfer(std::uint8_t* buffer, std::uint32_t& lengt
 bool CTzUSBEndPoint::WaitTransfer(OVERLAPPED* overlapped, std::uint32_t timeout_ms) {
   if (last_error_ == ERROR_SUCCESS) return true;
   if (last_error_ != ERROR_IO_PENDING) return false;
-  return WaitForSingleObject(overlapped->hEvent, timeout_ms) == WAIT_OBJECT_0;
+  // The largest number is seven weeks to a client that set it, but no limit to the system.
+  const DWORD limit_ms = std::min<DWORD>(timeout_ms, INFINITE - 1);
+  return WaitForSingleObject(overlapped->hEvent, limit_ms) == WAIT_OBJECT_0;
 }
 
 bool CTzUSBEndPoint::WaitOrAbort(RequestRecord* record) {

@@ -202,6 +202,15 @@ TEST_F(EndPointTest, TransferWhoseTimeIsOverIsTakenBackOrTheDeviceGivenUp) {
   }
 }
 
+TEST_F(EndPointTest, TheLongestTimeoutEnds) {
+  CTzUSBEndPoint& in = EndPoint(0x84);
+  in.SetTimeoutMs(0xFFFFFFFF);
+  bus_.Play("in 84 2 -> silent \n abort 84");
+  Bytes data(2);
+  std::uint32_t length = 2;
+  EXPECT_EQ(0xFFFFFFFEU, ElapsedMs([&] { EXPECT_FALSE(in.Transfer(data.data(), length)); }));
+}
+
 // A driver may hold what it was to send as well. It only reads that: the caller's memory goes as
 // always, and its place must not make others' memory stay.
 TEST_F(EndPointTest, OnlyMemoryThatADriverWritesIntoIsKept) {
