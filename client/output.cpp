@@ -104,6 +104,7 @@ int Output::Report(const Result& result) {
 int Output::ReportUsage(const std::string& problem) { return Fail("USAGE", problem, kExitUsage); }
 
 int Output::ReportUnreachable(HRESULT status) {
+  if (status == kOutOfMemory) return ReportUsage(UnreachableAdvice(status));
   return Fail("UNREACHABLE", "cannot reach TzWirefoxService: " + UnreachableAdvice(status),
               kExitUnreachable);
 }

@@ -100,7 +100,7 @@ bool CTzDeviceConfigure::UpdateState(CTzUSBDevice& enumerator) {
     });
   }
   // Some may not have been met yet. None is given up for that: more events are to follow.
-  if (!settled) std::ranges::move(enumerator.PresentPaths(), std::back_inserter(found));
+  if (!settled) found = enumerator.PresentPaths();
   return KeepOnly(found);
 }
 

@@ -181,9 +181,7 @@ std::string NamesOfCommands(const CLI::App& app) {
   return names;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   Arguments arguments;
   CLI::App app("Simulates a bench of debug probes with targets behind them.", "wfxsim");
   app.add_option("--bench", arguments.serve.bench_file, "Description of the bench, a JSON file");
@@ -207,4 +205,14 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "wfxsim: the simulator's answer makes no sense: %s\n", error.what());
     return kFailed;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const int status = Run(argc, argv);
+  // Whoever asked for an answer is to notice that it did not arrive.
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  std::fprintf(stderr, "wfxsim: the output cannot be written\n");
+  return status != 0 ? status : kFailed;
 }

@@ -75,6 +75,9 @@ TEST_F(Clients, OutputThatCannotBeWrittenIsAFailure) {
     EXPECT_EQ(finished.exit_status, 4) << script;
     EXPECT_EQ(finished.err, "wfx: cannot write the output\n") << script;
   }
+  for (const char* script : {"\"${wfx}sim\" --help >/dev/full", "\"${wfx}sim\" --version >&-"}) {
+    EXPECT_EQ(run(script).exit_status, 1) << script;
+  }
   EXPECT_EQ(run("\"$wfx\" version 2>&- <&-").out, "TzWirefoxService 2.0.2.0\n");
 }
 
