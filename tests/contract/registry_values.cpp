@@ -101,27 +101,4 @@ TEST_F(RegistryValues, TextStoredWithoutNulGetsOneWhereThereIsRoom) {
   EXPECT_EQ(0, std::wcsncmp(L"ab", out, 4));
 }
 
-TEST_F(RegistryValues, AreEnumeratedWithTypeAndData) {
-  ASSERT_EQ(0, SetText(scratch_, L"Text", L"t"));
-  const BYTE byte = 7;
-  ASSERT_EQ(0, RegSetValueExW(scratch_, L"Byte", 0, REG_BINARY, &byte, 1));
-  std::vector<std::wstring> seen;
-  for (DWORD index = 0;; ++index) {
-    wchar_t name[16];
-    DWORD length = 16;
-    BYTE data[32];
-    DWORD size = sizeof(data);
-    DWORD type = 0;
-    const LONG status = RegEnumValueW(scratch_, index, name, &length, nullptr, &type, data, &size);
-    if (status != 0) {
-      EXPECT_EQ(ERROR_NO_MORE_ITEMS, status);
-      break;
-    }
-    seen.push_back(std::wstring(name, length) + L"/" + std::to_wstring(type) + L"/" +
-                   std::to_wstring(size / (type == REG_SZ ? sizeof(WCHAR) : 1)));
-  }
-  std::sort(seen.begin(), seen.end());
-  EXPECT_EQ((std::vector<std::wstring>{L"Byte/3/1", L"Text/1/2"}), seen);
-}
-
 }  // namespace

@@ -88,27 +88,4 @@ TEST(TextConversion, RoomIsReportedAndHeeded) {
   EXPECT_EQ('#', text[3]) << "written beyond the room";
 }
 
-TEST(TextConversion, WrongArgumentsAreRefused) {
-  wchar_t wide[4];
-  const struct {
-    UINT code_page;
-    DWORD flags;
-    const char* text;
-    int length;
-    int room;
-    DWORD error;
-  } cases[] = {
-      {CP_UTF8, 0, "a", 0, 4, ERROR_INVALID_PARAMETER},
-      {CP_UTF8, 0, nullptr, 1, 4, ERROR_INVALID_PARAMETER},
-      {CP_UTF8, 0, "a", 1, -1, ERROR_INVALID_PARAMETER},
-      {54321, 0, "a", 1, 4, ERROR_INVALID_PARAMETER},
-      {CP_UTF8, 0x10000000, "a", 1, 4, ERROR_INVALID_FLAGS},
-  };
-  for (const auto& c : cases) {
-    SetLastError(0);
-    EXPECT_EQ(0, MultiByteToWideChar(c.code_page, c.flags, c.text, c.length, wide, c.room));
-    EXPECT_EQ(c.error, GetLastError());
-  }
-}
-
 }  // namespace

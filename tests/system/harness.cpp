@@ -1,12 +1,7 @@
 #include "tests/system/harness.h"
 
-#include <signal.h>
-#include <stdlib.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace system_test {
 
@@ -14,68 +9,19 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const fs::path kBin = WIREFOX_BIN_DIR;
-const fs::path kSource = WIREFOX_SOURCE_DIR;
-
-// A path that is short: the sockets below it have to fit into a socket address.
-fs::path MakeHome() {
-  std::string pattern = "/tmp/wirefox.XXXXXX";
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-  return pattern;
+Words Joined(Words words, const Words& more) {
+  words.insert(words.end(), more.begin(), more.end());
+  return words;
 }
 
 }  // namespace
 
-std::string ReadFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void WriteFile(const fs::path& path, const std::string& content) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << content;
-}
-
-SystemTest::SystemTest() : home_(MakeHome()) {
-  bin = home_ / "bin";
-  environment["WIREFOX_HOME"] = home_;
-  environment["WIREFOX_BUS"] = std::string("sim:") + (home_ / "bench.socket").string();
-  // Root's service would look for the machine's bus.
-  environment["DBUS_SYSTEM_BUS_ADDRESS"] = std::string("unix:path=") + (home_ / "no-bus").string();
-  // The sanitizers' settings reach the programs under test, nothing else does: no bus of the
-  // machine, no locale.
-  for (const char* name : {"PATH", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
-    if (const char* value = getenv(name)) environment[name] = value;
-  }
-}
-
-SystemTest::~SystemTest() {
-  bench.reset();
-  for (const pid_t pid : ServicePids()) kill(pid, SIGKILL);
-  ServiceEnds();
-  std::error_code ignored;
-  fs::remove_all(home_, ignored);
-}
-
-void SystemTest::Install(const std::string& settings) {
-  fs::create_directories(bin);
-  fs::copy_file(kBin / "TzWirefoxService", service_path());
+void SystemTest::CopyImagesAndSettings(const std::string& settings) {
+  const fs::path source = WIREFOX_SOURCE_DIR;
   for (const char* image : {"wirefox.hex", "evk.hex", "wirefox.fpga"}) {
-    fs::copy_file(kSource / "firmware" / image, bin / image);
+    fs::copy_file(source / "firmware" / image, bin / image);
   }
-  WriteFile(bin / "wfxusb.ini", settings + ReadFile(kSource / "service" / "wfxusb.ini"));
-}
-
-void SystemTest::Register() {
-  const Finished registration = Run({service_path(), "-RegServer"});
-  ASSERT_EQ(registration.exit_status, 0) << registration.err;
-}
-
-void SystemTest::StartBench() {
-  bench = std::make_unique<Process>(
-      Words{kBin / "wfxsim", "--socket", home_ / "bench.socket", "--pcap", capture_path()},
-      environment, NextErrorFile());
-  ASSERT_TRUE(bench->ReadLine()) << "the bench does not say that it is ready";
+  WriteFile(bin / "wfxusb.ini", settings + ReadFile(source / "service" / "wfxusb.ini"));
 }
 
 void SystemTest::InstallAll(const std::string& settings) {
@@ -85,99 +31,74 @@ void SystemTest::InstallAll(const std::string& settings) {
   ASSERT_NO_FATAL_FAILURE(StartBench());
 }
 
-std::string SystemTest::WriteInput(const std::string& input) {
-  if (input.empty()) return "/dev/null";
-  const fs::path path = home_ / ("stdin." + std::to_string(++input_files_));
-  WriteFile(path, input);
-  return path;
+void SystemTest::Begin(const std::string& settings) {
+  ASSERT_NO_FATAL_FAILURE(InstallAll(settings));
+  holder = Hold();
+  ASSERT_TRUE(ProbesBecome(kAllProbes));
+}
+
+support::Surroundings SystemTest::Around(const std::string& input) {
+  const std::string number = std::to_string(++files_);
+  support::Surroundings around;
+  if (!environment.empty()) around.environment = environment;
+  around.error_file = (home_ / ("stderr." + number)).string();
+  if (input.empty()) return around;
+  around.input_file = (home_ / ("stdin." + number)).string();
+  WriteFile(around.input_file, input);
+  return around;
 }
 
 Finished SystemTest::Run(const Words& command, const std::string& input) {
-  const std::string error_file = NextErrorFile();
-  Process process(command, environment, error_file, WriteInput(input));
-  Finished finished;
-  finished.out = process.ReadAll();
-  finished.exit_status = process.Wait();
-  finished.err = ReadFile(error_file);
-  return finished;
+  return support::RunToEnd(command, Around(input));
 }
 
 Finished SystemTest::Wfx(const Words& arguments, const std::string& input) {
-  Words command = {kBin / "wfx"};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return Run(command, input);
-}
-
-Finished SystemTest::Ctl(const Words& arguments) {
-  Words command = {kBin / "wfxsim", "ctl", "--socket", home_ / "bench.socket"};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return Run(command);
+  return Run(Joined({Program("wfx").string()}, arguments), input);
 }
 
 nlohmann::json SystemTest::Json(const Words& arguments) {
-  Words words = {"--json"};
-  words.insert(words.end(), arguments.begin(), arguments.end());
-  const Finished finished = Wfx(words);
+  const Finished finished = Wfx(Joined({"--json"}, arguments));
   EXPECT_EQ(finished.exit_status, 0) << arguments[0] << ": " << finished.err;
   EXPECT_EQ(finished.err, "");
   EXPECT_EQ(std::ranges::count(finished.out, '\n'), 1) << finished.out;
   return nlohmann::json::parse(finished.out, nullptr, false);
 }
 
-std::unique_ptr<Process> SystemTest::StartWfx(const Words& arguments, const std::string& input) {
-  Words command = {kBin / "wfx"};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return std::make_unique<Process>(command, environment, NextErrorFile(), WriteInput(input));
+std::vector<nlohmann::json> SystemTest::RunScript(const std::string& lines) {
+  const Finished finished = Wfx({"script", "-", "--json"}, lines);
+  EXPECT_EQ(finished.exit_status, 0) << finished.err;
+  std::vector<nlohmann::json> results;
+  std::istringstream text(finished.out);
+  for (std::string line; std::getline(text, line);) {
+    results.push_back(nlohmann::json::parse(line, nullptr, false));
+  }
+  return results;
 }
 
-std::unique_ptr<Process> SystemTest::Hold() {
+std::unique_ptr<Client> SystemTest::StartWfx(const Words& arguments, const std::string& input) {
+  return std::make_unique<Client>(Joined({Program("wfx").string()}, arguments), Around(input));
+}
+
+std::unique_ptr<Client> SystemTest::Hold() {
   auto hold = StartWfx({"hold"});
-  EXPECT_TRUE(hold->ReadLine()) << "the client does not get its object";
+  EXPECT_EQ(hold->ReadLine(), "holding TzWirefoxService; interrupt (Ctrl-C) to let it go");
   return hold;
-}
-
-std::unique_ptr<Process> SystemTest::StartCallThatStays(const fs::path& log) {
-  Json({"mode", "WFX0001", "JTAG"});
-  Json({"targets", "WFX0001"});
-  EXPECT_EQ(Ctl({"fault", "WFX0001", "silent", "--endpoint", "0x84"}).exit_status, 0);
-  Json({"timeout", "WFX0001", "0x84", "1500"});
-  auto client = StartWfx({"jtag", "WFX0001", "0000"});
-  // No other transfer has eight cycles.
-  EXPECT_TRUE(WaitUntil([&] {
-    return ReadFile(log).find("[CTzDevice::JTAG_BufferedIo]bitcount=8,") != std::string::npos;
-  })) << "the call does not reach the probe's object";
-  return client;
 }
 
 testing::AssertionResult SystemTest::ProbesBecome(Words names) {
   std::ranges::sort(names);
-  Words seen;
-  const bool become = WaitUntil([&] {
-    const Finished finished = Wfx({"list", "--json"});
-    if (finished.exit_status != 0) return false;
-    seen = nlohmann::json::parse(finished.out)["wirefoxs"].get<Words>();
-    std::ranges::sort(seen);
-    return seen == names;
-  });
-  if (become) return testing::AssertionSuccess();
-  return testing::AssertionFailure() << "the probes are " << testing::PrintToString(seen);
-}
-
-std::vector<pid_t> SystemTest::ServicePids() const {
-  std::vector<pid_t> pids;
-  std::error_code problem;
-  for (const auto& entry : fs::directory_iterator("/proc", problem)) {
-    const std::string name = entry.path().filename();
-    if (!std::ranges::all_of(name, [](char c) { return c >= '0' && c <= '9'; })) continue;
-    if (fs::read_symlink(entry.path() / "exe", problem) == service_path()) {
-      pids.push_back(static_cast<pid_t>(std::stol(name)));
-    }
+  std::string file;
+  if (WaitUntil([&] {
+        Words seen;
+        std::istringstream text(file = ReadFile(devices_changed_path()));
+        for (std::string line; std::getline(text, line);) seen.push_back(line);
+        std::ranges::sort(seen);
+        return std::ranges::equal(
+            seen, names, [](const auto& line, const auto& name) { return line == name + "\r"; });
+      })) {
+    return testing::AssertionSuccess();
   }
-  return pids;
-}
-
-bool SystemTest::ServiceEnds() {
-  return WaitUntil([this] { return ServicePids().empty(); });
+  return testing::AssertionFailure() << "the file is " << testing::PrintToString(file);
 }
 
 }  // namespace system_test

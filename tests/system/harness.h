@@ -1,5 +1,5 @@
 // An installation of its own for each test: programs, settings, images, bench, and the clients that
-// the test runs on them.
+// the test runs on them. The same on both hosts, but for what stands under one of them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,23 +10,40 @@
 #include <string>
 #include <vector>
 
-#include "tests/system/process.h"
+#include "tests/support/process.h"
+#ifdef _WIN32
+#include "tests/system_windows/installation.h"
+#endif
 
 namespace system_test {
 
-using Words = std::vector<std::string>;
+using support::Environment;
+using support::Finished;
+using support::Process;
+using support::ReadFile;
+using support::WaitUntil;
+using support::Words;
+using support::WriteFile;
 
-struct Finished {
-  int exit_status;
-  std::string out;
-  std::string err;
+#ifdef _WIN32
+using Host = system_windows::Installation;
+#else
+using Host = testing::Test;
+#endif
+
+// A program that runs until it is interrupted, which is done at its end: a server keeps the object
+// of a killed client for a while.
+class Client : public Process {
+ public:
+  using Process::Process;
+  ~Client() {
+    Interrupt();
+    Wait();
+  }
 };
 
-std::string ReadFile(const std::filesystem::path& path);
-void WriteFile(const std::filesystem::path& path, const std::string& content);
-
-// Registered and with the default bench running, unless a test does either by itself.
-class SystemTest : public testing::Test {
+// Nothing is there until a test asks for it.
+class SystemTest : public Host {
  protected:
   SystemTest();
   ~SystemTest() override;  // ends every process of the installation
@@ -37,6 +54,8 @@ class SystemTest : public testing::Test {
   void Register();
   void StartBench();
   void InstallAll(const std::string& settings = "");  // all three
+  // The same, with a client that keeps the service, until the three probes of the bench are ready.
+  void Begin(const std::string& settings = "");
 
   // Runs a program to its end.
   Finished Run(const Words& command, const std::string& input = "");
@@ -46,39 +65,61 @@ class SystemTest : public testing::Test {
   // The one line of JSON that a successful command prints.
   nlohmann::json Json(const Words& arguments);
 
+  // Those of a script's lines.
+  std::vector<nlohmann::json> RunScript(const std::string& lines);
+
   // A client that runs on while the test does other things.
-  std::unique_ptr<Process> StartWfx(const Words& arguments, const std::string& input = "");
+  std::unique_ptr<Client> StartWfx(const Words& arguments, const std::string& input = "");
 
   // Keeps the service alive until the process ends; comes back once the client holds its object.
-  std::unique_ptr<Process> Hold();
+  std::unique_ptr<Client> Hold();
 
+  // Waits until the devices-changed file, which the service writes without being asked, holds a
+  // line for each of these probes and nothing else, in any order.
+  testing::AssertionResult ProbesBecome(Words names);
+
+  bool ServiceEnds();
+
+  // The program of the build.
+  static std::filesystem::path Program(const std::string& name);
+  std::filesystem::path home() const { return home_; }
+  std::filesystem::path devices_changed_path() const;
+
+  std::unique_ptr<Process> bench;
+  std::unique_ptr<Client> holder;
+  std::filesystem::path bin;  // where the service is installed to
+  Environment environment;    // of the programs; on Windows they have the test's own
+
+#ifndef _WIN32
   // A JTAG call to WFX0001 that stays in the service, until its endpoint's time is over: the probe
   // is silent. The service writes `log`, at LOGLEVEL 8. All probes are there.
-  std::unique_ptr<Process> StartCallThatStays(const std::filesystem::path& log);
+  std::unique_ptr<Client> StartCallThatStays(const std::filesystem::path& log);
 
-  // Waits until the probes that clients see are these, in any order.
-  testing::AssertionResult ProbesBecome(Words names);
+  // What tshark tells of the bench's capture, which ends with this: the fields of the packets that
+  // the filter takes, a line each.
+  std::string Capture(const std::string& filter, const Words& fields);
 
   // The processes of this installation's service, whoever started them.
   std::vector<pid_t> ServicePids() const;
-  bool ServiceEnds();
 
-  std::filesystem::path home() const { return home_; }
   std::filesystem::path service_path() const { return bin / "TzWirefoxService"; }
   std::filesystem::path capture_path() const { return home_ / "usb.pcap"; }
-  std::filesystem::path devices_changed_path() const { return home_ / "tmp" / "wfx.log"; }
-
-  Environment environment;
-  std::unique_ptr<Process> bench;
-  std::filesystem::path bin;  // where the service is installed to
+#endif
 
  private:
-  std::string WriteInput(const std::string& input);
-  std::string NextErrorFile() { return home_ / ("stderr." + std::to_string(++error_files_)); }
+  void CopyImagesAndSettings(const std::string& settings);
+  support::Surroundings Around(const std::string& input);
 
   std::filesystem::path home_;
-  int error_files_ = 0;
-  int input_files_ = 0;
+  int files_ = 0;
 };
+
+// With the bench's probes ready.
+class OnBench : public SystemTest {
+ protected:
+  void SetUp() override { ASSERT_NO_FATAL_FAILURE(Begin()); }
+};
+
+inline const Words kAllProbes = {"EVK0001", "WFX0001", "WFX0002"};
 
 }  // namespace system_test

@@ -8,7 +8,7 @@
 namespace system_test {
 namespace {
 
-class Lifetime : public SystemTest {};
+using Lifetime = SystemTest;
 
 TEST_F(Lifetime, WithoutRegistrationThereIsNoService) {
   ASSERT_NO_FATAL_FAILURE(Install());
@@ -27,18 +27,18 @@ TEST_F(Lifetime, AClientStartsTheServiceAndItsEndEndsTheService) {
   EXPECT_EQ(ServicePids().size(), 1u);
   auto second = Hold();
   EXPECT_EQ(ServicePids().size(), 1u);
-  first->Signal(SIGINT);
+  first->Interrupt();
   EXPECT_EQ(first->Wait(), 0);
   EXPECT_EQ(Wfx({"version"}).exit_status, 0);
   EXPECT_EQ(ServicePids().size(), 1u);
-  second->Signal(SIGTERM);
+  second->Terminate();
   EXPECT_EQ(second->Wait(), 0);
   EXPECT_TRUE(ServiceEnds());
 }
 
 TEST_F(Lifetime, ClientsThatStartTogetherGetOneService) {
   ASSERT_NO_FATAL_FAILURE(InstallAll());
-  std::vector<std::unique_ptr<Process>> clients;
+  std::vector<std::unique_ptr<Client>> clients;
   for (int i = 0; i < 6; ++i) clients.push_back(StartWfx({"hold"}));
   for (const auto& client : clients) EXPECT_TRUE(client->ReadLine());
   EXPECT_EQ(ServicePids().size(), 1u);
@@ -86,11 +86,9 @@ TEST_F(Lifetime, AKilledServiceIsNoticedByItsClients) {
 
 TEST_F(Lifetime, AClientKilledInACallLeavesTheServiceToOthersAndItsTargetToTheSweep) {
   const std::string log = home() / "service.log";
-  ASSERT_NO_FATAL_FAILURE(InstallAll(std::string("LOGFILE=") + log + "\nLOGLEVEL=8\n"));
-  const auto hold = Hold();
-  ASSERT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
+  ASSERT_NO_FATAL_FAILURE(Begin(std::string("LOGFILE=") + log + "\nLOGLEVEL=8\n"));
   const auto victim = StartCallThatStays(log);
-  victim->Signal(SIGKILL);
+  victim->Kill();
   EXPECT_EQ(victim->Wait(), 128 + SIGKILL);
   EXPECT_EQ(Json({"targets", "WFX0001"})["devices"], Words({"1BA014771", "0684617F0"}));
   EXPECT_EQ(Wfx({"mode", "WFX0001", "JTAG"}).exit_status, 11);
@@ -99,25 +97,20 @@ TEST_F(Lifetime, AClientKilledInACallLeavesTheServiceToOthersAndItsTargetToTheSw
 }
 
 TEST_F(Lifetime, ProbesGoWithABenchThatStopsAnsweringAndComeBackWithIt) {
-  ASSERT_NO_FATAL_FAILURE(InstallAll());
-  const auto hold = Hold();
-  ASSERT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
-  bench->Signal(SIGSTOP);
+  ASSERT_NO_FATAL_FAILURE(Begin());
+  kill(bench->id(), SIGSTOP);
   EXPECT_TRUE(ProbesBecome({}));
-  bench->Signal(SIGCONT);
-  EXPECT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
+  kill(bench->id(), SIGCONT);
+  EXPECT_TRUE(ProbesBecome(kAllProbes));
 }
 
 TEST_F(Lifetime, ProbesGoWithAKilledBenchAndComeBackWithTheNext) {
-  ASSERT_NO_FATAL_FAILURE(InstallAll());
-  const auto hold = Hold();
-  ASSERT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
-  bench->Signal(SIGKILL);
-  bench->Wait();
+  ASSERT_NO_FATAL_FAILURE(Begin());
+  bench->Kill();
   EXPECT_TRUE(ProbesBecome({}));
   EXPECT_EQ(Wfx({"status", "WFX0002"}).exit_status, 15);
   ASSERT_NO_FATAL_FAILURE(StartBench());
-  EXPECT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
+  EXPECT_TRUE(ProbesBecome(kAllProbes));
   EXPECT_EQ(Wfx({"status", "WFX0002"}).exit_status, 0);
 }
 

@@ -59,7 +59,7 @@ class Connection {
   sd_bus* bus_ = nullptr;
 };
 
-class LongRun : public SystemTest {
+class LongRun : public OnBench {
  protected:
   bool UseObject(int number) {
     Connection client(home() / "run" / "org.wirefox.TzWirefox.sock");
@@ -118,9 +118,6 @@ class LongRun : public SystemTest {
 };
 
 TEST_F(LongRun, TenThousandClientsLeaveNothingBehind) {
-  ASSERT_NO_FATAL_FAILURE(InstallAll());
-  const auto hold = Hold();
-  ASSERT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
   Json({"mode", kBoard, "VSER"});
   ASSERT_NO_FATAL_FAILURE(UseObjects(kObjects / 100));
   const std::size_t descriptors = Descriptors();

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kNothing[] = "nothing";
-constexpr int kPatienceMs = static_cast<int>(kPatience.count());
+constexpr int kPatienceMs = static_cast<int>(support::kPatience.count());
 
 // `is_strict`: names are owned and called by who is allowed to, as on the system's bus.
 std::string BusConfiguration(const fs::path& home, bool is_strict) {
@@ -77,7 +77,9 @@ void ManagerTest::Command(const std::string& option) {
 std::unique_ptr<Process> ManagerTest::StartService() {
   Environment with_socket = environment;
   with_socket["NOTIFY_SOCKET"] = home() / "notify";
-  return std::make_unique<Process>(Words{service_path()}, with_socket, home() / "service.err");
+  return std::make_unique<Process>(
+      Words{service_path()},
+      support::Surroundings{.environment = with_socket, .error_file = home() / "service.err"});
 }
 
 std::map<std::string, std::string> ManagerTest::RegisteredFiles() const {
@@ -119,7 +121,8 @@ class ActivatingBus::Systemd {
 
   std::string NextRequest() {
     std::unique_lock lock(mutex_);
-    if (!asked_.wait_for(lock, kPatience, [&] { return !requests_.empty(); })) return kNothing;
+    if (!asked_.wait_for(lock, support::kPatience, [&] { return !requests_.empty(); }))
+      return kNothing;
     const std::string unit = requests_.front();
     requests_.pop_front();
     return unit;
@@ -210,7 +213,8 @@ ActivatingBus::ActivatingBus(const fs::path& home, Environment environment, bool
   Words command = {"/usr/bin/dbus-daemon", "--nofork", "--print-address",
                    std::string("--config-file=") + (home / "bus.conf").string()};
   if (asks_systemd) command.emplace_back("--systemd-activation");
-  daemon_ = std::make_unique<Process>(command, environment, home / "bus.err");
+  daemon_ = std::make_unique<Process>(
+      command, support::Surroundings{.environment = environment, .error_file = home / "bus.err"});
   address_ = daemon_->ReadLine().value_or("");
   EXPECT_NE(address_, "") << ReadFile(home / "bus.err");
   if (asks_systemd) systemd_ = std::make_unique<Systemd>(address_);

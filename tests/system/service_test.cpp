@@ -1,5 +1,4 @@
 // The program as a service: under its manager, on the message bus, and as it is installed.
-#include <signal.h>
 #include <unistd.h>
 
 #include "tests/system/manager.h"
@@ -29,16 +28,18 @@ TEST_F(Service, TellsItsManagerWhenItIsReadyAndStopsAfterTheCallInProgress) {
   const auto service = StartService();
   ASSERT_EQ(notify.Next(), kReady);
   EXPECT_EQ(Wfx({"version"}).exit_status, 0);
-  EXPECT_EQ(ServicePids(), std::vector<pid_t>{service->pid()}) << "it outlives its clients";
-  ASSERT_TRUE(ProbesBecome({"EVK0001", "WFX0001", "WFX0002"}));
+  EXPECT_EQ(ServicePids(), std::vector<pid_t>{service->id()}) << "it outlives its clients";
+  ASSERT_TRUE(ProbesBecome(kAllProbes));
   const auto client = StartCallThatStays(log);
   EXPECT_TRUE(notify.IsEmpty());
-  service->Signal(SIGTERM);
+  service->Terminate();
   EXPECT_EQ(notify.Next(), kStopping);
-  service->Signal(SIGTERM);
+  service->Terminate();
   EXPECT_EQ(client->Wait(), 16) << "the call has its own outcome";
   EXPECT_EQ(service->Wait(), 0);
   EXPECT_TRUE(notify.IsEmpty());
+  EXPECT_EQ(ReadFile(home() / "service.err"),
+            "TzWirefoxService: Service started\nTzWirefoxService: Service stopped\n");
 }
 
 TEST_F(Service, OnceStoppedItDoesNotWaitForADownload) {
@@ -52,7 +53,7 @@ TEST_F(Service, OnceStoppedItDoesNotWaitForADownload) {
   EXPECT_EQ(Ctl({"plug", "WFX0001"}).exit_status, 0);
   ASSERT_TRUE(WaitUntil(
       [&] { return ReadFile(log).find("Programming KX7 of device") != std::string::npos; }));
-  service->Signal(SIGTERM);
+  service->Terminate();
   EXPECT_EQ(notify.Next(), kStopping);
   EXPECT_EQ(service->Wait(), 0);
   // The probe is silent; its download would have told so.
@@ -120,7 +121,7 @@ TEST_F(Service, UnregistrationStopsWhatRuns) {
   ASSERT_NO_FATAL_FAILURE(InstallService());
   const auto service = StartService();
   ASSERT_EQ(notify.Next(), kReady);
-  bus.SetUnit({.state = "active", .file = unit_path(), .stop = [&] { service->Signal(SIGTERM); }});
+  bus.SetUnit({.state = "active", .file = unit_path(), .stop = [&] { service->Terminate(); }});
   const auto hold = Hold();
   Command("-UnregServer");
   EXPECT_EQ(notify.Next(), kStopping);
@@ -196,7 +197,7 @@ TEST_F(OnTheBus, AClientHasSystemdStartTheServiceThroughTheBus) {
   EXPECT_EQ(notify.Next(), kReady);
   EXPECT_EQ(client->Wait(), 0);
   EXPECT_EQ(GetVersion(), "i 33554944\n");
-  service->Signal(SIGTERM);
+  service->Terminate();
   EXPECT_EQ(service->Wait(), 0);
 }
 

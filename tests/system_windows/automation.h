@@ -5,8 +5,6 @@
 
 #include <oleauto.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,15 +26,9 @@ class Bstr {
   BSTR text_ = nullptr;
 };
 
-using Bytes = std::vector<std::uint8_t>;
-
 class Array {
  public:
-  Array() = default;
-  explicit Array(const Bytes& bytes)
-      : array_(SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(bytes.size()))) {
-    std::ranges::copy(bytes, static_cast<std::uint8_t*>(array_->pvData));
-  }
+  explicit Array(SAFEARRAY* array = nullptr) : array_(array) {}
   Array(const Array&) = delete;
   Array& operator=(const Array&) = delete;
   ~Array() { SafeArrayDestroy(array_); }
@@ -44,11 +36,6 @@ class Array {
   SAFEARRAY* Get() const { return array_; }
   SAFEARRAY** Receive() { return &array_; }
 
-  Bytes AsBytes() const {
-    if (array_ == nullptr) return {};
-    const auto* data = static_cast<const std::uint8_t*>(array_->pvData);
-    return Bytes(data, data + array_->rgsabound[0].cElements);
-  }
   std::vector<std::wstring> AsStrings() const {
     if (array_ == nullptr) return {};
     const auto* data = static_cast<const BSTR*>(array_->pvData);
@@ -56,7 +43,7 @@ class Array {
   }
 
  private:
-  SAFEARRAY* array_ = nullptr;
+  SAFEARRAY* array_;
 };
 
 }  // namespace system_windows

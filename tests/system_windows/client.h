@@ -9,7 +9,7 @@
 #include "api/identifiers.h"
 #include "api/tz_wirefox.h"
 #include "platform/windows/com_pointer.h"
-#include "tests/system_windows/process.h"
+#include "tests/system_windows/programs.h"
 
 namespace system_windows {
 

@@ -5,7 +5,6 @@
 #include <winsvc.h>
 
 #include "api/identifiers.h"
-#include "tests/system_windows/programs.h"
 #include "tests/system_windows/text.h"
 
 namespace system_windows {
@@ -60,7 +59,11 @@ Installation::~Installation() {
 void Installation::Clean() const {
   SendControl(SERVICE_CONTROL_STOP);
   if (!program_.empty()) {
-    for (const DWORD id : ProcessesOf(program_)) EndProcess(id);
+    for (const DWORD id : ProcessesOf(program_)) {
+      const KernelHandle process(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id));
+      TerminateProcess(process.Get(), 99);
+      WaitForSingleObject(process.Get(), kPatienceMs);
+    }
   }
   WithService([](SC_HANDLE service) { return service != nullptr && DeleteService(service); });
   WaitUntil([] { return !IsServiceInstalled(); });
@@ -86,10 +89,13 @@ void Installation::Install(const std::wstring& folder, const std::filesystem::pa
   std::filesystem::copy_file(program.empty() ? ServiceProgram() : program, program_);
 }
 
-int Installation::Run(const std::string& arguments) { return Program(program_, arguments).Wait(); }
+int Installation::Run(Words options) {
+  options.insert(options.begin(), program_.string());
+  return RunToEnd(options).exit_status;
+}
 
 void Installation::Register(const std::string& keyword) {
-  ASSERT_EQ(Run(keyword), 0);
+  ASSERT_EQ(Run({keyword}), 0);
   HKEY key = nullptr;
   ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, (MarshallersKey() + L"\\win64").c_str(), 0, nullptr,
                             0, KEY_WRITE, nullptr, &key, nullptr),

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "tests/system_windows/process.h"
+#include "tests/system_windows/programs.h"
 
 namespace system_windows {
 
@@ -22,8 +22,8 @@ class Installation : public testing::Test {
   // Copies the program under the service's name into the folder, made anew below the temporary one.
   void Install(const std::wstring& folder = L"wirefox", const std::filesystem::path& program = {});
 
-  // Runs the installed program to its end.
-  int Run(const std::string& arguments);
+  // Runs the installed program to its end; its exit status.
+  int Run(Words options);
 
   // Registers, which must succeed, and lets the host's marshaller find the library (it looks under
   // the neutral locale alone).

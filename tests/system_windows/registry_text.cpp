@@ -1,97 +1,88 @@
 #include "tests/system_windows/registry_text.h"
 
-#include <cstdint>
-#include <cstdio>
-#include <utility>
+#include <algorithm>
+#include <iterator>
+#include <sstream>
+
+#include "tests/system_windows/programs.h"
 
 namespace system_windows {
 namespace {
 
-std::wstring ValueText(DWORD type, const std::vector<std::uint8_t>& data) {
-  const auto* text = reinterpret_cast<const wchar_t*>(data.data());
-  const std::size_t length = data.size() / sizeof(wchar_t);
-  switch (type) {
-    case REG_SZ:
-    case REG_MULTI_SZ: {
-      // Zeros show as bars; the one that ends the text is expected and not shown.
-      std::wstring shown(text, length);
-      if (!shown.empty() && shown.back() == 0) shown.pop_back();
-      for (wchar_t& c : shown) c = c == 0 ? L'|' : c;
-      return (type == REG_SZ ? L"text " : L"list ") + shown;
-    }
-    case REG_DWORD:
-      return data.size() == sizeof(DWORD)
-                 ? L"number " + std::to_wstring(*reinterpret_cast<const DWORD*>(data.data()))
-                 : L"number of a strange size";
-    default: {
-      std::wstring shown = type == REG_BINARY ? L"bytes " : L"type " + std::to_wstring(type) + L" ";
-      for (const std::uint8_t byte : data) {
-        wchar_t digits[3];
-        std::swprintf(digits, 3, L"%02x", byte);
-        shown += digits;
-      }
-      return shown;
-    }
-  }
-}
-
-void ReadKey(HKEY key, const std::wstring& path, RegistryText& text) {
-  DWORD longest_data = 0;
-  RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                   &longest_data, nullptr, nullptr);
-  std::vector<wchar_t> name(16384);
-  std::vector<std::uint8_t> data;
-  for (DWORD i = 0;; ++i) {
-    DWORD name_length = static_cast<DWORD>(name.size());
-    DWORD type = 0;
-    data.resize(longest_data + sizeof(wchar_t));
-    DWORD size = static_cast<DWORD>(data.size());
-    if (RegEnumValueW(key, i, name.data(), &name_length, nullptr, &type, data.data(), &size)) break;
-    data.resize(size);
-    text[path + (name_length > 0 ? std::wstring(name.data(), name_length) : L"@")] =
-        ValueText(type, data);
-  }
-  for (DWORD i = 0;; ++i) {
-    DWORD name_length = 256;
-    if (RegEnumKeyExW(key, i, name.data(), &name_length, nullptr, nullptr, nullptr, nullptr)) break;
-    HKEY subkey = nullptr;
-    const std::wstring subname(name.data(), name_length);
-    text[path + subname + L"\\"] = L"key";
-    if (RegOpenKeyExW(key, subname.c_str(), 0, KEY_READ, &subkey) != ERROR_SUCCESS) continue;
-    ReadKey(subkey, path + subname + L"\\", text);
-    RegCloseKey(subkey);
-  }
-}
-
-}  // namespace
-
-RegistryText ReadRegistered() {
-  RegistryText text;
-  for (const auto& [path, name] :
-       {std::pair(L"Software\\Classes", L"Classes\\"),
-        std::pair(L"System\\CurrentControlSet\\Services", L"Services\\")}) {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, &key) != ERROR_SUCCESS) continue;
-    ReadKey(key, name, text);
-    RegCloseKey(key);
+// The keys at and below `root` in the system's own text form, without what is not ASCII.
+std::string Exported(const std::string& root) {
+  const auto file = std::filesystem::temp_directory_path() / "wirefox-registry.reg";
+  RunToEnd({"reg.exe", "export", root, file.string(), "/y"});
+  const std::string wide = ReadFile(file);  // UTF-16 after a byte-order mark
+  std::filesystem::remove(file);
+  std::string text;
+  for (std::size_t i = 2; i + 1 < wide.size(); i += 2) {
+    if (wide[i] != '\r') text += wide[i + 1] == 0 && wide[i] >= 0 ? wide[i] : '?';
   }
   return text;
 }
 
-std::vector<std::wstring> Differences(const RegistryText& before, const RegistryText& after) {
-  std::vector<std::wstring> lines;
-  for (const auto& [path, value] : before) {
-    const auto found = after.find(path);
-    if (found == after.end() || found->second != value) {
-      lines.push_back(L"-" + path + L" = " + value);
+// Without what stands between quotes for their sake.
+std::string Unquoted(const std::string& text) {
+  std::string plain;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\\' && i + 1 < text.size()) ++i;
+    plain += text[i];
+  }
+  return plain;
+}
+
+// A value's line, the name in quotes unless it is the default one.
+std::string Value(const std::string& line) {
+  std::size_t end = line.find('=');
+  if (line[0] == '"') {
+    for (end = 1; line[end] != '"'; ++end) end += line[end] == '\\';
+    ++end;
+  }
+  const std::string name = line[0] == '"' ? Unquoted(line.substr(1, end - 2)) : "@";
+  std::string data = line.substr(end + 1);
+  if (data[0] == '"')
+    return std::string(name) + "=\"" + Unquoted(data.substr(1, data.size() - 2)) + "\"";
+  std::erase(data, ',');
+  if (data.starts_with("hex(3)")) data.erase(3, 3);
+  return name + "=" + data;
+}
+
+}  // namespace
+
+std::vector<std::string> RegistryLines(const std::string& root) {
+  std::istringstream input(Exported(root));
+  std::vector<std::string> lines;
+  std::size_t root_length = 0;  // of the first key, with the separator behind it
+  std::string key;
+  for (std::string line; std::getline(input, line);) {
+    for (std::string more; line.ends_with('\\') && std::getline(input, more);) {
+      line.pop_back();
+      line += more.substr(more.find_first_not_of(' '));
+    }
+    if (line.starts_with('[')) {
+      key = line.substr(1, line.size() - 2);
+      if (root_length == 0) root_length = key.size() + 1;
+      key.erase(0, root_length);
+      if (!key.empty()) lines.push_back(key);
+    } else if (!key.empty() && (line.starts_with('"') || line.starts_with('@'))) {
+      lines.push_back(key + "|" + Value(line));
     }
   }
-  for (const auto& [path, value] : after) {
-    const auto found = before.find(path);
-    if (found == before.end() || found->second != value) {
-      lines.push_back(L"+" + path + L" = " + value);
-    }
-  }
+  return lines;
+}
+
+std::vector<std::string> Differences(std::vector<std::string> before,
+                                     std::vector<std::string> after) {
+  std::ranges::sort(before);
+  std::ranges::sort(after);
+  std::vector<std::string> lines;
+  std::ranges::set_difference(before, after, std::back_inserter(lines));
+  for (std::string& line : lines) line.insert(0, 1, '-');
+  const auto gone = std::ssize(lines);
+  std::ranges::set_difference(after, before, std::back_inserter(lines));
+  std::for_each(lines.begin() + gone, lines.end(),
+                [](std::string& line) { line.insert(0, 1, '+'); });
   return lines;
 }
 

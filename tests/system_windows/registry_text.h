@@ -1,23 +1,19 @@
-// Parts of the registry as text, to be compared as a whole.
+// The registry as text, to be compared as a whole.
 #pragma once
 
-#include <windows.h>
-
-#include <map>
 #include <string>
 #include <vector>
 
 namespace system_windows {
 
-// Each key by its path, which ends with a backslash, and each value by its key's path and its name
-// ("@": the default one). The text of a value is its type and what it holds.
-using RegistryText = std::map<std::wstring, std::wstring>;
+// A line for each key below `root`, and for each of its values: "key" and "key|value=data". The
+// default value's name is "@"; texts show in quotes, other data as "hex:" (binary), "hex(TYPE):" or
+// "dword:" with their digits. Letters outside ASCII show as "?".
+std::vector<std::string> RegistryLines(const std::string& root);
 
-// Everything that the server's registration may touch: the classes and the services.
-RegistryText ReadRegistered();
-
-// Lines of what `after` has and `before` has not ("+path = text") and the other way round ("-").
-// Paths begin as they do in the two texts.
-std::vector<std::wstring> Differences(const RegistryText& before, const RegistryText& after);
+// The lines that `before` alone has, after a minus sign, and those that `after` alone has, after a
+// plus sign; each in the order of their letters.
+std::vector<std::string> Differences(std::vector<std::string> before,
+                                     std::vector<std::string> after);
 
 }  // namespace system_windows

@@ -5,10 +5,10 @@
 
 #include <algorithm>
 
+#include "tests/system/harness.h"
 #include "tests/system_windows/automation.h"
 #include "tests/system_windows/client.h"
 #include "tests/system_windows/session/handle_table.h"
-#include "tests/system_windows/session/session.h"
 
 namespace system_windows {
 namespace {
@@ -22,15 +22,12 @@ constexpr int kRoundsOfASession = 10;
 // What the server's memory may grow by over half of the rounds: less than one text or array of each
 // round takes.
 constexpr SIZE_T kMostGrowth = 32 << 10;
-constexpr std::size_t kPacketBytes = 256;
+constexpr ULONG kPacketBytes = 256;
 
-class LongRun : public Session {
+class LongRun : public system_test::SystemTest {
  protected:
   void SetUp() override {
-    ASSERT_NO_FATAL_FAILURE(Session::SetUp());
-    ASSERT_NO_FATAL_FAILURE(InstallAll());
-    hold_ = Hold();
-    ASSERT_TRUE(AllProbesCome());
+    ASSERT_NO_FATAL_FAILURE(Begin());
     const auto servers = ProcessesOf(program());
     ASSERT_EQ(servers.size(), 1u);
     server_ = servers[0];
@@ -113,13 +110,12 @@ class LongRun : public Session {
   bool Succeeds(HRESULT status) const { return status == S_OK && error_ == TzErrorCode::SUCCESS; }
 
   Apartment apartment_;
-  std::unique_ptr<Client> hold_;
   ComPointer<ITzWirefox_v3> object_;
   ComPointer<IClassFactory> factory_;
   const Bstr board_{L"EVK0001"};
   const Bstr nobody_{L"nobody"};
   const LONG self_ = static_cast<LONG>(GetCurrentProcessId());
-  const Array packet_{Bytes(kPacketBytes)};
+  const Array packet_{SafeArrayCreateVector(VT_UI1, 0, kPacketBytes)};
   TzErrorCode error_ = TzErrorCode::UNKNOWN;
   std::int64_t session_ = 0;
   bool reads_ = true;

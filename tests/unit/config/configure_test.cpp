@@ -92,7 +92,7 @@ TEST_F(PassTest, RefusalToCloseTheDeviceBeforeIsAFailedAttempt) {
   // Only device files can be cancelled: this closes the one that the enumerator has.
   for (std::uintptr_t value = 4; value < 0x10000; value += 4) {
     const auto handle = reinterpret_cast<HANDLE>(value);
-    if (CancelIo(handle)) CloseHandle(handle);
+    if (CancelIoEx(handle, nullptr) || GetLastError() == ERROR_NOT_FOUND) CloseHandle(handle);
   }
   bus_.Play("pause 50");
   EXPECT_TRUE(Configure());
