@@ -52,10 +52,6 @@ BSTR SysAllocStringLen(const OLECHAR* text, UINT length) {
   return linux_host::AllocateBytes(text, std::size_t{length} * sizeof(OLECHAR));
 }
 
-BSTR SysAllocStringByteLen(LPCSTR bytes, UINT length) {
-  return linux_host::AllocateBytes(bytes, length);
-}
-
 void SysFreeString(BSTR string) {
   if (string != nullptr) std::free(reinterpret_cast<char*>(string) - linux_host::kBstrPrefixBytes);
 }

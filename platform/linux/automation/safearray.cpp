@@ -120,28 +120,21 @@ HRESULT SafeArrayDestroy(SAFEARRAY* array) {
   return S_OK;
 }
 
-HRESULT SafeArrayLock(SAFEARRAY* array) {
-  if (array == nullptr) return E_INVALIDARG;
-  if (array->cLocks >= linux_host::kMaxLocks) return E_UNEXPECTED;
+HRESULT SafeArrayAccessData(SAFEARRAY* array, void** data) {
+  if (array == nullptr || data == nullptr) return E_INVALIDARG;
+  const bool is_full = array->cLocks >= linux_host::kMaxLocks;
+  *data = is_full ? nullptr : array->pvData;
+  if (is_full) return E_UNEXPECTED;
   ++array->cLocks;
   return S_OK;
 }
 
-HRESULT SafeArrayUnlock(SAFEARRAY* array) {
+HRESULT SafeArrayUnaccessData(SAFEARRAY* array) {
   if (array == nullptr) return E_INVALIDARG;
   if (array->cLocks == 0) return E_UNEXPECTED;
   --array->cLocks;
   return S_OK;
 }
-
-HRESULT SafeArrayAccessData(SAFEARRAY* array, void** data) {
-  if (array == nullptr || data == nullptr) return E_INVALIDARG;
-  const HRESULT status = SafeArrayLock(array);
-  *data = FAILED(status) ? nullptr : array->pvData;
-  return status;
-}
-
-HRESULT SafeArrayUnaccessData(SAFEARRAY* array) { return SafeArrayUnlock(array); }
 
 UINT SafeArrayGetDim(SAFEARRAY* array) { return array == nullptr ? 0 : array->cDims; }
 

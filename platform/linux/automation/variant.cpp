@@ -141,8 +141,7 @@ HRESULT VariantChangeType(VARIANTARG* destination, const VARIANTARG* source, USH
   VariantInit(&converted);
   if (type == VT_BSTR && (value->vt & ~VT_BYREF) == VT_BSTR) {
     const BSTR text = (value->vt & VT_BYREF) != 0 ? *value->pbstrVal : value->bstrVal;
-    converted.bstrVal =
-        SysAllocStringByteLen(reinterpret_cast<LPCSTR>(text), SysStringByteLen(text));
+    converted.bstrVal = SysAllocStringLen(text, SysStringLen(text));
   } else {
     linux_host::Integer number;
     HRESULT status = linux_host::ReadInteger(*value, number);

@@ -27,7 +27,7 @@ thread_local const DeviceRequest* t_starting = nullptr;
 }  // namespace
 
 DeviceRequest::DeviceRequest(DeviceFile& file, LPOVERLAPPED block, ObjectRef<Event> its_event)
-    : overlapped(block), event(std::move(its_event)), thread_id(GetCurrentThreadId()) {
+    : overlapped(block), event(std::move(its_event)) {
   driver_request.complete = [this, &file](probe_driver::DriverRequest&) { file.Complete(*this); };
 }
 
@@ -231,14 +231,6 @@ BOOL GetOverlappedResult(HANDLE device, LPOVERLAPPED overlapped, LPDWORD transfe
   if (error == 0) return TRUE;
   SetLastError(error);
   return FALSE;
-}
-
-BOOL CancelIo(HANDLE device) {
-  const DeviceFile::Call file(device);
-  if (!file) return FALSE;
-  const DWORD thread_id = GetCurrentThreadId();
-  file->Cancel([&](const DeviceRequest& request) { return request.thread_id == thread_id; });
-  return TRUE;
 }
 
 BOOL CancelIoEx(HANDLE device, LPOVERLAPPED overlapped) {

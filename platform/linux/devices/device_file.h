@@ -37,7 +37,6 @@ class DeviceRequest {
   probe_driver::DriverRequest driver_request;
   const LPOVERLAPPED overlapped;
   const ObjectRef<Event> event;  // null: none
-  const DWORD thread_id;
 
   // The start's own: it has completed on the starting thread, before the driver's call returned; it
   // completes, or has completed, elsewhere.

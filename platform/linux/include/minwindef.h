@@ -87,11 +87,6 @@ typedef SECURITY_ATTRIBUTES *PSECURITY_ATTRIBUTES, *LPSECURITY_ATTRIBUTES;
 
 #define MAX_PATH 260
 
-#define MAKELONG(a, b) \
-  ((LONG)(((WORD)((DWORD_PTR)(a)&0xffff)) | ((DWORD)((WORD)((DWORD_PTR)(b)&0xffff))) << 16))
-#define LOWORD(l) ((WORD)((DWORD_PTR)(l)&0xffff))
-#define HIWORD(l) ((WORD)((DWORD_PTR)(l) >> 16))
-
 static_assert(sizeof(DWORD) == 4 && sizeof(LONG) == 4 && sizeof(ULONG) == 4 && sizeof(BOOL) == 4);
 static_assert(sizeof(WORD) == 2 && sizeof(BYTE) == 1 && sizeof(WCHAR) >= 2);
 static_assert(sizeof(HANDLE) == 8 && sizeof(LPARAM) == 8, "the layer is for 64-bit hosts");

@@ -51,6 +51,5 @@ HRESULT CoCreateInstance(REFCLSID id, LPUNKNOWN outer, DWORD context, REFIID iid
 
 // Braces, upper case, 39 characters with the final zero: the count written, 0 when it does not fit.
 int StringFromGUID2(REFGUID id, LPOLESTR text, int capacity);
-HRESULT CLSIDFromString(LPCOLESTR text, CLSID* id);  // CO_E_CLASSSTRING unless in that form
 
 }  // extern "C"

@@ -12,7 +12,6 @@ extern "C" {
 // nothing. The result is null when memory is short.
 BSTR SysAllocString(const OLECHAR* text);
 BSTR SysAllocStringLen(const OLECHAR* text, UINT length);  // a null text leaves it uninitialised
-BSTR SysAllocStringByteLen(LPCSTR bytes, UINT length);     // a null source leaves it uninitialised
 void SysFreeString(BSTR string);
 UINT SysStringLen(BSTR string);      // in characters, a last partial one not counted
 UINT SysStringByteLen(BSTR string);  // in bytes
@@ -24,8 +23,6 @@ SAFEARRAY* SafeArrayCreateVector(VARTYPE type, LONG lower_bound, ULONG count);
 // Frees the elements and the array. DISP_E_ARRAYISLOCKED while anybody accesses its storage; null
 // succeeds.
 HRESULT SafeArrayDestroy(SAFEARRAY* array);
-HRESULT SafeArrayLock(SAFEARRAY* array);    // E_INVALIDARG for null; E_UNEXPECTED past 65535 locks
-HRESULT SafeArrayUnlock(SAFEARRAY* array);  // E_UNEXPECTED when it is not locked
 // Locks the array and gives its storage: null where it has none.
 HRESULT SafeArrayAccessData(SAFEARRAY* array, void** data);
 HRESULT SafeArrayUnaccessData(SAFEARRAY* array);

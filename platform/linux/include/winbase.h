@@ -17,7 +17,6 @@
 #define WAIT_FAILED 0xFFFFFFFF
 #define MAXIMUM_WAIT_OBJECTS 64
 #define STATUS_PENDING ((DWORD)0x00000103)
-#define STILL_ACTIVE STATUS_PENDING
 
 #ifndef SYNCHRONIZE
 #define SYNCHRONIZE 0x00100000L
@@ -49,7 +48,6 @@ struct OVERLAPPED {
   HANDLE hEvent;
 };
 typedef OVERLAPPED* LPOVERLAPPED;
-#define HasOverlappedIoCompleted(overlapped) (((DWORD)(overlapped)->Internal) != STATUS_PENDING)
 
 struct SYSTEMTIME {
   WORD wYear;
@@ -103,7 +101,6 @@ DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wai
 HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stack_size,
                            LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags,
                            LPDWORD thread_id);
-BOOL WINAPI GetExitCodeThread(HANDLE thread, LPDWORD exit_code);
 DWORD WINAPI GetCurrentThreadId(void);
 DWORD WINAPI GetCurrentProcessId(void);
 
@@ -130,7 +127,6 @@ BOOL WINAPI GetOverlappedResult(HANDLE device, LPOVERLAPPED overlapped, LPDWORD 
                                 BOOL wait);
 // Aborts the calling thread's requests; all, or the one with `overlapped` (error 1168 when there is
 // none). They complete with error 995 and no bytes, possibly later.
-BOOL WINAPI CancelIo(HANDLE device);
 BOOL WINAPI CancelIoEx(HANDLE device, LPOVERLAPPED overlapped);
 
 // A pipe is a local socket here, and its name the socket's path. TRUE when somebody listens on it,

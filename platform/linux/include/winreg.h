@@ -97,15 +97,6 @@ LONG RegDeleteKeyW(HKEY key, LPCWSTR subkey);
 // entry, length without it on return. `reserved`, `class_name` and `last_write` are null.
 LONG RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, LPDWORD name_length, LPDWORD reserved,
                    LPWSTR class_name, LPDWORD class_length, PFILETIME last_write);
-LONG RegEnumValueW(HKEY key, DWORD index, LPWSTR name, LPDWORD name_length, LPDWORD reserved,
-                   LPDWORD type, LPBYTE data, LPDWORD size);
-
-// Counts and greatest lengths (names in characters without NUL, data in bytes); each may be null.
-// `class_name`, `reserved`, `security_size` and `last_write` are null.
-LONG RegQueryInfoKeyW(HKEY key, LPWSTR class_name, LPDWORD class_length, LPDWORD reserved,
-                      LPDWORD subkeys, LPDWORD longest_subkey, LPDWORD longest_class,
-                      LPDWORD values, LPDWORD longest_value_name, LPDWORD longest_value,
-                      LPDWORD security_size, PFILETIME last_write);
 
 LONG RegCloseKey(HKEY key);
 

@@ -96,16 +96,14 @@ LRESULT WINAPI DefWindowProcW(HWND window, UINT message, WPARAM w_param, LPARAM 
 
 // `window` null: messages of the thread and all its windows; (HWND)-1: those posted to the thread
 // itself; otherwise of that window alone (error 1400 when there is none). Order: device
-// notifications (dispatched within), posted messages, WM_QUIT of PostQuitMessage, timers.
+// notifications (dispatched within), posted messages, timers.
 BOOL WINAPI PeekMessageW(LPMSG message, HWND window, UINT first, UINT last, UINT remove);
 // Waits for a message. 0 for WM_QUIT, -1 on failure. While it waits, the thread's message loop
 // sources (platform/linux/message_loop.h) are served.
 BOOL WINAPI GetMessageW(LPMSG message, HWND window, UINT first, UINT last);
 BOOL WINAPI TranslateMessage(const MSG* message);
 LRESULT WINAPI DispatchMessageW(const MSG* message);
-BOOL WINAPI PostMessageW(HWND window, UINT message, WPARAM w_param, LPARAM l_param);
 BOOL WINAPI PostThreadMessageW(DWORD thread_id, UINT message, WPARAM w_param, LPARAM l_param);
-void WINAPI PostQuitMessage(int exit_code);
 
 // Periods below 10 ms become 10 ms. A timer has at most one message waiting. `window` belongs to
 // the calling thread; null: the thread itself, and the id is given by the system.

@@ -14,9 +14,8 @@
 
 namespace linux_host {
 
-void Thread::End(DWORD exit_code) {
+void Thread::End() {
   DispatcherLock lock;
-  exit_code_.store(exit_code, std::memory_order_release);
   ended_.store(true, std::memory_order_release);
   while (WaitEntry* waiter = FirstWaiter()) GrantTo(lock, *waiter, WAIT_OBJECT_0);
 }
@@ -51,11 +50,11 @@ void* RunThread(void* argument) {
   launch->thread_id.notify_one();
   launch.reset();
 
-  const DWORD exit_code = body();
+  body();
   // In this order: whoever waits for the thread runs again before the test clock stops counting it,
   // and finds its mutexes free.
   AbandonOwnedMutexes(record);
-  if (thread) thread->End(exit_code);
+  if (thread) thread->End();
   DispatcherLock lock;
   lock.SetTakesPart(record, false);
   return nullptr;
@@ -104,13 +103,6 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T stack_size, LPTHREAD_START_ROU
   }
   if (thread_id) *thread_id = id;
   return handle;
-}
-
-BOOL GetExitCodeThread(HANDLE thread, LPDWORD exit_code) {
-  const auto object = LookUp<Thread>(thread);
-  if (!object) return FALSE;
-  *exit_code = object->exit_code();
-  return TRUE;
 }
 
 DWORD GetCurrentThreadId() {

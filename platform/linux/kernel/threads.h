@@ -16,8 +16,7 @@ class Thread : public Waitable {
   Thread() : Waitable(kKind) {}
 
   // Tells who waits. Called once, on the thread itself.
-  void End(DWORD exit_code);
-  DWORD exit_code() const { return exit_code_.load(std::memory_order_acquire); }
+  void End();
 
   std::optional<DWORD> TryTake(ThreadRecord& self) override;
 
@@ -26,7 +25,6 @@ class Thread : public Waitable {
   void MarkWaiters(bool) override {}
 
  private:
-  std::atomic<DWORD> exit_code_ = STILL_ACTIVE;
   std::atomic<bool> ended_ = false;
 };
 

@@ -34,14 +34,6 @@ std::set<std::wstring, NameLess> KeyView::SubkeyNames() const {
   return names;
 }
 
-std::set<std::wstring, NameLess> KeyView::ValueNames() const {
-  std::set<std::wstring, NameLess> names;
-  for (const RegistryKey* key : layers_) {
-    for (const auto& [name, value] : key->values) names.insert(name);
-  }
-  return names;
-}
-
 Registry& Registry::Get() {
   // Never destroyed: other threads may still read while the process exits.
   static auto& registry = *new Registry;

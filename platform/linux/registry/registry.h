@@ -30,7 +30,6 @@ class KeyView {
   bool own() const { return own_; }
   const RegistryValue* FindValue(const std::wstring& name) const;
   std::set<std::wstring, NameLess> SubkeyNames() const;
-  std::set<std::wstring, NameLess> ValueNames() const;
 
  private:
   std::vector<const RegistryKey*> layers_;

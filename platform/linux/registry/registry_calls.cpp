@@ -59,7 +59,6 @@ REGSAM Rights(REGSAM requested) { return requested & KEY_ALL_ACCESS; }
 
 std::wstring NameOrDefault(LPCWSTR name) { return name ? name : L""; }
 
-// Copies a value's data out, as RegQueryValueExW and RegEnumValueW do.
 std::uint32_t CopyData(const RegistryValue& value, LPDWORD type, LPBYTE data, LPDWORD size) {
   if (type) *type = value.type;
   if (!size) return ERROR_SUCCESS;
@@ -234,53 +233,6 @@ LONG RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, LPDWORD name_length, LPDW
   const auto names = target.view.SubkeyNames();
   if (index >= names.size()) return ERROR_NO_MORE_ITEMS;
   return CopyName(*std::next(names.begin(), index), name, name_length);
-}
-
-LONG RegEnumValueW(HKEY key, DWORD index, LPWSTR name, LPDWORD name_length, LPDWORD reserved,
-                   LPDWORD type, LPBYTE data, LPDWORD size) {
-  if (!name || !name_length || reserved || (data && !size)) return ERROR_INVALID_PARAMETER;
-  Registry& registry = Registry::Get();
-  const std::lock_guard lock(registry.mutex);
-  Target target;
-  if (const auto status = LookUp(registry, key, KEY_QUERY_VALUE, &target)) return status;
-  const auto names = target.view.ValueNames();
-  if (index >= names.size()) return ERROR_NO_MORE_ITEMS;
-  const std::wstring& value_name = *std::next(names.begin(), index);
-  if (const auto status = CopyName(value_name, name, name_length)) return status;
-  return CopyData(*target.view.FindValue(value_name), type, data, size);
-}
-
-LONG RegQueryInfoKeyW(HKEY key, LPWSTR class_name, LPDWORD class_length, LPDWORD reserved,
-                      LPDWORD subkeys, LPDWORD longest_subkey, LPDWORD longest_class,
-                      LPDWORD values, LPDWORD longest_value_name, LPDWORD longest_value,
-                      LPDWORD security_size, PFILETIME last_write) {
-  if (class_name || class_length || reserved || longest_class || security_size || last_write) {
-    return ERROR_INVALID_PARAMETER;
-  }
-  Registry& registry = Registry::Get();
-  const std::lock_guard lock(registry.mutex);
-  Target target;
-  if (const auto status = LookUp(registry, key, KEY_QUERY_VALUE, &target)) return status;
-  const auto store = [](LPDWORD out, std::size_t number) {
-    if (out) *out = static_cast<DWORD>(number);
-  };
-  const auto longest = [](const auto& names) {
-    std::size_t length = 0;
-    for (const std::wstring& name : names) length = std::max(length, name.size());
-    return length;
-  };
-  const auto subkey_names = target.view.SubkeyNames();
-  const auto value_names = target.view.ValueNames();
-  std::size_t most_data = 0;
-  for (const std::wstring& name : value_names) {
-    most_data = std::max(most_data, target.view.FindValue(name)->data.size());
-  }
-  store(subkeys, subkey_names.size());
-  store(longest_subkey, longest(subkey_names));
-  store(values, value_names.size());
-  store(longest_value_name, longest(value_names));
-  store(longest_value, most_data);
-  return ERROR_SUCCESS;
 }
 
 LONG RegCloseKey(HKEY key) {

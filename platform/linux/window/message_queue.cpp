@@ -95,7 +95,6 @@ bool MessageQueue::KillTimer(HWND window, UINT_PTR id) {
 
 void MessageQueue::ForgetWindow(HWND window) {
   std::erase_if(timers_, [&](const Timer& timer) { return timer.window == window; });
-  std::erase_if(posted_, [&](const MSG& message) { return message.hwnd == window; });
 }
 
 Deadline MessageQueue::NextDue() const {
@@ -140,14 +139,6 @@ std::optional<MSG> MessageQueue::Next(DispatcherLock& lock, const Filter& filter
   if (found != posted_.end()) {
     const MSG message = *found;
     if (remove) posted_.erase(found);
-    return message;
-  }
-  // The quit message waits until everything that was posted has been taken.
-  if (quit_code_ && posted_.empty()) {
-    MSG message = {};
-    message.message = WM_QUIT;
-    message.wParam = static_cast<WPARAM>(*quit_code_);
-    if (remove) quit_code_.reset();
     return message;
   }
   return NextTimer(filter, remove);
@@ -205,12 +196,6 @@ BOOL PostThreadMessageW(DWORD thread_id, UINT message, WPARAM w_param, LPARAM l_
   }
   queue->Post(lock, {nullptr, message, w_param, l_param, 0, {}});
   return TRUE;
-}
-
-void PostQuitMessage(int exit_code) {
-  MessageQueue& queue = ThreadMessageQueue();
-  const DispatcherLock lock;
-  queue.PostQuit(exit_code);
 }
 
 UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT period_ms, TIMERPROC procedure) {

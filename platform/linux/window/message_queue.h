@@ -31,10 +31,6 @@ class MessageQueue {
   void Send(DispatcherLock& lock, std::function<void()> call);
 
   // The owner's thread alone, with the lock held.
-  void PostQuit(int exit_code) {
-    quit_code_ = exit_code;
-    ++arrivals_;
-  }
   UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT period_ms, TIMERPROC procedure);
   bool KillTimer(HWND window, UINT_PTR id);
   // What belongs to the window goes.
@@ -97,7 +93,6 @@ class MessageQueue {
   ThreadRecord& owner_;
   std::deque<std::function<void()>> sent_;
   std::deque<MSG> posted_;
-  std::optional<int> quit_code_;
   std::uint64_t arrivals_ = 0;   // of all of these
   std::uint64_t looked_at_ = 0;  // arrivals when messages were last looked for
   std::vector<Timer> timers_;

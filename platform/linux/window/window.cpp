@@ -167,15 +167,3 @@ LRESULT DispatchMessageW(const MSG* message) {
   return message->hwnd ? Call(message->hwnd, message->message, message->wParam, message->lParam)
                        : 0;
 }
-
-BOOL PostMessageW(HWND window, UINT message, WPARAM w_param, LPARAM l_param) {
-  if (!window) return PostThreadMessageW(GetCurrentThreadId(), message, w_param, l_param);
-  DispatcherLock lock;
-  WindowEntry* const entry = FindWindowEntry(window);
-  if (!entry) {
-    SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-    return FALSE;
-  }
-  entry->queue->Post(lock, {window, message, w_param, l_param, 0, {}});
-  return TRUE;
-}

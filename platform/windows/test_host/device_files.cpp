@@ -53,7 +53,6 @@ std::atomic_ref<ULONG_PTR> Internal(OVERLAPPED& block) {
 struct Request {
   probe_driver::DriverRequest driver_request;
   LPOVERLAPPED block;
-  DWORD thread_id;
   std::atomic<bool> completed = false;
 };
 
@@ -220,7 +219,6 @@ BOOL WINAPI DeviceIoControl(HANDLE device, DWORD code, LPVOID input, DWORD input
   }
   const auto request = std::make_shared<Request>();
   request->block = overlapped;
-  request->thread_id = GetCurrentThreadId();
   request->driver_request.code = code;
   request->driver_request.input = static_cast<std::uint8_t*>(input);
   request->driver_request.input_size = input_size;
@@ -248,17 +246,6 @@ BOOL WINAPI GetOverlappedResult(HANDLE device, LPOVERLAPPED overlapped, LPDWORD 
   const ULONG_PTR status = Internal(*overlapped);
   SetLastError(static_cast<DWORD>(status & 0xFFFF));
   return status == 0 ? TRUE : FALSE;
-}
-
-BOOL WINAPI CancelIo(HANDLE device) {
-  const auto file = FindFile(device);
-  if (!file) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
-  }
-  const DWORD thread_id = GetCurrentThreadId();
-  file->Cancel([&](const Request& request) { return request.thread_id == thread_id; });
-  return TRUE;
 }
 
 BOOL WINAPI CancelIoEx(HANDLE device, LPOVERLAPPED overlapped) {

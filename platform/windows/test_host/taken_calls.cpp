@@ -24,7 +24,6 @@ TEST_HOST_TAKE(CloseHandle);
 TEST_HOST_TAKE(CreateFileW);
 TEST_HOST_TAKE(DeviceIoControl);
 TEST_HOST_TAKE(GetOverlappedResult);
-TEST_HOST_TAKE(CancelIo);
 TEST_HOST_TAKE(CancelIoEx);
 TEST_HOST_TAKE(SetupDiGetClassDevsW);
 TEST_HOST_TAKE(SetupDiEnumDeviceInterfaces);

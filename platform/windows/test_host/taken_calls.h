@@ -35,7 +35,6 @@ BOOL WINAPI DeviceIoControl(HANDLE device, DWORD code, LPVOID input, DWORD input
                             LPOVERLAPPED overlapped);
 BOOL WINAPI GetOverlappedResult(HANDLE device, LPOVERLAPPED overlapped, LPDWORD transferred,
                                 WINBOOL wait);
-BOOL WINAPI CancelIo(HANDLE device);
 BOOL WINAPI CancelIoEx(HANDLE device, LPOVERLAPPED overlapped);
 HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* class_guid, PCWSTR enumerator, HWND parent,
                                      DWORD flags);
