@@ -20,7 +20,7 @@ using unit::ScriptedDevice;
 using UsbDeviceTest = OpenedDeviceTest;
 
 TEST_F(UsbDeviceTest, OpeningReadsTheDescriptorsInTheirOrder) {
-  ASSERT_TRUE(device_.Open(0));
+  ASSERT_TRUE(Open({.facts = {.text = "driver", .second_text = "bus", .usb_address = 7}}));
   EXPECT_EQ((std::vector<std::string>{
                 "80 06 00 01 00 00 12 00",                             // device
                 "80 06 00 03 00 00 02 00", "80 06 00 03 00 00 04 00",  // languages
@@ -30,14 +30,16 @@ TEST_F(UsbDeviceTest, OpeningReadsTheDescriptorsInTheirOrder) {
                 "80 06 00 02 00 00 09 00", "80 06 00 02 00 00 35 00",  // configuration
             }),
             bus_.TakeDescriptorRequests());
-  EXPECT_EQ(0x0F0F, device_.VendorId());
-  EXPECT_EQ(0x1002, device_.ProductId());
+  EXPECT_EQ((std::vector<std::uint32_t>{0x0F0F, 0x1002, 0x0200, 0x01050500, 0x0600, 7}),
+            (std::vector<std::uint32_t>{device_.VendorId(), device_.ProductId(),
+                                        device_.UsbVersion(), device_.DriverVersion(),
+                                        device_.InterfaceVersion(), device_.UsbAddress()}));
+  EXPECT_EQ("driver bus", std::string(device_.DriverText()) + " " + device_.SecondDriverText());
   EXPECT_STREQ(L"Wirefox", device_.Manufacturer());
   EXPECT_STREQ(L"Probe", device_.Product());
   EXPECT_STREQ(L"WFX0001", device_.SerialNumber());
   EXPECT_STREQ("\\\\?\\usb#vid_0f0f&pid_1002#WFX0001", device_.DevicePath());
   EXPECT_TRUE(device_.IsHighSpeed());
-  EXPECT_EQ(0x01050500U, device_.DriverVersion());
   EXPECT_EQ(6, device_.EndPointCount());
   EXPECT_EQ(64, device_.ControlEndPoint()->MaxPacketSize());
 
@@ -47,7 +49,6 @@ TEST_F(UsbDeviceTest, OpeningReadsTheDescriptorsInTheirOrder) {
     EXPECT_EQ(0, device_.EndPointCount());
     EXPECT_EQ(nullptr, device_.EndPoint(0));
     EXPECT_EQ(nullptr, device_.ControlEndPoint());
-    EXPECT_EQ(nullptr, device_.FirstBulkIn());
   }
   EXPECT_TRUE(device_.Open(0));
 }
@@ -63,12 +64,16 @@ TEST_F(UsbDeviceTest, FirstOfAKindIsTheFirstInDescriptorOrder) {
   ASSERT_TRUE(OpenWith(0x0200, descriptor));
   EXPECT_EQ(10, device_.EndPointCount());
   EXPECT_EQ(nullptr, device_.EndPoint(1));
-  EXPECT_EQ(0x86, device_.FirstBulkIn()->Address());
-  EXPECT_EQ(0x02, device_.FirstBulkOut()->Address());
-  EXPECT_EQ(0x83, device_.FirstInterruptIn()->Address());
-  EXPECT_EQ(0x03, device_.FirstInterruptOut()->Address());
-  EXPECT_EQ(0x85, device_.FirstIsocIn()->Address());
-  EXPECT_EQ(0x05, device_.FirstIsocOut()->Address());
+  const auto firsts = [this] {
+    return std::vector{device_.FirstBulkIn(),      device_.FirstBulkOut(),
+                       device_.FirstInterruptIn(), device_.FirstInterruptOut(),
+                       device_.FirstIsocIn(),      device_.FirstIsocOut()};
+  };
+  EXPECT_EQ((std::vector{&EndPoint(0x86), &EndPoint(0x02), &EndPoint(0x83), &EndPoint(0x03),
+                         &EndPoint(0x85), &EndPoint(0x05)}),
+            firsts());
+  device_.Close();
+  EXPECT_EQ(std::vector<CTzUSBEndPoint*>(6), firsts());
 }
 
 TEST_F(UsbDeviceTest, OnlyPresentIndexesOpen) {
@@ -214,6 +219,7 @@ TEST_F(UsbDeviceTest, WithoutAConfigurationItStaysOpenWithoutEndpoints) {
   for (const auto& [what, value, descriptor] : cases) {
     EXPECT_FALSE(OpenWith(value, HexBytes(descriptor))) << what;
     EXPECT_TRUE(device_.IsOpen()) << what;
+    EXPECT_EQ(value == 0x0100 ? 0 : 0x0F0F, device_.VendorId()) << what;
     EXPECT_EQ(0, device_.EndPointCount()) << what;
   }
 }

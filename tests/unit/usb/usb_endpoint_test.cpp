@@ -65,6 +65,7 @@ TEST_F(EndPointTest, RecordsAreLaidOutAsTheDriverReadsThem) {
   CTzBulkEndPoint bulk(no_driver_, descriptor);
   // Direct: the address alone.
   EXPECT_EQ("00*13 | 02 | 00*16 +0", HeaderOf(bulk, {1, 2, 3}));
+  EXPECT_EQ(0U, ElapsedMs([&] { EXPECT_EQ("failed ", Transferred(bulk, {0xEE})); }));
   // Buffered: the payload behind the record.
   bulk.SetDirect(false);
   EXPECT_EQ("00*13 | 02 | 00*8 26 00 00 00 03 00 00 00 +3", HeaderOf(bulk, {1, 2, 3}));
@@ -176,7 +177,7 @@ TEST_F(EndPointTest, TransferWhoseTimeIsOverIsTakenBackOrTheDeviceGivenUp) {
       in.SetTimeoutMs(2000);
       bus_.Play("in 84 300 -> " + std::string(test.answer) +
                 (blocking ? test.blocking : test.started));
-      const ReplyBuffer data(300);
+      ReplyBuffer data(301);
       std::uint32_t length = 300;
       EXPECT_EQ(blocking ? test.blocking_ms : test.started_ms, ElapsedMs([&] {
                   EXPECT_FALSE(blocking ? in.Transfer(data.Data(), length)
@@ -184,7 +185,10 @@ TEST_F(EndPointTest, TransferWhoseTimeIsOverIsTakenBackOrTheDeviceGivenUp) {
                 }));
       EXPECT_EQ(0U, length);
       EXPECT_EQ(997U, in.LastError());
-      EXPECT_EQ(kept && direct, IsKept(data.Bytes().last(1)));
+      EXPECT_EQ(kept && direct, IsKept(data.Bytes().subspan(299, 1)));
+      EXPECT_FALSE(IsKept(data.Bytes().last(1))) << "which the driver has not been given";
+      if (blocking) data.Renew();
+      EXPECT_EQ(kept && direct && !blocking, IsKept(data.Bytes()));
       EXPECT_EQ(anything_kept |= kept, IsAnythingKept());
       EXPECT_EQ(kept ? std::vector{given_up} : std::vector<std::string>(), log.Take());
 
@@ -205,10 +209,11 @@ TEST_F(EndPointTest, TransferWhoseTimeIsOverIsTakenBackOrTheDeviceGivenUp) {
 TEST_F(EndPointTest, TheLongestTimeoutEnds) {
   CTzUSBEndPoint& in = EndPoint(0x84);
   in.SetTimeoutMs(0xFFFFFFFF);
-  bus_.Play("in 84 2 -> silent \n abort 84");
+  bus_.Play("in 84 2 -> silent \n abort 84 \n in 84 2 -> deaf \n cancel 84 \n abort 84");
+  EXPECT_EQ(0xFFFFFFFEU, ElapsedMs([&] { EXPECT_EQ("failed ", Transferred(in, {0xEE, 0xEE})); }));
   Bytes data(2);
   std::uint32_t length = 2;
-  EXPECT_EQ(0xFFFFFFFEU, ElapsedMs([&] { EXPECT_FALSE(in.Transfer(data.data(), length)); }));
+  EXPECT_FALSE(Exchanged(in, data.data(), length)) << "and the next is ended by all means, too";
 }
 
 // A driver may hold what it was to send as well. It only reads that: the caller's memory goes as
@@ -225,14 +230,14 @@ TEST_F(EndPointTest, OnlyMemoryThatADriverWritesIntoIsKept) {
 }
 
 TEST_F(EndPointTest, TransferInFlightKeepsOthersFromStartingUntilTheDeviceIsClosed) {
-  bus_.Play("in 84 8 -> silent");
+  bus_.Play("in 84 8 -> 11 \n in 84 8 -> silent");
   CTzUSBEndPoint& in = EndPoint(0x84);
+  EXPECT_EQ("done 11", Transferred(in, Bytes(8, 0xEE)));
   OVERLAPPED overlapped = Overlapped();
   Bytes data(8);
   EXPECT_NE(nullptr, in.StartTransfer(data.data(), 8, &overlapped));
   EXPECT_EQ(997U, in.LastError());
-  OVERLAPPED other{};
-  EXPECT_EQ(nullptr, in.StartTransfer(data.data(), 8, &other));
+  EXPECT_EQ("failed ", Transferred(in, Bytes(8, 0xEE)));
   EXPECT_EQ(static_cast<std::uint32_t>(ERROR_BUSY), in.LastError());
   device_.Close();
   EXPECT_EQ(static_cast<DWORD>(WAIT_OBJECT_0), WaitForSingleObject(event_.Get(), 0));
@@ -241,11 +246,8 @@ TEST_F(EndPointTest, TransferInFlightKeepsOthersFromStartingUntilTheDeviceIsClos
 TEST_F(EndPointTest, WithoutADriverNothingIsStarted) {
   const std::uint8_t descriptor[] = {7, 5, 0x02, 2, 0x00, 0x02, 0};
   CTzBulkEndPoint endpoint(closed_, descriptor);
-  Bytes data(4);
-  std::uint32_t length = 4;
   SetLastError(0);
-  EXPECT_FALSE(endpoint.Transfer(data.data(), length));
-  EXPECT_EQ(0U, length);
+  EXPECT_EQ("failed ", Transferred(endpoint, Bytes(4, 0xEE)));
   EXPECT_EQ(static_cast<std::uint32_t>(ERROR_INVALID_HANDLE), endpoint.LastError());
   EXPECT_FALSE(endpoint.AbortTransfers());
   EXPECT_FALSE(endpoint.ResetPipe());
@@ -264,12 +266,12 @@ TEST_F(EndPointTest, TransferSizesAreWholePackets) {
   }
 }
 
-TEST_F(EndPointTest, PipesAreAbortedAndReset) {
-  bus_.Play("abort 02 \n reset 02 \n abort 84 \n reset 84");
-  for (const std::uint8_t address : {0x02, 0x84}) {
-    EXPECT_TRUE(EndPoint(address).AbortTransfers());
-    EXPECT_TRUE(EndPoint(address).ResetPipe());
-  }
+TEST_F(EndPointTest, PipesAreAbortedResetAndToldTheSize) {
+  bus_.ShowAll();
+  bus_.Play("abort 02 \n reset 84 \n size 02 512");
+  EXPECT_TRUE(EndPoint(0x02).AbortTransfers());
+  EXPECT_TRUE(EndPoint(0x84).ResetPipe());
+  EndPoint(0x02).SetTransferSize(100);
 }
 
 }  // namespace
