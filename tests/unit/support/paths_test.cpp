@@ -25,9 +25,10 @@ TEST(Paths, ModuleDirectoryIsThatOfTheRunningProgram) {
               std::filesystem::exists(directory + "unit_support.exe"));
 }
 
-TEST(Paths, NarrowTextKeepsPlainNames) {
+TEST(Paths, NamesAreKept) {
   EXPECT_EQ("", NarrowText(L""));
   EXPECT_EQ("WFX0001 \\?", NarrowText(L"WFX0001 \\?"));
+  EXPECT_EQ(std::filesystem::path(u8"f\u00FCr").native(), StreamPath(L"f\u00FCr").native());
 }
 
 }  // namespace
