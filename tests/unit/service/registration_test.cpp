@@ -21,54 +21,44 @@
 
 namespace {
 
-// $A, $C, $L, $M and $P stand for the application id, the class id, the library id, the
-// executable's path and the access permission.
-constexpr char kApplication[] = R"([AppID\TzWirefoxService.EXE]
+// $A, $C, $D, $L, $M and $P stand for the application id, the class id, the executable's folder,
+// the library id, the executable's path and the access permission.
+constexpr char kApplication[] = R"([AppID]
+[AppID\TzWirefoxService.EXE]
 "AccessPermission"=hex(3):$P
 "AppID"="$A"
-
 [AppID\$A]
 @="TzWirefoxService"
-
 )";
-constexpr char kClass[] = R"([CLSID\$C]
+constexpr char kClass[] = R"([CLSID]
+[CLSID\$C]
 @="TzWirefox Class"
 "AppID"="$A"
-
 [CLSID\$C\LocalServer32]
 @="\"$M\""
-
 [CLSID\$C\ProgID]
 @="TzWirefoxService.TzWirefox.1"
-
 [CLSID\$C\Programmable]
-
 [CLSID\$C\TypeLib]
 @="$L"
-
 [CLSID\$C\VersionIndependentProgID]
 @="TzWirefoxService.TzWirefox"
-
 )";
 constexpr char kOthers[] = R"([CLSID\{Other}]
 @="kept"
-
 )";
-constexpr char kNames[] = R"([TzWirefoxService.TzWirefox]
+constexpr char kNames[] = R"([TypeLib\$L\1.0\HELPDIR]
+@="$D"
+[TzWirefoxService.TzWirefox]
 @="TzWirefox Class"
-
 [TzWirefoxService.TzWirefox\CLSID]
 @="$C"
-
 [TzWirefoxService.TzWirefox\CurVer]
 @="TzWirefoxService.TzWirefox.1"
-
 [TzWirefoxService.TzWirefox.1]
 @="TzWirefox Class"
-
 [TzWirefoxService.TzWirefox.1\CLSID]
 @="$C"
-
 )";
 constexpr char kPermission[] =
     "01,00,04,80,58,00,00,00,68,00,00,00,00,00,00,00,14,00,00,00,02,00,44,00,03,00,00,00,"
@@ -84,6 +74,7 @@ std::string Filled(std::string text) {
   const std::pair<const char*, std::string> fills[] = {
       {"$A", "{176DAFBD-EC7C-45F6-A7CE-F1A21DB7B674}"},
       {"$C", "{6D1561D8-24CB-4B8E-ABBB-564080B9D86D}"},
+      {"$D", std::filesystem::path(NarrowText(path)).parent_path().string()},
       {"$L", "{F7698827-7595-4F60-A744-54C97FC392EE}"},
       {"$M", NarrowText(path)},
       {"$P", kPermission}};
@@ -93,6 +84,7 @@ std::string Filled(std::string text) {
   return text;
 }
 const std::string kServer = Filled(std::string(kApplication) + kClass + kNames);
+const std::string kParents = "[AppID]\n[CLSID]\n";  // which others use as well
 
 std::string AsService(std::string text) {
   constexpr char kName[] = "@=\"TzWirefoxService\"\n";
@@ -112,16 +104,16 @@ class Registration : public testing::Test {
     }
   }
 
-  // What the registry's file holds, without the type library and keys that only hold others.
+  // What the registry's file holds, without most of the type library and empty lines.
   static std::string Registered() {
     std::ifstream file(Home() / "registry");
     std::string registered;
     std::string key;
     for (std::string line; std::getline(file, line);) {
       if (line.starts_with('[')) key = line;
-      const bool foreign = key.starts_with("[Interface") || key.starts_with("[TypeLib") ||
-                           key == "[AppID]" || key == "[CLSID]" || line == "end";
-      if (!key.empty() && !foreign) registered += line + "\n";
+      const bool foreign = key.starts_with("[Interface") ||
+                           (key.starts_with("[TypeLib") && !key.ends_with("HELPDIR]"));
+      if (!key.empty() && !foreign && !line.empty() && line != "end") registered += line + "\n";
     }
     return registered;
   }
@@ -139,17 +131,19 @@ TEST_F(Registration, EachCommandLeavesTheRegistryAsAWhole) {
   ASSERT_EQ(Registered(), "") << "something is registered already";
   const std::string service = AsService(kServer);
   const std::pair<const wchar_t*, std::string> steps[] = {
-      {L"-RegServer", kServer}, {L"-RegServer", kServer}, {L"-UnregServer", ""},
-      {L"-Service", service},   {L"-Service", service},   {L"-RegServer", kServer},
-      {L"-Service", service},   {L"-UnregServer", ""},    {L"-RegServer", kServer}};
+      {L"-RegServer", kServer}, {L"-RegServer", kServer},    {L"-UnregServer", kParents},
+      {L"-Service", service},   {L"-Service", service},      {L"-RegServer", kServer},
+      {L"-Service", service},   {L"-UnregServer", kParents}, {L"-RegServer", kServer}};
   for (const auto& [command, registered] : steps) {
     EXPECT_EQ(module_.Main(command), S_OK);
     EXPECT_EQ(Registered(), registered) << NarrowText(command);
+    EXPECT_EQ(std::filesystem::exists(Home() / "systemd/TzWirefoxService.service"),
+              registered == service);
   }
   // The class goes first, then its library: when that cannot be removed, the rest stays.
   EXPECT_EQ(UnregisterOwnTypeLibrary(), S_OK);
   EXPECT_LT(module_.Main(L"server -UnregServer"), 0);
-  EXPECT_EQ(Registered(), Filled(kApplication));
+  EXPECT_EQ(Registered(), Filled(kApplication) + "[CLSID]\n");
 }
 
 TEST_F(Registration, LateBoundCallsWorkOnceTheLibraryIsRegistered) {
@@ -207,14 +201,13 @@ TEST_F(Registration, WhatOthersUseIsKept) {
   Write(L"TzWirefoxService.TzWirefox.1", L"Value", L"kept");
   EXPECT_EQ(module_.Main(L"server -RegServer"), S_OK);
   std::string expected = Filled(std::string(kApplication) + kClass + kOthers + kNames);
-  expected.insert(expected.find("[TzWirefoxService.TzWirefox.1\\CLSID]") - 1,
-                  "\"Value\"=\"kept\"\n");
+  expected.insert(expected.find("[TzWirefoxService.TzWirefox.1\\CLSID]"), "\"Value\"=\"kept\"\n");
   EXPECT_EQ(Registered(), expected);
   Write(L"TzWirefoxService.TzWirefox\\Shell", nullptr, L"foreign");
   EXPECT_EQ(module_.Main(L"server -UnregServer"), S_OK);
-  EXPECT_EQ(Registered(), std::string(kOthers) +
-                              "[TzWirefoxService.TzWirefox]\n\n"
-                              "[TzWirefoxService.TzWirefox\\Shell]\n@=\"foreign\"\n\n");
+  EXPECT_EQ(Registered(), kParents + kOthers +
+                              "[TzWirefoxService.TzWirefox]\n"
+                              "[TzWirefoxService.TzWirefox\\Shell]\n@=\"foreign\"\n");
 }
 
 }  // namespace

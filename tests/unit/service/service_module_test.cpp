@@ -8,6 +8,7 @@ namespace {
 
 TEST(ServiceModule, GlobalInterfaceTableIsMadeOnceWhereTheHostHasOne) {
   CTzWirefoxServiceModule module;
+  EXPECT_EQ(module.GetGlobalInterfaceTable(nullptr), E_POINTER);
   IUnknown* first = nullptr;
   IUnknown* second = nullptr;
   const HRESULT result = module.GetGlobalInterfaceTable(&first);

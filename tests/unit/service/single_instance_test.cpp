@@ -18,18 +18,20 @@ TEST(SingleInstance, OnlyAnInstanceThatCannotHaveTheMutexIsStopped) {
   const std::wstring text =
       L"The WirefoxService was unable to startup because another instance was already running.\r\n"
       L"Verify that only one user account is trying to access it at a time.";
-  std::wstring event = L"event|Application|1|1|11|";
-  std::wstring box = L"box|WirefoxService Error|";
   EXPECT_EQ(test_host::TakeNotices(),
-            (std::vector<std::wstring>{event.append(text), box.append(text)}));
+            (std::vector<std::wstring>{L"event|Application|1|1|11|" + text,
+                                       L"box|WirefoxService Error|" + text}));
   CloseHandle(taken);
 
   const SingleInstanceGuard first;
   const SingleInstanceGuard second;
   EXPECT_TRUE(first.MayRun());
   EXPECT_TRUE(second.MayRun()) << "an instance of the same account runs beside the first";
-  second.Release();
+  const HANDLE same = CreateMutexW(nullptr, FALSE, L"TzWirefoxService");
+  EXPECT_TRUE(ReleaseMutex(same)) << "the first has owned it";
+  WaitForSingleObject(same, 0);
   first.Release();
+  EXPECT_FALSE(ReleaseMutex(same));
 }
 
 }  // namespace

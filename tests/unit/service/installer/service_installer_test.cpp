@@ -278,7 +278,7 @@ TEST(ServiceRun, FollowsTheRegistrationAndTellsTheManagerEachState) {
        {L"state 2", L"publish 41", event + L"Service started", L"state 4",
         event + L"Bad service request", L"state 3", L"revoke 7", L"state 1", L"exit code 5",
         event + L"Service stopped"}},
-      {REG_SZ,  // there is nothing to wait for
+      {REG_EXPAND_SZ,  // there is nothing to wait for
        {L"Tz", 3},
        S_FALSE,
        {L"state 2", L"publish 41", event + L"Service started", L"state 4", L"revoke 7", L"state 1",
