@@ -1,5 +1,6 @@
 // The bench as a bus: arrivals, waiting transfers, faults.
-#include <semaphore>
+#include <atomic>
+#include <future>
 
 #include "tests/unit/sim/bench_user.h"
 
@@ -67,21 +68,21 @@ TEST(BenchBus, RemovedListenerIsNoLongerBeingCalled) {
   struct Slow : probe_driver::UsbBusListener {
     void OnDeviceArrived(const std::string&) override {}
     void OnDeviceRemoved(const std::string&) override {
-      called.release();
-      go_on.acquire();
+      called.set_value();
+      go_on.get_future().wait();
       finished = true;
     }
-    std::binary_semaphore called{0}, go_on{0};
+    std::promise<void> called, go_on;
     std::atomic<bool> finished{false};
   } slow;
   bench.SetListener(&slow);
   std::thread unplugger([&] { bench.Unplug("P"); });
-  slow.called.acquire();
+  slow.called.get_future().wait();
   std::thread remover([&] {
     bench.SetListener(nullptr);
     EXPECT_TRUE(slow.finished);
   });
-  slow.go_on.release();
+  slow.go_on.set_value();
   remover.join();
   unplugger.join();
 }
