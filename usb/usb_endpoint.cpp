@@ -54,6 +54,12 @@ CTzUSBEndPoint::CTzUSBEndPoint(DriverFile& driver, const std::uint8_t* descripto
   is_in_ = (address_ & usb_standard::kEndpointIn) != 0;
 }
 
+// Closing the driver's file ends what nobody completed, but the system may tell so only when the
+// thread that started it looks, and writes into its block then.
+CTzUSBEndPoint::~CTzUSBEndPoint() {
+  if (record_ && record_->in_use_ && record_->in_flight_) KeepForGood(std::move(record_));
+}
+
 RequestRecord* CTzUSBEndPoint::Refuse(std::uint32_t error) {
   last_error_ = error;
   return nullptr;

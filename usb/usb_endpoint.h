@@ -93,7 +93,7 @@ class CTzUSBEndPoint {
                                 RequestRecord* record, std::uint8_t* packet_table);
 
   // Behind the four operations above, whose places in the table are fixed.
-  virtual ~CTzUSBEndPoint() = default;
+  virtual ~CTzUSBEndPoint();
 
   // True when the started transfer has ended within `timeout_ms`. A time-out leaves it in flight.
   bool WaitTransfer(OVERLAPPED* overlapped, std::uint32_t timeout_ms);
