@@ -93,11 +93,10 @@ class Script {
       return Control(setup, Data(words));
     }
     if (verb == "vendor") {
-      const auto request = Hex(words);
-      const auto value = Hex16(words);
-      const std::uint32_t length = Number(words);
-      const std::string reply = Vendor(request, value, length);
-      return reply == unit::HexText(Bytes(length)) ? "" : reply;
+      const probe_driver::SetupPacket setup{0xC0, Hex(words), Hex16(words), 0,
+                                            static_cast<std::uint16_t>(Number(words))};
+      const std::string reply = Control(setup);
+      return reply == unit::HexText(Bytes(setup.length)) ? "" : reply;
     }
     if (verb == "out") return Transfer({Hex(words), Data(words)}, false);
     if (verb == "in") return Transfer({Hex(words), Bytes(Number(words), 0xCC)}, true);
@@ -146,12 +145,9 @@ class Script {
     const bool in = (setup.request_type & 0x80) != 0;
     return Transfer({setup, in ? Bytes(setup.length, 0xCC) : data}, in);
   }
-  std::string Vendor(std::uint8_t request, std::uint32_t value, std::uint32_t length) {
-    return Control(
-        {0xC0, request, static_cast<std::uint16_t>(value), 0, static_cast<std::uint16_t>(length)});
-  }
   std::string Register(std::uint8_t address, const Bytes& written) {
-    Vendor(0x43, written.empty() ? address : written[0] << 8 | 0x80 | address, 8);
+    const int value = written.empty() ? address : written[0] << 8 | 0x80 | address;
+    Control({0xC0, 0x43, static_cast<std::uint16_t>(value), 0, 8});
     return written.empty() ? unit::HexText({last_.at(3)}) : "";
   }
   std::string Exchange(const Bytes& data, std::size_t room) {

@@ -145,7 +145,7 @@ inline constexpr char kTracingBench[] =
 inline void UseAProbeThatComesAndGoes(Bench& bench, const std::vector<probe_driver::UsbBus*>& buses,
                                       int rounds) {
   std::atomic<bool> ending{false};
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (probe_driver::UsbBus* bus : buses) {
     threads.emplace_back([&ending, bus] {
       while (!ending) UseFirstProbe(*bus);
@@ -157,7 +157,6 @@ inline void UseAProbeThatComesAndGoes(Bench& bench, const std::vector<probe_driv
     UseFirstProbe(*buses.front());
   }
   ending = true;
-  for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace sim

@@ -9,7 +9,7 @@ namespace {
 // fields: id, S or C, kind of transfer, endpoint, address, bus, marks for setup packet and data;
 // then status, length, stored length, setup packet, what other kinds of transfers need, data.
 std::string Records(const Bytes& file) {
-  std::string text = "\n";
+  std::string text = "\n" + unit::HexText({file.begin(), file.begin() + 24}) + "\n";
   for (std::size_t at = 24; at < file.size();) {
     const auto part = [&](std::size_t first, std::size_t end) {
       const std::uint8_t* const record = file.data() + at;
@@ -35,9 +35,8 @@ TEST(Capture, HoldsEachTransferAsSubmittedAndAsEnded) {
   }
   const std::string content = folder.Read("capture");
   const Bytes file(content.begin(), content.end());
-  EXPECT_EQ(unit::HexText({file.begin(), file.begin() + 24}),
-            "D4 C3 B2 A1 02 00 04 00*12 04 DC 00 00 00");
   EXPECT_EQ(Records(file), R"(
+D4 C3 B2 A1 02 00 04 00*12 04 DC 00 00 00
 01 00 00 00 00 00 00 00 53 02 80 02 01 00 00 3C; 8D FF FF FF 03 00 00 00 00 00 00 00 C0 41 10 01 00 00 03 00*17
 01 00 00 00 00 00 00 00 43 02 80 02 01 00 2D 00; 00 00 00 00 03 00 00 00 03 00*30
 02 00 00 00 00 00 00 00 53 03 01 02 01 00 2D 00; 8D FF FF FF 02 00 00 00 02 00*27 AA BB

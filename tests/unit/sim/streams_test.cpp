@@ -4,7 +4,7 @@
 namespace sim {
 namespace {
 
-TEST(I2c, MemoriesAnswerTheEngineAndTheControllersOlderFormat) {
+TEST(Streams, CarryI2cInBothFormatsAndSerialBytes) {
   ExpectPlayed(R"(
     probe "kind": "wirefox", "i2c": [{"address": "0x50", "size": 16}, \
         {"address": "0x51", "size": 512}]
@@ -25,11 +25,7 @@ TEST(I2c, MemoriesAnswerTheEngineAndTheControllersOlderFormat) {
     out 01 11 02 20 | in 81 64 = 00 00 00 | out 01 14 01 50 01 A0 03 | in 81 64 = 00 03 00
     out 01 10 3F 50 01 | in 81 64 = 00 | out 01 14 01 50 | in 81 64 = 00  ; less than they promise
     out 02 A0 00 | in 84 4 = waits                              ; a board has no engine
-)");
-}
-
-TEST(Serial, BytesLoopBackOnTheSideThatTheModeChose) {
-  ExpectPlayed(R"(
+    # Serial bytes loop back on the side that the mode chose.
     probe "kind": "evk", "serial": {"internal_loopback": false} | vendor 41 0110 3
     out 01 01 02 | out 01 03 | in 81 64 = 01 02 03              ; bytes, not packets
     out 01 04 05 | in 81 0 = nothing | in 81 1 = 04

@@ -38,7 +38,7 @@ TEST(Swd, TargetHearsNothingUntilTheLineIsResetAndItsIdentificationRead) {
 )");
 }
 
-TEST(Swd, MemoryIsWrittenAndReadWithPostedReads) {
+TEST(Swd, MemoryIsReadWithPostedReadsAndAFaultSticksUntilItIsCleared) {
   ExpectPlayed(std::string(kTargets) + kBegin + R"(
     swd 8B 00 00 00 20 BB 44 33 22 11 BB 88 77 66 55 = 01 01 01
     swd 8B 00 00 00 20 9F 9F BD AF BD = 01 00 00 00 00 01 44 33 22 11 01 \
@@ -52,11 +52,8 @@ TEST(Swd, MemoryIsWrittenAndReadWithPostedReads) {
         00 00 CD 00 01 04 00 00 20 01
     swd A3 02 00 00 23 8B 00 00 00 20 9F BD AF BD = 01 01 04 00 00 20 01 \
         44 AB EF BE 01 44 AB EF BE 01 00 00 00 20 01 ; no increment
-)");
-}
-
-TEST(Swd, FaultSticksUntilItIsClearedAndWithoutPowerNobodyAnswers) {
-  ExpectPlayed(std::string(kTargets) + R"(
+    # A fault sticks until it is cleared.
+    set "changes": {"external_supply": 330}
     line | swd A5 8B 00 00 00 00 81 04 00 00 00 = 77 14 A0 2B 01 04 01 ; no debug power
 )" + kBegin + R"(
     swd 8B 00 00 00 30 9F = 01 00 00 00 00 01 ; the access that fails is acknowledged

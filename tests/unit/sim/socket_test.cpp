@@ -1,12 +1,20 @@
-// Peers that break the rules of the bus frames, on both sides, and those that do not read.
+// The bus of a bench in another process, both ends over a real socket; and peers that break the
+// rules of its frames, or do not read.
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <fstream>
 #include <thread>
 
-#include "platform/probe_driver/bus_frames.h"
+#include "platform/linux/devices/simulator_bus.h"
+#include "platform/probe_driver/frame_socket.h"
 #include "sim/server/control_session.h"
-#include "tests/unit/sim/socket_fixture.h"
+#include "sim/server/socket_server.h"
+#include "tests/unit/scratch_folder.h"
+#include "tests/unit/sim/bench_user.h"
 
 namespace sim {
 namespace {
@@ -16,13 +24,147 @@ using probe_driver::FrameHeader;
 using probe_driver::FrameSocket;
 using probe_driver::FrameType;
 using probe_driver::UsbStatus;
+using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr char kEvkBench[] = R"({"probes": [{"name": "P", "kind": "evk"}]})";
+constexpr char kBench[] =
+    R"({"driver": {"version": "0x01040000", "text": "one", "second_text": "two"},
+        "probes": [{"name": "P", "kind": "evk"}]})";
 
-class HostilePeer : public SocketFixture {
+class SocketBus : public testing::Test {
  protected:
-  HostilePeer() { Serve(kEvkBench); }
+  void Serve(const char* description = kBench) {
+    bench_ = std::make_unique<Bench>(description);
+    server_ = std::make_unique<SocketServer>(*bench_, path_, [] {});
+  }
+  void Connect() { bus_ = linux_host::ConnectSimulatorBus(path_); }
+
+  std::unique_ptr<probe_driver::UsbDevice> Device() {
+    return bus_->OpenDevice(bench_->State("P").path);
+  }
+
+  // Uses the address for a socket: calls bind or connect.
+  template <typename Call>
+  static int WithAddress(Call call, int fd, const std::string& path) {
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    path.copy(address.sun_path, path.size());
+    return call(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  }
+  static int NewSocket() { return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0); }
+
+  // A connected socket, for tests that speak the frames themselves.
+  std::unique_ptr<probe_driver::FrameSocket> Dial(std::string_view greeting) const {
+    auto socket = std::make_unique<probe_driver::FrameSocket>(NewSocket());
+    EXPECT_EQ(WithAddress(connect, socket->fd(), path_), 0);
+    EXPECT_TRUE(socket->SendBytes(greeting.data(), greeting.size()));
+    return socket;
+  }
+
+  const unit::ScratchFolder folder_;
+  const std::string path_ = folder_.Path("s");
+  std::unique_ptr<Bench> bench_;
+  std::unique_ptr<SocketServer> server_;
+  std::unique_ptr<probe_driver::UsbBus> bus_;
+};
+
+TEST_F(SocketBus, DevicesAreListedAtOnceAndTransfersGoBothWaysWithTheirStatuses) {
+  Serve();
+  Connect();
+  EXPECT_EQ(bus_->ListDevices(), bench_->ListDevices());
+  EXPECT_EQ(bus_->OpenDevice("nothing"), nullptr);
+  const auto device = Device();
+  const auto facts = device->Facts();
+  EXPECT_EQ(facts.driver_version, 0x01040000u);
+  EXPECT_EQ(facts.text + facts.second_text + std::to_string(facts.usb_address), "onetwo1");
+  Awaited mode({0xC0, 0x41, 0x0110, 0, 3}, Bytes(3));
+  Bytes large(3 << 20);
+  for (std::size_t i = 0; i < large.size(); ++i) large[i] = static_cast<std::uint8_t>(i * 7 >> 3);
+  Awaited out(0x01, large), in(0x81, Bytes(large.size())), more(0x81, Bytes(8)), two(0x01, {5, 6});
+  for (Awaited* transfer : {&mode, &out, &in, &more, &two}) {
+    device->Submit(transfer->transfer());
+    if (transfer == &more) continue;  // waits for the one behind it
+    EXPECT_EQ(transfer->Wait(), UsbStatus::kOk);
+    EXPECT_EQ(transfer->actual(), transfer->data().size());
+  }
+  EXPECT_TRUE(in.data() == large);
+  EXPECT_EQ(more.Wait(), UsbStatus::kOk);
+  EXPECT_EQ(more.actual(), 2u);
+  EXPECT_THAT(more.data(), ElementsAre(5, 6, 0, 0, 0, 0, 0, 0)) << "nothing else is touched";
+  bench_->ArmFault("P", {.kind = FaultKind::kUnplug, .endpoint = 0x02});
+  Awaited half(0x02, {1, 2, 3, 4});
+  device->Submit(half.transfer());
+  EXPECT_EQ(half.Wait(), UsbStatus::kDisconnected);
+  EXPECT_EQ(half.actual(), 2u);
+}
+
+TEST_F(SocketBus, WhatIsInFlightCanBeEnded) {
+  Serve();
+  Connect();
+  auto device = Device();
+  Awaited a(0x84, Bytes(64)), b(0x84, Bytes(64)), c(0x86, Bytes(64)), d(0x81, Bytes(64));
+  for (Awaited* transfer : {&a, &b, &c, &d}) device->Submit(transfer->transfer());
+  device->Cancel(b.transfer());
+  EXPECT_EQ(b.Wait(), UsbStatus::kAborted);
+  device->AbortPipe(0x84);
+  EXPECT_EQ(a.Wait(), UsbStatus::kAborted);
+  EXPECT_TRUE(device->ResetPipe(0x84));
+  EXPECT_FALSE(device->ResetPipe(0x05));
+  EXPECT_FALSE(c.ended() || d.ended());
+  device->Cancel(b.transfer());  // has ended: nothing happens
+  device.reset();
+  EXPECT_TRUE(c.ended() && d.ended()) << "closing returns when every completion has run";
+  EXPECT_EQ(c.Wait(), UsbStatus::kAborted);
+}
+
+TEST_F(SocketBus, ArrivalsAndRemovalsAreToldAlsoOfTheSimulatorItself) {
+  Connect();
+  EXPECT_TRUE(bus_->ListDevices().empty());
+  auto events = std::make_unique<Events>(*bus_);
+  Serve();
+  std::vector<std::string> told = {"+" + bench_->State("P").path};
+  events->Wait(1);
+  auto device = Device();
+  Awaited waiting(0x84, Bytes(8)), late(0x84, Bytes(8)), again(0x84, Bytes(8));
+  Awaited stale(0x84, Bytes(8)), orphan(0x84, Bytes(8));
+  const auto ends_gone = [&](Awaited& transfer) {
+    device->Submit(transfer.transfer());
+    return transfer.Wait() == UsbStatus::kDisconnected;
+  };
+  device->Submit(waiting.transfer());
+  bench_->Unplug("P");
+  bench_->Plug("P");
+  EXPECT_EQ(waiting.Wait(), UsbStatus::kDisconnected);
+  told.insert(told.end(), {"-" + told[0].substr(1), "+" + bench_->State("P").path});
+  EXPECT_EQ(events->Wait(3), told);
+  EXPECT_EQ(bus_->ListDevices(), bench_->ListDevices());
+  EXPECT_TRUE(ends_gone(late));
+
+  device = Device();
+  device->Submit(again.transfer());
+  server_.reset();
+  EXPECT_EQ(again.Wait(), UsbStatus::kDisconnected);
+  told.push_back("-" + bench_->State("P").path);
+  EXPECT_EQ(events->Wait(4), told);
+  EXPECT_TRUE(bus_->ListDevices().empty());
+  EXPECT_FALSE(device->ResetPipe(0x84));
+  Serve();
+  EXPECT_EQ(events->Wait(5).back(), "+" + bench_->State("P").path) << "found again";
+  EXPECT_TRUE(ends_gone(stale)) << "the old attachment stays gone";
+  events.reset();
+  bus_.reset();
+  EXPECT_TRUE(ends_gone(orphan)) << "a device may outlive its bus";
+}
+
+TEST_F(SocketBus, ManyThreadsOfTwoUsersShareAProbeThatComesAndGoes) {
+  Serve(kTracingBench);
+  Connect();
+  const auto second = linux_host::ConnectSimulatorBus(path_);
+  UseAProbeThatComesAndGoes(*bench_, {bus_.get(), bus_.get(), second.get()}, 50);
+}
+
+class HostilePeer : public SocketBus {
+ protected:
+  HostilePeer() { Serve(); }
 
   struct Sent {
     Frame frame;
@@ -62,16 +204,13 @@ class HostilePeer : public SocketFixture {
   void PlaySimulator(const std::vector<Sent>& answer) {
     const std::string path = path_ + "2";
     const int listening = NewSocket();
-    ASSERT_EQ(WithAddress(bind, listening, path), 0);
-    ASSERT_EQ(listen(listening, 1), 0);
+    ASSERT_TRUE(WithAddress(bind, listening, path) == 0 && listen(listening, 1) == 0);
     std::thread simulator([&] {
       FrameSocket socket(accept(listening, nullptr, nullptr));
       close(listening);
       unlink(path.c_str());
-      std::array<char, probe_driver::kBusGreeting.size()> greeting;
-      socket.Receive(greeting.data(), greeting.size());
       Send(socket, {{{.type = FrameType::kArrived}, {'d'}}, {{.type = FrameType::kListed}}});
-      std::array<char, sizeof(FrameHeader) + 1> open_d;
+      std::array<char, probe_driver::kBusGreeting.size() + sizeof(FrameHeader) + 1> open_d;
       socket.Receive(open_d.data(), open_d.size());
       Send(socket,
            {{{.type = FrameType::kOpened, .id = 1, .status = 1}, probe_driver::EncodeFacts({})}});
@@ -183,7 +322,7 @@ TEST_F(HostilePeer, SocketThatIsInUseOrNoSocketIsRefusedAndADeadOnesIsReplaced) 
   const int killed = NewSocket();
   ASSERT_EQ(WithAddress(bind, killed, path_), 0);
   close(killed);
-  Serve(kEvkBench);
+  Serve();
   ExpectServerWorks();
   server_.reset();
   std::ofstream(path_) << "a file";
