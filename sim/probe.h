@@ -37,7 +37,6 @@ class Probe {
   Probe(const ProbeDescription& description, After after);
 
   const ProbeDescription& description() const { return description_; }
-  bool runs_firmware() const { return runs_firmware_; }
   std::uint16_t product_id() const {
     return runs_firmware_ ? description_.configured_product_id : description_.fresh_product_id;
   }
@@ -62,9 +61,6 @@ class Probe {
   void Describe(ProbeState& state) const;
   const std::vector<std::uint8_t>& released_ram() const { return controller_.released_ram(); }
   const std::vector<std::uint8_t>& fpga_image() const { return loader_.image(); }
-  std::vector<std::uint8_t> SwdMemory(std::uint32_t address, std::uint32_t size) const;
-  const I2cBus& i2c() const { return *i2c_; }
-  const JtagChain& chain() const { return *chain_; }
 
  private:
   struct Acquisition {
