@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/little_endian.h"
 #include "sim/jtag_stream.h"
 #include "sim/protocol.h"
 
@@ -136,15 +137,13 @@ std::vector<std::uint8_t> Probe::SwdPacket(std::span<const std::uint8_t> data) {
     const std::uint8_t header = data[at++];
     const bool read = (header & 0x04) != 0;
     const std::size_t left = data.size() - at;
-    std::uint32_t word = 0;
-    for (std::size_t i = 0; !read && i < std::min<std::size_t>(left, 4); ++i) {
-      word |= std::uint32_t{data[at + i]} << (8 * i);
-    }
     const bool whole = read || left >= 4;
+    const std::uint32_t word = !read && whole ? LoadLe32(&data[at]) : 0;
     if (!read) at += 4;
     const SwdReply answer = target != nullptr && whole ? target->Request(header, word) : SwdReply{};
-    for (int i = 0; read && i < 4; ++i) {
-      reply.push_back(static_cast<std::uint8_t>(answer.data >> (8 * i)));
+    if (read) {
+      reply.resize(reply.size() + 4);
+      StoreLe32(&reply.end()[-4], answer.data);
     }
     reply.push_back(answer.ack);
   }
@@ -204,14 +203,6 @@ void Probe::Rearrange(const ProbeDescription& description) {
   i2c_ = std::make_unique<I2cBus>(description_.i2c);
   swv_ = SwvSource(description_.swv);
   KeepTicking();
-}
-
-std::vector<std::uint8_t> Probe::SwdMemory(std::uint32_t address, std::uint32_t size) const {
-  for (const auto& target : swd_) {
-    std::vector<std::uint8_t> bytes = target->Memory(address, size);
-    if (!bytes.empty()) return bytes;
-  }
-  return {};
 }
 
 void Probe::Describe(ProbeState& state) const {

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 
+#include "base/little_endian.h"
 #include "sim/descriptors.h"
 #include "sim/protocol.h"
 
@@ -67,11 +68,6 @@ bool IsMode(std::uint8_t mode) {
 
 bool IsVoltageCode(std::uint16_t code) {
   return code == 7 || code == 11 || code == 13 || code == 14;
-}
-
-void Store16(std::uint8_t* at, std::uint16_t value) {
-  at[0] = static_cast<std::uint8_t>(value);
-  at[1] = static_cast<std::uint8_t>(value >> 8);
 }
 
 }  // namespace
@@ -170,7 +166,7 @@ void Probe::Answer(const SetupPacket& setup, ControlReply& reply) {
       if (status == kDone) SetSupply(supply_on_, low);
       break;
     case kMeasureSupply:
-      Store16(&reply.bytes[2], MeasuredSupply());
+      StoreLe16(&reply.bytes[2], MeasuredSupply());
       break;
     case kSetClock:
       clock_code_ = low;
@@ -258,13 +254,13 @@ void Probe::ReadStatus(ControlReply& reply) const {
   if (HasLogic()) bytes[1] |= 0x04;
   if (supply_on_) bytes[1] |= 0x10;
   bytes[2] = voltage_code_;
-  Store16(&bytes[3], MeasuredSupply());
+  StoreLe16(&bytes[3], MeasuredSupply());
   bytes[5] = mode_;
-  Store16(&bytes[6], description_.firmware_version);
-  Store16(&bytes[8], description_.vorn_version);
+  StoreLe16(&bytes[6], description_.firmware_version);
+  StoreLe16(&bytes[8], description_.vorn_version);
   bytes[10] = HasLogic() ? description_.fpga_version : 0;
   bytes[11] = connector_;
-  Store16(&bytes[12], description_.bootloader_version);
+  StoreLe16(&bytes[12], description_.bootloader_version);
 }
 
 std::uint8_t Probe::ArmAcquire(std::uint16_t value) {
