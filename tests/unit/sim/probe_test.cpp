@@ -115,9 +115,9 @@ TEST(Description, BadEntriesAreNamedAndChangeNothing) {
     unplug | plug | show measured pid = 120 9
     add "probe": {"name": "A", "plugged": false} | unplug "name": "A" = A is not plugged
     plug "name": "A" | set "name": "C", "changes": {} = there is no probe named C
-    plug "name": "C" = there is no probe named C | fault "kind": "x" = there is no such kind of fault
+    plug "name": "C" = there is no probe named C
     swv "data": "0" = an odd number of hexadecimal digits
-    swv "data": "0g" = not a hexadecimal digit
+    swv "data": "0g" = not a hexadecimal digit | fault "kind": "x" = there is no such kind of fault
     dump "what": "x" = what to dump is ram or fpga | dance = there is no command dance
 )");
   EXPECT_THROW(Bench{R"({"probes": [{"name": "A"}, {"name": "A"}]})"}, std::invalid_argument);

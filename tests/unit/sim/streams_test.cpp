@@ -15,9 +15,8 @@ TEST(Streams, CarryI2cInBothFormatsAndSerialBytes) {
     out 02 A0 07 41 00 00 | in 84 7 = 00 07 41 00 00            ; nobody in the second phase
     reg 08 FF | out 02 A0 01 55 | in 84 5 = 01 01 55            ; behind the end: a single phase
     reg 08 01 | out 02 A1 00 | in 84 4 = 01 FF | out 02 40 01 02 | in 84 5 = 00 00 00
-    out 02 | in 84 2 = nothing
     # A large memory has two pointer bytes.
-    out 02 A2 01 23 77 | in 84 6 = 01 01 23 77
+    out 02 A2 01 23 77 | in 84 6 = 01 01 23 77 | out 02 | in 84 2 = nothing
     reg 08 82 | out 02 A2 01 23 A3 00 | in 84 7 = 01 01 23 A3 77
     set "changes": {"external_supply": 74} | out 02 A0 00 | in 84 4 = 00 00
     probe "kind": "evk", "i2c": {"address": "0x50", "size": 16} | vendor 41 0102 3
@@ -37,24 +36,24 @@ TEST(Streams, CarryI2cInBothFormatsAndSerialBytes) {
 TEST(Swv, TraceArrivesAsItIsSampledAndAFullBufferLosesBytesAndWholePackets) {
   ExpectPlayed(R"(
     probe "kind": "evk", "swv": {"rate_hz": 2000000} | vendor 41 010C 3 | reg 23 18 | reg 20 02
-    swv "data": "0102" | in 86 512 = waits | vendor 67 0001 2
-    swv "data": "0304" | swv "data": "05" | in 86 512 = 03 04 05
+    swv "data": "01" | in 86 512 = waits | vendor 67 0001 2 | swv "data": "0304" | in 86 512 = 03 04
     reg 23 0C | swv "data": "06" | in 86 512 = 06               ; of the slow clock
-    reg 23 17 | swv "data": "07" | in 86 512 = waits
-    reg 23 18 | reg 20 03 | swv "data": "08" | in 86 512 = waits  ; another coding
+    reg 23 17 | swv "data": "07" | reg 23 18 | reg 20 03 | swv "data": "08" | in 86 512 = waits
     # A full buffer loses bytes and says so.
     set "changes": {"swv": {"buffer": 4}} | swv "data": "010203040506" | show swv_lost = 2
-    in 86 3 = 01 02 03 | swv "data": "07" | in 86 512 = 04 70 07
+    in 86 1 = 01 | swv "data": "07" | in 86 3 = 02 03 04 | swv "data": "08" | in 86 512 = 70 08
+    unplug | plug | open | vendor 41 010C 3 | swv "data": "08" | in 86 512 = waits
     probe "kind": "evk", "swv": {"bytes_per_ms": 3} | vendor 41 010C 3 | vendor 67 0001 2
     wait 3 | in 86 512 = 00 00 00 00 00 80 01 74
     vendor 41 0104 3 | wait 10 | vendor 41 010C 3               ; only while its mode lasts
-    wait 9 | in 86 512 = 01 69 01 63 01 6B 01 20 01 30 01 0A 0B 00 00 00 00 C0 0A \
-        01 74 01 69 01 63 01 6B
+    wait 6 | in 86 512 = 01 69 01 63 01 6B 01 20 01 30 01 0A 0B 00 00 00 00 C0 0A
     probe "kind": "evk", "swv": {"bytes_per_ms": 20, "buffer": 24} | vendor 41 010C 3
     vendor 67 0001 2 | wait 3 | in 86 512 = 00 00 00 00 00 80 01 74 01 69 01 63 01 6B 01 20 01 30 \
         01 0A 70 C0 0A
     wait 1 | in 86 512 = 70 01 0A 0B 02 00 00 00 C0 0A 01 74 01 69 01 63 01 6B 01 20
-    show swv_lost = 38
+    show swv_lost = 38 | wait 4 | in 86 512 = 01 33 01 0A 0B 03 00 00 00 C0 0A 01 74 01 69 01 63 \
+        01 6B 01 20 01 34                                       ; then the eighth round begins
+    wait 1 | in 86 512 = 70 01 6B 01 20 01 37 01 0A 0B 07 00 00 00 C0 0A 00 00 00 00 00 80
 )");
 }
 
@@ -83,11 +82,12 @@ TEST(PortAcquire, PartIsCaughtOnlyAsItIsConfiguredByTheProbeOrByHand) {
     wait 100 | in 84 100 = 04 04 00 00 00 00 07
     vendor 5F 0105 10 | out 02 A5 | vendor 60 0000 10 | wait 100 | in 84 100 = 00 00 00 00 07
     # Without retries the user cycles the power.
-    probe "kind": "evk", "swd": {"idcode": "0x2BA01477", "acquire": {"reset": "power", "attempt": 2}}
+    probe "kind": "evk", "swd": {"idcode": 731911287, "acquire": {"reset": "power", "attempt": 2}}
     vendor 5F 0000 10 | out 02 A5 | vendor 60 0000 10 | wait 10000
     cycle-power | in 84 100 = waits | cycle-power | in 84 100 = 77 14 A0 2B 01
     vendor 5F 0000 10 | out 02 A5 | vendor 60 0000 10 | vendor 41 0104 3  ; a mode ends the wait
-    cycle-power | show acquire_attempts = 0
+    cycle-power | show acquire_attempts = 0 | vendor 5F 0105 10 | out 02 A5 | vendor 60 0000 10
+    vendor 41 0104 3 | wait 100 | show acquire_attempts = 0
 )");
 }
 

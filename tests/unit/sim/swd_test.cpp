@@ -7,8 +7,8 @@ namespace {
 // BD the read buffer, AF TAR, 9F DRW; 81 writes ABORT, A9 CTRL/STAT, B1 SELECT, A3 CSW, 8B TAR, BB
 // DRW. A read's reply is its word and the acknowledgement: 1, 4 for a fault, 7 from nobody.
 constexpr char kTargets[] = R"(
-    probe "kind": "evk", "swd": [{"idcode": "0x2BA01477", "connectors": [0], \
-        "memory": {"address": "0x20000000", "size": 4096}}, {"idcode": "0x0BC11477", "connectors": [1]}]
+    probe "kind": "evk", "swd": [{"idcode": "0x2BA01477", "connectors": [0], "memory": \
+        {"address": "0x20000000", "size": 4096}}, {"idcode": "0x0BC11477", "connectors": [1]}]
 )";
 // Line reset, identification, debug power, word accesses with single increment.
 constexpr char kBegin[] = R"(
