@@ -60,7 +60,7 @@ Bytes ConfigurationDescriptor(bool configured) {
                  0,   kVendorClass,
                  0,   0,
                  0};
-  for (const std::uint8_t address : {kSerialOut, kSerialIn, kDataOut, kDataIn, kTraceIn}) {
+  for (const std::uint8_t address : {kSerialOut, kSerialIn, kStreamOut, kStreamIn, kSwvIn}) {
     if (!configured) break;
     bytes.insert(bytes.end(), {7, kEndpoint, address, kBulk, 0, 0, 0});
     StoreLe16(&bytes.end()[-3], kBulkPacket);

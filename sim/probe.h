@@ -64,7 +64,7 @@ class Probe {
 
  private:
   struct Acquisition {
-    bool armed = false;  // the next packet on the data endpoint is the staged sequence
+    bool armed = false;  // the next packet on the stream endpoint is the staged sequence
     bool by_reset_line = false;
     std::uint32_t retries = 0;
     std::vector<std::uint8_t> staged{};
@@ -123,8 +123,8 @@ class Probe {
   Acquisition acquisition_;
 
   InPipe serial_in_;
-  InPipe data_in_;
-  InPipe trace_in_;
+  InPipe stream_in_;
+  InPipe swv_in_;
 
   std::unique_ptr<JtagChain> chain_;
   std::vector<std::unique_ptr<SwdTarget>> swd_;

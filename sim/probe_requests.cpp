@@ -208,8 +208,8 @@ std::uint8_t Probe::SetMode(std::uint16_t value) {
   mode_ = mode;
   external_ = (value & kExternalFlag) != 0;
   serial_in_.Clear();
-  data_in_.Clear();
-  if ((mode & kSwv) == 0) trace_in_.Clear();
+  stream_in_.Clear();
+  if ((mode & kSwv) == 0) swv_in_.Clear();
   acquisition_.armed = acquisition_.waits_for_hand = false;
   ++acquisition_.number;
   KeepTicking();
@@ -270,7 +270,7 @@ std::uint8_t Probe::ArmAcquire(std::uint16_t value) {
                   .by_reset_line = (value & 0x100) != 0,
                   .retries = value & 0xFFu,
                   .number = number};
-  data_in_.Clear();
+  stream_in_.Clear();
   return kDone;
 }
 
@@ -296,7 +296,7 @@ void Probe::Attempt(std::uint64_t number) {
   if (acquisition_.caught ||
       (!acquisition_.waits_for_hand && acquisition_.attempts >= acquisition_.retries)) {
     acquisition_.waits_for_hand = false;
-    data_in_.Send(std::move(response));
+    stream_in_.Send(std::move(response));
     return;
   }
   if (!acquisition_.waits_for_hand) after_(kAttemptMs, [this, number] { Attempt(number); });
