@@ -5,6 +5,8 @@
 #include <charconv>
 #include <cstdio>
 
+#include "base/little_endian.h"
+
 namespace client {
 
 namespace {
@@ -153,14 +155,12 @@ std::string HexDump(std::span<const std::uint8_t> bytes, std::uint64_t first_add
 }
 
 std::uint32_t LoadWord(std::span<const std::uint8_t> bytes, std::size_t offset) {
-  return bytes[offset] | bytes[offset + 1] << 8 | bytes[offset + 2] << 16 |
-         static_cast<std::uint32_t>(bytes[offset + 3]) << 24;
+  return LoadLe32(&bytes[offset]);
 }
 
 void AppendWord(Bytes& bytes, std::uint32_t value) {
-  for (int shift = 0; shift < 32; shift += 8) {
-    bytes.push_back(static_cast<std::uint8_t>(value >> shift));
-  }
+  bytes.resize(bytes.size() + 4);
+  StoreLe32(&bytes.end()[-4], value);
 }
 
 }  // namespace client

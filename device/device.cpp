@@ -18,8 +18,8 @@ struct EndpointTimeout {
 };
 
 constexpr EndpointTimeout kTimeoutsInUse[] = {
-    {probe::kEndpointDataOut, probe::kDataOutTimeoutMs},
-    {probe::kEndpointDataIn, probe::kDataInTimeoutMs},
+    {probe::kEndpointSerialOut, probe::kSerialOutTimeoutMs},
+    {probe::kEndpointSerialIn, probe::kSerialInTimeoutMs},
     {probe::kEndpointStreamOut, probe::kStreamOutTimeoutMs},
     {probe::kEndpointStreamIn, probe::kStreamInTimeoutMs},
     {probe::kEndpointSwvIn, probe::kSwvInTimeoutMs},

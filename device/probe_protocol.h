@@ -11,15 +11,15 @@ namespace probe {
 // Data endpoints by USB address. Bit 7 set: from the probe to the host.
 inline constexpr std::uint8_t kEndpointInBit = 0x80;
 inline constexpr std::uint8_t kEndpointControl = 0x00;
-inline constexpr std::uint8_t kEndpointDataOut = 0x01;    // VSER and I2C data
-inline constexpr std::uint8_t kEndpointDataIn = 0x81;     // VSER and I2C replies
+inline constexpr std::uint8_t kEndpointSerialOut = 0x01;  // VSER and I2C data
+inline constexpr std::uint8_t kEndpointSerialIn = 0x81;   // VSER and I2C replies
 inline constexpr std::uint8_t kEndpointStreamOut = 0x02;  // JTAG, SWD, port acquire, FPGA image
 inline constexpr std::uint8_t kEndpointStreamIn = 0x84;   // JTAG and SWD replies, port acquire
 inline constexpr std::uint8_t kEndpointSwvIn = 0x86;      // SWV data
 
 // Time-outs that a probe in use starts with.
-inline constexpr std::uint32_t kDataOutTimeoutMs = 2000;
-inline constexpr std::uint32_t kDataInTimeoutMs = 1000;
+inline constexpr std::uint32_t kSerialOutTimeoutMs = 2000;
+inline constexpr std::uint32_t kSerialInTimeoutMs = 1000;
 inline constexpr std::uint32_t kStreamOutTimeoutMs = 1000;
 inline constexpr std::uint32_t kStreamInTimeoutMs = 2000;
 inline constexpr std::uint32_t kSwvInTimeoutMs = 100;

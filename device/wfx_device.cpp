@@ -42,10 +42,10 @@ std::uint32_t CTzWfxDevice::PrepareI2C() {
 
   // Time-outs and the drain are the best that can be done: a probe without these endpoints shows it
   // at the first transfer.
-  static_cast<void>(SetTimeout(probe::kEndpointDataIn, kDrainTimeoutMs));
+  static_cast<void>(SetTimeout(probe::kEndpointSerialIn, kDrainTimeoutMs));
   DrainReplies();
-  static_cast<void>(SetTimeout(probe::kEndpointDataIn, kI2cInTimeoutMs));
-  static_cast<void>(SetTimeout(probe::kEndpointDataOut, kI2cOutTimeoutMs));
+  static_cast<void>(SetTimeout(probe::kEndpointSerialIn, kI2cInTimeoutMs));
+  static_cast<void>(SetTimeout(probe::kEndpointSerialOut, kI2cOutTimeoutMs));
   return status;
 }
 
@@ -53,16 +53,16 @@ void CTzWfxDevice::DrainReplies() {
   const ReplyBuffer scrap(64);
   auto length = static_cast<std::uint32_t>(scrap.Size());
   static_cast<void>(
-      CTzDevice::BulkXfer(probe::kEndpointDataIn, scrap.Data(), length, probe::kModeI2c));
+      CTzDevice::BulkXfer(probe::kEndpointSerialIn, scrap.Data(), length, probe::kModeI2c));
 }
 
 std::uint32_t CTzWfxDevice::SetTimeout(std::uint8_t endpt, std::uint32_t timeout) {
   Log(LOG_TRACE, "CTzWfxDevice::SetTimeout", "endpt=%u, timeout=%u", endpt, timeout);
   // I2C requests to 0x01 and 0x81 travel on 0x02 and 0x84.
   std::uint32_t status = device_status::kSuccess;
-  if (endpt == probe::kEndpointDataOut) {
+  if (endpt == probe::kEndpointSerialOut) {
     status = CTzDevice::SetTimeout(probe::kEndpointStreamOut, timeout);
-  } else if (endpt == probe::kEndpointDataIn) {
+  } else if (endpt == probe::kEndpointSerialIn) {
     status = CTzDevice::SetTimeout(probe::kEndpointStreamIn, timeout);
   }
   if (status == device_status::kSuccess) status = CTzDevice::SetTimeout(endpt, timeout);
@@ -105,6 +105,6 @@ std::uint32_t CTzWfxDevice::BulkXfer(std::uint8_t endpt, std::uint8_t* bfr, std:
   }
   if (mode == probe::kModeI2c && !native_pass_through_) return TranslateToEp2x4(endpt, bfr, len);
   // The reply ends the request that was passed through.
-  if (endpt == probe::kEndpointDataIn) native_pass_through_ = false;
+  if (endpt == probe::kEndpointSerialIn) native_pass_through_ = false;
   return LogFailure("CTzWfxDevice::BulkXfer", CTzDevice::BulkXfer(endpt, bfr, len, mode));
 }

@@ -19,9 +19,9 @@ std::uint32_t CTzWfxDevice::TranslateToEp2x4(std::uint8_t endpt, std::uint8_t* b
   Log(LOG_XFER | LOG_TRACE, "CTzWfxDevice::TranslateToEp2x4", "endpt=%u, bfr=%p, len=%u", endpt,
       bfr, len);
   std::uint32_t status = device_status::kSuccess;
-  if (endpt == probe::kEndpointDataOut) {
+  if (endpt == probe::kEndpointSerialOut) {
     status = TranslateRequest({bfr, len});
-  } else if (endpt == probe::kEndpointDataIn) {
+  } else if (endpt == probe::kEndpointSerialIn) {
     status = TranslateReply(bfr, len);
   }
   // Clients of this format take a target that does not answer from the reply's first byte, which is

@@ -120,23 +120,6 @@ bool Bench::ClearFaults(const std::string& name) {
   return core_->With(name, [](ProbeSlot& slot) { slot.faults.Clear(); });
 }
 
-void Bench::Record(const std::string& name) {
-  core_->With(name, [](ProbeSlot& slot) {
-    slot.recording = true;
-    slot.records.clear();
-  });
-}
-
-std::vector<Received> Bench::TakeRecords(const std::string& name) {
-  std::vector<Received> records;
-  core_->With(name, [&](ProbeSlot& slot) {
-    records.assign(std::make_move_iterator(slot.records.begin()),
-                   std::make_move_iterator(slot.records.end()));
-    slot.records.clear();
-  });
-  return records;
-}
-
 bool Bench::Rearrange(const std::string& name, const std::string& changes) {
   return core_->Rearrange(name, changes);
 }
@@ -149,29 +132,6 @@ bool Bench::CyclePower(const std::string& name) {
 
 bool Bench::PushSwv(const std::string& name, const Bytes& data) {
   return core_->With(name, [&](ProbeSlot& slot) { slot.probe->PushSwv(data); });
-}
-
-Bytes Bench::SwdMemory(const std::string& name, std::uint32_t address, std::uint32_t size) const {
-  Bytes bytes;
-  core_->With(name, [&](ProbeSlot& slot) { bytes = slot.probe->SwdMemory(address, size); });
-  return bytes;
-}
-
-Bytes Bench::I2cMemory(const std::string& name, std::uint8_t address) const {
-  Bytes bytes;
-  core_->With(name, [&](ProbeSlot& slot) {
-    if (const auto* contents = slot.probe->i2c().Contents(address)) bytes = *contents;
-  });
-  return bytes;
-}
-
-std::uint64_t Bench::TapScratch(const std::string& name, std::size_t tap) const {
-  std::uint64_t value = 0;
-  core_->With(name, [&](ProbeSlot& slot) {
-    const auto& taps = slot.probe->chain().taps();
-    if (tap < taps.size()) value = taps[tap].scratch();
-  });
-  return value;
 }
 
 bool Bench::CaptureTo(const std::string& path) { return core_->CaptureTo(path); }

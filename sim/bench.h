@@ -49,13 +49,6 @@ struct ProbeState {
   std::uint32_t acquire_attempts = 0;  // resets that the last port acquisition made
 };
 
-// A transfer as a probe received it: OUT data of bulk and control transfers, setup packets.
-struct Received {
-  std::uint8_t endpoint = 0;
-  probe_driver::SetupPacket setup;  // control endpoint only
-  Bytes data;
-};
-
 struct BenchOptions {
   // Delays run in real time on one thread of the bench when empty.
   Scheduler scheduler{};
@@ -92,8 +85,6 @@ class Bench : public probe_driver::UsbBus {
   std::vector<ProbeState> List() const;
   // One probe; an object with an empty name when there is none.
   ProbeState State(const std::string& name) const;
-  // The present path of a probe, empty when it is not plugged.
-  std::string PathOf(const std::string& name) const { return State(name).path; }
 
   // The controller's 64 KiB RAM as it was when its processor was last released, 0xFF where never
   // written; all 0xFF before. Kept when the probe leaves. Empty for an unknown probe.
@@ -104,11 +95,6 @@ class Bench : public probe_driver::UsbBus {
   // False for an unknown probe. Faults survive unplugging; ClearFaults removes what is armed.
   bool ArmFault(const std::string& name, const Fault& fault);
   bool ClearFaults(const std::string& name);
-
-  // Records what a probe receives from now on (at most the last 65,536 transfers), and takes what
-  // has been recorded.
-  void Record(const std::string& name);
-  std::vector<Received> TakeRecords(const std::string& name);
 
   // Changes the probe's description while it runs: `changes` is a JSON object whose members
   // replace those of the probe ("jtag", "swd", "i2c", "swv", "external_supply", ...). Target
@@ -123,12 +109,6 @@ class Bench : public probe_driver::UsbBus {
   bool CyclePower(const std::string& name);
   // Adds bytes to what the SWV pin has sent.
   bool PushSwv(const std::string& name, const Bytes& data);
-
-  // Target contents, empty when there is no such memory.
-  Bytes SwdMemory(const std::string& name, std::uint32_t address, std::uint32_t size) const;
-  Bytes I2cMemory(const std::string& name, std::uint8_t address) const;
-  // The scratch register of a TAP as last updated; `tap` counts from TDI.
-  std::uint64_t TapScratch(const std::string& name, std::size_t tap) const;
 
   // Writes all traffic from now on to a capture file (link type 220). False when the file cannot
   // be created.

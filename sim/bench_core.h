@@ -30,8 +30,6 @@ struct ProbeSlot {
   std::uint64_t generation = 0;            // counts attachments and removals
   std::uint64_t path_number = 0;           // of the last path; 0: none yet
   FaultList faults;
-  bool recording = false;
-  std::deque<Received> records;
 };
 
 // Every public operation takes the lock, and gives it back before completions and listeners run.
@@ -107,7 +105,6 @@ class BenchCore : public std::enable_shared_from_this<BenchCore> {
   void Finish(const Attachment& attachment, Pending& pending, probe_driver::UsbStatus status,
               Completions& done);
   void Hold(Attachment& attachment, Pending& pending);
-  void Note(ProbeSlot& slot, const probe_driver::UsbTransfer& transfer);
   void ResetPipeLocked(Attachment& attachment, std::uint8_t endpoint);
 
   std::mutex mutex_;

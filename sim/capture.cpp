@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <vector>
+
+#include "base/little_endian.h"
 
 namespace sim {
 namespace {
@@ -38,19 +39,6 @@ std::int32_t Errno(UsbStatus status) {
   return -71;  // EPROTO
 }
 
-// Little-endian bytes, one after another.
-class Writer {
- public:
-  explicit Writer(std::size_t size) { bytes_.reserve(size); }
-  void Number(std::uint64_t value, int size) {
-    for (int i = 0; i < size; ++i) bytes_.push_back(static_cast<char>(value >> (8 * i)));
-  }
-  const std::vector<char>& bytes() const { return bytes_; }
-
- private:
-  std::vector<char> bytes_;
-};
-
 bool IsIn(const UsbTransfer& transfer) {
   return ((transfer.endpoint != 0 ? transfer.endpoint : transfer.setup.request_type) & 0x80) != 0;
 }
@@ -60,14 +48,13 @@ bool IsIn(const UsbTransfer& transfer) {
 bool Capture::Open(const std::string& path) {
   file_ = std::ofstream(path, std::ios::binary | std::ios::trunc);
   if (!file_) return false;
-  Writer header(24);
-  header.Number(kMagic, 4);
-  header.Number(2, 2);  // format 2.4
-  header.Number(4, 2);
-  header.Number(0, 8);  // UTC
-  header.Number(kSnapLength, 4);
-  header.Number(kLinkType, 4);
-  file_.write(header.bytes().data(), static_cast<std::streamsize>(header.bytes().size()));
+  std::array<std::uint8_t, 24> header{};
+  StoreLe32(&header[0], kMagic);
+  StoreLe16(&header[4], 2);  // format 2.4
+  StoreLe16(&header[6], 4);
+  StoreLe32(&header[16], kSnapLength);
+  StoreLe32(&header[20], kLinkType);
+  Put(header);
   file_.flush();
   return file_.good();
 }
@@ -91,52 +78,53 @@ void Capture::Completed(std::uint8_t usb_address, std::uint64_t id, const UsbTra
   Write(transfer, event);
 }
 
+void Capture::Put(std::span<const std::uint8_t> bytes) {
+  file_.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
+}
+
 void Capture::Write(const UsbTransfer& transfer, const Event& event) {
   using namespace std::chrono;
   const auto now = system_clock::now().time_since_epoch();
   const auto seconds = static_cast<std::uint64_t>(duration_cast<std::chrono::seconds>(now).count());
   const auto micros =
-      static_cast<std::uint64_t>(duration_cast<microseconds>(now).count() % 1'000'000);
+      static_cast<std::uint32_t>(duration_cast<microseconds>(now).count() % 1'000'000);
   const auto stored = static_cast<std::uint32_t>(
       std::min<std::size_t>(event.data.size(), kSnapLength - kHeaderSize));
   const bool has_data = event.no_data == '\0';
   const std::uint8_t direction = IsIn(transfer) ? 0x80 : 0x00;
 
-  Writer record(16 + kHeaderSize);
-  record.Number(seconds, 4);
-  record.Number(micros, 4);
-  record.Number(kHeaderSize + stored, 4);
-  record.Number(kHeaderSize + event.data.size(), 4);
+  std::array<std::uint8_t, 16 + kHeaderSize> record{};
+  StoreLe32(&record[0], static_cast<std::uint32_t>(seconds));
+  StoreLe32(&record[4], micros);
+  StoreLe32(&record[8], kHeaderSize + stored);
+  StoreLe32(&record[12], static_cast<std::uint32_t>(kHeaderSize + event.data.size()));
 
-  record.Number(event.id, 8);
-  record.Number(static_cast<std::uint8_t>(event.type), 1);
-  record.Number(transfer.endpoint == 0 ? kControlTransfer : kBulkTransfer, 1);
-  record.Number((transfer.endpoint & 0x0F) | direction, 1);
-  record.Number(event.usb_address, 1);
-  record.Number(1, 2);  // bus
-  record.Number(event.with_setup ? 0 : '-', 1);
-  record.Number(static_cast<std::uint8_t>(has_data ? 0 : event.no_data), 1);
-  record.Number(seconds, 8);
-  record.Number(micros, 4);
-  record.Number(static_cast<std::uint32_t>(event.status), 4);
-  record.Number(event.length, 4);
-  record.Number(stored, 4);
-  const probe_driver::SetupPacket& setup = transfer.setup;
+  std::uint8_t* const usb = &record[16];
+  StoreLe64(usb, event.id);
+  usb[8] = static_cast<std::uint8_t>(event.type);
+  usb[9] = transfer.endpoint == 0 ? kControlTransfer : kBulkTransfer;
+  usb[10] = static_cast<std::uint8_t>((transfer.endpoint & 0x0F) | direction);
+  usb[11] = event.usb_address;
+  StoreLe16(usb + 12, 1);  // bus
+  usb[14] = event.with_setup ? 0 : '-';
+  usb[15] = static_cast<std::uint8_t>(has_data ? 0 : event.no_data);
+  StoreLe64(usb + 16, seconds);
+  StoreLe32(usb + 24, micros);
+  StoreLe32(usb + 28, static_cast<std::uint32_t>(event.status));
+  StoreLe32(usb + 32, event.length);
+  StoreLe32(usb + 36, stored);
   if (event.with_setup) {
-    record.Number(setup.request_type, 1);
-    record.Number(setup.request, 1);
-    record.Number(setup.value, 2);
-    record.Number(setup.index, 2);
-    record.Number(setup.length, 2);
-  } else {
-    record.Number(0, 8);
+    const probe_driver::SetupPacket& setup = transfer.setup;
+    usb[40] = setup.request_type;
+    usb[41] = setup.request;
+    StoreLe16(usb + 42, setup.value);
+    StoreLe16(usb + 44, setup.index);
+    StoreLe16(usb + 46, setup.length);
   }
-  record.Number(0, 4);  // interval
-  record.Number(0, 4);  // start frame
-  record.Number(0, 4);  // transfer flags
-  record.Number(0, 4);  // isochronous descriptors
-  file_.write(record.bytes().data(), static_cast<std::streamsize>(record.bytes().size()));
-  if (stored != 0) file_.write(reinterpret_cast<const char*>(event.data.data()), stored);
+  // What stays 0 belongs to other kinds of transfers.
+  Put(record);
+  Put(event.data.first(stored));
   // Whoever looks from outside sees each event at once, also when this process is killed.
   file_.flush();
 }

@@ -36,6 +36,7 @@ class Capture {
     std::span<const std::uint8_t> data;
   };
 
+  void Put(std::span<const std::uint8_t> bytes);
   void Write(const probe_driver::UsbTransfer& transfer, const Event& event);
 
   std::ofstream file_;

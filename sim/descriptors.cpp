@@ -1,8 +1,8 @@
 #include "sim/descriptors.h"
 
-#include <array>
 #include <string>
 
+#include "base/little_endian.h"
 #include "sim/protocol.h"
 
 namespace sim {
@@ -23,67 +23,65 @@ constexpr std::uint8_t kSerialIndex = 3;
 constexpr std::uint8_t kVendorClass = 0xFF;
 constexpr std::uint8_t kBulk = 2;
 
-std::uint8_t Low(std::size_t value) { return static_cast<std::uint8_t>(value); }
-std::uint8_t High(std::size_t value) { return static_cast<std::uint8_t>(value >> 8); }
-
 Bytes DeviceDescriptor(const ProbeDescription& probe, bool configured) {
-  const std::uint16_t product = configured ? probe.configured_product_id : probe.fresh_product_id;
-  const std::uint16_t release = configured ? probe.firmware_version : 0;
-  return {18,
-          kDevice,
-          0x00,
-          0x02,  // USB 2.0
-          kVendorClass,
-          kVendorClass,
-          kVendorClass,
-          64,  // bMaxPacketSize0
-          Low(probe.vendor_id),
-          High(probe.vendor_id),
-          Low(product),
-          High(product),
-          Low(release),
-          High(release),
-          kManufacturerIndex,
-          kProductIndex,
-          kSerialIndex,
-          1};
+  Bytes bytes = {18,
+                 kDevice,
+                 0x00,
+                 0x02,  // USB 2.0
+                 kVendorClass,
+                 kVendorClass,
+                 kVendorClass,
+                 64,  // bMaxPacketSize0
+                 0,
+                 0,
+                 0,
+                 0,
+                 0,
+                 0,
+                 kManufacturerIndex,
+                 kProductIndex,
+                 kSerialIndex,
+                 1};
+  StoreLe16(&bytes[8], probe.vendor_id);
+  StoreLe16(&bytes[10], configured ? probe.configured_product_id : probe.fresh_product_id);
+  StoreLe16(&bytes[12], configured ? probe.firmware_version : 0);
+  return bytes;
 }
 
 Bytes ConfigurationDescriptor(bool configured) {
   using namespace protocol;
-  static constexpr std::array<std::uint8_t, 5> kEndpoints = {kSerialOut, kSerialIn, kDataOut,
-                                                             kDataIn, kTraceIn};
-  const std::size_t count = configured ? kEndpoints.size() : 0;
-  const std::size_t total = 9 + 9 + 7 * count;
-  Bytes bytes = {9,          kConfiguration,
-                 Low(total), High(total),
-                 1,          1,
-                 0,          0x80,
+  Bytes bytes = {9,   kConfiguration,
+                 0,   0,
+                 1,   1,
+                 0,   0x80,
                  250,  // 500 mA
-                 9,          kInterface,
-                 0,          0,
-                 Low(count), kVendorClass,
-                 0,          0,
+                 9,   kInterface,
+                 0,   0,
+                 0,   kVendorClass,
+                 0,   0,
                  0};
-  for (std::size_t i = 0; i < count; ++i) {
-    const Bytes endpoint = {7, kEndpoint, kEndpoints[i], kBulk, Low(kBulkPacket), High(kBulkPacket),
-                            0};
-    bytes.insert(bytes.end(), endpoint.begin(), endpoint.end());
+  for (const std::uint8_t address : {kSerialOut, kSerialIn, kStreamOut, kStreamIn, kSwvIn}) {
+    if (!configured) break;
+    bytes.insert(bytes.end(), {7, kEndpoint, address, kBulk, 0, 0, 0});
+    StoreLe16(&bytes.end()[-3], kBulkPacket);
+    ++bytes[13];
   }
+  StoreLe16(&bytes[2], static_cast<std::uint16_t>(bytes.size()));
   return bytes;
 }
 
 Bytes LanguageDescriptor(const ProbeDescription& probe) {
-  Bytes bytes = {Low(2 + 2 * probe.languages.size()), kString};
-  for (const std::uint16_t language : probe.languages) {
-    bytes.push_back(Low(language));
-    bytes.push_back(High(language));
+  Bytes bytes(2 + 2 * probe.languages.size());
+  bytes[0] = static_cast<std::uint8_t>(bytes.size());
+  bytes[1] = kString;
+  for (std::size_t i = 0; i < probe.languages.size(); ++i) {
+    StoreLe16(&bytes[2 + 2 * i], probe.languages[i]);
   }
   return bytes;
 }
 
 Bytes StringDescriptor(const std::string& text) {
-  Bytes bytes = {Low(2 + 2 * text.size()), kString};
+  Bytes bytes = {static_cast<std::uint8_t>(2 + 2 * text.size()), kString};
   for (const char c : text) {
     bytes.push_back(static_cast<std::uint8_t>(c));
     bytes.push_back(0);
@@ -95,8 +93,8 @@ Bytes StringDescriptor(const std::string& text) {
 
 std::optional<Bytes> FindDescriptor(const ProbeDescription& probe, bool configured,
                                     std::uint16_t value) {
-  const std::uint8_t type = High(value);
-  const std::uint8_t number = Low(value);
+  const auto type = static_cast<std::uint8_t>(value >> 8);
+  const auto number = static_cast<std::uint8_t>(value);
   if (type == kDevice && number == 0) return DeviceDescriptor(probe, configured);
   if (type == kConfiguration && number == 0) return ConfigurationDescriptor(configured);
   if (type != kString) return std::nullopt;

@@ -46,13 +46,6 @@ bool Fits(const Fault& fault, const probe_driver::UsbTransfer& transfer) {
 
 }  // namespace
 
-const char* FaultName(FaultKind kind) {
-  for (const auto& [known, name] : kNames) {
-    if (known == kind) return name;
-  }
-  return "";
-}
-
 std::optional<FaultKind> FaultByName(const std::string& name) {
   for (const auto& [kind, known] : kNames) {
     if (name == known) return kind;

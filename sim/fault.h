@@ -31,9 +31,8 @@ struct Fault {
   std::uint32_t value = 0;                // see FaultKind
 };
 
-// The names used by the command line: "stall", "silent", "short-reply", "wrong-length", "delay",
+// By the names of the command line: "stall", "silent", "short-reply", "wrong-length", "delay",
 // "error-status", "unplug", "corrupt-descriptor".
-const char* FaultName(FaultKind kind);
 std::optional<FaultKind> FaultByName(const std::string& name);
 
 // The armed faults of one probe, oldest first. Not thread-safe.

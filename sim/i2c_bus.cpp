@@ -31,13 +31,6 @@ std::uint8_t I2cMemory::Read() { return bytes_[pointer_++ % bytes_.size()]; }
 I2cBus::I2cBus(const std::vector<I2cDescription>& devices)
     : devices_(devices.begin(), devices.end()) {}
 
-const std::vector<std::uint8_t>* I2cBus::Contents(std::uint8_t address) const {
-  for (const I2cMemory& device : devices_) {
-    if (device.address() == address) return &device.bytes();
-  }
-  return nullptr;
-}
-
 bool I2cBus::Phase(std::uint8_t address, bool read, std::span<const std::uint8_t> data,
                    std::vector<std::uint8_t>& reply) {
   const auto device = std::find_if(devices_.begin(), devices_.end(), [&](const I2cMemory& memory) {

@@ -21,7 +21,6 @@ class I2cMemory {
   void Start() { pointer_bytes_ = 0; }
   void Write(std::uint8_t byte);
   std::uint8_t Read();
-  const std::vector<std::uint8_t>& bytes() const { return bytes_; }
 
  private:
   I2cDescription description_;
@@ -46,9 +45,6 @@ class I2cBus {
   // address, …). The reply is the status byte and a byte for each byte of the phases. A packet
   // that is cut short gives the status 0 alone.
   std::vector<std::uint8_t> Native(std::span<const std::uint8_t> packet);
-
-  // Contents of the memory at a 7-bit address, or null.
-  const std::vector<std::uint8_t>* Contents(std::uint8_t address) const;
 
  private:
   // One phase: appends a byte to `reply` for each of `data`, which only counts when reading. False

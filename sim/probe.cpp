@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/little_endian.h"
 #include "sim/jtag_stream.h"
 #include "sim/protocol.h"
 
@@ -52,8 +53,8 @@ void Probe::PowerUp(bool with_firmware) {
   ticking_ = false;
   acquisition_ = {.number = acquisition_.number + 1};
   serial_in_.Clear();
-  data_in_.Clear();
-  trace_in_.Clear();
+  stream_in_.Clear();
+  swv_in_.Clear();
   ResetLogic();
 }
 
@@ -68,12 +69,12 @@ void Probe::ResetLogic() {
 bool Probe::HasEndpoint(std::uint8_t endpoint) const {
   if (endpoint == 0) return true;
   return runs_firmware_ && (endpoint == kSerialOut || endpoint == kSerialIn ||
-                            endpoint == kDataOut || endpoint == kDataIn || endpoint == kTraceIn);
+                            endpoint == kStreamOut || endpoint == kStreamIn || endpoint == kSwvIn);
 }
 
 InPipe& Probe::in(std::uint8_t endpoint) {
   if (endpoint == kSerialIn) return serial_in_;
-  return endpoint == kTraceIn ? trace_in_ : data_in_;
+  return endpoint == kSwvIn ? swv_in_ : stream_in_;
 }
 
 void Probe::Out(std::uint8_t endpoint, std::span<const std::uint8_t> data) {
@@ -94,10 +95,10 @@ void Probe::Out(std::uint8_t endpoint, std::span<const std::uint8_t> data) {
   } else if (mode_ == kJtag) {
     JtagChunk(data);
   } else if (mode_ == kSwd || mode_ == kSwdSwv) {
-    data_in_.Send(SwdPacket(data));
+    stream_in_.Send(SwdPacket(data));
   } else if (mode_ == kI2c && !description_.is_evk) {
     I2cBus nothing({});
-    data_in_.Send((TargetPowered() ? *i2c_ : nothing).Engine(data, registers_[kI2cRestart]));
+    stream_in_.Send((TargetPowered() ? *i2c_ : nothing).Engine(data, registers_[kI2cRestart]));
   }
 }
 
@@ -109,7 +110,7 @@ void Probe::JtagChunk(std::span<const std::uint8_t> data) {
   // The serial-wire line shares its pin with TMS; every serial-wire target listens.
   const bool reaches_line =
       powered && !swd_.empty() && (registers_[kTargetControl] & kLineBlocked) == 0;
-  data_in_.Send(RunChunk(data.data(), rule.cycles, [&](bool tms, bool tdi) {
+  stream_in_.Send(RunChunk(data.data(), rule.cycles, [&](bool tms, bool tdi) {
     const bool tdo = reaches_chain ? chain_->Clock(tms, tdi) : true;
     if (reaches_line) {
       for (const auto& target : swd_) target->Clock(tms);
@@ -136,15 +137,13 @@ std::vector<std::uint8_t> Probe::SwdPacket(std::span<const std::uint8_t> data) {
     const std::uint8_t header = data[at++];
     const bool read = (header & 0x04) != 0;
     const std::size_t left = data.size() - at;
-    std::uint32_t word = 0;
-    for (std::size_t i = 0; !read && i < std::min<std::size_t>(left, 4); ++i) {
-      word |= std::uint32_t{data[at + i]} << (8 * i);
-    }
     const bool whole = read || left >= 4;
+    const std::uint32_t word = !read && whole ? LoadLe32(&data[at]) : 0;
     if (!read) at += 4;
     const SwdReply answer = target != nullptr && whole ? target->Request(header, word) : SwdReply{};
-    for (int i = 0; read && i < 4; ++i) {
-      reply.push_back(static_cast<std::uint8_t>(answer.data >> (8 * i)));
+    if (read) {
+      reply.resize(reply.size() + 4);
+      StoreLe32(&reply.end()[-4], answer.data);
     }
     reply.push_back(answer.ack);
   }
@@ -181,7 +180,7 @@ bool Probe::SamplesSwv() const {
 }
 
 void Probe::PushSwv(std::span<const std::uint8_t> data) {
-  if (SamplesSwv()) swv_.Send(data, Sampling(), trace_in_);
+  if (SamplesSwv()) swv_.Send(data, Sampling(), swv_in_);
 }
 
 void Probe::KeepTicking() {
@@ -189,7 +188,7 @@ void Probe::KeepTicking() {
   ticking_ = true;
   after_(1, [this] {
     ticking_ = false;
-    if (SamplesSwv()) swv_.Tick(Sampling(), trace_in_);
+    if (SamplesSwv()) swv_.Tick(Sampling(), swv_in_);
     KeepTicking();
   });
 }
@@ -204,14 +203,6 @@ void Probe::Rearrange(const ProbeDescription& description) {
   i2c_ = std::make_unique<I2cBus>(description_.i2c);
   swv_ = SwvSource(description_.swv);
   KeepTicking();
-}
-
-std::vector<std::uint8_t> Probe::SwdMemory(std::uint32_t address, std::uint32_t size) const {
-  for (const auto& target : swd_) {
-    std::vector<std::uint8_t> bytes = target->Memory(address, size);
-    if (!bytes.empty()) return bytes;
-  }
-  return {};
 }
 
 void Probe::Describe(ProbeState& state) const {

@@ -37,7 +37,6 @@ class Probe {
   Probe(const ProbeDescription& description, After after);
 
   const ProbeDescription& description() const { return description_; }
-  bool runs_firmware() const { return runs_firmware_; }
   std::uint16_t product_id() const {
     return runs_firmware_ ? description_.configured_product_id : description_.fresh_product_id;
   }
@@ -62,13 +61,10 @@ class Probe {
   void Describe(ProbeState& state) const;
   const std::vector<std::uint8_t>& released_ram() const { return controller_.released_ram(); }
   const std::vector<std::uint8_t>& fpga_image() const { return loader_.image(); }
-  std::vector<std::uint8_t> SwdMemory(std::uint32_t address, std::uint32_t size) const;
-  const I2cBus& i2c() const { return *i2c_; }
-  const JtagChain& chain() const { return *chain_; }
 
  private:
   struct Acquisition {
-    bool armed = false;  // the next packet on the data endpoint is the staged sequence
+    bool armed = false;  // the next packet on the stream endpoint is the staged sequence
     bool by_reset_line = false;
     std::uint32_t retries = 0;
     std::vector<std::uint8_t> staged{};
@@ -127,8 +123,8 @@ class Probe {
   Acquisition acquisition_;
 
   InPipe serial_in_;
-  InPipe data_in_;
-  InPipe trace_in_;
+  InPipe stream_in_;
+  InPipe swv_in_;
 
   std::unique_ptr<JtagChain> chain_;
   std::vector<std::unique_ptr<SwdTarget>> swd_;

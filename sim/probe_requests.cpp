@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 
+#include "base/little_endian.h"
 #include "sim/descriptors.h"
 #include "sim/protocol.h"
 
@@ -67,11 +68,6 @@ bool IsMode(std::uint8_t mode) {
 
 bool IsVoltageCode(std::uint16_t code) {
   return code == 7 || code == 11 || code == 13 || code == 14;
-}
-
-void Store16(std::uint8_t* at, std::uint16_t value) {
-  at[0] = static_cast<std::uint8_t>(value);
-  at[1] = static_cast<std::uint8_t>(value >> 8);
 }
 
 }  // namespace
@@ -170,7 +166,7 @@ void Probe::Answer(const SetupPacket& setup, ControlReply& reply) {
       if (status == kDone) SetSupply(supply_on_, low);
       break;
     case kMeasureSupply:
-      Store16(&reply.bytes[2], MeasuredSupply());
+      StoreLe16(&reply.bytes[2], MeasuredSupply());
       break;
     case kSetClock:
       clock_code_ = low;
@@ -212,8 +208,8 @@ std::uint8_t Probe::SetMode(std::uint16_t value) {
   mode_ = mode;
   external_ = (value & kExternalFlag) != 0;
   serial_in_.Clear();
-  data_in_.Clear();
-  if ((mode & kSwv) == 0) trace_in_.Clear();
+  stream_in_.Clear();
+  if ((mode & kSwv) == 0) swv_in_.Clear();
   acquisition_.armed = acquisition_.waits_for_hand = false;
   ++acquisition_.number;
   KeepTicking();
@@ -258,13 +254,13 @@ void Probe::ReadStatus(ControlReply& reply) const {
   if (HasLogic()) bytes[1] |= 0x04;
   if (supply_on_) bytes[1] |= 0x10;
   bytes[2] = voltage_code_;
-  Store16(&bytes[3], MeasuredSupply());
+  StoreLe16(&bytes[3], MeasuredSupply());
   bytes[5] = mode_;
-  Store16(&bytes[6], description_.firmware_version);
-  Store16(&bytes[8], description_.vorn_version);
+  StoreLe16(&bytes[6], description_.firmware_version);
+  StoreLe16(&bytes[8], description_.vorn_version);
   bytes[10] = HasLogic() ? description_.fpga_version : 0;
   bytes[11] = connector_;
-  Store16(&bytes[12], description_.bootloader_version);
+  StoreLe16(&bytes[12], description_.bootloader_version);
 }
 
 std::uint8_t Probe::ArmAcquire(std::uint16_t value) {
@@ -274,7 +270,7 @@ std::uint8_t Probe::ArmAcquire(std::uint16_t value) {
                   .by_reset_line = (value & 0x100) != 0,
                   .retries = value & 0xFFu,
                   .number = number};
-  data_in_.Clear();
+  stream_in_.Clear();
   return kDone;
 }
 
@@ -300,7 +296,7 @@ void Probe::Attempt(std::uint64_t number) {
   if (acquisition_.caught ||
       (!acquisition_.waits_for_hand && acquisition_.attempts >= acquisition_.retries)) {
     acquisition_.waits_for_hand = false;
-    data_in_.Send(std::move(response));
+    stream_in_.Send(std::move(response));
     return;
   }
   if (!acquisition_.waits_for_hand) after_(kAttemptMs, [this, number] { Attempt(number); });

@@ -74,9 +74,9 @@ inline constexpr std::uint16_t kControlRegister = 0xE600;  // RAM address; bit 0
 // Endpoints.
 inline constexpr std::uint8_t kSerialOut = 0x01;
 inline constexpr std::uint8_t kSerialIn = 0x81;
-inline constexpr std::uint8_t kDataOut = 0x02;
-inline constexpr std::uint8_t kDataIn = 0x84;
-inline constexpr std::uint8_t kTraceIn = 0x86;
+inline constexpr std::uint8_t kStreamOut = 0x02;
+inline constexpr std::uint8_t kStreamIn = 0x84;
+inline constexpr std::uint8_t kSwvIn = 0x86;
 inline constexpr std::uint16_t kBulkPacket = 512;
 
 }  // namespace sim::protocol

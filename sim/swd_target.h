@@ -41,10 +41,6 @@ class SwdTarget {
   void BeginAcquire(bool by_reset_line, std::uint32_t attempt);
   bool caught() const { return !acquiring_ && !muted_; }
 
-  std::vector<std::uint8_t> Memory(std::uint32_t address, std::uint32_t size) const {
-    return memory_.Dump(address, size);
-  }
-
  private:
   enum class Link {
     kJtag,   // waits for the switch to serial wire

@@ -10,7 +10,6 @@ namespace {
 using probe_driver::UsbStatus;
 using probe_driver::UsbTransfer;
 
-constexpr std::size_t kMostRecords = 65536;
 constexpr std::uint8_t kDirectionIn = 0x80;
 constexpr std::uint8_t kClearFeature = 0x01;
 constexpr std::uint8_t kToEndpoint = 0x02;         // bmRequestType: host to device, an endpoint
@@ -36,16 +35,6 @@ void Corrupt(ControlReply& reply, std::uint32_t seed) {
 
 }  // namespace
 
-void BenchCore::Note(ProbeSlot& slot, const UsbTransfer& transfer) {
-  if (!slot.recording) return;
-  Received received{transfer.endpoint, transfer.setup, {}};
-  const bool in = transfer.endpoint == 0 ? ControlIn(transfer) : (transfer.endpoint & 0x80) != 0;
-  if (in && transfer.endpoint != 0) return;
-  if (!in) received.data.assign(transfer.data, transfer.data + transfer.length);
-  slot.records.push_back(std::move(received));
-  if (slot.records.size() > kMostRecords) slot.records.pop_front();
-}
-
 void BenchCore::Submit(const std::shared_ptr<Attachment>& attachment,
                        const std::shared_ptr<InFlight>& owner, UsbTransfer& transfer) {
   transfer.status = UsbStatus::kOk;
@@ -66,7 +55,6 @@ void BenchCore::Submit(const std::shared_ptr<Attachment>& attachment,
     Finish(*attachment, pending, UsbStatus::kError, session.done());
     return;
   }
-  Note(slot, transfer);
   if (!slot.faults.empty()) pending.fault = slot.faults.Take(transfer);
   if (pending.fault) Hold(*attachment, pending);
   if (!queue->transfers.empty() || !Process(*attachment, pending, *queue, session.done())) {

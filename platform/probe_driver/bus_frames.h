@@ -44,6 +44,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/little_endian.h"
 #include "platform/probe_driver/usb_bus.h"
 
 namespace probe_driver {
@@ -85,41 +86,22 @@ struct Frame {
 
 using FrameHeader = std::array<std::uint8_t, kFrameHeaderSize>;
 
-namespace frame_bytes {
-
-inline void Store(std::uint8_t* at, std::uint64_t value, int size) {
-  for (int i = 0; i < size; ++i) at[i] = static_cast<std::uint8_t>(value >> (8 * i));
-}
-
-inline std::uint64_t Load(const std::uint8_t* at, int size) {
-  std::uint64_t value = 0;
-  for (int i = size - 1; i >= 0; --i) value = value << 8 | at[i];
-  return value;
-}
-
-inline std::uint32_t Load32(const std::uint8_t* at) {
-  return static_cast<std::uint32_t>(Load(at, 4));
-}
-
-}  // namespace frame_bytes
-
 inline FrameHeader EncodeFrame(const Frame& frame) {
-  using frame_bytes::Store;
   FrameHeader bytes{};
-  Store(&bytes[0], frame.payload, 4);
+  StoreLe32(&bytes[0], frame.payload);
   bytes[4] = static_cast<std::uint8_t>(frame.type);
   bytes[5] = frame.endpoint;
-  Store(&bytes[8], frame.id, 8);
-  Store(&bytes[16], frame.device, 4);
-  Store(&bytes[20], frame.length, 4);
+  StoreLe64(&bytes[8], frame.id);
+  StoreLe32(&bytes[16], frame.device);
+  StoreLe32(&bytes[20], frame.length);
   bytes[24] = frame.setup.request_type;
   bytes[25] = frame.setup.request;
-  Store(&bytes[26], frame.setup.value, 2);
-  Store(&bytes[28], frame.setup.index, 2);
-  Store(&bytes[30], frame.setup.length, 2);
-  Store(&bytes[32], frame.status, 4);
-  Store(&bytes[36], frame.bus_status, 4);
-  Store(&bytes[40], frame.driver_status, 4);
+  StoreLe16(&bytes[26], frame.setup.value);
+  StoreLe16(&bytes[28], frame.setup.index);
+  StoreLe16(&bytes[30], frame.setup.length);
+  StoreLe32(&bytes[32], frame.status);
+  StoreLe32(&bytes[36], frame.bus_status);
+  StoreLe32(&bytes[40], frame.driver_status);
   return bytes;
 }
 
@@ -152,23 +134,21 @@ inline bool IsInTransfer(std::uint8_t endpoint, const SetupPacket& setup) {
 
 // None when the header breaks the rules above as far as it alone can tell.
 inline std::optional<Frame> DecodeFrame(const FrameHeader& bytes) {
-  using frame_bytes::Load;
-  using frame_bytes::Load32;
   Frame frame;
-  frame.payload = Load32(&bytes[0]);
+  frame.payload = LoadLe32(&bytes[0]);
   frame.type = static_cast<FrameType>(bytes[4]);
   frame.endpoint = bytes[5];
-  frame.id = Load(&bytes[8], 8);
-  frame.device = Load32(&bytes[16]);
-  frame.length = Load32(&bytes[20]);
+  frame.id = LoadLe64(&bytes[8]);
+  frame.device = LoadLe32(&bytes[16]);
+  frame.length = LoadLe32(&bytes[20]);
   frame.setup.request_type = bytes[24];
   frame.setup.request = bytes[25];
-  frame.setup.value = static_cast<std::uint16_t>(Load(&bytes[26], 2));
-  frame.setup.index = static_cast<std::uint16_t>(Load(&bytes[28], 2));
-  frame.setup.length = static_cast<std::uint16_t>(Load(&bytes[30], 2));
-  frame.status = Load32(&bytes[32]);
-  frame.bus_status = Load32(&bytes[36]);
-  frame.driver_status = Load32(&bytes[40]);
+  frame.setup.value = LoadLe16(&bytes[26]);
+  frame.setup.index = LoadLe16(&bytes[28]);
+  frame.setup.length = LoadLe16(&bytes[30]);
+  frame.status = LoadLe32(&bytes[32]);
+  frame.bus_status = LoadLe32(&bytes[36]);
+  frame.driver_status = LoadLe32(&bytes[40]);
 
   const std::optional<std::uint32_t> largest = LargestPayload(frame.type);
   if (!largest || frame.payload > *largest) return std::nullopt;
@@ -195,34 +175,31 @@ inline bool IsPath(std::span<const std::uint8_t> bytes) {
 }
 
 inline std::vector<std::uint8_t> EncodeFacts(const DriverFacts& facts) {
-  using frame_bytes::Store;
   const std::string text = facts.text.substr(0, 255);
   const std::string second = facts.second_text.substr(0, 255);
   std::vector<std::uint8_t> bytes(18 + text.size() + second.size());
-  Store(&bytes[0], facts.driver_version, 4);
-  Store(&bytes[4], facts.interface_version, 4);
+  StoreLe32(&bytes[0], facts.driver_version);
+  StoreLe32(&bytes[4], facts.interface_version);
   bytes[8] = facts.usb_address;
   bytes[9] = facts.alternate_setting;
-  Store(&bytes[10], facts.speed, 4);
-  Store(&bytes[14], text.size(), 2);
-  Store(&bytes[16], second.size(), 2);
+  StoreLe32(&bytes[10], facts.speed);
+  StoreLe16(&bytes[14], static_cast<std::uint16_t>(text.size()));
+  StoreLe16(&bytes[16], static_cast<std::uint16_t>(second.size()));
   std::copy(second.begin(), second.end(), std::copy(text.begin(), text.end(), bytes.begin() + 18));
   return bytes;
 }
 
 inline std::optional<DriverFacts> DecodeFacts(std::span<const std::uint8_t> bytes) {
-  using frame_bytes::Load;
-  using frame_bytes::Load32;
   if (bytes.size() < 18) return std::nullopt;
-  const auto text = static_cast<std::size_t>(Load(&bytes[14], 2));
-  const auto second = static_cast<std::size_t>(Load(&bytes[16], 2));
+  const auto text = std::size_t{LoadLe16(&bytes[14])};
+  const auto second = std::size_t{LoadLe16(&bytes[16])};
   if (text > 255 || second > 255 || bytes.size() != 18 + text + second) return std::nullopt;
   DriverFacts facts;
-  facts.driver_version = Load32(&bytes[0]);
-  facts.interface_version = Load32(&bytes[4]);
+  facts.driver_version = LoadLe32(&bytes[0]);
+  facts.interface_version = LoadLe32(&bytes[4]);
   facts.usb_address = bytes[8];
   facts.alternate_setting = bytes[9];
-  facts.speed = Load32(&bytes[10]);
+  facts.speed = LoadLe32(&bytes[10]);
   facts.text.assign(bytes.begin() + 18, bytes.begin() + 18 + static_cast<std::ptrdiff_t>(text));
   facts.second_text.assign(bytes.begin() + 18 + static_cast<std::ptrdiff_t>(text), bytes.end());
   return facts;

@@ -44,16 +44,4 @@ inline constexpr std::uint32_t kPayloadSize = 34;
 
 inline constexpr std::uint8_t kDirectionIn = 0x80;  // of bmRequestType and of endpoint addresses
 
-inline std::uint16_t LoadU16(const std::uint8_t* bytes) {
-  return static_cast<std::uint16_t>(bytes[0] | bytes[1] << 8);
-}
-
-inline std::uint32_t LoadU32(const std::uint8_t* bytes) {
-  return LoadU16(bytes) | static_cast<std::uint32_t>(LoadU16(bytes + 2)) << 16;
-}
-
-inline void StoreU32(std::uint8_t* bytes, std::uint32_t value) {
-  for (int i = 0; i < 4; ++i) bytes[i] = static_cast<std::uint8_t>(value >> (8 * i));
-}
-
 }  // namespace probe_driver

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/little_endian.h"
 #include "platform/probe_driver/driver_requests.h"
 
 namespace probe_driver {
@@ -84,9 +85,9 @@ namespace {
 // both directions, and points the transfer at it.
 DriverError TakePayload(DriverRequest& request, bool in) {
   if (request.input_size < record::kHeaderSize) return kInvalidParameter;
-  if (LoadU32(request.input + record::kPacketTableSize) != 0) return kNotSupported;
-  const std::uint32_t offset = LoadU32(request.input + record::kPayloadOffset);
-  const std::uint32_t size = LoadU32(request.input + record::kPayloadSize);
+  if (LoadLe32(request.input + record::kPacketTableSize) != 0) return kNotSupported;
+  const std::uint32_t offset = LoadLe32(request.input + record::kPayloadOffset);
+  const std::uint32_t size = LoadLe32(request.input + record::kPayloadSize);
   if (offset < record::kHeaderSize || offset > request.input_size) return kInvalidParameter;
   if (size > request.input_size - offset) return kInvalidParameter;
   if (offset > request.output_size || size > request.output_size - offset) {
@@ -111,11 +112,11 @@ DriverError ProbeDriver::SubmitControl(DriverRequest& request) {
   SetupPacket setup;
   setup.request_type = header[record::kRequestType];
   setup.request = header[record::kRequest];
-  setup.value = LoadU16(header + record::kValue);
-  setup.index = LoadU16(header + record::kIndex);
-  setup.length = LoadU16(header + record::kLength);
-  if (LoadU32(header + record::kPayloadSize) < setup.length) return kInvalidParameter;
-  const std::uint32_t seconds = LoadU32(header + record::kTimeOutSeconds);
+  setup.value = LoadLe16(header + record::kValue);
+  setup.index = LoadLe16(header + record::kIndex);
+  setup.length = LoadLe16(header + record::kLength);
+  if (LoadLe32(header + record::kPayloadSize) < setup.length) return kInvalidParameter;
+  const std::uint32_t seconds = LoadLe32(header + record::kTimeOutSeconds);
 
   const DriverError error = TakePayload(request, setup.request_type & kDirectionIn);
   if (error != kSuccess) return error;
@@ -140,9 +141,9 @@ DriverError ProbeDriver::SubmitDirect(DriverRequest& request) {
   if (request.input_size < record::kHeaderSize) return kInvalidParameter;
   const std::uint8_t* header = request.input;
   if (!IsDataEndpoint(header[record::kEndpoint])) return kInvalidParameter;
-  if (LoadU32(header + record::kPacketTableSize) != 0) return kNotSupported;
-  if (LoadU32(header + record::kPayloadOffset) != 0 ||
-      LoadU32(header + record::kPayloadSize) != 0) {
+  if (LoadLe32(header + record::kPacketTableSize) != 0) return kNotSupported;
+  if (LoadLe32(header + record::kPayloadOffset) != 0 ||
+      LoadLe32(header + record::kPayloadSize) != 0) {
     return kInvalidParameter;
   }
   request.transfer.endpoint = header[record::kEndpoint];
@@ -166,7 +167,7 @@ DriverError ProbeDriver::SubmitPipeRequest(DriverRequest& request) {
     default: {
       constexpr std::uint32_t kSize = 5;
       if (request.input_size < kSize || !IsDataEndpoint(endpoint)) return kInvalidParameter;
-      device_->SetTransferSize(endpoint, LoadU32(request.input + 1));
+      device_->SetTransferSize(endpoint, LoadLe32(request.input + 1));
       return Answer(request, request.input, kSize);
     }
   }
@@ -176,7 +177,7 @@ DriverError ProbeDriver::SubmitQuery(DriverRequest& request) {
   const DriverFacts facts = device_->Facts();
   const auto answer_u32 = [&](std::uint32_t value) {
     std::uint8_t bytes[4];
-    StoreU32(bytes, value);
+    StoreLe32(bytes, value);
     return Answer(request, bytes, sizeof(bytes));
   };
   const auto answer_text = [&](const std::string& text) {
@@ -244,8 +245,8 @@ void ProbeDriver::Complete(DriverRequest& request) {
   if (transfer.status == UsbStatus::kDisconnected) gone_.store(true, std::memory_order_relaxed);
   const std::uint32_t bus_status =
       transfer.bus_status != 0 ? transfer.bus_status : outcome.bus_status;
-  StoreU32(request.record + record::kDriverStatus, transfer.driver_status);
-  StoreU32(request.record + record::kBusStatus, bus_status);
+  StoreLe32(request.record + record::kDriverStatus, transfer.driver_status);
+  StoreLe32(request.record + record::kBusStatus, bus_status);
 
   const std::uint32_t moved = std::min(transfer.actual, transfer.length);
   request.error = outcome.error;

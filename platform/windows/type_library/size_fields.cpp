@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "base/little_endian.h"
+
 namespace type_library {
 namespace {
 
@@ -26,16 +28,6 @@ constexpr std::uint32_t kKindMask = 0x0F;  // of the record's first number
 constexpr std::size_t kTypeSize = 0x50;
 
 constexpr std::uint32_t kConstantSize = 4;
-
-std::uint32_t Load(const File& file, std::size_t at) {
-  return static_cast<std::uint32_t>(file[at]) | static_cast<std::uint32_t>(file[at + 1]) << 8 |
-         static_cast<std::uint32_t>(file[at + 2]) << 16 |
-         static_cast<std::uint32_t>(file[at + 3]) << 24;
-}
-
-void Store(File& file, std::size_t at, std::uint32_t value) {
-  for (int i = 0; i < 4; ++i) file[at + i] = static_cast<std::uint8_t>(value >> (8 * i));
-}
 
 // 0: the field stays as it is.
 std::uint32_t SizeOf(std::uint32_t kind, std::uint32_t record_size) {
@@ -57,18 +49,18 @@ bool MendSizeFields(File& file, const interface_schema::Library& described) {
   const auto record = std::ranges::find_if(described.types, is_record);
   // One size is known to the file's record type: that of the only record.
   const auto records = std::ranges::count_if(described.types, is_record);
-  if (records != 1 || file.size() < kHeaderSize || Load(file, 0) != kSignature) return false;
+  if (records != 1 || file.size() < kHeaderSize || LoadLe32(&file[0]) != kSignature) return false;
 
-  const std::size_t types = Load(file, kTypeCount);
+  const std::size_t types = LoadLe32(&file[kTypeCount]);
   const std::size_t directory =
-      kHeaderSize + 4 * types + ((Load(file, kHeaderFlags) & kHasHelpLibrary) != 0 ? 4 : 0);
+      kHeaderSize + 4 * types + ((LoadLe32(&file[kHeaderFlags]) & kHasHelpLibrary) != 0 ? 4 : 0);
   if (directory + 4 > file.size()) return false;
-  const std::size_t first = Load(file, directory);
+  const std::size_t first = LoadLe32(&file[directory]);
   if (first + types * kTypeRecordSize > file.size()) return false;
   for (std::size_t i = 0; i < types; ++i) {
     const std::size_t at = first + i * kTypeRecordSize;
-    const std::uint32_t size = SizeOf(Load(file, at) & kKindMask, record->record->size);
-    if (size != 0) Store(file, at + kTypeSize, size);
+    const std::uint32_t size = SizeOf(LoadLe32(&file[at]) & kKindMask, record->record->size);
+    if (size != 0) StoreLe32(&file[at + kTypeSize], size);
   }
   return true;
 }

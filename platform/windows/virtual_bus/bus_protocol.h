@@ -19,6 +19,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/little_endian.h"
+
 namespace virtual_bus {
 
 inline constexpr wchar_t kControlDevice[] = L"\\Device\\WfxVirtualBus";
@@ -50,20 +52,6 @@ enum class MessageKind : std::uint32_t {
   kClosed = 4,     // `file` is closed; what it had pending has ended
 };
 
-inline void Store(std::uint8_t* at, std::uint64_t value, int size) {
-  for (int i = 0; i < size; ++i) at[i] = static_cast<std::uint8_t>(value >> (8 * i));
-}
-
-inline std::uint64_t Load(const std::uint8_t* at, int size) {
-  std::uint64_t value = 0;
-  for (int i = size - 1; i >= 0; --i) value = value << 8 | at[i];
-  return value;
-}
-
-inline std::uint32_t Load32(const std::uint8_t* at) {
-  return static_cast<std::uint32_t>(Load(at, 4));
-}
-
 struct Message {
   static constexpr std::size_t kSize = 40;
 
@@ -77,26 +65,26 @@ struct Message {
   std::uint32_t contents_size = 0;
 
   void Encode(std::uint8_t* at) const {
-    Store(at, id, 8);
-    Store(at + 8, static_cast<std::uint32_t>(kind), 4);
-    Store(at + 12, device, 4);
-    Store(at + 16, file, 8);
-    Store(at + 24, code, 4);
-    Store(at + 28, input_size, 4);
-    Store(at + 32, output_size, 4);
-    Store(at + 36, contents_size, 4);
+    StoreLe64(at, id);
+    StoreLe32(at + 8, static_cast<std::uint32_t>(kind));
+    StoreLe32(at + 12, device);
+    StoreLe64(at + 16, file);
+    StoreLe32(at + 24, code);
+    StoreLe32(at + 28, input_size);
+    StoreLe32(at + 32, output_size);
+    StoreLe32(at + 36, contents_size);
   }
 
   static Message Decode(const std::uint8_t* at) {
     Message message;
-    message.id = Load(at, 8);
-    message.kind = static_cast<MessageKind>(Load32(at + 8));
-    message.device = Load32(at + 12);
-    message.file = Load(at + 16, 8);
-    message.code = Load32(at + 24);
-    message.input_size = Load32(at + 28);
-    message.output_size = Load32(at + 32);
-    message.contents_size = Load32(at + 36);
+    message.id = LoadLe64(at);
+    message.kind = static_cast<MessageKind>(LoadLe32(at + 8));
+    message.device = LoadLe32(at + 12);
+    message.file = LoadLe64(at + 16);
+    message.code = LoadLe32(at + 24);
+    message.input_size = LoadLe32(at + 28);
+    message.output_size = LoadLe32(at + 32);
+    message.contents_size = LoadLe32(at + 36);
     return message;
   }
 };
@@ -115,20 +103,20 @@ struct Completion {
       0;  // bytes behind those, to replace the beginning of the client's input
 
   void Encode(std::uint8_t* at) const {
-    Store(at, id, 8);
-    Store(at + 8, status, 4);
-    Store(at + 12, information, 4);
-    Store(at + 16, output_size, 4);
-    Store(at + 20, input_size, 4);
+    StoreLe64(at, id);
+    StoreLe32(at + 8, status);
+    StoreLe32(at + 12, information);
+    StoreLe32(at + 16, output_size);
+    StoreLe32(at + 20, input_size);
   }
 
   static Completion Decode(const std::uint8_t* at) {
     Completion completion;
-    completion.id = Load(at, 8);
-    completion.status = Load32(at + 8);
-    completion.information = Load32(at + 12);
-    completion.output_size = Load32(at + 16);
-    completion.input_size = Load32(at + 20);
+    completion.id = LoadLe64(at);
+    completion.status = LoadLe32(at + 8);
+    completion.information = LoadLe32(at + 12);
+    completion.output_size = LoadLe32(at + 16);
+    completion.input_size = LoadLe32(at + 20);
     return completion;
   }
 };

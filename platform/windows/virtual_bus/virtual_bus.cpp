@@ -68,7 +68,7 @@ std::vector<std::uint8_t> MakePlug(std::uint32_t number, const std::string& path
   for (char& c : device) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
 
   std::vector<std::uint8_t> plug(Plug::kSize);
-  Store(plug.data(), number, 4);
+  StoreLe32(plug.data(), number);
   std::copy(probe_driver::kDeviceInterfaceClass.begin(), probe_driver::kDeviceInterfaceClass.end(),
             plug.begin() + Plug::kClass);
   StoreText(device, &plug[Plug::kDeviceId]);
@@ -121,7 +121,7 @@ void VirtualBus::Unplug(const std::string& path) {
   const auto found = numbers_.find(path);
   if (found == numbers_.end()) return;
   std::vector<std::uint8_t> number(4);
-  Store(number.data(), found->second, 4);
+  StoreLe32(number.data(), found->second);
   numbers_.erase(found);
   std::size_t returned = 0;
   Call(kUnplug, number, nullptr, 0, returned);
@@ -254,8 +254,8 @@ void VirtualBus::Submit(const Message& message, const std::uint8_t* contents, st
 bool VirtualBus::Fetch(const Message& message, std::vector<std::uint8_t>& contents,
                        std::size_t carried) {
   std::vector<std::uint8_t> input(kFetchSize);
-  Store(input.data(), message.id, 8);
-  Store(&input[8], carried, 4);
+  StoreLe64(input.data(), message.id);
+  StoreLe32(&input[8], carried);
   std::size_t returned = 0;
   return Call(kFetch, input, contents.data() + carried, message.contents_size - carried,
               returned) &&

@@ -73,8 +73,8 @@ class Loopback {
  public:
   Loopback() : board_(0, true) {
     EXPECT_EQ(board_.SetMode(probe::kModeVser, false), 0U);
-    out_ = board_.GetEndPoint(probe::kEndpointDataOut);
-    in_ = board_.GetEndPoint(probe::kEndpointDataIn);
+    out_ = board_.GetEndPoint(probe::kEndpointSerialOut);
+    in_ = board_.GetEndPoint(probe::kEndpointSerialIn);
   }
 
   CTzUSBEndPoint& out() { return *out_; }
@@ -180,12 +180,12 @@ TEST_F(VirtualBus, StatusWordsComeBackInTheRecord) {
     Simulator simulator(OneBoard(version));
     ASSERT_TRUE(DevicesBecome(1));
     Loopback loopback;
-    for (const std::uint8_t endpoint : {probe::kEndpointDataOut, probe::kEndpointDataIn}) {
+    for (const std::uint8_t endpoint : {probe::kEndpointSerialOut, probe::kEndpointSerialIn}) {
       SCOPED_TRACE(std::string(version) + " " + std::to_string(endpoint));
       ASSERT_EQ(
           simulator.Control({"fault", "BOARD", "stall", "--endpoint", std::to_string(endpoint)}),
           0);
-      CTzUSBEndPoint& pipe = endpoint == probe::kEndpointDataOut ? loopback.out() : loopback.in();
+      CTzUSBEndPoint& pipe = endpoint == probe::kEndpointSerialOut ? loopback.out() : loopback.in();
       Bytes bytes(8);
       std::uint32_t length = 8;
       EXPECT_FALSE(pipe.Transfer(bytes.data(), length));

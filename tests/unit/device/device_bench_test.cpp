@@ -7,7 +7,7 @@
 #include "tests/unit/clocked_bench.h"
 #include "tests/unit/device/probe_test.h"
 #include "tests/unit/random_seed.h"
-#include "tests/unit/sim/bench_user.h"
+#include "tests/unit/sim/bench_script.h"
 
 namespace {
 
@@ -16,7 +16,8 @@ class BenchTest : public testing::Test {
   BenchTest() {
     test_host::UseBus(&bench_);
     // A probe refuses its modes until an image has been loaded; any will do.
-    sim::User::Of(bench_, "A").LoadFpga(Bytes(64, 0x01));
+    sim::Script(bench_, "A")
+        .Play("vendor 47 0 16 | vendor 45 3F 16 | out 02 01*64 | vendor 46 0 16");
   }
   ~BenchTest() override { test_host::UseBus(nullptr); }
 

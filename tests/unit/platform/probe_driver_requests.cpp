@@ -3,6 +3,7 @@
 #include <map>
 #include <span>
 
+#include "base/little_endian.h"
 #include "platform/probe_driver/driver_requests.h"
 #include "platform/probe_driver/probe_driver.h"
 #include "tests/unit/platform/fake_probe.h"
@@ -81,7 +82,7 @@ class ProbeDriverRequests : public testing::Test {
 };
 
 void Store(Bytes& bytes, std::size_t offset, std::uint32_t value) {
-  StoreU32(bytes.data() + offset, value);
+  StoreLe32(bytes.data() + offset, value);
 }
 
 // A record with `payload` behind the header.
@@ -193,7 +194,7 @@ TEST_F(ProbeDriverRequests, EveryOutcomeHasItsErrorItsBusStatusAndItsByteCount) 
     const Result& result = Send(0x220024, record);
     EXPECT_EQ(c.error, result.error);
     EXPECT_EQ(c.bytes, result.bytes);
-    EXPECT_EQ(c.expected_bus_word, LoadU32(record.data() + 18));
+    EXPECT_EQ(c.expected_bus_word, LoadLe32(record.data() + 18));
     EXPECT_EQ(c.start_result, StartResult(LastRequest()));
   }
   Bytes version(4);

@@ -1,5 +1,5 @@
-// What the tests of the bench share: time that they move, transfers and their ends, what a listener
-// is told, and a user of one probe.
+// What the tests of the bench share: time that they move, transfers and their ends, and what a
+// listener is told.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -145,7 +145,7 @@ inline constexpr char kTracingBench[] =
 inline void UseAProbeThatComesAndGoes(Bench& bench, const std::vector<probe_driver::UsbBus*>& buses,
                                       int rounds) {
   std::atomic<bool> ending{false};
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (probe_driver::UsbBus* bus : buses) {
     threads.emplace_back([&ending, bus] {
       while (!ending) UseFirstProbe(*bus);
@@ -157,115 +157,6 @@ inline void UseAProbeThatComesAndGoes(Bench& bench, const std::vector<probe_driv
     UseFirstProbe(*buses.front());
   }
   ending = true;
-  for (std::thread& thread : threads) thread.join();
 }
-
-struct Outcome {
-  probe_driver::UsbStatus status = probe_driver::UsbStatus::kOk;
-  Bytes data;  // received
-};
-
-// Transfers to one attachment. The bench answers within Submit or not at all until something
-// happens, so a transfer that is not answered is cancelled and reported as kAborted.
-class User {
- public:
-  User(probe_driver::UsbBus& bus, const std::string& path) : device_(bus.OpenDevice(path)) {}
-  static User Of(Bench& bench, const std::string& name) { return {bench, bench.PathOf(name)}; }
-
-  probe_driver::UsbDevice& device() { return *device_; }
-
-  Outcome Control(std::uint8_t type, std::uint8_t request, std::uint16_t value, std::uint16_t index,
-                  std::uint16_t length, const Bytes& data = {}) {
-    const bool in = (type & 0x80) != 0;
-    Awaited transfer({type, request, value, index, length}, in ? Bytes(length, 0xCC) : data);
-    return Run(transfer, in);
-  }
-  // A command of the probe: the reply, or nothing when it was not answered well.
-  Bytes Command(std::uint8_t request, std::uint16_t value, std::uint16_t length,
-                std::uint16_t index = 0) {
-    return Control(0xC0, request, value, index, length).data;
-  }
-  Outcome Out(std::uint8_t endpoint, const Bytes& data) {
-    Awaited transfer(endpoint, data);
-    return Run(transfer, false);
-  }
-  Outcome In(std::uint8_t endpoint, std::uint32_t length) {
-    Awaited transfer(endpoint, Bytes(length, 0xCC));
-    return Run(transfer, true);
-  }
-
-  std::uint8_t ReadRegister(std::uint8_t address) {
-    const Bytes reply = Command(0x43, address, 8);
-    return reply.size() == 8 ? reply[3] : 0xEE;
-  }
-  void WriteRegister(std::uint8_t address, std::uint8_t value) {
-    Command(0x43, static_cast<std::uint16_t>(value << 8 | 0x80 | address), 16);
-  }
-  void LoadFpga(const Bytes& image) {
-    const auto last = static_cast<std::uint32_t>(image.size() - 1);
-    Command(0x47, 0, 16);
-    Command(0x45, static_cast<std::uint16_t>(last), 16, static_cast<std::uint16_t>(last >> 16));
-    Out(0x02, image);
-    Command(0x46, 0, 16);
-  }
-  // A whole JTAG exchange of one chunk.
-  Bytes Jtag(const Bytes& stream, std::uint32_t cycles) {
-    WriteRegister(1, static_cast<std::uint8_t>(cycles));
-    WriteRegister(2, static_cast<std::uint8_t>(0x80 | cycles >> 8));
-    Out(0x02, stream);
-    return In(0x84, (cycles + 7) / 8).data;
-  }
-  // Levels for the serial-wire line, which only JTAG mode can send, with this value of the target
-  // control register: its upper bits keep them away.
-  void StreamToSwdLine(std::uint8_t control, const Bytes& stream) {
-    Command(0x41, 0x101, 3);
-    const std::uint8_t before = ReadRegister(0x11);
-    WriteRegister(0x11, control);
-    Jtag(stream, static_cast<std::uint32_t>(4 * stream.size()));
-    WriteRegister(0x11, before);
-    Command(0x41, 0x104, 3);
-  }
-  // 52 cycles high, the switch sequence, 52 cycles high.
-  void SwitchSwdLine(const Bytes& sequence) {
-    Bytes stream(13, 0xF0);
-    for (const std::uint8_t levels : sequence) stream.push_back(levels);
-    stream.resize(stream.size() + 13, 0xF0);
-    StreamToSwdLine(0x00, stream);
-  }
-  void ResetSwdLine() { SwitchSwdLine({0xE0, 0x90, 0x70, 0xE0}); }
-  Bytes Swd(const Bytes& requests) {
-    Out(0x02, requests);
-    return In(0x84, 512).data;
-  }
-
- private:
-  Outcome Run(Awaited& transfer, bool in) {
-    device_->Submit(transfer.transfer());
-    if (!transfer.ended()) device_->Cancel(transfer.transfer());
-    const probe_driver::UsbStatus status = transfer.Wait();
-    Bytes received = transfer.data();
-    received.resize(in ? transfer.actual() : 0);
-    return {status, std::move(received)};
-  }
-
-  std::unique_ptr<probe_driver::UsbDevice> device_;
-};
-
-// A bench of one probe, "P", with its user and with time that the test moves.
-class OneProbe : public testing::Test {
- protected:
-  // `members`: of its description, besides the name. In the place of the one before, if any.
-  void Plug(const std::string& members) {
-    bench_ = std::make_unique<Bench>(R"({"probes": [{"name": "P", )" + members + "}]}",
-                                     BenchOptions{.scheduler = time_.scheduler()});
-    user_ = std::make_unique<User>(User::Of(*bench_, "P"));
-  }
-
-  ManualTime time_;
-  std::unique_ptr<Bench> bench_;
-  std::unique_ptr<User> user_;
-};
-
-inline constexpr char kEvk[] = R"("kind": "evk")";
 
 }  // namespace sim

@@ -1,246 +1,126 @@
-#include <numeric>
-
-#include "sim/controller.h"
-#include "tests/unit/sim/bench_user.h"
+// The probe itself: descriptors, firmware, FPGA image, commands, and how it is described.
+#include "tests/unit/sim/bench_script.h"
 
 namespace sim {
 namespace {
 
-using probe_driver::UsbStatus;
-using testing::ElementsAre;
-
-constexpr char kWirefox[] = R"("kind": "wirefox")";
-
 TEST(Descriptors, FreshControllerHasNoEndpointsAndAConfiguredProbeFive) {
-  ManualTime time;
-  Bench bench(Bench::DefaultDescription(), {.scheduler = time.scheduler()});
-  User fresh = User::Of(bench, "WFX0001");
-  EXPECT_THAT(
-      fresh.Control(0x80, 6, 0x0100, 0, 18).data,
-      ElementsAre(18, 1, 0, 2, 0xFF, 0xFF, 0xFF, 64, 0x0F, 0x0F, 0x01, 0x10, 0, 0, 1, 2, 3, 1));
-  EXPECT_THAT(fresh.Control(0x80, 6, 0x0200, 0, 255).data,
-              ElementsAre(9, 2, 18, 0, 1, 1, 0, 0x80, 250, 9, 4, 0, 0, 0, 0xFF, 0, 0, 0));
-  EXPECT_EQ(fresh.Out(0x02, {1}).status, UsbStatus::kError);
-
-  User evk = User::Of(bench, "EVK0001");
-  EXPECT_THAT(evk.Control(0x80, 6, 0x0200, 0, 255).data,
-              ElementsAre(9, 2, 53, 0, 1, 1, 0, 0x80, 250, 9, 4, 0, 0, 5, 0xFF, 0, 0, 0,  //
-                          7, 5, 0x01, 2, 0, 2, 0, 7, 5, 0x81, 2, 0, 2, 0, 7, 5, 0x02, 2, 0, 2, 0, 7,
-                          5, 0x84, 2, 0, 2, 0, 7, 5, 0x86, 2, 0, 2, 0));
-  EXPECT_EQ(evk.Control(0x80, 6, 0x0200, 0, 9).data.size(), 9u) << "cut to what was asked for";
-  EXPECT_THAT(evk.Control(0x80, 6, 0x0303, 0x0409, 255).data,
-              ElementsAre(16, 3, 'E', 0, 'V', 0, 'K', 0, '0', 0, '0', 0, '0', 0, '1', 0));
-  EXPECT_THAT(evk.Control(0x80, 6, 0x0300, 0, 255).data, ElementsAre(2, 3));
-  EXPECT_EQ(evk.Control(0x80, 6, 0x0309, 0x0409, 255).status, UsbStatus::kStall);
+  ExpectPlayed(R"(
+    probe "state": "fresh", "product": "Kit"
+    control 80 06 0100 0000 255 = 12 01 00 02 FF FF FF 40 0F 0F 01 10 00 00 01 02 03 01
+    control 80 06 0200 0000 255 = 09 02 12 00 01 01 00 80 FA 09 04 00 00 00 FF 00 00 00
+    control 80 06 0301 0409 255 = 10 03 57 00 69 00 72 00 65 00 66 00 6F 00 78 00
+    control 80 06 0302 0409 255 = 08 03 4B 00 69 00 74 00
+    out 02 01 = error | vendor 44 0000 14 = stall               ; nobody is there to answer
+    probe "kind": "evk", "languages": [1033]
+    control 80 06 0100 0000 18 = 12 01 00 02 FF FF FF 40 0F 0F 02 20 03 02 01 02 03 01
+    control 80 06 0200 0000 255 = 09 02 35 00 01 01 00 80 FA 09 04 00 00 05 FF 00 00 00 \
+        07 05 01 02 00 02 00 07 05 81 02 00 02 00 07 05 02 02 00 02 00 07 05 84 02 00 02 00 \
+        07 05 86 02 00 02 00
+    control 80 06 0300 0000 255 = 04 03 09 04 | control 80 06 0303 0409 255 = 04 03 50 00
+    control 80 06 0304 0409 255 = stall | control 80 06 0101 0000 18 = stall
+    # The other standard requests.
+    control 82 00 0000 0081 2 = 00 00 | control 80 08 0000 0000 1 = 01
+    control 81 0A 0000 0000 1 = 00 | control 00 09 0001 0000 0 | control 00 09 0002 0000 0 = stall
+    control 01 0B 0000 0000 0 | control 01 0B 0001 0000 0 = stall
+    control 00 05 0001 0000 0 = stall
+)");
 }
 
-class FreshController : public OneProbe {
- protected:
-  FreshController() { Plug(R"("kind": "wirefox", "state": "fresh")"); }
-  UsbStatus WriteRam(std::uint16_t address, const Bytes& data) {
-    const auto length = static_cast<std::uint16_t>(data.size());
-    return user_->Control(0x40, 0xA0, address, 0, length, data).status;
-  }
-  void LoadFirmware() {
-    WriteRam(0xE600, {1});
-    WriteRam(0x0100, {0x02});
-    WriteRam(0xE600, {0});
-  }
-};
-
-TEST_F(FreshController, TakesRamOnlyWhileItsProcessorIsHeld) {
-  EXPECT_EQ(WriteRam(0x0000, {1, 2}), UsbStatus::kStall);
-  EXPECT_EQ(WriteRam(0xE600, {1, 0}), UsbStatus::kStall) << "two bytes are data";
-  EXPECT_EQ(WriteRam(0xE600, {1}), UsbStatus::kOk);
-  EXPECT_TRUE(bench_->State("P").processor_held);
-  EXPECT_EQ(WriteRam(0x0000, {1, 2}), UsbStatus::kOk);
-  EXPECT_EQ(WriteRam(0xE600, {0, 9}), UsbStatus::kOk);
-  EXPECT_TRUE(bench_->State("P").processor_held);
-  EXPECT_EQ(WriteRam(0xFFFF, {7, 8}), UsbStatus::kOk) << "wraps";
-  EXPECT_EQ(bench_->DumpRam("P"), Bytes(65536, 0xFF)) << "not released yet";
-  EXPECT_EQ(WriteRam(0xE600, {0}), UsbStatus::kOk);
-  Bytes expected(65536, 0xFF);
-  expected[0x0000] = 8;
-  expected[0x0001] = 2;
-  expected[0xE600] = 0;
-  expected[0xE601] = 9;
-  expected[0xFFFF] = 7;
-  EXPECT_TRUE(bench_->DumpRam("P") == expected);
-  EXPECT_EQ(WriteRam(0x0000, {1}), UsbStatus::kStall) << "it runs again";
+TEST(FreshController, TakesRamOnlyWhileItsProcessorIsHeldAndStartsWhatWasWritten) {
+  ExpectPlayed(R"(
+    probe "kind": "wirefox", "state": "fresh" | control 40 A0 0000 0000 2 01 02 = stall
+    control 40 A0 E600 0000 2 01 00 = stall                     ; two bytes are data
+    control 40 A0 E600 0000 1 01 | control 40 A0 E600 0000 1 00
+    wait 1000 | show pid = 4097                                 ; there is nothing to start
+    control 40 A0 E600 0000 1 01 | control 40 A0 0000 0000 2 01 02
+    control 40 A0 E600 0000 2 00 09 | show processor_held = true
+    control 40 A0 FFFF 0000 2 07 08 | dump "what": "ram" = FF*65536
+    control 40 A0 E600 0000 1 00                                ; the address has wrapped
+    dump "what": "ram" = 08 02 FF*58878 00 09 FF*6653 07
+    control 40 A0 0000 0000 1 01 = stall | wait 4 | show plugged pid = true 4097
+    wait 1 | show plugged = false | plug = P is plugged         ; it is coming back
+    control 80 06 0100 0000 18 = gone | wait 99 | open = no probe
+    wait 1 | open | show state pid = "configured" 4098 | vendor 43 003A 4 = 04 00 00 00
+    control 40 A0 E600 0000 1 01 | vendor 44 0000 14 = stall    ; held, also with firmware
+    # The firmware does not outlive the supply.
+    unplug | show state pid = "fresh" 4097 | plug | open | show state = "fresh"
+    control 40 A0 E600 0000 1 01 | control 40 A0 0100 0000 1 02 | control 40 A0 E600 0000 1 00
+    wait 5 | unplug | wait 1000 | show plugged = false | plug   ; it stays away
+)");
 }
 
-TEST_F(FreshController, ComesBackConfiguredAfterHoldWriteAndRelease) {
-  const std::string path = bench_->PathOf("P");
-  WriteRam(0xE600, {1});
-  WriteRam(0xE600, {0});
-  time_.Advance(1000);
-  EXPECT_EQ(bench_->PathOf("P"), path) << "nothing was written: there is nothing to start";
-
-  LoadFirmware();
-  EXPECT_EQ(bench_->ListDevices(), std::vector{path}) << "answered before it detaches";
-  time_.Advance(5);
-  EXPECT_TRUE(bench_->ListDevices().empty());
-  EXPECT_FALSE(bench_->Plug("P")) << "it is coming back";
-  EXPECT_EQ(user_->Command(0x44, 0, 14), Bytes{});
-  time_.Advance(100);
-  const ProbeState state = bench_->State("P");
-  EXPECT_TRUE(state.configured);
-  EXPECT_EQ(state.product_id, 0x1002);
-  EXPECT_EQ(bench_->ListDevices(), std::vector{state.path});
-  EXPECT_NE(state.path, path);
-  EXPECT_EQ(bench_->DumpRam("P")[0x100], 0x02);
-  bench_->Unplug("P");
-  bench_->Plug("P");
-  EXPECT_FALSE(bench_->State("P").configured) << "firmware does not outlive the supply";
+TEST(Fpga, LoadsExactlyTheAnnouncedLengthInTheOrderOfItsSteps) {
+  ExpectPlayed(R"(
+    probe "kind": "wirefox" | vendor 45 0009 2 = 05 00 | vendor 46 0000 2 = 01 02
+    vendor 41 0101 3 = 04 00 00 | vendor 43 003A 4 = 04 00 00 00
+    vendor 47 0000 16 | vendor 45 0005 16 | out 02 01 02 03 04 | out 02 05 06 | vendor 46 0000 16
+    vendor 44 0000 14 = 00 27 0B 4A 01 00 03 02 04 01 11 00 00 01 | vendor 41 0101 3 | reg 11 = C0
+    dump "what": "fpga" = 01 02 03 04 05 06
+    # One byte too many, and one byte short: a new download takes the old image away.
+    vendor 47 0000 16 | vendor 43 003A 4 = 04 00 00 00
+    vendor 45 0001 16 | out 02 01 02 03 | vendor 46 0000 2 = 01 05
+    vendor 44 0000 14 = 01 23 0B 4A 01 01 03 02 04 01 00 00 00 01
+    vendor 47 0000 16 | vendor 44 0000 1 | vendor 45 0001 16 | out 02 01 | vendor 46 0000 2 = 01 05
+    show fpga_loaded = false | vendor 47 0000 16 | control C0 45 0000 0001 2 = 00 00
+    out 02 00*65537 | vendor 46 0000 16 | show fpga_loaded = true
+    vendor 47 0000 16 | control C0 45 FFFF FFFF 2 = 00 00 | out 02 | vendor 46 0000 2 = 01 05
+)");
 }
 
-TEST_F(FreshController, StaysAwayWhenItIsUnpluggedWhileItRestarts) {
-  LoadFirmware();
-  time_.Advance(5);
-  EXPECT_TRUE(bench_->Unplug("P"));
-  time_.Advance(1000);
-  EXPECT_TRUE(bench_->ListDevices().empty());
-  EXPECT_TRUE(bench_->Plug("P"));
+TEST(Commands, EachSetsWhatItNamesAndRefusesWhatDoesNotExist) {
+  ExpectPlayed(R"(
+    probe "kind": "evk", "clock_settle_reads": 2
+    vendor 48 0203 2 | vendor 48 0403 2 = 02 00 | vendor 48 0004 2 = 02 00 | show leds = [0,0,3,0]
+    vendor 49 0001 2 | vendor 49 0004 2 = 02 00 | show identify = 1
+    vendor 56 0000 6 = 00 00 4A 01 00 00 | vendor 55 000D 2 | vendor 55 000C 2 = 02 00
+    vendor 51 0001 2 | vendor 56 0000 15 = 00 00 FA 00*12
+    vendor 57 0084 2 | vendor 58 0000 4 = 00 00 00 84
+    vendor 41 0110 3 | vendor 41 0003 3 = 02 00 00 | vendor 41 0200 3 = 02 00 00
+    vendor 61 0001 10 | vendor 61 0002 10 = 02 00*9
+    vendor 67 01F4 2 | vendor 5C 1910 64 = 00 00 00 03 00*60 | vendor 5C 1911 4 = 02 00 00 00
+    vendor 99 0000 2 = stall | control 40 48 0000 0000 0 = stall
+    # Result, flags (logic valid, supply on), code, measured, mode, versions, connector.
+    vendor 44 0000 14 = 00 14 0D FA 00 10 03 02 04 01 00 01 00 01
+    show external swv_commit clock_code = true 500 132
+    vendor 55 000E 2 | show measured = 180 | vendor 55 000B 2 | show measured = 330
+    vendor 55 0007 2 | show measured = 500 | vendor 52 0001 2 | show supply_on measured = false 330
+    unplug | plug | open | show leds identify mode external = [0,0,0,0] 0 0 false
+    show voltage_code clock_code connector = 11 0 0
+    # The clock settles after some reads; both bits together drive the reset line.
+    reg 3A = 03 | reg 39 FD | reg 39 05 | reg 39 = 05 | reg 3A = 01 | reg 3A = 01 | reg 3A = 03
+    reg 11 = C0 | reg 11 F0 | reg 11 F0 | show reset_asserted resets = true 1
+    reg 11 D0 | show reset_asserted = false | reg 11 E0 | show reset_asserted resets = false 1
+)");
 }
 
-TEST_F(OneProbe, FpgaLoadsExactlyTheAnnouncedLength) {
-  const struct {
-    const char* what;
-    std::uint32_t announced;  // length less one
-    std::vector<std::size_t> transfers;
-    Bytes finish;         // first two bytes of the reply
-    std::uint8_t status;  // byte 0 of the probe's status afterwards
-  } kTable[] = {
-      {"the whole image", 999, {1000}, {0, 0}, 0},
-      {"in two transfers", 999, {600, 400}, {0, 0}, 0},
-      {"more than 64 KiB", 0x10000, {0x10001}, {0, 0}, 0},
-      {"one byte short", 999, {999}, {1, 5}, 1},
-      {"one byte too many", 999, {1001}, {1, 5}, 1},
-      {"an empty image announces 4 GiB", 0xFFFFFFFF, {0}, {1, 5}, 1},
-  };
-  for (const auto& [what, announced, transfers, result, status] : kTable) {
-    SCOPED_TRACE(what);
-    Plug(kWirefox);
-    EXPECT_EQ(user_->Command(0x47, 0, 16), Bytes(16, 0));
-    EXPECT_EQ(user_->Command(0x45, static_cast<std::uint16_t>(announced), 16,
-                             static_cast<std::uint16_t>(announced >> 16)),
-              Bytes(16, 0));
-    Bytes sent;
-    for (const std::size_t size : transfers) {
-      Bytes part(size);
-      std::iota(part.begin(), part.end(), static_cast<std::uint8_t>(sent.size()));
-      user_->Out(0x02, part);
-      sent.insert(sent.end(), part.begin(), part.end());
-    }
-    Bytes finish = user_->Command(0x46, 0, 16);
-    finish.resize(2);
-    EXPECT_EQ(finish, result);
-    EXPECT_EQ(user_->Command(0x44, 0, 14)[0], status);
-    EXPECT_EQ(bench_->State("P").fpga_loaded, status == 0);
-    EXPECT_EQ(bench_->DumpFpga("P"), sent);
-  }
-}
-
-TEST_F(OneProbe, FpgaStepsOutOfOrderAreRefused) {
-  Plug(kWirefox);
-  EXPECT_EQ(user_->Command(0x45, 9, 16)[0], 5);
-  EXPECT_THAT(Bytes(user_->Command(0x46, 0, 2)), ElementsAre(1, 2));
-  EXPECT_EQ(user_->Command(0x41, 0x101, 3)[0], 4) << "no mode without logic";
-  EXPECT_EQ(user_->Command(0x43, 0x3A, 8)[0], 4) << "no registers without logic";
-  user_->LoadFpga(Bytes(10));
-  EXPECT_EQ(user_->Command(0x41, 0x101, 3)[0], 0);
-  user_->Command(0x47, 0, 16);
-  EXPECT_EQ(user_->Command(0x43, 0x3A, 8)[0], 4) << "a new download takes the old image away";
-}
-
-TEST_F(OneProbe, EachCommandSetsWhatItNamesAndRefusesWhatDoesNotExist) {
-  Plug(kEvk);
-  const struct {
-    std::uint8_t request;
-    std::uint16_t value;
-    std::uint16_t length;
-    Bytes reply;
-  } kTable[] = {
-      {0x48, 0x0203, 2, {0, 0}},
-      {0x48, 0x0403, 2, {2, 0}},
-      {0x48, 0x0004, 2, {2, 0}},
-      {0x49, 1, 2, {0, 0}},
-      {0x49, 4, 2, {2, 0}},
-      {0x55, 13, 2, {0, 0}},
-      {0x55, 12, 2, {2, 0}},
-      {0x51, 1, 2, {0, 0}},
-      {0x57, 0x84, 2, {0, 0}},
-      {0x58, 0, 4, {0, 0, 0, 0x84}},
-      {0x41, 0x110, 3, {0, 0, 0}},
-      {0x41, 3, 3, {2, 0, 0}},
-      {0x41, 0x200, 3, {2, 0, 0}},
-      {0x61, 1, 3, {0, 0, 0}},
-      {0x67, 500, 2, {0, 0}},
-      {0x5C, 0x1910, 4, {0, 0, 0, 3}},
-      {0x56, 0, 15, {0, 0, 250, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-  };
-  for (const auto& row : kTable) {
-    EXPECT_EQ(user_->Command(row.request, row.value, row.length), row.reply)
-        << "request " << int{row.request} << " value " << row.value;
-  }
-  EXPECT_EQ(user_->Command(0x5C, 0x1910, 64).size(), 64u);
-  EXPECT_EQ(user_->Control(0xC0, 0x99, 0, 0, 2).status, UsbStatus::kStall);
-  EXPECT_EQ(user_->Control(0x40, 0x48, 0, 0, 0).status, UsbStatus::kStall) << "commands are IN";
-  const ProbeState state = bench_->State("P");
-  EXPECT_THAT(state.leds, ElementsAre(0, 0, 3, 0));
-  EXPECT_EQ(state.identify, 1);
-  EXPECT_TRUE(state.supply_on);
-  EXPECT_EQ(state.mode, 16);
-  EXPECT_TRUE(state.external);
-  EXPECT_EQ(state.swv_commit, 500);
-  // Result, flags (logic valid, supply on), voltage code, measured, mode, versions, connector.
-  EXPECT_THAT(user_->Command(0x44, 0, 14),
-              ElementsAre(0, 0x14, 13, 250, 0, 16, 0x03, 0x02, 0x04, 0x01, 0, 1, 0x00, 0x01));
-}
-
-TEST_F(OneProbe, ClockSettlesAfterSomeReadsAndBothBitsDriveTheResetLine) {
-  Plug(R"("kind": "evk", "clock_settle_reads": 3)");
-  EXPECT_EQ(user_->ReadRegister(0x3A), 3);
-  user_->WriteRegister(0x39, 0xFD);
-  user_->WriteRegister(0x39, 0x05);
-  Bytes reads;
-  for (int i = 0; i < 5; ++i) reads.push_back(user_->ReadRegister(0x3A));
-  EXPECT_THAT(reads, ElementsAre(1, 1, 1, 3, 3));
-  EXPECT_EQ(user_->ReadRegister(0x39), 5);
-
-  const std::uint8_t control = user_->ReadRegister(0x11);
-  EXPECT_EQ(control, 0xC0);
-  user_->WriteRegister(0x11, control | 0x30);
-  user_->WriteRegister(0x11, control | 0x30);
-  EXPECT_TRUE(bench_->State("P").reset_asserted);
-  user_->WriteRegister(0x11, control | 0x10);
-  user_->WriteRegister(0x11, control);
-  EXPECT_FALSE(bench_->State("P").reset_asserted);
-  EXPECT_EQ(bench_->State("P").resets, 1u);
-}
-
-TEST(Description, BadEntriesAreNamed) {
-  const struct {
-    const char* text;
-    const char* complaint;
-  } kTable[] = {
-      {"{", "parse error"},
-      {R"({"probe": []})", "bench: has no member \"probe\""},
-      {R"({"probes": [{}]})", "probe.name: is missing"},
-      {R"({"probes": [{"name": "A"}, {"name": "A"}]})", "taken"},
-      {R"({"probes": [{"name": "A", "kind": "x"}]})", "probe A.kind"},
-      {R"({"probes": [{"name": "A", "vid": 65536}]})", "probe A.vid: is out of range"},
-      {R"({"probes": [{"name": "A", "vid": "0xZ"}]})", "probe A.vid: is not a number"},
-      {R"({"probes": [{"name": "A", "jtag": {"taps": [{"idcode": 2}]}}]})", "bit 0 clear"},
-      {R"({"probes": [{"name": "A", "swd": {"memory": {"address": 0, "size": 1e9}}}]})",
-       "swd.memory.size"},
-      {R"({"probes": [{"name": "A", "i2c": [{"address": 128}]}]})", "i2c[0].address"},
-  };
-  for (const auto& [text, complaint] : kTable) {
-    EXPECT_THAT([&] { Bench{text}; },
-                testing::ThrowsMessage<std::invalid_argument>(testing::HasSubstr(complaint)))
-        << text;
-  }
+TEST(Description, BadEntriesAreNamedAndChangeNothing) {
+  ExpectPlayed(R"(
+    probe "kind": "evk"
+    add "probe": {} = probe.name: is missing
+    add "probe": {"name": "P"} = the name P is taken
+    add "probe": {"name": "A", "kind": "x"} = probe A.kind: is not wirefox or evk
+    add "probe": {"name": "A", "hue": 1} = probe A: has no member "hue"
+    add "probe": {"name": "A", "vid": 65536} = probe A.vid: is out of range
+    add "probe": {"name": "A", "vid": "0xZ"} = probe A.vid: is not a number
+    add "probe": {"name": "A", "jtag": {"taps": [{"idcode": 2}]}} = \
+        probe A.jtag.taps[0].idcode: has bit 0 clear
+    add "probe": {"name": "A", "swd": {"memory": {"size": 1000000000}}} = \
+        probe A.swd.memory.size: is out of range
+    add "probe": {"name": "A", "i2c": [{"address": 128}]} = probe A.i2c[0].address: is out of range
+    set "changes": {"name": "B"} = a probe's name cannot be changed
+    set "changes": {"external_supply": 120, "pid": -1} = probe P.pid: is out of range
+    show measured = 330 | set "changes": {"external_supply": 120, "pid": 9}
+    show measured pid = 120 8194                                ; identities with the next plug
+    unplug | plug | show measured pid = 120 9
+    add "probe": {"name": "A", "plugged": false} | unplug "name": "A" = A is not plugged
+    plug "name": "A" | set "name": "C", "changes": {} = there is no probe named C
+    plug "name": "C" = there is no probe named C
+    swv "data": "0" = an odd number of hexadecimal digits
+    swv "data": "0g" = not a hexadecimal digit | fault "kind": "x" = there is no such kind of fault
+    dump "what": "x" = what to dump is ram or fpga | dance = there is no command dance
+)");
+  EXPECT_THROW(Bench{R"({"probes": [{"name": "A"}, {"name": "A"}]})"}, std::invalid_argument);
 }
 
 }  // namespace

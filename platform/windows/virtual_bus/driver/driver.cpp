@@ -35,7 +35,7 @@ NTSTATUS ControlTheBus(IRP* irp) {
     case kPlug:
       return Finish(irp, size < Plug::kSize ? STATUS_INVALID_PARAMETER : bus.Plug(input));
     case kUnplug:
-      return Finish(irp, size < 4 ? STATUS_INVALID_PARAMETER : bus.Unplug(Load32(input)));
+      return Finish(irp, size < 4 ? STATUS_INVALID_PARAMETER : bus.Unplug(LoadLe32(input)));
     case kNext:
       return requests.Next(irp);
     case kFetch:

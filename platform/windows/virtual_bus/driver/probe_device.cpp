@@ -17,9 +17,9 @@ bool ReadText(const std::uint8_t* from, WCHAR* to) {
 
 GUID ReadClass(const std::uint8_t* at) {
   GUID guid;
-  guid.Data1 = Load32(at);
-  guid.Data2 = static_cast<USHORT>(Load(at + 4, 2));
-  guid.Data3 = static_cast<USHORT>(Load(at + 6, 2));
+  guid.Data1 = LoadLe32(at);
+  guid.Data2 = LoadLe16(at + 4);
+  guid.Data3 = LoadLe16(at + 6);
   RtlCopyMemory(guid.Data4, at + 8, sizeof guid.Data4);
   return guid;
 }
@@ -48,7 +48,7 @@ NTSTATUS ProbeDevice::Create(DRIVER_OBJECT* driver, const std::uint8_t* plug,
   auto* const made = new (object->DeviceExtension) ProbeDevice{};
   made->kind = DeviceKind::kProbe;
   made->object_ = object;
-  made->number_ = Load32(plug);
+  made->number_ = LoadLe32(plug);
   made->interface_class_ = ReadClass(plug + Plug::kClass);
   made->users_ = 1;
   if (!ReadText(plug + Plug::kDeviceId, made->device_id_) ||

@@ -187,8 +187,8 @@ NTSTATUS RequestQueue::Next(IRP* irp) {
 NTSTATUS RequestQueue::Fetch(IRP* irp) {
   const Buffers buffers(irp);
   if (buffers.input_size < kFetchSize) return Finish(irp, STATUS_INVALID_PARAMETER);
-  const std::uint64_t id = Load(buffers.input, 8);
-  const std::uint32_t offset = Load32(buffers.input + 8);
+  const std::uint64_t id = LoadLe64(buffers.input);
+  const std::uint32_t offset = LoadLe32(buffers.input + 8);
   ULONG_PTR copied = 0;
   bool found = false;
   {
