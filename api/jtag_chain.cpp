@@ -24,7 +24,7 @@ constexpr std::uint32_t kBitsPerReplyByte = 8;
 constexpr std::uint32_t kIdcodeBits = 32;
 constexpr std::uint32_t kMeasurementsDisagree = 1;
 
-using MeasureStream = std::array<std::uint8_t, kLongestChain / kCyclesPerStreamByte>;
+using MeasureStream = std::array<std::uint8_t, kMaxChainLength / kCyclesPerStreamByte>;
 
 bool BitAt(std::span<const std::uint8_t> bytes, std::uint32_t position) {
   const std::size_t byte = position / kBitsPerReplyByte;
@@ -39,13 +39,13 @@ std::uint32_t EnterShiftDr(CTzDevice& device) {
 std::uint32_t ShiftThrough(CTzDevice& device, std::uint8_t pattern, std::uint8_t* reply) {
   MeasureStream stream;
   stream.fill(pattern);
-  return device.JTAG_BufferedIo(kLongestChain, stream.data(), reply != nullptr, reply, false);
+  return device.JTAG_BufferedIo(kMaxChainLength, stream.data(), reply != nullptr, reply, false);
 }
 
-// Number of bits of this value before the first of the other, at most kLongestChain.
+// Number of bits of this value before the first of the other, at most kMaxChainLength.
 std::uint32_t LeadingBits(std::span<const std::uint8_t> reply, bool value) {
   std::uint32_t count = 0;
-  while (count < kLongestChain && BitAt(reply, count) == value) ++count;
+  while (count < kMaxChainLength && BitAt(reply, count) == value) ++count;
   return count;
 }
 
@@ -54,7 +54,7 @@ std::uint32_t LeadingBits(std::span<const std::uint8_t> reply, bool value) {
 // that the first count then says.
 std::uint32_t MeasureJtagChain(CTzDevice& device, std::uint32_t& length) {
   length = 0;
-  const ReplyBuffer reply(kLongestChain / kBitsPerReplyByte);
+  const ReplyBuffer reply(kMaxChainLength / kBitsPerReplyByte);
   if (const std::uint32_t result = ShiftThrough(device, kShiftOnes, nullptr); result != 0) {
     return result;
   }
@@ -66,7 +66,7 @@ std::uint32_t MeasureJtagChain(CTzDevice& device, std::uint32_t& length) {
     return result;
   }
   const std::uint32_t zeros = LeadingBits(reply.Bytes(), false);
-  return zeros != kLongestChain && zeros != length ? kMeasurementsDisagree : 0;
+  return zeros != kMaxChainLength && zeros != length ? kMeasurementsDisagree : 0;
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ class CTzDevice;
 namespace api {
 
 // The longest chain that is measured, in bits: 100 devices with an IDCODE, or 3200 in bypass.
-inline constexpr std::uint32_t kLongestChain = 3200;
+inline constexpr std::uint32_t kMaxChainLength = 3200;
 
 // Puts an id into `ids` for each device, the one next to the probe's TDI first: its IDCODE, or 0
 // for a device that shifts out a bypass bit. Leaves `ids` empty on failure and for an empty chain.

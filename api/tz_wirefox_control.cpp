@@ -20,8 +20,8 @@ constexpr std::uint32_t Code(Enum value) {
 // Bit of a client's mode value that asks for the probe's own controller instead of the target.
 constexpr std::uint32_t kInternalModeBit = 0x100;
 
-constexpr LONG kMostManchesterHz = 12'000'000;
-constexpr LONG kMostUartHz = 24'000'000;
+constexpr LONG kMaxManchesterHz = 12'000'000;
+constexpr LONG kMaxUartHz = 24'000'000;
 
 std::int16_t SignedField(const StatusReply& reply, std::size_t offset) {
   return static_cast<std::int16_t>(LoadLe16(reply.data() + offset));
@@ -148,7 +148,7 @@ HRESULT CTzWirefox::SetupSWV(BSTR wirefox, LONG targetFreq, CHAR manchesterNuart
   if (api::AnyMissing(error)) return E_POINTER;
   return api::RunOnProbe("CTzWirefox::SetupSWV", wirefox, error, [&](ProbeEntry& entry) {
     const bool manchester = manchesterNuart != 0;
-    const LONG limit = manchester ? kMostManchesterHz : kMostUartHz;
+    const LONG limit = manchester ? kMaxManchesterHz : kMaxUartHz;
     // A rate of 0 cannot be set: the probe's clock is divided by it. A negative rate passes, as it
     // always has, and reaches the probe as a large one that gives the divisor 0.
     if (targetFreq > limit || targetFreq == 0) return TzErrorCode::INVALID_PARAM;

@@ -45,9 +45,9 @@ class AcquireSequence {
 // The response ends with the reply to the IDCODE read, before which stands the status byte of the
 // request before the read. Both status bytes must be good, and a byte before them be there.
 bool ShowsAnswer(std::span<const std::uint8_t> response) {
-  constexpr std::size_t kLeast = 7;
+  constexpr std::size_t kMinBytes = 7;
   const std::size_t size = response.size();
-  return size >= kLeast && swd::IsGoodStatus(response[size - 1 - swd::kReadReplySize]) &&
+  return size >= kMinBytes && swd::IsGoodStatus(response[size - 1 - swd::kReadReplySize]) &&
          swd::IsGoodStatus(response[size - 1]);
 }
 

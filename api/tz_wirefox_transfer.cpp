@@ -13,7 +13,7 @@
 namespace {
 
 // The probe is always offered at least this much room for an SWD reply.
-constexpr std::size_t kLeastSwdReplyRoom = 512;
+constexpr std::size_t kMinSwdReplyRoom = 512;
 
 // What the I2C engine sends back beyond a byte for each byte sent.
 constexpr std::uint64_t kI2cReplyExtra = 2;
@@ -24,11 +24,11 @@ constexpr std::uint64_t kI2cReplyExtra = 2;
 std::uint32_t TransferSwd(CTzDevice& device, std::span<const std::uint8_t> requests,
                           std::span<std::uint8_t> reply) {
   const auto request_size = static_cast<std::uint32_t>(requests.size());
-  if (reply.size() >= kLeastSwdReplyRoom) {
+  if (reply.size() >= kMinSwdReplyRoom) {
     auto room = static_cast<std::uint32_t>(reply.size());
     return device.SWDXfer(request_size, requests.data(), room, reply.data());
   }
-  static auto& buffer = *new ReplyBuffer(kLeastSwdReplyRoom);
+  static auto& buffer = *new ReplyBuffer(kMinSwdReplyRoom);
   buffer.Renew();
   std::ranges::fill(buffer.Bytes(), std::uint8_t{0});
   auto room = static_cast<std::uint32_t>(buffer.Size());

@@ -13,7 +13,7 @@ namespace client {
 
 namespace {
 
-constexpr std::int64_t kMostBulkBytes = 1 << 26;
+constexpr std::int64_t kMaxBulkBytes = 1 << 26;
 
 struct BulkOptions {
   TransferTarget target;
@@ -29,7 +29,7 @@ int RunBulk(Context& context, const BulkOptions& options) {
   Bytes data;
   if (read) {
     const auto count =
-        options.words.size() == 1 ? ParseNumber(options.words[0], 0, kMostBulkBytes) : std::nullopt;
+        options.words.size() == 1 ? ParseNumber(options.words[0], 0, kMaxBulkBytes) : std::nullopt;
     if (!count) return context.output.ReportUsage("read wants the number of bytes");
     data.resize(static_cast<std::size_t>(*count));
   } else {

@@ -89,7 +89,7 @@ int RunWrite(Context& context, const Options& options) {
   }
   const auto data = ReadBytes(context, std::span(options.words).subspan(2), options.text, problem);
   if (!data) return context.output.ReportUsage(problem);
-  if (data->size() > kMostI2cBytesPerPhase) {
+  if (data->size() > kMaxI2cBytesPerPhase) {
     return context.output.ReportUsage("one transaction writes at most 63 bytes");
   }
   return RunTransaction(context, options, MakeI2cWrite(address, *data));
@@ -102,12 +102,12 @@ int RunRead(Context& context, const Options& options) {
   if (!ParseAddress(options.words[1], address, problem)) {
     return context.output.ReportUsage(problem);
   }
-  const auto count = ParseNumber(options.words[2], 1, kMostI2cBytesPerPhase);
+  const auto count = ParseNumber(options.words[2], 1, kMaxI2cBytesPerPhase);
   if (!count) return context.output.ReportUsage("one transaction reads 1 to 63 bytes");
   const auto size = static_cast<std::size_t>(*count);
   if (options.after.empty()) return RunTransaction(context, options, MakeI2cRead(address, size));
   const auto data = BytesFromHex(options.after);
-  if (!data || data->empty() || data->size() > kMostI2cBytesPerPhase) {
+  if (!data || data->empty() || data->size() > kMaxI2cBytesPerPhase) {
     return context.output.ReportUsage("--after wants 1 to 63 bytes in hexadecimal");
   }
   return RunTransaction(context, options, MakeI2cWriteRead(address, *data, size));

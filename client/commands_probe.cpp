@@ -13,7 +13,7 @@ namespace client {
 namespace {
 
 // Codes are not checked here against what the interface names: the probe decides.
-constexpr std::int64_t kMostCode = INT32_MAX;
+constexpr std::int64_t kMaxCode = INT32_MAX;
 
 // What the flag bits 0 and 1 leave open stays a number, as do the voltages: their units are the
 // firmware's own.
@@ -80,7 +80,7 @@ Action DefineMode(CLI::App& app) {
   };
   auto options = std::make_shared<Options>();
   AddProbe(app, options->probe);
-  AddNamed(app, "MODE", options->mode, kTransferModes, kMostCode, "The mode")->required();
+  AddNamed(app, "MODE", options->mode, kTransferModes, kMaxCode, "The mode")->required();
   app.add_option("--port", options->port, "The connector of the SWD modes (default 5)")
       ->check(CLI::IsMember({5, 10}));
   return [options](Context& context) {
@@ -125,7 +125,7 @@ Action DefineClock(CLI::App& app) {
   };
   auto options = std::make_shared<Options>();
   AddProbe(app, options->probe);
-  AddNamed(app, "CODE", options->code, kJtagClocks, kMostCode, "The frequency's code")->required();
+  AddNamed(app, "CODE", options->code, kJtagClocks, kMaxCode, "The frequency's code")->required();
   return [options](Context& context) {
     return ReportOnProbe(context,
                          Outcome(context.service().SetJtagClock(
@@ -142,7 +142,7 @@ Action DefineTimeout(CLI::App& app) {
   };
   auto options = std::make_shared<Options>();
   AddProbe(app, options->probe);
-  AddNamed(app, "EP", options->endpoint, kEndPoints, kMostCode,
+  AddNamed(app, "EP", options->endpoint, kEndPoints, kMaxCode,
            "The endpoint's address; one that reads has bit 7 set, such as 0x84")
       ->required();
   AddNumber(app, "MS", options->timeout_ms, INT32_MIN, INT32_MAX, "Milliseconds")->required();
@@ -163,8 +163,8 @@ Action DefineLed(CLI::App& app) {
   };
   auto options = std::make_shared<Options>();
   AddProbe(app, options->probe);
-  AddNamed(app, "LED", options->led, kLeds, kMostCode, "The LED")->required();
-  AddNamed(app, "STATE", options->state, kLedStates, kMostCode, "Its state")->required();
+  AddNamed(app, "LED", options->led, kLeds, kMaxCode, "The LED")->required();
+  AddNamed(app, "STATE", options->state, kLedStates, kMaxCode, "Its state")->required();
   return [options](Context& context) {
     return ReportOnProbe(
         context,
@@ -181,7 +181,7 @@ Action DefineIdentify(CLI::App& app) {
   };
   auto options = std::make_shared<Options>();
   AddProbe(app, options->probe);
-  AddNamed(app, "STATE", options->state, kIdentifyStates, kMostCode, "The pattern")->required();
+  AddNamed(app, "STATE", options->state, kIdentifyStates, kMaxCode, "The pattern")->required();
   return [options](Context& context) {
     return ReportOnProbe(context,
                          Outcome(context.service().VisualIdentify(

@@ -12,7 +12,7 @@ namespace client {
 
 namespace {
 
-constexpr std::int64_t kMostWords = 1 << 22;  // 16 MiB
+constexpr std::int64_t kMaxWords = 1 << 22;  // 16 MiB
 constexpr std::int64_t kHighestAddress = 0xFFFFFFFC;
 
 struct Options {
@@ -127,7 +127,7 @@ class OperationParser {
     std::int64_t count = 1;
     if (MoreValues()) {
       const std::string word = words_[at_++];
-      const auto number = ParseNumber(word, 1, kMostWords);
+      const auto number = ParseNumber(word, 1, kMaxWords);
       if (!number) {
         problem = "read-mem wants a number of words, not '" + word + "'";
         return false;

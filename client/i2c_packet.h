@@ -9,7 +9,7 @@
 
 namespace client {
 
-inline constexpr std::size_t kMostI2cBytesPerPhase = 63;
+inline constexpr std::size_t kMaxI2cBytesPerPhase = 63;
 
 // One transaction: an address byte and its data, and after a repeated start perhaps a second one.
 // In the reply byte 0 is the engine's status, and a byte that was read stands where its place
@@ -27,7 +27,7 @@ struct I2cPacket {
   static bool Answered(std::span<const std::uint8_t> reply);
 };
 
-// `address` is the 7-bit one; data and count are at most kMostI2cBytesPerPhase.
+// `address` is the 7-bit one; data and count are at most kMaxI2cBytesPerPhase.
 I2cPacket MakeI2cWrite(std::uint8_t address, std::span<const std::uint8_t> data);
 I2cPacket MakeI2cRead(std::uint8_t address, std::size_t count);
 

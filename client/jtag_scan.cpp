@@ -11,7 +11,7 @@ namespace {
 constexpr std::uint32_t kCyclesPerByte = 4;
 
 // A packet of this many cycles is 16 MiB; more than one step of it is a typing mistake.
-constexpr std::int64_t kMostCyclesPerStep = 1 << 24;
+constexpr std::int64_t kMaxCyclesPerStep = 1 << 24;
 
 bool BitAt(std::span<const std::uint8_t> bytes, std::uint64_t bit) {
   return (bytes[bit / 8] >> bit % 8 & 1) != 0;
@@ -20,7 +20,7 @@ bool BitAt(std::span<const std::uint8_t> bytes, std::uint64_t bit) {
 // Splits "BITS:VALUE" or "BITS". The value's bits are zero when there is none.
 bool ParseScan(const std::string& word, bool value_needed, std::uint32_t& bits, Bytes& tdi) {
   const std::size_t colon = word.find(':');
-  const auto count = ParseNumber(word.substr(0, colon), 1, kMostCyclesPerStep);
+  const auto count = ParseNumber(word.substr(0, colon), 1, kMaxCyclesPerStep);
   if (!count) return false;
   bits = static_cast<std::uint32_t>(*count);
   if (colon == std::string::npos) {
@@ -104,7 +104,7 @@ std::optional<JtagProgram> ParseJtagProgram(std::span<const std::string> words, 
     }
     const std::string argument = at + 1 < words.size() ? words[at + 1] : "";
     if (step == "idle") {
-      const auto cycles = ParseNumber(argument, 1, kMostCyclesPerStep);
+      const auto cycles = ParseNumber(argument, 1, kMaxCyclesPerStep);
       if (!cycles) {
         problem = "idle wants a number of cycles, not '" + argument + "'";
         return std::nullopt;

@@ -15,7 +15,7 @@ constexpr std::size_t kUsualProbes = 20;
 constexpr int kOpenAttempts = 3;
 constexpr DWORD kOpenPauseMs = 50;
 // How often a pass is run at most, while devices come and go under it.
-constexpr int kMostRounds = 4;
+constexpr int kMaxPasses = 4;
 
 bool Contains(const std::vector<std::string>& paths, std::string_view path) {
   return std::ranges::find(paths, path) != paths.end();
@@ -92,7 +92,7 @@ std::uint32_t CTzDeviceConfigure::LookUpState(const char* state_setting, std::ui
 bool CTzDeviceConfigure::UpdateState(CTzUSBDevice& enumerator) {
   std::vector<std::string> found;
   bool settled = false;
-  for (int round = 0; round < kMostRounds && !settled; ++round) {
+  for (int round = 0; round < kMaxPasses && !settled; ++round) {
     found.clear();
     settled = LookAtEach(enumerator, "CTzDeviceConfigure::UpdateState", [&](std::uint8_t) {
       if (GetDeviceState(enumerator.VendorId(), enumerator.ProductId()) == kNotHandled) return;
@@ -125,7 +125,7 @@ bool CTzDeviceConfigure::RunConfigurationPass(CTzUSBDevice& enumerator, const Fa
   // which alone is a reason to look again.
   std::vector<std::string> done;
   bool settled = false;
-  for (int round = 0; round < kMostRounds && !settled; ++round) {
+  for (int round = 0; round < kMaxPasses && !settled; ++round) {
     bool dropped = false;
     settled = LookAtEach(enumerator, family.pass_label, [&](std::uint8_t index) {
       if (Contains(done, enumerator.DevicePath())) return;

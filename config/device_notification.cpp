@@ -31,7 +31,7 @@ constexpr UINT_PTR kTimerId = 0x11112222;
 constexpr UINT kTimerPeriodMs = 5000;
 constexpr DWORD kPollPauseMs = 1;
 constexpr DWORD kNoWindowExitCode = 0xFFFFFFFF;
-constexpr DWORD kLongestStartMs = 5000;
+constexpr DWORD kStartTimeoutMs = 5000;
 
 // Never destroyed: the notification thread and the last client call outlive the end of main.
 std::wstring& DevicesChangedPath() {
@@ -188,7 +188,7 @@ void StartDeviceDiscovery(HINSTANCE instance, const wchar_t* path) {
   }
   // A fresh probe that the caller's refresh gives its firmware comes back at once, and would do so
   // unnoticed. A system that is slower than this is not waited for.
-  if (thread) WaitForSingleObject(watching, kLongestStartMs);
+  if (thread) WaitForSingleObject(watching, kStartTimeoutMs);
 }
 
 const wchar_t* GetDevicesChangedPath() {

@@ -15,11 +15,11 @@ constexpr std::size_t kCountAt = 1;
 constexpr std::size_t kAddressAt = 3;
 constexpr std::size_t kTypeAt = 7;
 constexpr std::size_t kDataAt = 9;
-constexpr std::size_t kMostDataBytes = 255;
+constexpr std::size_t kMaxDataBytes = 255;
 constexpr std::uint32_t kDataRecord = 0;
 
 // As much of a token as a record can hold with its checksum; the rest is of no interest.
-constexpr std::size_t kTokenBytes = kDataAt + 2 * kMostDataBytes + 2;
+constexpr std::size_t kTokenBytes = kDataAt + 2 * kMaxDataBytes + 2;
 constexpr std::size_t kBufferBytes = 64 * 1024;
 
 constexpr std::uint8_t kNoDigit = 0xFF;
@@ -106,8 +106,8 @@ bool TakeToken(std::string_view token, HexImage& image) {
   if (static_cast<std::uint32_t>(header.type) != kDataRecord) return true;
   // A count that was written with a sign is larger than any token.
   const auto count = static_cast<std::uint32_t>(header.count);
-  if (count > kMostDataBytes) return false;
-  std::array<std::uint8_t, kMostDataBytes> bytes;
+  if (count > kMaxDataBytes) return false;
+  std::array<std::uint8_t, kMaxDataBytes> bytes;
   for (std::size_t i = 0; i < count; ++i) {
     if (!ParseByte(token, kDataAt + 2 * i, bytes[i])) return false;
   }

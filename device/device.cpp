@@ -80,7 +80,7 @@ std::uint32_t CTzDevice::XferData(std::uint32_t Direction, std::uint8_t ReqCode,
 
 std::uint32_t CTzDevice::SendCommand(std::uint8_t request, std::uint16_t value,
                                      std::uint32_t reply_length) {
-  std::array<std::uint8_t, probe::kLongestCommandReply> reply{};
+  std::array<std::uint8_t, probe::kMaxCommandReply> reply{};
   const std::uint32_t status =
       XferData(probe::kProbeToHost, request, value, 0, reply.data(), reply_length);
   return status != device_status::kSuccess ? status : reply[probe::kReplyStatus];

@@ -148,11 +148,11 @@ class CTzDevice {
   // gets 0x00, TMS and TDI low, which leaves a TAP in the state where streams end (it can only
   // shift on where the chunk is so long that the probe cannot be told the exact count). Only then
   // is the last chunk, at most 8 KiB, copied. `tdo` has room for ceil(byte_count / 2) bytes.
-  // Logs, and gives statuses, as JTAG_BufferedIo. More than kMostStreamBytes: kNotPossible.
+  // Logs, and gives statuses, as JTAG_BufferedIo. More than kMaxStreamBytes: kNotPossible.
   [[nodiscard]] std::uint32_t JTAG_BufferedIoBytes(std::span<const std::uint8_t> tmstdi,
                                                    bool want_read, std::uint8_t* tdo,
                                                    bool loopback);
-  static constexpr std::size_t kMostStreamBytes = 0x1FFFFFFF;  // 4 cycles each, counted in 31 bits
+  static constexpr std::size_t kMaxStreamBytes = 0x1FFFFFFF;  // 4 cycles each, counted in 31 bits
 
  protected:
   // A vendor request without data of its own: the transfer's status when that failed, else the

@@ -71,7 +71,7 @@ std::uint32_t CTzDevice::JTAG_BufferedIo(std::int32_t bitcount, const std::uint8
 
 std::uint32_t CTzDevice::JTAG_BufferedIoBytes(std::span<const std::uint8_t> tmstdi, bool want_read,
                                               std::uint8_t* tdo, bool loopback) {
-  if (tmstdi.size() > kMostStreamBytes) {
+  if (tmstdi.size() > kMaxStreamBytes) {
     return LogFailure("CTzDevice::JTAG_BufferedIo", device_status::kNotPossible);
   }
   const auto bitcount = static_cast<std::int32_t>(probe::kJtagCyclesPerByte * tmstdi.size());

@@ -68,7 +68,7 @@ inline constexpr std::uint32_t kConnectorLength = 10;
 inline constexpr std::uint32_t kConnectorAfterModeLength = 3;  // as part of a mode switch
 inline constexpr std::uint8_t kRequestCommitSwv = 0x67;
 inline constexpr std::uint32_t kCommitSwvLength = 2;
-inline constexpr std::uint32_t kLongestCommandReply = 16;
+inline constexpr std::uint32_t kMaxCommandReply = 16;
 inline constexpr std::uint8_t kRequestControllerRam = 0xA0;  // the only one from host to probe
 inline constexpr std::uint16_t kControllerResetAddress = 0xE600;
 

@@ -65,7 +65,7 @@ class CTzWfxDevice : public CTzDevice {
   static constexpr std::uint32_t kDrainTimeoutMs = 50;
   // No reply in the older format is longer: the engine takes packets of at most 64 bytes or so.
   // Clients that offer a larger buffer get this much of it filled.
-  static constexpr std::uint32_t kLongestReply = 70;
+  static constexpr std::uint32_t kMaxReplyBytes = 70;
   // The engine's reply is read with two bytes more than the client asked for; one of them is the
   // echo of a second address byte.
   static constexpr std::uint32_t kReplyExtra = 2;
@@ -89,7 +89,7 @@ class CTzWfxDevice : public CTzDevice {
   bool restart_transfer_ = false;
   std::uint32_t first_phase_length_ = 0;
   std::uint32_t second_phase_length_ = 0;
-  ReplyBuffer reply_{kLongestReply + kReplyExtra};  // of the older format
+  ReplyBuffer reply_{kMaxReplyBytes + kReplyExtra};  // of the older format
   std::uint32_t read_failed_ = 1;
   std::uint32_t next_power_check_ms_ = 0;  // system tick count
   std::uint32_t power_supplied_ = 0;       // answer of the last power check

@@ -42,7 +42,7 @@ std::uint32_t CTzWfxDevice::TranslateReply(std::uint8_t* bfr, std::uint32_t& len
   reply_.Renew();
   std::uint8_t* const reply = reply_.Data();
   std::fill_n(reply, reply_.Size(), std::uint8_t{0});
-  len = std::min(len, kLongestReply);
+  len = std::min(len, kMaxReplyBytes);
   const std::uint32_t room = len;
   if (PowerSupplied() != 0) {
     std::uint32_t received = len + kReplyExtra;

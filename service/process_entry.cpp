@@ -16,7 +16,7 @@
 namespace {
 
 constexpr DWORD kPathRoom = 260;
-constexpr DWORD kLongestGoodbyeMs = 1000;
+constexpr DWORD kExitTimeoutMs = 1000;
 
 // Where clients are told of changes to the list of probes; empty, so that the file cannot be
 // written, when the temporary directory's path is too long for it.
@@ -60,6 +60,6 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR arguments, int) {
   // file. More is not worth waiting for: a download, or another process, may hold the lock for
   // minutes, and the service has said that it stopped. A probe whose download ends here is loaded
   // again by the next start.
-  static_cast<void>(TryLockDeviceTable(kLongestGoodbyeMs));
+  static_cast<void>(TryLockDeviceTable(kExitTimeoutMs));
   return result;
 }

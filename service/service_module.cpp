@@ -258,8 +258,8 @@ void CTzWirefoxServiceModule::SetServiceState(DWORD state) {
 
 // An event of the log is named after the service. A failure to register it drops the event.
 void CTzWirefoxServiceModule::LogServiceEvent(const std::wstring& text) const {
-  constexpr std::size_t kMostCharacters = 255;
-  const std::wstring event = text.substr(0, kMostCharacters);
+  constexpr std::size_t kMaxCharacters = 255;
+  const std::wstring event = text.substr(0, kMaxCharacters);
   if (!as_service_) std::printf("%ls\n", event.c_str());
   const HANDLE source = RegisterEventSourceW(nullptr, service_name_.c_str());
   if (source == nullptr) return;

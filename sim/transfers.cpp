@@ -13,7 +13,7 @@ using probe_driver::UsbTransfer;
 constexpr std::uint8_t kDirectionIn = 0x80;
 constexpr std::uint8_t kClearFeature = 0x01;
 constexpr std::uint8_t kToEndpoint = 0x02;         // bmRequestType: host to device, an endpoint
-constexpr std::uint32_t kShortestFaultReply = 64;  // longest reply that a refusal fills
+constexpr std::uint32_t kMinFaultReply = 64;  // longest reply that a refusal fills
 
 // Bytes that a reply has too many.
 constexpr std::uint8_t kExcess = 0xEE;
@@ -131,7 +131,7 @@ void BenchCore::ProcessControl(Attachment& attachment, Pending& pending, Complet
   const std::uint32_t sent =
       in ? 0 : std::min<std::uint32_t>(transfer.length, transfer.setup.length);
   if (pending.fault && pending.fault->kind == FaultKind::kErrorStatus) {
-    reply.size = std::min<std::uint32_t>(transfer.setup.length, kShortestFaultReply);
+    reply.size = std::min<std::uint32_t>(transfer.setup.length, kMinFaultReply);
     std::fill_n(reply.bytes.begin(), std::max(reply.size, 1u), 0);
     reply.bytes[0] = static_cast<std::uint8_t>(std::max(pending.fault->value, 1u));
   } else {

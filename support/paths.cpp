@@ -11,11 +11,11 @@ constexpr wchar_t kSeparator = std::filesystem::path::preferred_separator;
 constexpr bool kNamesBeginWithSlash = kSeparator == L'/';
 
 constexpr DWORD kUsualPathUnits = 260;
-constexpr DWORD kLongestPathUnits = 32768;
+constexpr DWORD kMaxPathUnits = 32768;
 
 // A path longer than usual is not cut: a cut one would name another directory.
 std::wstring ExecutablePath() {
-  for (DWORD room = kUsualPathUnits; room <= kLongestPathUnits; room *= 2) {
+  for (DWORD room = kUsualPathUnits; room <= kMaxPathUnits; room *= 2) {
     std::vector<wchar_t> path(room);
     const DWORD length = GetModuleFileNameW(nullptr, path.data(), room);
     if (length < room) return std::wstring(path.data(), length);

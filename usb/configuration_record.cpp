@@ -13,7 +13,7 @@ constexpr std::size_t kLength = 0;
 constexpr std::size_t kType = 1;
 
 // Descriptors of other types between an interface and its endpoints that are passed over.
-constexpr int kMostForeignDescriptors = 11;
+constexpr int kMaxForeignDescriptors = 11;
 
 std::unique_ptr<CTzUSBEndPoint> MakeEndPoint(DriverFile& driver, const std::uint8_t* descriptor) {
   // Compared whole: a descriptor with synchronisation or usage bits gives no object.
@@ -59,7 +59,7 @@ std::size_t BuildEndPoints(InterfaceRecord& record, std::uint8_t endpoint_count,
         AddEndPoint(record, slot, MakeEndPoint(driver, bytes.data() + offset));
       }
       ++slot;
-    } else if (++foreign > kMostForeignDescriptors) {
+    } else if (++foreign > kMaxForeignDescriptors) {
       ++slot;
       continue;
     }

@@ -17,7 +17,7 @@ using DeviceSet = UniqueHandle<DeviceSetTraits>;
 
 // A place that cannot be listed is passed over; this many of them end the count, so that a system
 // that refuses every place is not asked for ever.
-constexpr DWORD kMostPlaces = 4096;
+constexpr DWORD kMaxPlaces = 4096;
 
 DeviceSet PresentDevices(const GUID& interface_class) {
   return DeviceSet(SetupDiGetClassDevsW(&interface_class, nullptr, nullptr,
@@ -50,7 +50,7 @@ template <typename Use>
 void ForEachDevice(const GUID& interface_class, Use use) {
   const DeviceSet set = PresentDevices(interface_class);
   if (!set) return;
-  for (DWORD index = 0; index < kMostPlaces; ++index) {
+  for (DWORD index = 0; index < kMaxPlaces; ++index) {
     SP_DEVICE_INTERFACE_DATA data;
     if (ListDevice(set, interface_class, index, data)) {
       use(set, data);

@@ -53,8 +53,8 @@ inline constexpr std::string_view kBusGreeting = "WFXBUS1\n";
 
 inline constexpr std::size_t kFrameHeaderSize = 48;
 inline constexpr std::uint32_t kLargestTransfer = 64u << 20;  // bytes in one transfer
-inline constexpr std::uint32_t kLongestPath = 255;
-inline constexpr std::uint32_t kLongestFacts = 18 + 2 * 255;
+inline constexpr std::uint32_t kMaxPathBytes = 255;
+inline constexpr std::uint32_t kMaxFactBytes = 18 + 2 * 255;
 
 enum class FrameType : std::uint8_t {
   kOpen = 1,
@@ -111,12 +111,12 @@ inline std::optional<std::uint32_t> LargestPayload(FrameType type) {
     case FrameType::kOpen:
     case FrameType::kArrived:
     case FrameType::kRemoved:
-      return kLongestPath;
+      return kMaxPathBytes;
     case FrameType::kSubmit:
     case FrameType::kCompleted:
       return kLargestTransfer;
     case FrameType::kOpened:
-      return kLongestFacts;
+      return kMaxFactBytes;
     case FrameType::kClose:
     case FrameType::kCancel:
     case FrameType::kAbort:
@@ -171,7 +171,7 @@ inline bool IsPath(std::span<const std::uint8_t> bytes) {
   for (const std::uint8_t byte : bytes) {
     if (byte < 0x20 || byte > 0x7E) return false;
   }
-  return !bytes.empty() && bytes.size() <= kLongestPath;
+  return !bytes.empty() && bytes.size() <= kMaxPathBytes;
 }
 
 inline std::vector<std::uint8_t> EncodeFacts(const DriverFacts& facts) {

@@ -45,8 +45,8 @@ Outcome OutcomeOf(UsbStatus status) {
 // so that the client's own time-out, which is the exact one, always comes first (also that of 5 s
 // for descriptors), and this one only ends what nobody watches.
 std::uint32_t TimeOutMs(std::uint32_t seconds) {
-  constexpr std::uint32_t kLongest = 0x7FFFFFFF / 1000;
-  return seconds == 0 ? 0 : (std::min(seconds, kLongest - 1) + 1) * 1000;
+  constexpr std::uint32_t kMaxSeconds = 0x7FFFFFFF / 1000;
+  return seconds == 0 ? 0 : (std::min(seconds, kMaxSeconds - 1) + 1) * 1000;
 }
 
 }  // namespace

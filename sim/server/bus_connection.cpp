@@ -11,9 +11,9 @@ using probe_driver::FrameType;
 using probe_driver::UsbStatus;
 
 // Beyond these a user is not one of ours, or no longer reads.
-constexpr std::size_t kMostBytesInFlight = 512u << 20;
-constexpr std::size_t kMostUnsentBytes = 512u << 20;
-constexpr std::size_t kMostDevices = 1024;
+constexpr std::size_t kMaxBytesInFlight = 512u << 20;
+constexpr std::size_t kMaxUnsentBytes = 512u << 20;
+constexpr std::size_t kMaxDevices = 1024;
 
 }  // namespace
 
@@ -85,7 +85,7 @@ probe_driver::UsbDevice* BusConnection::Find(std::uint32_t device) {
 bool BusConnection::Open(const Frame& frame) {
   std::vector<std::uint8_t> path(frame.payload);
   if (!socket_->Receive(path.data(), path.size()) || !probe_driver::IsPath(path)) return false;
-  if (devices_.count(frame.device) != 0 || devices_.size() >= kMostDevices) return false;
+  if (devices_.count(frame.device) != 0 || devices_.size() >= kMaxDevices) return false;
   auto device = bus_.OpenDevice({path.begin(), path.end()});
   Frame answer{.type = FrameType::kOpened, .id = frame.id, .status = device != nullptr ? 1u : 0u};
   std::vector<std::uint8_t> facts;
@@ -106,7 +106,7 @@ bool BusConnection::Submit(const Frame& frame) {
   {
     const std::lock_guard lock(transfers_mutex_);
     bytes_in_flight_ += frame.length;
-    if (bytes_in_flight_ > kMostBytesInFlight) return false;
+    if (bytes_in_flight_ > kMaxBytesInFlight) return false;
   }
   // Not cleared: an IN transfer sends back only what the device wrote.
   transfer->data.reset(new std::uint8_t[frame.length]);
@@ -186,7 +186,7 @@ void BusConnection::Send(Frame frame, const std::uint8_t* payload, std::size_t s
   const std::size_t of_payload = sent > header.size() ? sent - header.size() : 0;
   rest.insert(rest.end(), payload + of_payload, payload + size);
   unsent_bytes_ += rest.size();
-  if (unsent_bytes_ > kMostUnsentBytes) {
+  if (unsent_bytes_ > kMaxUnsentBytes) {
     socket_->Shutdown();
     return;
   }

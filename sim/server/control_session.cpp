@@ -5,14 +5,14 @@
 namespace sim {
 namespace {
 
-constexpr std::size_t kLongestRequest = 1u << 20;
+constexpr std::size_t kMaxRequestBytes = 1u << 20;
 
 }  // namespace
 
 void ServeControl(ControlStream& stream, Bench& bench, const std::function<void()>& stop) {
   std::string line;
   char c = 0;
-  while (line.size() < kLongestRequest && stream.Receive(&c, 1)) {
+  while (line.size() < kMaxRequestBytes && stream.Receive(&c, 1)) {
     if (c != '\n') {
       line += c;
       continue;

@@ -21,7 +21,7 @@ constexpr int kObjectsOfATransfer = 10;
 constexpr int kTransfersOfASession = 10;
 
 // What the server's memory may grow by over half of the objects: less than 13 bytes of each.
-constexpr long kMostGrowthKiB = 64;
+constexpr long kMaxGrowthKiB = 64;
 
 constexpr char kName[] = "org.wirefox.TzWirefox";
 constexpr char kPath[] = "/org/wirefox/TzWirefox";
@@ -125,7 +125,7 @@ TEST_F(LongRun, TenThousandClientsLeaveNothingBehind) {
   const long half = MemoryKiB();
   ASSERT_GT(half, 0);
   ASSERT_NO_FATAL_FAILURE(UseObjects(kObjects / 2));
-  EXPECT_LE(MemoryKiB(), half + kMostGrowthKiB);
+  EXPECT_LE(MemoryKiB(), half + kMaxGrowthKiB);
   EXPECT_TRUE(WaitUntil([&] { return Descriptors() <= descriptors; }))
       << Descriptors() << " after " << descriptors;
 }

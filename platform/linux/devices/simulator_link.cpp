@@ -17,9 +17,9 @@ using probe_driver::UsbTransfer;
 namespace {
 
 constexpr std::chrono::seconds kBetweenAttempts(1);
-constexpr std::chrono::seconds kLongestFirstWait(2);
+constexpr std::chrono::seconds kMaxFirstWait(2);
 // A bench that does not take or answer a frame for so long is lost, as if it had ended.
-constexpr std::chrono::seconds kLongestAnswer(10);
+constexpr std::chrono::seconds kAnswerTimeout(10);
 
 }  // namespace
 
@@ -50,8 +50,8 @@ SimulatorLink::Socket SimulatorLink::Connect() const {
   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return nullptr;
   auto connected = std::make_shared<FrameSocket>(fd);
-  const timeval longest_send{.tv_sec = kLongestAnswer.count(), .tv_usec = 0};
-  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &longest_send, sizeof longest_send);
+  const timeval send_timeout{.tv_sec = kAnswerTimeout.count(), .tv_usec = 0};
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
   if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return nullptr;
   }
@@ -68,7 +68,7 @@ void SimulatorLink::End() {
 
 void SimulatorLink::AwaitFirstList() {
   std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, kLongestFirstWait, [&] { return settled_; });
+  changed_.wait_for(lock, kMaxFirstWait, [&] { return settled_; });
 }
 
 void SimulatorLink::ReadFrames(FrameSocket& socket) {
@@ -249,7 +249,7 @@ std::optional<SimulatorLink::Answer> SimulatorLink::Ask(Frame frame, FrameType a
          static_cast<std::uint32_t>(payload.size()));
   }
   std::unique_lock lock(mutex_);
-  if (!changed_.wait_for(lock, kLongestAnswer, [&] { return !answer.due; })) {
+  if (!changed_.wait_for(lock, kAnswerTimeout, [&] { return !answer.due; })) {
     Drop();
     changed_.wait(lock, [&] { return !answer.due; });
   }
@@ -280,7 +280,7 @@ void SimulatorLink::Close(std::uint32_t device, probe_driver::InFlight& of_devic
     const std::lock_guard lock(mutex_);
     open_.erase(device);
   }
-  if (of_device.AwaitNoneFor(kLongestAnswer)) return;
+  if (of_device.AwaitNoneFor(kAnswerTimeout)) return;
   {
     const std::lock_guard lock(mutex_);
     Drop();

@@ -60,12 +60,12 @@ bool IsPlainText(std::wstring_view text) {
 }
 
 bool IsKeyName(std::wstring_view name) {
-  return !name.empty() && name.size() <= kLongestKeyName && name.find(L'\\') == name.npos &&
+  return !name.empty() && name.size() <= kMaxKeyName && name.find(L'\\') == name.npos &&
          IsPlainText(name);
 }
 
 bool IsValueName(std::wstring_view name) {
-  return name.size() <= kLongestValueName && IsPlainText(name);
+  return name.size() <= kMaxValueName && IsPlainText(name);
 }
 
 std::vector<std::wstring> SplitKeyPath(std::wstring_view path) {

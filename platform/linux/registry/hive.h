@@ -37,8 +37,8 @@ struct NameLess {
 };
 
 // In characters, as on Windows.
-inline constexpr std::size_t kLongestKeyName = 255;
-inline constexpr std::size_t kLongestValueName = 16383;
+inline constexpr std::size_t kMaxKeyName = 255;
+inline constexpr std::size_t kMaxValueName = 16383;
 inline constexpr std::size_t kDeepestKey = 512;
 
 struct RegistryValue {

@@ -123,8 +123,8 @@ std::string ActivationEntries(const std::string& bus_name, const std::string& co
 }  // namespace
 
 bool IsUnitName(const std::string& name) {
-  constexpr std::size_t kMostCharacters = 200;
-  return !name.empty() && name.size() <= kMostCharacters && name.front() != '.' &&
+  constexpr std::size_t kMaxCharacters = 200;
+  return !name.empty() && name.size() <= kMaxCharacters && name.front() != '.' &&
          std::ranges::all_of(name, [](char c) {
            return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
                   c == '-' || c == '_' || c == '.';

@@ -78,11 +78,11 @@ void MessageQueue::Send(DispatcherLock& lock, std::function<void()> call) {
 }
 
 UINT_PTR MessageQueue::SetTimer(HWND window, UINT_PTR id, UINT period_ms, TIMERPROC procedure) {
-  constexpr UINT kShortest = 10;
-  constexpr UINT kLongest = 0x7FFFFFFF;
+  constexpr UINT kMinPeriodMs = 10;
+  constexpr UINT kMaxPeriodMs = 0x7FFFFFFF;
   if (!window) id = next_timer_id_++;
   KillTimer(window, id);
-  const Deadline period = std::clamp(period_ms, kShortest, kLongest) * kNsPerMs;
+  const Deadline period = std::clamp(period_ms, kMinPeriodMs, kMaxPeriodMs) * kNsPerMs;
   timers_.push_back({window, id, period, Now() + period, procedure});
   return window && id == 0 ? 1 : id;
 }

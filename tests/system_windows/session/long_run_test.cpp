@@ -21,7 +21,7 @@ constexpr int kRoundsOfASession = 10;
 
 // What the server's memory may grow by over half of the rounds: less than one text or array of each
 // round takes.
-constexpr SIZE_T kMostGrowth = 32 << 10;
+constexpr SIZE_T kMaxGrowth = 32 << 10;
 constexpr ULONG kPacketBytes = 256;
 
 class LongRun : public system_test::SystemTest {
@@ -142,7 +142,7 @@ TEST_F(LongRun, ManyObjectsAndCallsLeaveNothingBehindButTheMutexesOfTheTargets) 
   const SIZE_T half = Memory();
   ASSERT_NE(half, 0u);
   ASSERT_EQ(Run(kRounds / 2), kRounds / 2);
-  EXPECT_LE(Memory(), half + kMostGrowth);
+  EXPECT_LE(Memory(), half + kMaxGrowth);
   // The mutexes of the sessions are closed now, and not before.
   EXPECT_FALSE(NoneMoreThan(before, Handles()));
   ASSERT_TRUE(ReplaceTargets(TzTransferMode::IDLE));
