@@ -8,7 +8,7 @@ namespace api {
 namespace {
 
 bool IsByteArray(SAFEARRAY* array) {
-  return array != nullptr && SafeArrayGetDim(array) == 1 && SafeArrayGetElemsize(array) == 1;
+  return array && SafeArrayGetDim(array) == 1 && SafeArrayGetElemsize(array) == 1;
 }
 
 SAFEARRAY* CreateArray(VARTYPE type, std::uint64_t count) {
@@ -27,7 +27,7 @@ ByteArrayAccess::ByteArrayAccess(SAFEARRAY* array) : array_(array) {
   accessed_ = true;
   // An array descriptor may state a size and have no storage.
   const std::uint32_t count = ByteCount(array);
-  if (data == nullptr && count != 0) {
+  if (!data && count != 0) {
     SafeArrayUnaccessData(array);
     accessed_ = false;
     return;
@@ -56,7 +56,7 @@ SAFEARRAY* CreateByteArray(std::uint64_t count) { return CreateArray(VT_UI1, cou
 
 StringArrayAccess::StringArrayAccess(SAFEARRAY* array) : array_(array) {
   void* data = nullptr;
-  if (array != nullptr && SUCCEEDED(SafeArrayAccessData(array, &data))) {
+  if (array && SUCCEEDED(SafeArrayAccessData(array, &data))) {
     accessed_ = true;
     strings_ = static_cast<BSTR*>(data);
   }
@@ -67,9 +67,9 @@ StringArrayAccess::~StringArrayAccess() {
 }
 
 void StringArrayAccess::Set(std::size_t index, const wchar_t* text) {
-  if (text == nullptr) return;
+  if (!text) return;
   strings_[index] = SysAllocString(text);
-  if (strings_[index] == nullptr) throw OutOfStrings{};
+  if (!strings_[index]) throw OutOfStrings{};
 }
 
 OwnedArray CreateStringArray(std::size_t count) { return OwnedArray(CreateArray(VT_BSTR, count)); }

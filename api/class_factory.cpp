@@ -11,7 +11,7 @@ TzWirefoxFactory* TzWirefoxFactory::Create(ModuleLock& module) {
 }
 
 HRESULT TzWirefoxFactory::QueryInterface(REFIID riid, void** object) {
-  if (object == nullptr) return E_POINTER;
+  if (!object) return E_POINTER;
   *object = nullptr;
   if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IClassFactory)) {
     return E_NOINTERFACE;
@@ -30,10 +30,10 @@ ULONG TzWirefoxFactory::Release() {
 }
 
 HRESULT TzWirefoxFactory::CreateInstance(IUnknown* outer, REFIID riid, void** object) {
-  if (object == nullptr) return E_POINTER;
+  if (!object) return E_POINTER;
   *object = nullptr;
   // An aggregating object can only start from the inner IUnknown.
-  if (outer != nullptr && !IsEqualIID(riid, IID_IUnknown)) return CLASS_E_NOAGGREGATION;
+  if (outer && !IsEqualIID(riid, IID_IUnknown)) return CLASS_E_NOAGGREGATION;
   return CTzWirefox::Create(module_, outer, riid, object);
 }
 

@@ -19,7 +19,7 @@ std::optional<std::wstring>& Location() {
 
 void RememberDevicesChangedLocation() {
   const wchar_t* path = GetDevicesChangedPath();
-  if (Location() || path == nullptr) return;
+  if (Location() || !path) return;
   try {
     Location() = path;
   } catch (const std::bad_alloc&) {

@@ -54,15 +54,15 @@ HRESULT RunMethod(const char* source, TzErrorCode* error, Work&& work) {
 // The probe of this name that can be used, or null. A null name counts as an empty one, as it does
 // everywhere for automation strings.
 inline ProbeEntry* FindProbe(const wchar_t* wirefox) {
-  ProbeEntry* probe = FindProbeByName(wirefox != nullptr ? wirefox : L"");
-  return probe != nullptr && probe->device != nullptr ? probe : nullptr;
+  ProbeEntry* probe = FindProbeByName(wirefox ? wirefox : L"");
+  return probe && probe->device ? probe : nullptr;
 }
 
 template <typename Work>
 HRESULT RunOnProbe(const char* source, const wchar_t* wirefox, TzErrorCode* error, Work&& work) {
   return RunMethod(source, error, [&] {
     ProbeEntry* probe = FindProbe(wirefox);
-    return probe != nullptr ? work(*probe) : TzErrorCode::INVALID_PARAM;
+    return probe ? work(*probe) : TzErrorCode::INVALID_PARAM;
   });
 }
 
@@ -80,7 +80,7 @@ template <typename Work>
 HRESULT RunOnSession(const char* source, std::int64_t handle, TzErrorCode* error, Work&& work) {
   return RunMethod(source, error, [&] {
     ProbeEntry* probe = FindProbeByHandle(handle);
-    return probe != nullptr && probe->device != nullptr ? work(*probe) : TzErrorCode::NOT_ACQUIRED;
+    return probe && probe->device ? work(*probe) : TzErrorCode::NOT_ACQUIRED;
   });
 }
 
@@ -93,7 +93,7 @@ inline TzErrorCode OutcomeOf(std::uint32_t status) {
 // the answer, before anything is done.
 template <typename... Output>
 bool AnyMissing(const Output*... outputs) {
-  return (... || (outputs == nullptr));
+  return (... || !outputs);
 }
 
 }  // namespace api

@@ -52,7 +52,7 @@ bool SameTargets(const std::vector<std::uint32_t>& ids, const std::vector<Target
 
 void ReplaceTargets(const std::vector<std::uint32_t>& ids, ProbeEntry& probe) {
   for (const TargetRecord& target : probe.targets) {
-    if (target.sessionMutex == nullptr) continue;
+    if (!target.sessionMutex) continue;
     // The mutex may belong to another thread; then releasing fails, and closing is what counts.
     ReleaseMutex(target.sessionMutex);
     CloseHandle(target.sessionMutex);

@@ -14,7 +14,7 @@ std::array<wchar_t, 10> TargetText(const TargetRecord& target) {
   for (std::size_t digit = 0; digit < 8; ++digit) {
     text[digit] = L"0123456789ABCDEF"[target.targetId >> (28 - 4 * digit) & 0xF];
   }
-  text[8] = target.sessionMutex != nullptr ? L'1' : L'0';
+  text[8] = target.sessionMutex ? L'1' : L'0';
   return text;
 }
 

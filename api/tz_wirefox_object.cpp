@@ -16,8 +16,8 @@ HRESULT CTzWirefox::Create(api::ModuleLock& module, IUnknown* outer, REFIID riid
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
   }
-  const HRESULT result = outer != nullptr ? created->inner_.QueryInterface(riid, object)
-                                          : created->QueryOwnInterface(riid, object);
+  const HRESULT result = outer ? created->inner_.QueryInterface(riid, object)
+                               : created->QueryOwnInterface(riid, object);
   created->ReleaseOwnReference();
   return result;
 }
@@ -35,24 +35,22 @@ CTzWirefox::~CTzWirefox() {
     DeviceTableGuard lock;
     api::LogEntry("CTzWirefox::~CTzWirefox");
   }
-  if (type_info_ != nullptr) type_info_->Release();
+  if (type_info_) type_info_->Release();
   // Last: the server may end once nothing is counted any more.
   module_.Unlock();
 }
 
 HRESULT CTzWirefox::QueryInterface(REFIID riid, void** object) {
-  return outer_ != nullptr ? outer_->QueryInterface(riid, object) : QueryOwnInterface(riid, object);
+  return outer_ ? outer_->QueryInterface(riid, object) : QueryOwnInterface(riid, object);
 }
 
-ULONG CTzWirefox::AddRef() { return outer_ != nullptr ? outer_->AddRef() : ++references_; }
+ULONG CTzWirefox::AddRef() { return outer_ ? outer_->AddRef() : ++references_; }
 
-ULONG CTzWirefox::Release() {
-  return outer_ != nullptr ? outer_->Release() : ReleaseOwnReference();
-}
+ULONG CTzWirefox::Release() { return outer_ ? outer_->Release() : ReleaseOwnReference(); }
 
 // All interfaces share one table of operations, hence one pointer.
 HRESULT CTzWirefox::QueryOwnInterface(REFIID riid, void** object) {
-  if (object == nullptr) return E_POINTER;
+  if (!object) return E_POINTER;
   *object = nullptr;
   for (const IID* offered : {&IID_IUnknown, &IID_IDispatch, &api::kInterfaceIdV1,
                              &api::kInterfaceIdV2, &api::kInterfaceIdV3}) {
@@ -71,7 +69,7 @@ ULONG CTzWirefox::ReleaseOwnReference() {
 }
 
 HRESULT CTzWirefox::InnerUnknown::QueryInterface(REFIID riid, void** object) {
-  if (object == nullptr) return E_POINTER;
+  if (!object) return E_POINTER;
   if (!IsEqualIID(riid, IID_IUnknown)) return object_.QueryOwnInterface(riid, object);
   *object = static_cast<IUnknown*>(this);
   AddRef();
@@ -83,7 +81,7 @@ ULONG CTzWirefox::InnerUnknown::AddRef() { return ++object_.references_; }
 ULONG CTzWirefox::InnerUnknown::Release() { return object_.ReleaseOwnReference(); }
 
 HRESULT CTzWirefox::LoadTypeInfo() {
-  if (type_info_ != nullptr) return S_OK;
+  if (type_info_) return S_OK;
   ITypeLib* library = nullptr;
   const HRESULT loaded =
       LoadRegTypeLib(api::kLibraryId, api::kLibrary.major_version, api::kLibrary.minor_version,
@@ -95,13 +93,13 @@ HRESULT CTzWirefox::LoadTypeInfo() {
 }
 
 HRESULT CTzWirefox::GetTypeInfoCount(UINT* count) {
-  if (count == nullptr) return E_POINTER;
+  if (!count) return E_POINTER;
   *count = 1;
   return S_OK;
 }
 
 HRESULT CTzWirefox::GetTypeInfo(UINT index, LCID, ITypeInfo** info) {
-  if (info == nullptr) return E_POINTER;
+  if (!info) return E_POINTER;
   *info = nullptr;
   if (index != 0) return DISP_E_BADINDEX;
   if (const HRESULT loaded = LoadTypeInfo(); FAILED(loaded)) return loaded;
@@ -111,7 +109,7 @@ HRESULT CTzWirefox::GetTypeInfo(UINT index, LCID, ITypeInfo** info) {
 }
 
 HRESULT CTzWirefox::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
-  if (names == nullptr || ids == nullptr) return E_POINTER;
+  if (!names || !ids) return E_POINTER;
   if (const HRESULT loaded = LoadTypeInfo(); FAILED(loaded)) return loaded;
   return type_info_->GetIDsOfNames(names, count, ids);
 }

@@ -22,7 +22,7 @@ constexpr LONG kServiceVersion = 0x02000200;
 // handle of its own.
 HANDLE CreateSessionMutex(const wchar_t* probe_name, std::size_t index) {
   std::wstring name = L"TzWirefoxSession_";
-  const std::wstring serial = probe_name != nullptr ? probe_name : L"";
+  const std::wstring serial = probe_name ? probe_name : L"";
   if (index < serial.size()) name.append(serial, index);
   std::replace(name.begin(), name.end(), L'\\', L'_');
   return CreateMutexW(nullptr, TRUE, name.c_str());
@@ -71,15 +71,15 @@ HRESULT CTzWirefox::AcquireDevice(BSTR wirefox, LONG deviceNum, LONG ownerPID,
 
     ProbeEntry* probe = api::FindProbe(wirefox);
     const auto index = static_cast<std::uint32_t>(deviceNum);
-    if (probe == nullptr || index >= probe->targets.size()) return TzErrorCode::INVALID_DEVICE;
+    if (!probe || index >= probe->targets.size()) return TzErrorCode::INVALID_DEVICE;
     TargetRecord& target = probe->targets[index];
     if (target.ownerPID != 0 && target.ownerPID != owner) return TzErrorCode::IN_USE;
 
-    if (target.sessionMutex == nullptr) {
+    if (!target.sessionMutex) {
       target.sessionMutex = CreateSessionMutex(probe->name, index);
       // Without a mutex there is no handle to give out. The target stays free: an owner recorded
       // now could not release it.
-      if (target.sessionMutex == nullptr) return TzErrorCode::UNKNOWN;
+      if (!target.sessionMutex) return TzErrorCode::UNKNOWN;
     }
     // An owner of 0, the system's idle process, passes every check here; its session is one without
     // owner, which any process may take over.

@@ -29,7 +29,7 @@ class Proxy : public Interface {
   Proxy& operator=(const Proxy&) = delete;
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
+    if (!object) return E_POINTER;
     const bool answers = remote_->Answers(iid);
     *object = answers ? this : nullptr;
     if (!answers) return E_NOINTERFACE;
@@ -44,12 +44,12 @@ class Proxy : public Interface {
   }
 
   HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
-    if (count == nullptr) return E_INVALIDARG;
+    if (!count) return E_INVALIDARG;
     *count = 1;
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID, ITypeInfo** info) override {
-    if (info == nullptr) return E_INVALIDARG;
+    if (!info) return E_INVALIDARG;
     *info = nullptr;
     return index != 0 ? DISP_E_BADINDEX : remote_->LoadTypeInfo(info);
   }

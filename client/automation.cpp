@@ -9,7 +9,7 @@ namespace {
 // Elements of a one-dimensional array whose elements have the size of T; 0 for any other.
 template <typename T>
 std::size_t ElementCount(SAFEARRAY* array) {
-  if (array == nullptr || SafeArrayGetDim(array) != 1 || SafeArrayGetElemsize(array) != sizeof(T)) {
+  if (!array || SafeArrayGetDim(array) != 1 || SafeArrayGetElemsize(array) != sizeof(T)) {
     return 0;
   }
   LONG first = 0;
@@ -37,7 +37,7 @@ Bstr MakeBstr(std::string_view utf8) {
 }
 
 std::string Utf8FromBstr(BSTR text) {
-  if (text == nullptr) return {};
+  if (!text) return {};
   return Utf8FromWide(std::wstring_view(text, SysStringLen(text)));
 }
 

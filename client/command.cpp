@@ -23,10 +23,10 @@ std::string CommandNames(bool in_script) {
 }  // namespace
 
 bool Context::Connect(int& exit_status) {
-  if (service_ != nullptr) return true;
+  if (service_) return true;
   HRESULT status = S_OK;
   service_ = connector_(status);
-  if (service_ != nullptr) return true;
+  if (service_) return true;
   exit_status = output.ReportUnreachable(status);
   return false;
 }
@@ -51,7 +51,7 @@ const Command* FindCommand(const std::string& name) {
 ParsedCommand ParseCommand(std::span<const std::string> words, bool in_script) {
   ParsedCommand parsed;
   const Command* command = words.empty() ? nullptr : FindCommand(words[0]);
-  if (command == nullptr) {
+  if (!command) {
     parsed.problem = words.empty() ? "no command given" : "unknown command '" + words[0] + "'";
     parsed.problem += "; the commands are " + CommandNames(in_script);
     return parsed;

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "client/output.h"
-#include "client/service.h"
+#include "client/service_client.h"
 
 namespace client {
 
@@ -35,7 +35,7 @@ class Context {
   std::string assign_to;  // the variable in front of the command that runs, or empty
 
   // Valid while a command runs.
-  Service& service() { return *service_; }
+  ServiceClient& service() { return *service_; }
 
   // Makes the connection unless it stands. False after having reported that it cannot be made.
   bool Connect(int& exit_status);
@@ -49,7 +49,7 @@ class Context {
 
  private:
   Connector connector_;
-  std::unique_ptr<Service> service_;
+  std::unique_ptr<ServiceClient> service_;
 };
 
 // Returns the exit status.

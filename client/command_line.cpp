@@ -52,7 +52,7 @@ int RunCommandLine(const std::vector<std::string>& arguments, const Connector& c
   }
   const ParsedCommand command = ParseCommand(words, false);
   if (!command.problem.empty()) {
-    const bool known = !words.empty() && FindCommand(words[0]) != nullptr;
+    const bool known = !words.empty() && FindCommand(words[0]);
     const std::string more = known ? words[0] + " --help`" : "--help`";
     return output.ReportUsage(command.problem + "; `wfx " + more + " tells more");
   }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "client/service.h"
+#include "client/service_client.h"
 
 namespace client {
 

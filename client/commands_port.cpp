@@ -29,8 +29,8 @@ struct Options {
   std::string test_key;
 };
 
-std::optional<Service::PortAcquireSettings> SettingsOf(const Options& options) {
-  Service::PortAcquireSettings settings;
+std::optional<ServiceClient::PortAcquireSettings> SettingsOf(const Options& options) {
+  ServiceClient::PortAcquireSettings settings;
   settings.mode = static_cast<TzProgrammingMode>(options.mode);
   settings.key = static_cast<std::int32_t>(options.key);
   settings.retry_limit = static_cast<std::int32_t>(options.retries);

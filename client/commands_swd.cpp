@@ -70,7 +70,7 @@ class OperationParser {
  private:
   bool ParseOne(Operation& operation, std::string& problem) {
     const OperationKind* kind = FindKind(words_[at_]);
-    if (kind == nullptr) {
+    if (!kind) {
       problem = "'" + words_[at_] + "' is no operation";
       return false;
     }
@@ -104,7 +104,7 @@ class OperationParser {
     return false;
   }
 
-  bool MoreValues() const { return at_ < words_.size() && FindKind(words_[at_]) == nullptr; }
+  bool MoreValues() const { return at_ < words_.size() && !FindKind(words_[at_]); }
 
   bool TakeValue(Operation& operation, std::string& problem) {
     const std::string word = MoreValues() ? words_[at_++] : "";
@@ -282,8 +282,8 @@ Action DefineSwd(CLI::App& app) {
       "  wfx swd WFX0002 write-mem 0x20000000 @code.bin   a file into its memory\n"
       "  wfx swd WFX0002 a5                               the id by a raw request");
   return [options](Context& context) {
-    return FindKind(options->words[0]) != nullptr ? RunOperations(context, *options)
-                                                  : RunPacket(context, *options);
+    return FindKind(options->words[0]) ? RunOperations(context, *options)
+                                       : RunPacket(context, *options);
   };
 }
 

@@ -19,8 +19,7 @@ using interface_schema::UserType;
 
 const Enumeration& FindEnumeration(const NameSet& set) {
   const auto found = std::ranges::find_if(api::kLibrary.types, [&](const UserType& type) {
-    return type.enumeration != nullptr &&
-           std::wstring_view(type.enumeration->name) == set.enumeration;
+    return type.enumeration && std::wstring_view(type.enumeration->name) == set.enumeration;
   });
   return *found->enumeration;
 }

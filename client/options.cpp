@@ -102,7 +102,7 @@ std::optional<Bytes> ReadBytes(Context& context, std::span<const std::string> wo
     if (!text) return Bytes(content->begin(), content->end());
     hex = std::move(*content);
   } else if (words.size() == 1 && words[0] == "-") {
-    if (context.input == nullptr) {
+    if (!context.input) {
       problem = "standard input is the script itself";
       return std::nullopt;
     }

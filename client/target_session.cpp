@@ -2,7 +2,7 @@
 
 namespace client {
 
-Result AcquireTarget(Service& service, const TransferTarget& target, Modes modes,
+Result AcquireTarget(ServiceClient& service, const TransferTarget& target, Modes modes,
                      std::int64_t& handle) {
   const auto number = static_cast<std::int32_t>(target.target);
   // A probe that cannot be asked shows itself right afterwards.

@@ -14,7 +14,7 @@ namespace client {
 // when there is no such target looks once what is behind the probe. A server that was just started
 // knows neither: it recorded no mode and has scanned nothing. The result says what a failure means
 // for a transfer that needs one of `modes`.
-Result AcquireTarget(Service& service, const TransferTarget& target, Modes modes,
+Result AcquireTarget(ServiceClient& service, const TransferTarget& target, Modes modes,
                      std::int64_t& handle);
 
 class TargetSession {

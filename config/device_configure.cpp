@@ -171,7 +171,7 @@ CTzDeviceConfigure::Outcome CTzDeviceConfigure::LoadFirmwareAt(const CTzUSBDevic
                                                                std::uint8_t index,
                                                                const Family& family) {
   const std::unique_ptr<CTzDevice> device = MakeDeviceAt(enumerator, index, false, family);
-  if (device == nullptr) return Outcome::kDropped;
+  if (!device) return Outcome::kDropped;
   const std::uint32_t result = LoadFirmware(*device);
   if (result != 0) {
     Log(LOG_ERROR, family.firmware_label, "Error %x programming device %s, with file %s.", result,
@@ -184,7 +184,7 @@ CTzDeviceConfigure::Outcome CTzDeviceConfigure::AddAt(const CTzUSBDevice& enumer
                                                       std::uint8_t index, const Family& family) {
   if (FindPath(enumerator.DevicePath()) != entries_.end()) return Outcome::kDone;
   std::unique_ptr<CTzDevice> device = MakeDeviceAt(enumerator, index, true, family);
-  if (device == nullptr) return Outcome::kDropped;
+  if (!device) return Outcome::kDropped;
   if (!PrepareConfigured(*device)) return Outcome::kDone;
   AddConfiguredDevice(std::move(device));
   return Outcome::kAdded;
@@ -204,7 +204,7 @@ void CTzDeviceConfigure::CleanupRemovedDevice(ProbeEntry entry) {
   Log(LOG_DEVICE, "CTzDeviceConfigure::CleanupRemovedDevice", "Device %s removed",
       entry.path.c_str());
   for (TargetRecord& target : entry.targets) {
-    if (target.sessionMutex == nullptr) continue;
+    if (!target.sessionMutex) continue;
     // Fails on another thread than the session's own, which changes nothing: only the handle's
     // value counts, and it stays open.
     ReleaseMutex(target.sessionMutex);

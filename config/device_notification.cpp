@@ -49,7 +49,7 @@ HANDLE watching = nullptr;
 // A name as the file shows it: by the conversion of the "C" locale, in which the process runs, or,
 // when that cannot represent a character, all of it in the host's narrow character set.
 std::string LineText(const wchar_t* name) {
-  if (name == nullptr) return {};
+  if (!name) return {};
   std::string text;
   std::array<char, MB_LEN_MAX> bytes;
   std::mbstate_t state{};
@@ -106,7 +106,7 @@ void HandleMessages(HWND window) {
 // Runs until the process ends: nothing sends the quit message.
 DWORD WINAPI NotificationThread(LPVOID parameter) {
   const HWND window = CreateNotificationWindow(static_cast<HINSTANCE>(parameter));
-  if (window == nullptr) {
+  if (!window) {
     SetEvent(watching);
     // Kept although a service's box may be seen by nobody: this thread has nothing else to do.
     MessageBoxW(nullptr, kNoWindowText, L"Error", MB_OK);
@@ -137,7 +137,7 @@ AnnouncedPath ExchangeAnnouncedRemoval(AnnouncedPath path) {
 std::wstring_view NamedPath(LPARAM second) {
   constexpr std::size_t kNameOffset = offsetof(DEV_BROADCAST_DEVICEINTERFACE_W, dbcc_name);
   const auto* const record = reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_W*>(second);
-  if (record == nullptr || record->dbcc_devicetype != DBT_DEVTYP_DEVICEINTERFACE ||
+  if (!record || record->dbcc_devicetype != DBT_DEVTYP_DEVICEINTERFACE ||
       record->dbcc_size < kNameOffset) {
     return {};
   }
@@ -157,7 +157,7 @@ bool IsSamePath(std::string_view one, std::string_view other) {
 // pass has replaced that entry already: the device of the new one answers.
 void MarkWhatLeft() {
   const AnnouncedPath path = ExchangeAnnouncedRemoval(nullptr);
-  if (path == nullptr) return;
+  if (!path) return;
   for (ProbeEntry* entry : ListProbeEntries()) {
     if (IsSamePath(entry->path, *path)) entry->left = !entry->device->GetUSBDevice()->Answers();
   }

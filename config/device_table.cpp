@@ -66,9 +66,9 @@ std::vector<ProbeEntry*> ListProbeEntries() {
 }
 
 ProbeEntry* FindProbeByName(const wchar_t* name) {
-  if (name == nullptr) return nullptr;
+  if (!name) return nullptr;
   for (ProbeEntry* entry : ListProbeEntries()) {
-    if (entry->name != nullptr && std::wcscmp(entry->name, name) == 0) return entry;
+    if (entry->name && std::wcscmp(entry->name, name) == 0) return entry;
   }
   return nullptr;
 }

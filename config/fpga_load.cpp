@@ -117,7 +117,7 @@ std::uint32_t CTzWfxConfigure::ConfigureFPGA(CTzDevice& device) {
   std::ifstream file(path, std::ios::binary | std::ios::ate);
   if (!file) return kNoImage;
   CTzUSBEndPoint* const endpoint = device.GetEndPoint(probe::kEndpointStreamOut);
-  if (endpoint == nullptr) return kNoEndpoint;
+  if (!endpoint) return kNoEndpoint;
   const std::optional<Image> image = ReadImage(file);
   if (!image) return kNoImage;
   file.close();

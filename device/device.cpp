@@ -45,7 +45,7 @@ CTzUSBEndPoint* CTzDevice::GetEndPoint(std::uint8_t address) {
   const std::uint8_t count = usb_device_->EndPointCount();
   for (std::uint8_t i = 0; i < count; ++i) {
     CTzUSBEndPoint* const endpoint = usb_device_->EndPoint(i);
-    if (endpoint != nullptr && endpoint->Address() == address) return endpoint;
+    if (endpoint && endpoint->Address() == address) return endpoint;
   }
   Log(LOG_ERROR, "CTzDevice::GetEndPoint", "Endpoint ep=%u does not exist", address);
   return nullptr;
@@ -54,7 +54,7 @@ CTzUSBEndPoint* CTzDevice::GetEndPoint(std::uint8_t address) {
 std::uint32_t CTzDevice::SetTimeout(std::uint8_t endpt, std::uint32_t timeout) {
   Log(LOG_TRACE, "CTzDevice::SetTimeout()", "endpt=%u timeout=%u", endpt, timeout);
   CTzUSBEndPoint* endpoint = GetEndPoint(endpt);
-  if (endpoint == nullptr) {
+  if (!endpoint) {
     return LogFailure("CTzDevice::SetTimeout", device_status::kNoEndpoint);
   }
   endpoint->SetTimeoutMs(timeout);
@@ -68,7 +68,7 @@ std::uint32_t CTzDevice::XferData(std::uint32_t Direction, std::uint8_t ReqCode,
       "Direction=%u, ReqCode=%2.2X, Value=%4.4X, Index=%4.4X, Bfr=%p, Len=%u", Direction, ReqCode,
       Value, Index, Bfr, Len);
   CTzControlEndPoint* control = usb_device_->ControlEndPoint();
-  if (control == nullptr) return device_status::kNoEndpoint;
+  if (!control) return device_status::kNoEndpoint;
   control->SetRequest({.target = probe::kRecipientDevice,
                        .request_type = probe::kRequestTypeVendor,
                        .direction = Direction,
@@ -120,7 +120,7 @@ std::uint32_t CTzDevice::BulkXfer(std::uint8_t endpt, std::uint8_t* bfr, std::ui
   Log(LOG_XFER | LOG_TRACE, "CTzDevice::BulkXfer", "endpt=%u, bfr=%p, len=%u", endpt, bfr, len);
   CTzUSBEndPoint* endpoint = GetEndPoint(endpt);
   // The miss is logged already, and this operation adds no line of its own.
-  if (endpoint == nullptr) return device_status::kNoEndpoint;
+  if (!endpoint) return device_status::kNoEndpoint;
   return TransferOn(*endpoint, bfr, len, "CTzDevice::BulkXfer");
 }
 

@@ -85,7 +85,7 @@ std::uint32_t CTzDevice::ShiftJtag(std::int32_t bitcount, std::span<const std::u
       want_read, tdo, loopback);
   CTzUSBEndPoint* const out = GetEndPoint(probe::kEndpointStreamOut);
   CTzUSBEndPoint* const in = GetEndPoint(probe::kEndpointStreamIn);
-  if (out == nullptr || in == nullptr) {
+  if (!out || !in) {
     return LogFailure("CTzDevice::JTAG_BufferedIo", device_status::kNoEndpoint);
   }
 

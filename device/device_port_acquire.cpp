@@ -16,7 +16,7 @@ std::uint32_t CTzDevice::SetupPortAcquire(std::uint32_t retries, bool usexres) {
 std::uint32_t CTzDevice::StageSWDCommand(std::uint32_t num_tx_bytes, const std::uint8_t* reqdata) {
   Log(LOG_TRACE, "CTzDevice::StageSWDCommand()", "num_tx_bytes=%u reqdata=", num_tx_bytes);
   CTzUSBEndPoint* endpoint = GetEndPoint(probe::kEndpointStreamOut);
-  if (endpoint == nullptr) {
+  if (!endpoint) {
     return LogFailure("CTzDevice::StageSWDCommand", device_status::kNoEndpoint);
   }
   std::uint32_t sent = num_tx_bytes;
@@ -34,7 +34,7 @@ std::uint32_t CTzDevice::RetrievePortAcquireResponse(std::uint32_t& num_rx_bytes
   Log(LOG_TRACE, "CTzDevice::RetrievePortAcquireResponse()", "num_rx_bytes=%u respdata=%u",
       num_rx_bytes, AddressAsNumber(respdata));
   CTzUSBEndPoint* endpoint = GetEndPoint(probe::kEndpointStreamIn);
-  if (endpoint == nullptr) {
+  if (!endpoint) {
     return LogFailure("CTzDevice::RetrievePortAcquireResponse", device_status::kNoEndpoint);
   }
   return TransferOn(*endpoint, respdata, num_rx_bytes, "CTzDevice::RetrievePortAcquireResponse");

@@ -14,7 +14,7 @@ std::uint32_t CTzDevice::SWDXfer(std::uint32_t num_tx_bytes, const std::uint8_t*
       num_rx_bytes, resultdata);
   CTzUSBEndPoint* const out = GetEndPoint(probe::kEndpointStreamOut);
   CTzUSBEndPoint* const in = GetEndPoint(probe::kEndpointStreamIn);
-  if (out == nullptr || in == nullptr) {
+  if (!out || !in) {
     return LogFailure("CTzDevice::SWDXfer", device_status::kNoEndpoint);
   }
   StreamExchange exchange(*out, *in);

@@ -29,7 +29,7 @@ void StreamPipe::Start(std::uint8_t* buffer, std::uint32_t length) {
 
 bool StreamPipe::Wait() {
   // Without a record nothing was started; the endpoint's last error may be of an earlier transfer.
-  return record_ != nullptr && endpoint_.WaitTransfer(&overlapped_, endpoint_.TimeoutMs());
+  return record_ && endpoint_.WaitTransfer(&overlapped_, endpoint_.TimeoutMs());
 }
 
 bool StreamPipe::Complete(std::uint32_t& length) {

@@ -42,7 +42,7 @@ std::uint32_t CTzWfxDevice::I2COutXfer(std::uint32_t num_tx_bytes, const std::ui
   Log(LOG_XFER | LOG_TRACE, "CTzWfxDevice::I2COutXfer", "num_tx_bytes=%u, reqdata=%p", num_tx_bytes,
       reqdata);
   CTzUSBEndPoint* const endpoint = GetEndPoint(probe::kEndpointStreamOut);
-  if (endpoint == nullptr) {
+  if (!endpoint) {
     return LogFailure("CTzWfxDevice::I2COutXfer", device_status::kNotPossible);
   }
   if (read_failed_ != 0 && !DrainLateReply()) {
@@ -60,7 +60,7 @@ std::uint32_t CTzWfxDevice::I2COutXfer(std::uint32_t num_tx_bytes, const std::ui
 // probe that cannot reply at all: there the packet would only seem to have done its work.
 bool CTzWfxDevice::DrainLateReply() {
   CTzUSBEndPoint* const endpoint = GetEndPoint(probe::kEndpointStreamIn);
-  if (endpoint == nullptr) return false;
+  if (!endpoint) return false;
   const std::uint32_t timeout_ms = endpoint->TimeoutMs();
   endpoint->SetTimeoutMs(kDrainTimeoutMs);
   const ReplyBuffer scrap(endpoint->MaxPacketSize());
@@ -74,7 +74,7 @@ std::uint32_t CTzWfxDevice::I2CInXfer(std::uint32_t& num_rx_bytes, std::uint8_t*
   Log(LOG_XFER | LOG_TRACE, "CTzWfxDevice::I2CInXfer", "num_rx_bytes=%u, resultdata=%p",
       num_rx_bytes, resultdata);
   CTzUSBEndPoint* const endpoint = GetEndPoint(probe::kEndpointStreamIn);
-  if (endpoint == nullptr) {
+  if (!endpoint) {
     return LogFailure("CTzWfxDevice::I2CInXfer", device_status::kNotPossible);
   }
   StreamPipe pipe(*endpoint, kInEventName);

@@ -18,7 +18,7 @@ std::wstring UpperCase(std::wstring_view text) {
 }
 
 LONG WriteValue(HKEY key, const ScriptValue& value, const ScriptReplacements& replacements) {
-  if (value.text != nullptr) return SetText(key, value.name, replacements.Expand(value.text));
+  if (value.text) return SetText(key, value.name, replacements.Expand(value.text));
   return RegSetValueExW(key, value.name, 0, REG_BINARY, value.binary.data(),
                         static_cast<DWORD>(value.binary.size()));
 }

@@ -31,7 +31,7 @@ std::wstring_view WithoutBlanks(std::wstring_view text) {
 bool DescribesItself(std::wstring_view arguments) {
   const std::wstring_view word = WithoutBlanks(arguments);
   const char* text = word == L"--version" ? kVersion : word == L"--help" ? kHelp : nullptr;
-  if (text == nullptr) return false;
+  if (!text) return false;
   std::fputs(text, stdout);
   std::fflush(stdout);
   return true;

@@ -47,7 +47,7 @@ std::wstring LoadServiceName() {
 // runtime does so in its processes.
 bool CanGoOn(HRESULT initialised) {
   return SUCCEEDED(initialised) ||
-         (initialised == RPC_E_CHANGED_MODE && GetModuleHandleW(L"mscoree.dll") != nullptr);
+         (initialised == RPC_E_CHANGED_MODE && GetModuleHandleW(L"mscoree.dll"));
 }
 
 // Whether the registered value tells the server to run as a service.
@@ -84,7 +84,7 @@ CTzWirefoxServiceModule::CTzWirefoxServiceModule() : main_thread_id_(GetCurrentT
 }
 
 CTzWirefoxServiceModule::~CTzWirefoxServiceModule() {
-  if (interface_table_ != nullptr) interface_table_->Release();
+  if (interface_table_) interface_table_->Release();
   if (library_initialised_) CoUninitialize();
   the_module = nullptr;
 }
@@ -100,9 +100,9 @@ LONG CTzWirefoxServiceModule::Unlock() {
 LONG CTzWirefoxServiceModule::GetLockCount() const { return lock_count_; }
 
 HRESULT CTzWirefoxServiceModule::GetGlobalInterfaceTable(IUnknown** table) {
-  if (table == nullptr) return E_POINTER;
+  if (!table) return E_POINTER;
   *table = nullptr;
-  if (interface_table_ == nullptr) {
+  if (!interface_table_) {
     void* created = nullptr;
     const HRESULT result =
         CoCreateInstance(kGlobalInterfaceTableClass, nullptr, CLSCTX_INPROC_SERVER,
@@ -235,7 +235,7 @@ HRESULT CTzWirefoxServiceModule::Run() {
                                            RPC_C_IMP_LEVEL_IDENTIFY, nullptr, EOAC_NONE, nullptr));
   }
   IUnknown* factory = api::TzWirefoxFactory::Create(*this);
-  if (factory == nullptr) return E_OUTOFMEMORY;
+  if (!factory) return E_OUTOFMEMORY;
   DWORD cookie = 0;
   const HRESULT published = CoRegisterClassObject(api::kClassId, factory, CLSCTX_LOCAL_SERVER,
                                                   REGCLS_MULTIPLEUSE, &cookie);
@@ -262,7 +262,7 @@ void CTzWirefoxServiceModule::LogServiceEvent(const std::wstring& text) const {
   const std::wstring event = text.substr(0, kMaxCharacters);
   if (!as_service_) std::printf("%ls\n", event.c_str());
   const HANDLE source = RegisterEventSourceW(nullptr, service_name_.c_str());
-  if (source == nullptr) return;
+  if (!source) return;
   const wchar_t* strings[] = {event.c_str()};
   ReportEventW(source, EVENTLOG_INFORMATION_TYPE, 0, 0, nullptr, 1, 0, strings, nullptr);
   DeregisterEventSource(source);

@@ -17,7 +17,7 @@ constexpr int kExitCode = -1;
 SingleInstanceGuard::SingleInstanceGuard() : mutex_(CreateMutexW(nullptr, TRUE, kMutexName)) {}
 
 int SingleInstanceGuard::ReportFailure() const {
-  if (const HANDLE source = RegisterEventSourceW(nullptr, kEventSource); source != nullptr) {
+  if (const HANDLE source = RegisterEventSourceW(nullptr, kEventSource); source) {
     const wchar_t* strings[] = {kText};
     ReportEventW(source, EVENTLOG_ERROR_TYPE, kEventCategory, kEventId, nullptr, 1, 0, strings,
                  nullptr);

@@ -81,7 +81,7 @@ std::vector<std::string> Bench::ListDevices() { return core_->Paths(); }
 
 std::unique_ptr<probe_driver::UsbDevice> Bench::OpenDevice(const std::string& path) {
   std::shared_ptr<Attachment> attachment = core_->Find(path);
-  if (attachment == nullptr) return nullptr;
+  if (!attachment) return nullptr;
   return std::make_unique<BenchDevice>(core_, std::move(attachment));
 }
 

@@ -94,7 +94,7 @@ void BenchCore::Detach(ProbeSlot& slot, Completions& done) {
   ++slot.generation;
   const std::shared_ptr<Attachment> attachment = std::move(slot.attachment);
   slot.attachment.reset();
-  if (attachment == nullptr) return;
+  if (!attachment) return;
   attachment->present = false;
   for (EndpointQueue& queue : attachment->queues) {
     for (Pending& pending : queue.transfers) {
@@ -122,11 +122,11 @@ void BenchCore::Later(ProbeSlot& slot, std::uint64_t delay_ms,
   scheduler_(delay_ms, [weak = weak_from_this(), at = &slot, generation = slot.generation,
                         action = std::move(action)] {
     const std::shared_ptr<BenchCore> core = weak.lock();
-    if (core == nullptr) return;
+    if (!core) return;
     Session session(*core);
     if (core->closed_ || at->generation != generation) return;
     action(*at, session.done());
-    if (at->attachment != nullptr) core->Pump(*at->attachment, session.done());
+    if (at->attachment) core->Pump(*at->attachment, session.done());
   });
 }
 
@@ -147,7 +147,7 @@ void BenchCore::SetListener(probe_driver::UsbBusListener* listener) {
   std::unique_lock lock(mutex_);
   probe_driver::UsbBusListener* const previous = std::exchange(listener_, listener);
   if (caller_ == std::this_thread::get_id()) return;
-  delivered_.wait(lock, [&] { return calling_ == nullptr || calling_ != previous; });
+  delivered_.wait(lock, [&] { return !calling_ || calling_ != previous; });
 }
 
 void BenchCore::Deliver() {
@@ -159,7 +159,7 @@ void BenchCore::Deliver() {
     const auto [arrived, path] = std::move(events_.front());
     events_.pop_front();
     calling_ = listener_;
-    if (calling_ == nullptr) continue;
+    if (!calling_) continue;
     lock.unlock();
     arrived ? calling_->OnDeviceArrived(path) : calling_->OnDeviceRemoved(path);
     lock.lock();
@@ -173,7 +173,7 @@ void BenchCore::Deliver() {
 bool BenchCore::Plug(const std::string& name) {
   const Session session(*this);
   ProbeSlot* slot = FindSlot(name);
-  if (slot == nullptr || slot->attachment != nullptr || slot->restarting || closed_) return false;
+  if (!slot || slot->attachment || slot->restarting || closed_) return false;
   Attach(*slot, slot->next.configured);
   return true;
 }
@@ -181,7 +181,7 @@ bool BenchCore::Plug(const std::string& name) {
 bool BenchCore::Unplug(const std::string& name) {
   Session session(*this);
   ProbeSlot* slot = FindSlot(name);
-  if (slot == nullptr || (slot->attachment == nullptr && !slot->restarting)) return false;
+  if (!slot || (!slot->attachment && !slot->restarting)) return false;
   Detach(*slot, session.done());
   return true;
 }
@@ -190,7 +190,7 @@ ProbeState BenchCore::StateOf(const ProbeSlot& slot) const {
   ProbeState state;
   slot.probe->Describe(state);
   state.plugged = slot.attachment != nullptr;
-  if (slot.attachment != nullptr) {
+  if (slot.attachment) {
     state.path = slot.attachment->path;
   } else if (!slot.restarting) {
     // What it will be when it is plugged.
@@ -215,11 +215,11 @@ bool BenchCore::Rearrange(const std::string& name, const std::string& changes) {
   if (members.contains("name")) throw std::invalid_argument("a probe's name cannot be changed");
   Session session(*this);
   ProbeSlot* slot = FindSlot(name);
-  if (slot == nullptr) return false;
+  if (!slot) return false;
   nlohmann::json whole = ParseJson(slot->next.source);
   whole.update(members);
   slot->next = ParseProbe(whole);
-  if (slot->attachment == nullptr) return true;
+  if (!slot->attachment) return true;
   // Identities stay as they are until the probe is plugged again: it does not change its
   // descriptors while it is attached.
   ProbeDescription now = slot->probe->description();
@@ -237,7 +237,7 @@ bool BenchCore::Rearrange(const std::string& name, const std::string& changes) {
 
 void BenchCore::Add(const ProbeDescription& description) {
   const Session session(*this);
-  if (FindSlot(description.name) != nullptr) {
+  if (FindSlot(description.name)) {
     throw std::invalid_argument("the name " + description.name + " is taken");
   }
   ProbeSlot& slot = MakeSlot(description);
@@ -252,9 +252,9 @@ bool BenchCore::CaptureTo(const std::string& path) {
 bool BenchCore::With(const std::string& name, const std::function<void(ProbeSlot&)>& use) {
   Session session(*this);
   ProbeSlot* slot = FindSlot(name);
-  if (slot == nullptr) return false;
+  if (!slot) return false;
   use(*slot);
-  if (slot->attachment != nullptr) Pump(*slot->attachment, session.done());
+  if (slot->attachment) Pump(*slot->attachment, session.done());
   return true;
 }
 

@@ -44,7 +44,7 @@ class Entry {
   void Number(const char* key, T& out, std::int64_t low = 0,
               std::int64_t high = std::numeric_limits<T>::max()) const {
     const Json* json = Find(key);
-    if (json == nullptr) return;
+    if (!json) return;
     const std::int64_t value = ToNumber(*json, Where(key));
     if (value < low || value > high) Refuse(Where(key), "is out of range");
     out = static_cast<T>(value);
@@ -52,14 +52,14 @@ class Entry {
 
   void Flag(const char* key, bool& out) const {
     const Json* json = Find(key);
-    if (json == nullptr) return;
+    if (!json) return;
     if (!json->is_boolean()) Refuse(Where(key), "is not true or false");
     out = json->get<bool>();
   }
 
   void Text(const char* key, std::string& out, std::size_t longest) const {
     const Json* json = Find(key);
-    if (json == nullptr) return;
+    if (!json) return;
     if (!json->is_string()) Refuse(Where(key), "is not a string");
     out = json->get<std::string>();
     const auto printable = [](unsigned char c) { return c >= 0x20 && c < 0x7F; };
@@ -73,7 +73,7 @@ class Entry {
   template <typename Read>
   void Each(const char* key, Read read) const {
     const Json* json = Find(key);
-    if (json == nullptr) return;
+    if (!json) return;
     if (!json->is_array()) {
       if (!json->is_null()) read(*json, Where(key));
       return;
@@ -113,7 +113,7 @@ TapDescription ReadTap(const Json& json, const std::string& where) {
   const Entry entry(json, where, {"idcode", "ir_length", "idcode_instruction", "scratch"});
   TapDescription tap;
   const Json* idcode = entry.Find("idcode");
-  tap.has_idcode = idcode != nullptr && !idcode->is_null();
+  tap.has_idcode = idcode && !idcode->is_null();
   if (tap.has_idcode) {
     entry.Number("idcode", tap.idcode);
     if ((tap.idcode & 1) == 0) Refuse(entry.Where("idcode"), "has bit 0 clear");
@@ -172,7 +172,7 @@ SwdDescription ReadSwd(const Json& json, const std::string& where) {
   SwdDescription swd;
   entry.Number("idcode", swd.idcode);
   entry.Number("ap_idr", swd.ap_idr);
-  if (entry.Find("connectors") != nullptr) swd.connectors = {false, false};
+  if (entry.Find("connectors")) swd.connectors = {false, false};
   entry.Each("connectors", [&](const Json& element, const std::string& at) {
     const std::int64_t connector = Entry::ToNumber(element, at);
     if (connector != 0 && connector != 1) Refuse(at, "is not 0 (port 5) or 1 (port 10)");
@@ -224,7 +224,7 @@ void ReadIdentity(const Entry& entry, ProbeDescription& probe) {
   entry.Number("pid", probe.configured_product_id);
   entry.Text("manufacturer", probe.manufacturer, 100);
   entry.Text("product", probe.product, 100);
-  if (entry.Find("languages") != nullptr) probe.languages.clear();
+  if (entry.Find("languages")) probe.languages.clear();
   entry.Each("languages", [&](const Json& element, const std::string& at) {
     const std::int64_t language = Entry::ToNumber(element, at);
     if (language < 0 || language > 0xFFFF) Refuse(at, "is out of range");

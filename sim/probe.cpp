@@ -140,7 +140,7 @@ std::vector<std::uint8_t> Probe::SwdPacket(std::span<const std::uint8_t> data) {
     const bool whole = read || left >= 4;
     const std::uint32_t word = !read && whole ? LoadLe32(&data[at]) : 0;
     if (!read) at += 4;
-    const SwdReply answer = target != nullptr && whole ? target->Request(header, word) : SwdReply{};
+    const SwdReply answer = target && whole ? target->Request(header, word) : SwdReply{};
     if (read) {
       reply.resize(reply.size() + 4);
       StoreLe32(&reply.end()[-4], answer.data);

@@ -290,9 +290,9 @@ void Probe::Attempt(std::uint64_t number) {
   if (number != acquisition_.number) return;
   ++acquisition_.attempts;
   SwdTarget* target = ActiveSwdTarget();
-  if (target != nullptr) target->BeginAcquire(acquisition_.by_reset_line, acquisition_.attempts);
+  if (target) target->BeginAcquire(acquisition_.by_reset_line, acquisition_.attempts);
   std::vector<std::uint8_t> response = SwdPacket(acquisition_.staged);
-  acquisition_.caught = target != nullptr && target->caught();
+  acquisition_.caught = target && target->caught();
   if (acquisition_.caught ||
       (!acquisition_.waits_for_hand && acquisition_.attempts >= acquisition_.retries)) {
     acquisition_.waits_for_hand = false;

@@ -26,7 +26,7 @@ const std::uint8_t* TargetMemory::Find(std::uint32_t address, std::uint32_t size
 
 bool TargetMemory::Read(std::uint32_t address, unsigned size, std::uint32_t& value) const {
   const std::uint8_t* bytes = Find(address, size);
-  if (bytes == nullptr) return false;
+  if (!bytes) return false;
   value = 0;
   for (unsigned i = 0; i < size; ++i) value |= std::uint32_t{bytes[i]} << (8 * i);
   return true;
@@ -34,14 +34,14 @@ bool TargetMemory::Read(std::uint32_t address, unsigned size, std::uint32_t& val
 
 bool TargetMemory::Write(std::uint32_t address, unsigned size, std::uint32_t value) {
   auto* bytes = const_cast<std::uint8_t*>(Find(address, size));
-  if (bytes == nullptr) return false;
+  if (!bytes) return false;
   for (unsigned i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(value >> (8 * i));
   return true;
 }
 
 std::vector<std::uint8_t> TargetMemory::Dump(std::uint32_t address, std::uint32_t size) const {
   const std::uint8_t* bytes = Find(address, size);
-  if (bytes == nullptr) return {};
+  if (!bytes) return {};
   return {bytes, bytes + size};
 }
 

@@ -12,7 +12,7 @@ using probe_driver::UsbTransfer;
 
 constexpr std::uint8_t kDirectionIn = 0x80;
 constexpr std::uint8_t kClearFeature = 0x01;
-constexpr std::uint8_t kToEndpoint = 0x02;         // bmRequestType: host to device, an endpoint
+constexpr std::uint8_t kToEndpoint = 0x02;    // bmRequestType: host to device, an endpoint
 constexpr std::uint32_t kMinFaultReply = 64;  // longest reply that a refusal fills
 
 // Bytes that a reply has too many.
@@ -51,7 +51,7 @@ void BenchCore::Submit(const std::shared_ptr<Attachment>& attachment,
     return;
   }
   ProbeSlot& slot = *attachment->slot;
-  if (queue == nullptr || !slot.probe->HasEndpoint(transfer.endpoint)) {
+  if (!queue || !slot.probe->HasEndpoint(transfer.endpoint)) {
     Finish(*attachment, pending, UsbStatus::kError, session.done());
     return;
   }
@@ -225,7 +225,7 @@ void BenchCore::Finish(const Attachment& attachment, Pending& pending, UsbStatus
 void BenchCore::Cancel(Attachment& attachment, UsbTransfer& transfer) {
   Session session(*this);
   EndpointQueue* queue = attachment.Find(transfer.endpoint);
-  if (queue == nullptr) return;
+  if (!queue) return;
   const auto it = std::find_if(queue->transfers.begin(), queue->transfers.end(),
                                [&](const Pending& p) { return p.transfer == &transfer; });
   if (it == queue->transfers.end()) return;
@@ -263,7 +263,7 @@ bool BenchCore::ResetPipe(const std::shared_ptr<Attachment>& attachment, std::ui
 // clean.
 void BenchCore::ResetPipeLocked(Attachment& attachment, std::uint8_t endpoint) {
   EndpointQueue* queue = attachment.Find(endpoint);
-  if (queue == nullptr) return;
+  if (!queue) return;
   queue->halted = false;
   if ((endpoint & 0x80) != 0) attachment.slot->probe->in(endpoint).Clear();
 }

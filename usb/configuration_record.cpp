@@ -38,7 +38,7 @@ bool HoldsDescriptor(Bytes bytes, std::size_t offset, std::uint32_t least) {
 }
 
 void AddEndPoint(InterfaceRecord& record, std::size_t slot, std::unique_ptr<CTzUSBEndPoint> made) {
-  if (made == nullptr || slot >= InterfaceRecord::kSlots) return;
+  if (!made || slot >= InterfaceRecord::kSlots) return;
   record.endpoints[slot] = made.get();
   record.owned_endpoints.push_back(std::move(made));
 }

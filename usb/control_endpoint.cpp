@@ -32,7 +32,7 @@ CTzControlEndPoint::CTzControlEndPoint(DriverFile& driver, const std::uint8_t* d
 RequestRecord* CTzControlEndPoint::StartTransfer(std::uint8_t* buffer, std::uint32_t length,
                                                  OVERLAPPED* overlapped) {
   RequestRecord* const record = PrepareRecord(buffer, length, 0, true);
-  if (record == nullptr) return nullptr;
+  if (!record) return nullptr;
   is_in_ = request_.direction == kDeviceToHost;
   std::uint8_t* const bytes = record->Bytes();
   bytes[request_record::kRequestType] = RequestTypeOf(request_);

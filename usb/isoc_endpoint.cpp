@@ -14,7 +14,7 @@ RequestRecord* CTzIsocEndPoint::StartDirectTransfer(std::uint8_t* buffer, std::u
   const std::uint64_t table = PacketTableBytes(length);
   if (table == 0) return Refuse(ERROR_INVALID_PARAMETER);
   RequestRecord* const record = PrepareRecord(nullptr, length, table, false);
-  if (record == nullptr) return nullptr;
+  if (!record) return nullptr;
   return Send(driver_request::kDirectTransfer, record, buffer, length, overlapped);
 }
 
@@ -23,7 +23,7 @@ RequestRecord* CTzIsocEndPoint::StartBufferedTransfer(std::uint8_t* buffer, std:
   const std::uint64_t table = PacketTableBytes(length);
   if (table == 0) return Refuse(ERROR_INVALID_PARAMETER);
   RequestRecord* const record = PrepareRecord(buffer, length, table, true);
-  if (record == nullptr) return nullptr;
+  if (!record) return nullptr;
   return Send(driver_request::kBufferedTransfer, record, nullptr, length, overlapped);
 }
 

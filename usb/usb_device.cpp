@@ -117,7 +117,7 @@ void CTzUSBDevice::CreateControlEndPoint() {
 bool CTzUSBDevice::UseFirstConfiguration() {
   configuration_index_ = 0;
   const ConfigurationRecord* const configuration = configurations_[0].get();
-  if (configuration == nullptr || configuration->interfaces.empty()) return false;
+  if (!configuration || configuration->interfaces.empty()) return false;
   configuration_value_ = configuration->configuration_value;
   configuration_attributes_ = configuration->attributes;
   max_power_ = configuration->max_power;
@@ -147,7 +147,7 @@ void CTzUSBDevice::RebuildEndPointList(InterfaceRecord& setting) {
   setting.endpoints[0] = control_endpoint_.get();
   for (std::size_t slot = 1; slot <= setting.endpoint_count; ++slot) {
     CTzUSBEndPoint* const endpoint = setting.endpoints[slot];
-    if (endpoint == nullptr) continue;
+    if (!endpoint) continue;
     if (driver_version_ < driver_request::kFirstDirectVersion) endpoint->SetDirect(false);
     NoteFirstOfKind(endpoint);
   }
@@ -178,11 +178,11 @@ void CTzUSBDevice::NoteFirstOfKind(CTzUSBEndPoint* endpoint) {
     default:
       return;
   }
-  if (*first == nullptr) *first = endpoint;
+  if (!*first) *first = endpoint;
 }
 
 std::uint8_t CTzUSBDevice::EndPointCount() const {
-  if (!IsOpen() || current_setting_ == nullptr) return 0;
+  if (!IsOpen() || !current_setting_) return 0;
   return static_cast<std::uint8_t>(current_setting_->endpoint_count + 1);
 }
 

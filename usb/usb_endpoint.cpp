@@ -42,7 +42,7 @@ void RequestRecord::Release() {
 
 CTzUSBEndPoint::CTzUSBEndPoint(DriverFile& driver, const std::uint8_t* descriptor)
     : driver_(driver), record_(std::make_unique<RequestRecord>()) {
-  if (descriptor == nullptr) return;
+  if (!descriptor) return;
   descriptor_length_ = descriptor[0];
   descriptor_type_ = descriptor[1];
   address_ = descriptor[2];
@@ -115,14 +115,14 @@ RequestRecord* CTzUSBEndPoint::Send(std::uint32_t code, RequestRecord* record,
 RequestRecord* CTzUSBEndPoint::StartDirectTransfer(std::uint8_t* buffer, std::uint32_t length,
                                                    OVERLAPPED* overlapped) {
   RequestRecord* const record = PrepareRecord(nullptr, length, 0, false);
-  if (record == nullptr) return nullptr;
+  if (!record) return nullptr;
   return Send(driver_request::kDirectTransfer, record, buffer, length, overlapped);
 }
 
 RequestRecord* CTzUSBEndPoint::StartBufferedTransfer(std::uint8_t* buffer, std::uint32_t length,
                                                      OVERLAPPED* overlapped) {
   RequestRecord* const record = PrepareRecord(buffer, length, 0, true);
-  if (record == nullptr) return nullptr;
+  if (!record) return nullptr;
   return Send(driver_request::kBufferedTransfer, record, nullptr, length, overlapped);
 }
 
@@ -147,7 +147,7 @@ bool CTzUSBEndPoint::CompleteTransfer(std::uint8_t* buffer, std::uint32_t& lengt
                                       RequestRecord* record, std::uint8_t* packet_table) {
   length = 0;
   bytes_transferred_ = 0;
-  if (record == nullptr) return false;
+  if (!record) return false;
 
   DWORD count = 0;
   const bool succeeded =
@@ -174,7 +174,7 @@ bool CTzUSBEndPoint::CompleteTransfer(std::uint8_t* buffer, std::uint32_t& lengt
   if (is_in_ && record->payload_offset_ != 0 && length > 0) {
     std::memcpy(buffer, bytes + record->payload_offset_, length);
   }
-  if (packet_table != nullptr && length >= 1) {
+  if (packet_table && length >= 1) {
     std::memcpy(packet_table, bytes + request_record::kHeaderBytes, record->packet_table_bytes_);
   }
   record->Release();
@@ -210,7 +210,7 @@ bool CTzUSBEndPoint::Transfer(std::uint8_t* buffer, std::uint32_t& length,
   OVERLAPPED overlapped{};
   overlapped.hEvent = transfer_event_.Get();
   RequestRecord* const record = StartTransfer(buffer, length, &overlapped);
-  const bool waited = record != nullptr && WaitOrAbort(record);
+  const bool waited = record && WaitOrAbort(record);
   const bool completed = CompleteTransfer(buffer, length, &overlapped, record, packet_table);
   return waited && completed;
 }

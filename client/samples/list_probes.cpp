@@ -10,7 +10,7 @@ namespace {
 // Prints the strings of an array and frees it; calls `each` with every one.
 template <typename Each>
 void TakeStrings(SAFEARRAY* strings, Each each) {
-  if (strings == nullptr) return;
+  if (!strings) return;
   BSTR* text = nullptr;
   if (SUCCEEDED(SafeArrayAccessData(strings, reinterpret_cast<void**>(&text)))) {
     for (ULONG i = 0; i < strings->rgsabound[0].cElements; ++i) each(text[i]);

@@ -124,7 +124,7 @@ DriverError ProbeDriver::SubmitControl(DriverRequest& request) {
   request.transfer.setup = setup;
   request.transfer.length = setup.length;  // the data stage is as long as the setup packet says
   request.time_out_ms = TimeOutMs(seconds);
-  return Start(request);
+  return SubmitTransfer(request);
 }
 
 DriverError ProbeDriver::SubmitBuffered(DriverRequest& request) {
@@ -134,7 +134,7 @@ DriverError ProbeDriver::SubmitBuffered(DriverRequest& request) {
   const DriverError error = TakePayload(request, endpoint & kDirectionIn);
   if (error != kSuccess) return error;
   request.transfer.endpoint = endpoint;
-  return Start(request);
+  return SubmitTransfer(request);
 }
 
 DriverError ProbeDriver::SubmitDirect(DriverRequest& request) {
@@ -151,7 +151,7 @@ DriverError ProbeDriver::SubmitDirect(DriverRequest& request) {
   request.transfer.length = request.output_size;
   request.record = request.input;
   request.header_size = 0;
-  return Start(request);
+  return SubmitTransfer(request);
 }
 
 DriverError ProbeDriver::SubmitPipeRequest(DriverRequest& request) {
@@ -214,7 +214,7 @@ DriverError ProbeDriver::Answer(DriverRequest& request, const void* data, std::u
   return kSuccess;
 }
 
-DriverError ProbeDriver::Start(DriverRequest& request) {
+DriverError ProbeDriver::SubmitTransfer(DriverRequest& request) {
   request.driver = this;
   device_->Submit(request.transfer);
 

@@ -130,7 +130,7 @@ class ProbeDriver {
   DriverError SubmitPipeRequest(DriverRequest& request);
   DriverError SubmitQuery(DriverRequest& request);
   DriverError Answer(DriverRequest& request, const void* data, std::uint32_t size);
-  DriverError Start(DriverRequest& request);
+  DriverError SubmitTransfer(DriverRequest& request);
   void Complete(DriverRequest& request);
 
   DriverTimers& timers_;

@@ -19,7 +19,7 @@ class KernelHandle {
     return *this;
   }
   ~KernelHandle() {
-    if (handle_ != nullptr) CloseHandle(handle_);
+    if (handle_) CloseHandle(handle_);
   }
 
   HANDLE Get() const { return handle_; }

@@ -15,17 +15,17 @@ bool SomebodyCanAnswer() {
   USEROBJECTFLAGS flags = {};
   DWORD needed = 0;
   const HWINSTA station = GetProcessWindowStation();
-  return station != nullptr &&
+  return station &&
          GetUserObjectInformationW(station, UOI_FLAGS, &flags, sizeof flags, &needed) != FALSE &&
          (flags.dwFlags & WSF_VISIBLE) != 0;
 }
 
 void Record(LPCWSTR text, LPCWSTR title, UINT type) {
-  std::fprintf(stderr, "%ls: %ls\n", title != nullptr ? title : L"Error", text);
+  std::fprintf(stderr, "%ls: %ls\n", title ? title : L"Error", text);
   // A box with the error icon repeats an event that is in the log already.
   if ((type & MB_ICONMASK) == MB_ICONERROR) return;
   const HANDLE log = RegisterEventSourceW(nullptr, kEventSource);
-  if (log == nullptr) return;
+  if (!log) return;
   LPCWSTR strings[] = {text};
   ReportEventW(log, EVENTLOG_ERROR_TYPE, 0, 0, nullptr, 1, 0, strings, nullptr);
   DeregisterEventSource(log);

@@ -63,12 +63,12 @@ bool BusConnection::Handle(const Frame& frame) {
       return true;
     case FrameType::kAbort: {
       probe_driver::UsbDevice* device = Find(frame.device);
-      if (device != nullptr) device->AbortPipe(frame.endpoint);
+      if (device) device->AbortPipe(frame.endpoint);
       return device != nullptr;
     }
     case FrameType::kReset: {
       probe_driver::UsbDevice* device = Find(frame.device);
-      const bool done = device != nullptr && device->ResetPipe(frame.endpoint);
+      const bool done = device && device->ResetPipe(frame.endpoint);
       Send({.type = FrameType::kWasReset, .id = frame.id, .status = done ? 1u : 0u}, nullptr, 0);
       return true;
     }
@@ -87,9 +87,9 @@ bool BusConnection::Open(const Frame& frame) {
   if (!socket_->Receive(path.data(), path.size()) || !probe_driver::IsPath(path)) return false;
   if (devices_.count(frame.device) != 0 || devices_.size() >= kMaxDevices) return false;
   auto device = bus_.OpenDevice({path.begin(), path.end()});
-  Frame answer{.type = FrameType::kOpened, .id = frame.id, .status = device != nullptr ? 1u : 0u};
+  Frame answer{.type = FrameType::kOpened, .id = frame.id, .status = device ? 1u : 0u};
   std::vector<std::uint8_t> facts;
-  if (device != nullptr) {
+  if (device) {
     facts = probe_driver::EncodeFacts(device->Facts());
     devices_.emplace(frame.device, std::move(device));
   }
@@ -99,7 +99,7 @@ bool BusConnection::Open(const Frame& frame) {
 
 bool BusConnection::Submit(const Frame& frame) {
   probe_driver::UsbDevice* device = Find(frame.device);
-  if (device == nullptr) return false;
+  if (!device) return false;
   auto transfer = std::make_unique<Transfer>();
   transfer->id = frame.id;
   transfer->device = frame.device;
@@ -153,7 +153,7 @@ void BusConnection::OnCompleted(Transfer& transfer) {
 
 void BusConnection::Cancel(const Frame& frame) {
   probe_driver::UsbDevice* device = Find(frame.device);
-  if (device == nullptr) return;
+  if (!device) return;
   probe_driver::UsbTransfer* usb = nullptr;
   {
     const std::lock_guard lock(transfers_mutex_);
@@ -161,7 +161,7 @@ void BusConnection::Cancel(const Frame& frame) {
     // A transfer that has completed stays valid until this thread handles its next frame.
     if (it != in_flight_.end() && it->second->device == frame.device) usb = &it->second->usb;
   }
-  if (usb != nullptr) device->Cancel(*usb);
+  if (usb) device->Cancel(*usb);
 }
 
 void BusConnection::Send(Frame frame, const std::uint8_t* payload, std::size_t size) {

@@ -25,7 +25,7 @@ PipeStream::PipeStream(KernelHandle pipe, HANDLE end) : pipe_(std::move(pipe)), 
 DWORD PipeStream::Await(BOOL started) {
   if (!started && GetLastError() != ERROR_IO_PENDING) return 0;
   const HANDLE handles[] = {event_.Get(), end_};
-  const DWORD count = end_ == nullptr ? 1 : 2;
+  const DWORD count = end_ ? 2 : 1;
   if (WaitForMultipleObjects(count, handles, FALSE, INFINITE) != WAIT_OBJECT_0) {
     CancelIoEx(pipe_.Get(), &operation_);
   }

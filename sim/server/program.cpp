@@ -52,7 +52,7 @@ int Serve(const ServeOptions& options) {
 bool Ask(const std::string& socket_path, const std::string& request, std::string& answer,
          std::string& error) {
   const auto stream = ConnectTo(ListeningPlace(socket_path), error);
-  if (stream == nullptr) return false;
+  if (!stream) return false;
   if (AskOnce(*stream, request, answer)) return true;
   error = "the simulator ended the connection";
   return false;

@@ -150,7 +150,7 @@ void SocketServer::ServeBus(Peer& peer) {
 void SocketServer::Tell(bool arrived, const std::string& path) {
   const std::lock_guard lock(mutex_);
   for (const Peer& peer : peers_) {
-    if (peer.bus != nullptr) peer.bus->Tell(arrived, path);
+    if (peer.bus) peer.bus->Tell(arrived, path);
   }
 }
 

@@ -34,7 +34,7 @@ TEST(ComponentLibrary, NothingIsCreatedWithoutInitialisationOrRegistration) {
     EXPECT_EQ(create(&first), CO_E_NOTINITIALIZED);
     ASSERT_EQ(CoInitialize(nullptr), S_OK);
     EXPECT_EQ(create(&second), REGDB_E_CLASSNOTREG);
-    EXPECT_TRUE(first == nullptr && second == nullptr);
+    EXPECT_TRUE(!first && !second);
     CoUninitialize();
   }).join();
 }

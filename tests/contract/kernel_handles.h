@@ -13,7 +13,7 @@ inline constexpr DWORD kPatienceMs = 20000;
 // The error of a call that gave FALSE, null or INVALID_HANDLE_VALUE; 0 when it succeeded.
 inline DWORD ErrorOf(BOOL succeeded) { return succeeded ? 0 : GetLastError(); }
 inline DWORD ErrorOf(const void* handle) {
-  return ErrorOf(BOOL{handle != nullptr && handle != INVALID_HANDLE_VALUE});
+  return ErrorOf(BOOL{handle && handle != INVALID_HANDLE_VALUE});
 }
 
 // Owns a handle, which may be null.
@@ -26,7 +26,7 @@ class Handle {
 
   operator HANDLE() const { return value_; }
   void Close() {
-    if (value_ != nullptr) CloseHandle(std::exchange(value_, nullptr));
+    if (value_) CloseHandle(std::exchange(value_, nullptr));
   }
 
  private:

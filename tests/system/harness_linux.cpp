@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 SystemTest::SystemTest() {
   // A path that is short: the sockets below it have to fit into a socket address.
   std::string pattern = "/tmp/wirefox.XXXXXX";
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
   home_ = pattern;
   bin = home_ / "bin";
   environment["WIREFOX_HOME"] = home_;

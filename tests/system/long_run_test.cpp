@@ -52,7 +52,7 @@ class Connection {
     sd_bus_call(bus_, call, UINT64_MAX, nullptr, &reply);
     sd_bus_message_unref(call);
     const std::shared_ptr<sd_bus_message> owned(reply, sd_bus_message_unref);
-    return reply != nullptr && sd_bus_message_has_signature(reply, types) > 0 ? owned : nullptr;
+    return reply && sd_bus_message_has_signature(reply, types) > 0 ? owned : nullptr;
   }
 
  private:

@@ -20,7 +20,7 @@ class Bstr {
 
   BSTR Get() const { return text_; }
   BSTR* Receive() { return &text_; }
-  std::wstring Text() const { return text_ != nullptr ? text_ : L""; }
+  std::wstring Text() const { return text_ ? text_ : L""; }
 
  private:
   BSTR text_ = nullptr;
@@ -37,7 +37,7 @@ class Array {
   SAFEARRAY** Receive() { return &array_; }
 
   std::vector<std::wstring> AsStrings() const {
-    if (array_ == nullptr) return {};
+    if (!array_) return {};
     const auto* data = static_cast<const BSTR*>(array_->pvData);
     return std::vector<std::wstring>(data, data + array_->rgsabound[0].cElements);
   }

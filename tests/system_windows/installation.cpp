@@ -22,7 +22,7 @@ class ServiceHandle {
   ServiceHandle(const ServiceHandle&) = delete;
   ServiceHandle& operator=(const ServiceHandle&) = delete;
   ~ServiceHandle() {
-    if (handle_ != nullptr) CloseServiceHandle(handle_);
+    if (handle_) CloseServiceHandle(handle_);
   }
   SC_HANDLE Get() const { return handle_; }
 
@@ -65,7 +65,7 @@ void Installation::Clean() const {
       WaitForSingleObject(process.Get(), kPatienceMs);
     }
   }
-  WithService([](SC_HANDLE service) { return service != nullptr && DeleteService(service); });
+  WithService([](SC_HANDLE service) { return service && DeleteService(service); });
   WaitUntil([] { return !IsServiceInstalled(); });
   for (const wchar_t* name : {L"TzWirefoxService.TzWirefox.1", L"TzWirefoxService.TzWirefox",
                               L"AppID\\TzWirefoxService.EXE"}) {
@@ -117,20 +117,19 @@ bool IsServiceInstalled() {
 DWORD ServiceState() {
   return WithService([](SC_HANDLE service) -> DWORD {
     SERVICE_STATUS status = {};
-    return service != nullptr && QueryServiceStatus(service, &status) ? status.dwCurrentState : 0;
+    return service && QueryServiceStatus(service, &status) ? status.dwCurrentState : 0;
   });
 }
 
 bool StartInstalledService() {
-  return WithService([](SC_HANDLE service) {
-    return service != nullptr && StartServiceW(service, 0, nullptr) != FALSE;
-  });
+  return WithService(
+      [](SC_HANDLE service) { return service && StartServiceW(service, 0, nullptr) != FALSE; });
 }
 
 bool SendControl(DWORD control) {
   return WithService([control](SC_HANDLE service) {
     SERVICE_STATUS status = {};
-    return service != nullptr && ControlService(service, control, &status) != FALSE;
+    return service && ControlService(service, control, &status) != FALSE;
   });
 }
 

@@ -31,11 +31,11 @@ struct IRegistrar : public IUnknown {
 inline windows_host::ComPointer<IRegistrar> CreateRegistrar() {
   windows_host::ComPointer<IRegistrar> registrar;
   const HMODULE library = LoadLibraryW(L"atl100.dll");
-  if (library == nullptr) return registrar;
+  if (!library) return registrar;
   using Creator = HRESULT(WINAPI*)(IRegistrar**);
   const auto create = reinterpret_cast<Creator>(
       reinterpret_cast<void*>(GetProcAddress(library, "AtlCreateRegistrar")));
-  if (create != nullptr) create(registrar.Receive());
+  if (create) create(registrar.Receive());
   return registrar;
 }
 

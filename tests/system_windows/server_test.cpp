@@ -24,7 +24,7 @@ class NamedMutex {
   // `descriptor` says who may open it; null: the same account.
   explicit NamedMutex(const wchar_t* name, const wchar_t* descriptor = nullptr) {
     SECURITY_ATTRIBUTES attributes = {sizeof(attributes), nullptr, FALSE};
-    if (descriptor != nullptr) {
+    if (descriptor) {
       ConvertStringSecurityDescriptorToSecurityDescriptorW(
           descriptor, SDDL_REVISION_1, &attributes.lpSecurityDescriptor, nullptr);
     }

@@ -28,8 +28,8 @@ BSTR FinishBstr(char* memory, std::uint32_t byte_count) {
 BSTR AllocateBytes(const void* source, std::size_t byte_count) {
   if (byte_count > kMaxBytes) return nullptr;
   char* memory = static_cast<char*>(std::malloc(kBstrPrefixBytes + byte_count + sizeof(OLECHAR)));
-  if (memory == nullptr) return nullptr;
-  if (source != nullptr && byte_count != 0) {
+  if (!memory) return nullptr;
+  if (source && byte_count != 0) {
     std::memcpy(memory + kBstrPrefixBytes, source, byte_count);
   }
   return FinishBstr(memory, static_cast<std::uint32_t>(byte_count));
@@ -44,7 +44,7 @@ BSTR PlaceBstr(void* memory, std::uint32_t length) {
 }  // namespace linux_host
 
 BSTR SysAllocString(const OLECHAR* text) {
-  if (text == nullptr) return nullptr;
+  if (!text) return nullptr;
   return linux_host::AllocateBytes(text, std::wcslen(text) * sizeof(OLECHAR));
 }
 
@@ -53,11 +53,9 @@ BSTR SysAllocStringLen(const OLECHAR* text, UINT length) {
 }
 
 void SysFreeString(BSTR string) {
-  if (string != nullptr) std::free(reinterpret_cast<char*>(string) - linux_host::kBstrPrefixBytes);
+  if (string) std::free(reinterpret_cast<char*>(string) - linux_host::kBstrPrefixBytes);
 }
 
 UINT SysStringLen(BSTR string) { return SysStringByteLen(string) / sizeof(OLECHAR); }
 
-UINT SysStringByteLen(BSTR string) {
-  return string == nullptr ? 0 : linux_host::LoadByteCount(string);
-}
+UINT SysStringByteLen(BSTR string) { return string ? linux_host::LoadByteCount(string) : 0; }

@@ -19,7 +19,7 @@ constexpr int kTextLength = 38;
 }  // namespace
 
 int StringFromGUID2(REFGUID id, LPOLESTR text, int capacity) {
-  if (text == nullptr || capacity <= kTextLength) return 0;
+  if (!text || capacity <= kTextLength) return 0;
   std::swprintf(text, static_cast<std::size_t>(capacity),
                 L"{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", id.Data1, id.Data2, id.Data3,
                 id.Data4[0], id.Data4[1], id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5],

@@ -21,9 +21,9 @@ using interface_schema::Record;
 using interface_schema::ValueType;
 
 const Record* FindRecord(const Library& library, const wchar_t* name) {
-  if (name == nullptr) return nullptr;
+  if (!name) return nullptr;
   for (const interface_schema::UserType& type : library.types) {
-    if (type.record != nullptr && std::wstring_view(type.record->name) == name) return type.record;
+    if (type.record && std::wstring_view(type.record->name) == name) return type.record;
   }
   return nullptr;
 }
@@ -67,8 +67,7 @@ bool PlanParameter(const Library& library, const Parameter& source, ParameterPla
   plan.record = nullptr;
   if (source.type != ValueType::kRecord) return true;
   plan.record = FindRecord(library, source.user_type);
-  if (plan.record == nullptr || plan.record->size > kMaxRecordBytes || !plan.is_output)
-    return false;
+  if (!plan.record || plan.record->size > kMaxRecordBytes || !plan.is_output) return false;
   plan.record_members = RecordMembers(*plan.record);
   return std::all_of(
       plan.record->fields.begin(), plan.record->fields.end(), [&](const auto& field) {
@@ -101,7 +100,7 @@ bool ClassPlan::Build(const Library& library) {
   object_path_ = "/org/wirefox/" + name;
 
   std::vector<const Interface*> chain;
-  for (const Interface* i = component_->default_interface; i != nullptr; i = i->base) {
+  for (const Interface* i = component_->default_interface; i; i = i->base) {
     chain.insert(chain.begin(), i);
   }
   for (const Interface* description : chain) {
@@ -124,7 +123,7 @@ const ClassPlan* ClassPlan::For(const Library& library) {
   // Never destroyed: proxies may outlive every other part of the process.
   static auto& mutex = *new std::mutex;
   static auto& plans = *new std::map<const Library*, std::unique_ptr<ClassPlan>>;
-  if (library.component == nullptr) return nullptr;
+  if (!library.component) return nullptr;
   std::lock_guard lock(mutex);
   auto [entry, is_new] = plans.try_emplace(&library);
   if (is_new) {

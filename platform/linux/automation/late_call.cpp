@@ -52,7 +52,7 @@ HRESULT TakePointer(const VARIANT& given, VARTYPE wanted, CallWord& word) {
   if ((given.vt & VT_BYREF) == 0) {
     word = ToWord(given.bstrVal);
   } else {
-    if (given.byref == nullptr) return DISP_E_TYPEMISMATCH;
+    if (!given.byref) return DISP_E_TYPEMISMATCH;
     word = ToWord(*given.pbstrVal);
   }
   const bool is_array = (wanted & VT_ARRAY) != 0;
@@ -74,7 +74,7 @@ HRESULT LateCall::CheckNames(UINT* bad_argument) const {
   for (UINT i = 0; i < arguments_.cNamedArgs; ++i) {
     const DISPID id = arguments_.rgdispidNamedArgs[i];
     if (id >= 0 && static_cast<std::size_t>(id) < method_.parameters.size()) continue;
-    if (bad_argument != nullptr) *bad_argument = i;
+    if (bad_argument) *bad_argument = i;
     return DISP_E_PARAMNOTFOUND;
   }
   return S_OK;
@@ -106,11 +106,11 @@ HRESULT LateCall::Prepare(UINT* bad_argument) {
     }
     UINT index = 0;
     VARIANT* given = Find(i, index);
-    if (given == nullptr) return DISP_E_BADPARAMCOUNT;
+    if (!given) return DISP_E_BADPARAMCOUNT;
     status =
         parameter.direction == Direction::kIn ? PrepareInput(i, *given) : PrepareOutput(i, *given);
     if (FAILED(status)) {
-      if (bad_argument != nullptr) *bad_argument = index;
+      if (bad_argument) *bad_argument = index;
       return status;
     }
     ++used;
@@ -121,7 +121,7 @@ HRESULT LateCall::Prepare(UINT* bad_argument) {
 HRESULT LateCall::PrepareInput(std::size_t parameter, const VARIANT& given) {
   const VARTYPE wanted = VariantType(method_.parameters[parameter].type);
   const VARIANT* followed = FollowVariant(&given);
-  if (followed == nullptr) return DISP_E_TYPEMISMATCH;
+  if (!followed) return DISP_E_TYPEMISMATCH;
   const bool is_string = wanted == VT_BSTR && (followed->vt & ~VT_BYREF) == VT_BSTR;
   if (is_string || (wanted & VT_ARRAY) != 0) {
     return TakePointer(*followed, wanted, words_[parameter]);
@@ -135,7 +135,7 @@ HRESULT LateCall::PrepareInput(std::size_t parameter, const VARIANT& given) {
 
 HRESULT LateCall::PrepareOutput(std::size_t parameter, VARIANT& given) {
   const VARTYPE wanted = VariantType(method_.parameters[parameter].type);
-  if ((given.vt & VT_BYREF) == 0 || given.byref == nullptr) return DISP_E_TYPEMISMATCH;
+  if ((given.vt & VT_BYREF) == 0 || !given.byref) return DISP_E_TYPEMISMATCH;
   // A record cannot be received late-bound: its description would have to travel with it.
   if (wanted == VT_RECORD) return E_NOTIMPL;
   if (given.vt == (VT_BYREF | VT_VARIANT)) {
@@ -162,9 +162,9 @@ void LateCall::Deliver(VARIANT* result) {
     if (method_.parameters[i].direction == Direction::kOutRetval) {
       receiver = result;
       // The caller's result holds nothing yet, by the rules of such calls.
-      if (receiver != nullptr) VariantInit(receiver);
+      if (receiver) VariantInit(receiver);
     }
-    if (receiver == nullptr || FAILED(VariantClear(receiver))) continue;
+    if (!receiver || FAILED(VariantClear(receiver))) continue;
     *receiver = argument.value;
     argument.value.vt = VT_EMPTY;
   }

@@ -16,7 +16,7 @@ TypedArray* HolderOf(SAFEARRAY* array) {
 }
 
 void FreeElements(SAFEARRAY* array) {
-  if (array->pvData == nullptr || (array->fFeatures & FADF_STATIC) != 0) return;
+  if (!array->pvData || (array->fFeatures & FADF_STATIC) != 0) return;
   if ((array->fFeatures & FADF_BSTR) != 0) {
     BSTR* strings = static_cast<BSTR*>(array->pvData);
     for (ULONG i = 0; i < array->rgsabound[0].cElements; ++i) SysFreeString(strings[i]);
@@ -34,7 +34,7 @@ ArrayLimit::ArrayLimit(std::size_t bytes) : bytes_(bytes) { current_ = this; }
 ArrayLimit::~ArrayLimit() { current_ = nullptr; }
 
 bool ArrayLimit::Allows(std::size_t bytes) {
-  if (current_ == nullptr || bytes <= current_->bytes_) return true;
+  if (!current_ || bytes <= current_->bytes_) return true;
   current_->was_exceeded_ = true;
   return false;
 }
@@ -63,11 +63,11 @@ ULONG ElementSize(VARTYPE type) {
 }
 
 bool IsArrayOf(SAFEARRAY* array, VARTYPE element_type) {
-  if (array == nullptr) return true;
+  if (!array) return true;
   VARTYPE type;
   return array->cDims == 1 && SUCCEEDED(SafeArrayGetVartype(array, &type)) &&
          type == element_type && array->cbElements == ElementSize(element_type) &&
-         (array->pvData != nullptr || array->rgsabound[0].cElements == 0);
+         (array->pvData || array->rgsabound[0].cElements == 0);
 }
 
 SAFEARRAY* BorrowBytes(TypedArray& holder, const void* bytes, std::uint32_t count) {
@@ -84,7 +84,7 @@ SAFEARRAY* BorrowBytes(TypedArray& holder, const void* bytes, std::uint32_t coun
 }  // namespace linux_host
 
 SAFEARRAY* SafeArrayCreate(VARTYPE type, UINT dimensions, SAFEARRAYBOUND* bounds) {
-  if (dimensions != 1 || bounds == nullptr) return nullptr;
+  if (dimensions != 1 || !bounds) return nullptr;
   return SafeArrayCreateVector(type, bounds->lLbound, bounds->cElements);
 }
 
@@ -97,7 +97,7 @@ SAFEARRAY* SafeArrayCreateVector(VARTYPE type, LONG lower_bound, ULONG count) {
       static_cast<linux_host::TypedArray*>(std::calloc(1, sizeof(linux_host::TypedArray)));
   // An empty array has storage too, so that its address can be taken.
   void* data = std::calloc(count == 0 ? 1 : count, element_size);
-  if (holder == nullptr || data == nullptr) {
+  if (!holder || !data) {
     std::free(holder);
     std::free(data);
     return nullptr;
@@ -113,7 +113,7 @@ SAFEARRAY* SafeArrayCreateVector(VARTYPE type, LONG lower_bound, ULONG count) {
 }
 
 HRESULT SafeArrayDestroy(SAFEARRAY* array) {
-  if (array == nullptr) return S_OK;
+  if (!array) return S_OK;
   if (array->cLocks != 0) return DISP_E_ARRAYISLOCKED;
   linux_host::FreeElements(array);
   if ((array->fFeatures & FADF_AUTO) == 0) std::free(linux_host::HolderOf(array));
@@ -121,7 +121,7 @@ HRESULT SafeArrayDestroy(SAFEARRAY* array) {
 }
 
 HRESULT SafeArrayAccessData(SAFEARRAY* array, void** data) {
-  if (array == nullptr || data == nullptr) return E_INVALIDARG;
+  if (!array || !data) return E_INVALIDARG;
   const bool is_full = array->cLocks >= linux_host::kMaxLocks;
   *data = is_full ? nullptr : array->pvData;
   if (is_full) return E_UNEXPECTED;
@@ -130,25 +130,25 @@ HRESULT SafeArrayAccessData(SAFEARRAY* array, void** data) {
 }
 
 HRESULT SafeArrayUnaccessData(SAFEARRAY* array) {
-  if (array == nullptr) return E_INVALIDARG;
+  if (!array) return E_INVALIDARG;
   if (array->cLocks == 0) return E_UNEXPECTED;
   --array->cLocks;
   return S_OK;
 }
 
-UINT SafeArrayGetDim(SAFEARRAY* array) { return array == nullptr ? 0 : array->cDims; }
+UINT SafeArrayGetDim(SAFEARRAY* array) { return array ? array->cDims : 0; }
 
-UINT SafeArrayGetElemsize(SAFEARRAY* array) { return array == nullptr ? 0 : array->cbElements; }
+UINT SafeArrayGetElemsize(SAFEARRAY* array) { return array ? array->cbElements : 0; }
 
 HRESULT SafeArrayGetLBound(SAFEARRAY* array, UINT dimension, LONG* bound) {
-  if (array == nullptr || bound == nullptr) return E_INVALIDARG;
+  if (!array || !bound) return E_INVALIDARG;
   if (dimension != 1) return DISP_E_BADINDEX;
   *bound = array->rgsabound[0].lLbound;
   return S_OK;
 }
 
 HRESULT SafeArrayGetUBound(SAFEARRAY* array, UINT dimension, LONG* bound) {
-  if (array == nullptr || bound == nullptr) return E_INVALIDARG;
+  if (!array || !bound) return E_INVALIDARG;
   if (dimension != 1) return DISP_E_BADINDEX;
   const SAFEARRAYBOUND& limits = array->rgsabound[0];
   *bound = static_cast<LONG>(static_cast<ULONG>(limits.lLbound) + limits.cElements - 1);
@@ -156,7 +156,7 @@ HRESULT SafeArrayGetUBound(SAFEARRAY* array, UINT dimension, LONG* bound) {
 }
 
 HRESULT SafeArrayGetVartype(SAFEARRAY* array, VARTYPE* type) {
-  if (array == nullptr || type == nullptr) return E_INVALIDARG;
+  if (!array || !type) return E_INVALIDARG;
   if ((array->fFeatures & FADF_HAVEVARTYPE) == 0) return E_INVALIDARG;
   *type = static_cast<VARTYPE>(linux_host::HolderOf(array)->type);
   return S_OK;

@@ -44,7 +44,7 @@ Integer LoadInteger(const void* storage, VARTYPE type) {
 }
 
 HRESULT ParseInteger(BSTR text, Integer& number) {
-  const std::wstring wide(text == nullptr ? L"" : text, SysStringLen(text));
+  const std::wstring wide(text ? text : L"", SysStringLen(text));
   const std::size_t first = wide.find_first_not_of(L' ');
   const std::size_t last = wide.find_last_not_of(L' ');
   if (first == std::wstring::npos) return DISP_E_TYPEMISMATCH;
@@ -74,7 +74,7 @@ HRESULT ReadInteger(const VARIANT& value, Integer& number) {
   const VARTYPE type = value.vt & VT_TYPEMASK;
   const bool by_reference = (value.vt & VT_BYREF) != 0;
   if ((value.vt & ~(VT_TYPEMASK | VT_BYREF)) != 0) return DISP_E_TYPEMISMATCH;
-  if (by_reference && value.byref == nullptr) return DISP_E_TYPEMISMATCH;
+  if (by_reference && !value.byref) return DISP_E_TYPEMISMATCH;
   if (value.vt == VT_EMPTY) {
     number = {};
     return S_OK;
@@ -106,7 +106,7 @@ HRESULT StoreInteger(const Integer& number, VARTYPE type, void* storage) {
 }  // namespace
 
 const VARIANT* FollowVariant(const VARIANT* value) {
-  if (value != nullptr && value->vt == (VT_BYREF | VT_VARIANT)) value = value->pvarVal;
+  if (value && value->vt == (VT_BYREF | VT_VARIANT)) value = value->pvarVal;
   return value;
 }
 
@@ -115,7 +115,7 @@ const VARIANT* FollowVariant(const VARIANT* value) {
 void VariantInit(VARIANTARG* value) { value->vt = VT_EMPTY; }
 
 HRESULT VariantClear(VARIANTARG* value) {
-  if (value == nullptr) return E_INVALIDARG;
+  if (!value) return E_INVALIDARG;
   const VARTYPE type = value->vt;
   if ((type & VT_BYREF) == 0) {
     if ((type & VT_ARRAY) != 0) {
@@ -123,7 +123,7 @@ HRESULT VariantClear(VARIANTARG* value) {
       if (FAILED(status)) return status;
     } else if (type == VT_BSTR) {
       SysFreeString(value->bstrVal);
-    } else if ((type == VT_UNKNOWN || type == VT_DISPATCH) && value->punkVal != nullptr) {
+    } else if ((type == VT_UNKNOWN || type == VT_DISPATCH) && value->punkVal) {
       value->punkVal->Release();
     } else if (type == VT_RECORD) {
       return DISP_E_BADVARTYPE;  // no record descriptions exist on this host
@@ -134,9 +134,9 @@ HRESULT VariantClear(VARIANTARG* value) {
 }
 
 HRESULT VariantChangeType(VARIANTARG* destination, const VARIANTARG* source, USHORT, VARTYPE type) {
-  if (destination == nullptr || source == nullptr) return E_INVALIDARG;
+  if (!destination || !source) return E_INVALIDARG;
   const VARIANT* value = linux_host::FollowVariant(source);
-  if (value == nullptr) return DISP_E_TYPEMISMATCH;
+  if (!value) return DISP_E_TYPEMISMATCH;
   VARIANT converted;
   VariantInit(&converted);
   if (type == VT_BSTR && (value->vt & ~VT_BYREF) == VT_BSTR) {
@@ -154,7 +154,7 @@ HRESULT VariantChangeType(VARIANTARG* destination, const VARIANTARG* source, USH
       if (FAILED(status)) return status;
     }
   }
-  if (type == VT_BSTR && converted.bstrVal == nullptr) return E_OUTOFMEMORY;
+  if (type == VT_BSTR && !converted.bstrVal) return E_OUTOFMEMORY;
   converted.vt = type;
   const HRESULT status = VariantClear(destination);
   if (FAILED(status)) {

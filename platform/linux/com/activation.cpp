@@ -55,7 +55,7 @@ DBusHandle OpenClientDBus(Descriptor socket) {
 // Takes the connection up and has the server create its object.
 Attempt CreateObject(Descriptor socket, const ClassPlan& plan, DBusHandle& connection) {
   DBusHandle bus = OpenClientDBus(std::move(socket));
-  if (bus == nullptr) return {Outcome::kLost};
+  if (!bus) return {Outcome::kLost};
   sd_bus_message* created = nullptr;
   int result =
       sd_bus_message_new_method_call(bus.get(), &created, nullptr, plan.object_path().c_str(),

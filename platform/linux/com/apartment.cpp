@@ -32,7 +32,7 @@ HRESULT CoInitialize(LPVOID reserved) { return CoInitializeEx(reserved, COINIT_A
 
 HRESULT CoInitializeEx(LPVOID reserved, DWORD model) {
   using linux_host::g_thread;
-  if (reserved != nullptr || (model & ~DWORD{COINIT_APARTMENTTHREADED}) != 0) return E_INVALIDARG;
+  if (reserved || (model & ~DWORD{COINIT_APARTMENTTHREADED}) != 0) return E_INVALIDARG;
   if (g_thread.count > 0) {
     if (g_thread.model != model) return RPC_E_CHANGED_MODE;
     ++g_thread.count;
@@ -54,9 +54,8 @@ HRESULT CoInitializeSecurity(PSECURITY_DESCRIPTOR descriptor, LONG service_count
                              DWORD authentication_level, DWORD impersonation_level,
                              void* authentication_list, DWORD capabilities, void* reserved3) {
   if (!linux_host::IsComponentLibraryUsable()) return CO_E_NOTINITIALIZED;
-  if (reserved1 != nullptr || reserved3 != nullptr || descriptor != nullptr || service_count > 0 ||
-      services != nullptr || authentication_list != nullptr ||
-      authentication_level > RPC_C_AUTHN_LEVEL_NONE ||
+  if (reserved1 || reserved3 || descriptor || service_count > 0 || services ||
+      authentication_list || authentication_level > RPC_C_AUTHN_LEVEL_NONE ||
       impersonation_level > RPC_C_IMP_LEVEL_IDENTIFY || capabilities != EOAC_NONE) {
     return E_INVALIDARG;
   }

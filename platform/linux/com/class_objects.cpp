@@ -43,8 +43,7 @@ Publications& AllPublications() {
 // The class of this program's type library, when it is the one asked for.
 const ClassPlan* PlanFor(REFCLSID id) {
   const interface_schema::Library* library = GetProgramResources().type_library;
-  if (library == nullptr || library->component == nullptr ||
-      !IsEqualCLSID(*library->component->id, id)) {
+  if (!library || !library->component || !IsEqualCLSID(*library->component->id, id)) {
     return nullptr;
   }
   return ClassPlan::For(*library);
@@ -66,10 +65,10 @@ IClassFactory* OwnFactory(REFCLSID id) {
 
 HRESULT Publish(REFCLSID id, IClassFactory* factory, DWORD* cookie) {
   const ClassPlan* plan = PlanFor(id);
-  if (plan == nullptr) return E_INVALIDARG;
+  if (!plan) return E_INVALIDARG;
   SettleSecurity();
   auto server = ClassServer::Publish(*plan, factory);
-  if (server == nullptr) return errno == EACCES ? E_ACCESSDENIED : E_FAIL;
+  if (!server) return errno == EACCES ? E_ACCESSDENIED : E_FAIL;
   Publications& all = AllPublications();
   std::lock_guard lock(all.mutex);
   *cookie = ++all.last_cookie;
@@ -83,7 +82,7 @@ HRESULT Publish(REFCLSID id, IClassFactory* factory, DWORD* cookie) {
 
 HRESULT CoRegisterClassObject(REFCLSID id, LPUNKNOWN object, DWORD context, DWORD flags,
                               LPDWORD cookie) {
-  if (cookie == nullptr || object == nullptr) return E_INVALIDARG;
+  if (!cookie || !object) return E_INVALIDARG;
   *cookie = 0;
   if (!linux_host::IsInSingleThreadedApartment()) return CO_E_NOTINITIALIZED;
   if (context != CLSCTX_LOCAL_SERVER || flags != REGCLS_MULTIPLEUSE) return E_INVALIDARG;
@@ -112,7 +111,7 @@ HRESULT CoRevokeClassObject(DWORD cookie) {
 }
 
 HRESULT CoCreateInstance(REFCLSID id, LPUNKNOWN outer, DWORD context, REFIID iid, LPVOID* object) {
-  if (object == nullptr) return E_POINTER;
+  if (!object) return E_POINTER;
   *object = nullptr;
   if (!linux_host::IsComponentLibraryUsable()) return CO_E_NOTINITIALIZED;
   if ((context & CLSCTX_LOCAL_SERVER) == 0) return REGDB_E_CLASSNOTREG;
@@ -121,9 +120,9 @@ HRESULT CoCreateInstance(REFCLSID id, LPUNKNOWN outer, DWORD context, REFIID iid
     factory->Release();
     return status;
   }
-  if (outer != nullptr) return CLASS_E_NOAGGREGATION;
+  if (outer) return CLASS_E_NOAGGREGATION;
   const linux_host::ClassPlan* plan = linux_host::PlanFor(id);
-  if (plan == nullptr) return REGDB_E_CLASSNOTREG;
+  if (!plan) return REGDB_E_CLASSNOTREG;
   linux_host::SettleSecurity();
   linux_host::DBusHandle connection;
   const HRESULT status = linux_host::ActivateClass(id, *plan, connection);

@@ -71,7 +71,7 @@ void ClassServer::Accept() {
     return;
   }
   auto connection = PrivateConnection::Open(descriptor, exported_, factory_);
-  if (connection != nullptr) connections_.push_back(std::move(connection));
+  if (connection) connections_.push_back(std::move(connection));
 }
 
 void ClassServer::AppendDescriptors(std::vector<pollfd>& descriptors) {
@@ -136,16 +136,16 @@ bool ClassServer::IsReady(std::size_t index, short events) const {
 
 // The message bus comes first, so that a new connection moves no other.
 DBusLink& ClassServer::LinkAt(std::size_t index) const {
-  if (bus_ == nullptr) return connections_[index]->link();
+  if (!bus_) return connections_[index]->link();
   return index == 0 ? bus_->link() : connections_[index - 1]->link();
 }
 
 bool ClassServer::ProcessAt(std::size_t index) {
-  return bus_ != nullptr && index == 0 ? bus_->Process() : LinkAt(index).Process();
+  return bus_ && index == 0 ? bus_->Process() : LinkAt(index).Process();
 }
 
 void ClassServer::DropAt(std::size_t index) {
-  if (bus_ != nullptr && index-- == 0) {
+  if (bus_ && index-- == 0) {
     bus_.reset();
     return;
   }

@@ -34,7 +34,7 @@ class ClassServer final : public MessageLoopSource {
 
   bool TryListen();
   void Accept();
-  std::size_t LinkCount() const { return connections_.size() + (bus_ != nullptr ? 1 : 0); }
+  std::size_t LinkCount() const { return connections_.size() + (bus_ ? 1 : 0); }
   DBusLink& LinkAt(std::size_t index) const;
   bool ProcessAt(std::size_t index);
   void DropAt(std::size_t index);

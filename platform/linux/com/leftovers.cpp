@@ -34,7 +34,7 @@ void RemoveComponentFiles(const ClassPlan& plan) {
 
 void RemoveLeftovers(const interface_schema::Library& library) {
   const ClassPlan* plan = ClassPlan::For(library);
-  if (plan == nullptr || !RemoveRegistry()) return;
+  if (!plan || !RemoveRegistry()) return;
   RemoveComponentFiles(*plan);
   RemoveMutexFiles();
   RemoveEmptyRegistrationFolders();

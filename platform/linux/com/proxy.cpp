@@ -68,7 +68,7 @@ HRESULT DBusObject::Call(MethodCall method_call, const CallWord* words) {
 }
 
 HRESULT ServerStatus(const char* text) {
-  const unsigned long status = text == nullptr ? 0 : std::strtoul(text, nullptr, 16);
+  const unsigned long status = text ? std::strtoul(text, nullptr, 16) : 0;
   const auto result = static_cast<HRESULT>(static_cast<std::uint32_t>(status));
   return FAILED(result) ? result : RPC_E_SERVERFAULT;
 }

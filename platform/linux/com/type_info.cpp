@@ -25,7 +25,7 @@ bool IsSameName(const wchar_t* a, const wchar_t* b) {
 // names is found.
 template <typename Matches>
 const Method* FindMethod(const Interface* description, Matches matches) {
-  for (; description != nullptr; description = description->base) {
+  for (; description; description = description->base) {
     for (const Method& method : description->methods) {
       if (matches(method)) return &method;
     }
@@ -34,7 +34,7 @@ const Method* FindMethod(const Interface* description, Matches matches) {
 }
 
 void ReportFailure(EXCEPINFO* exception, HRESULT status) {
-  if (exception == nullptr) return;
+  if (!exception) return;
   *exception = {};
   exception->scode = status;
 }
@@ -53,11 +53,11 @@ class TypeInfo final : public CountedDescription<ITypeInfo, IID_ITypeInfo> {
 };
 
 HRESULT TypeInfo::GetIDsOfNames(LPOLESTR* names, UINT count, MEMBERID* ids) {
-  if (names == nullptr || count == 0 || ids == nullptr) return E_INVALIDARG;
+  if (!names || count == 0 || !ids) return E_INVALIDARG;
   for (UINT i = 0; i < count; ++i) ids[i] = DISPID_UNKNOWN;
   const Method* method = FindMethod(
       &description_, [&](const Method& candidate) { return IsSameName(candidate.name, names[0]); });
-  if (method == nullptr) return DISP_E_UNKNOWNNAME;
+  if (!method) return DISP_E_UNKNOWNNAME;
   ids[0] = method->dispatch_id;
   HRESULT status = S_OK;
   for (UINT i = 1; i < count; ++i) {
@@ -71,10 +71,10 @@ HRESULT TypeInfo::GetIDsOfNames(LPOLESTR* names, UINT count, MEMBERID* ids) {
 
 HRESULT TypeInfo::Invoke(PVOID instance, MEMBERID id, WORD flags, DISPPARAMS* arguments,
                          VARIANT* result, EXCEPINFO* exception, UINT* bad_argument) {
-  if (instance == nullptr || arguments == nullptr) return E_INVALIDARG;
+  if (!instance || !arguments) return E_INVALIDARG;
   const Method* method = FindMethod(
       &description_, [&](const Method& candidate) { return candidate.dispatch_id == id; });
-  if (method == nullptr || (flags & DISPATCH_METHOD) == 0) return DISP_E_MEMBERNOTFOUND;
+  if (!method || (flags & DISPATCH_METHOD) == 0) return DISP_E_MEMBERNOTFOUND;
   LateCall call(*method, *arguments);
   HRESULT status = call.Prepare(bad_argument);
   if (FAILED(status)) return status;

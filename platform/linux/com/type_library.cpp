@@ -32,7 +32,7 @@ class TypeLibrary final : public CountedDescription<ITypeLib, IID_ITypeLib> {
   const Library& description() const { return description_; }
 
   HRESULT STDMETHODCALLTYPE GetTypeInfoOfGuid(REFGUID id, ITypeInfo** info) override {
-    if (info == nullptr) return E_INVALIDARG;
+    if (!info) return E_INVALIDARG;
     *info = nullptr;
     for (const Interface* candidate : description_.interfaces) {
       if (!IsEqualGUID(*candidate->id, id)) continue;
@@ -43,7 +43,7 @@ class TypeLibrary final : public CountedDescription<ITypeLib, IID_ITypeLib> {
   }
 
   HRESULT STDMETHODCALLTYPE GetLibAttr(TLIBATTR** attributes) override {
-    if (attributes == nullptr) return E_INVALIDARG;
+    if (!attributes) return E_INVALIDARG;
     *attributes = &attributes_;
     return S_OK;
   }
@@ -68,22 +68,22 @@ ITypeLib* MakeTypeLibrary(const Library& description) { return new TypeLibrary(d
 }  // namespace linux_host
 
 HRESULT LoadTypeLib(const OLECHAR* path, ITypeLib** library) {
-  if (path == nullptr || library == nullptr) return E_INVALIDARG;
+  if (!path || !library) return E_INVALIDARG;
   *library = nullptr;
   const interface_schema::Library* carried = linux_host::GetProgramResources().type_library;
-  if (carried == nullptr || linux_host::Utf8ToWide(linux_host::ExecutablePath()) != path)
+  if (!carried || linux_host::Utf8ToWide(linux_host::ExecutablePath()) != path)
     return TYPE_E_CANTLOADLIBRARY;
   *library = linux_host::MakeTypeLibrary(*carried);
   return S_OK;
 }
 
 HRESULT LoadRegTypeLib(REFGUID id, WORD major, WORD minor, LCID, ITypeLib** library) {
-  if (library == nullptr) return E_INVALIDARG;
+  if (!library) return E_INVALIDARG;
   *library = nullptr;
   std::wstring path;
   if (!linux_host::FindRegisteredLibrary(id, major, minor, path)) return TYPE_E_LIBNOTREGISTERED;
   const interface_schema::Library* carried = linux_host::GetProgramResources().type_library;
-  if (carried == nullptr || !IsEqualGUID(*carried->id, id) || carried->major_version != major ||
+  if (!carried || !IsEqualGUID(*carried->id, id) || carried->major_version != major ||
       carried->minor_version != minor || !linux_host::FileExists(path)) {
     return TYPE_E_CANTLOADLIBRARY;
   }
@@ -92,7 +92,7 @@ HRESULT LoadRegTypeLib(REFGUID id, WORD major, WORD minor, LCID, ITypeLib** libr
 }
 
 HRESULT RegisterTypeLib(ITypeLib* library, const OLECHAR* path, const OLECHAR* help_directory) {
-  if (library == nullptr || path == nullptr) return E_INVALIDARG;
+  if (!library || !path) return E_INVALIDARG;
   const interface_schema::Library& description = linux_host::DescriptionOf(library);
   return linux_host::WriteLibraryEntries(description, path, help_directory) &&
                  linux_host::WriteDBusRegistration(description)
@@ -103,7 +103,7 @@ HRESULT RegisterTypeLib(ITypeLib* library, const OLECHAR* path, const OLECHAR* h
 HRESULT UnRegisterTypeLib(REFGUID id, WORD major, WORD minor, LCID locale, SYSKIND kind) {
   if (kind != SYS_WIN64) return TYPE_E_REGISTRYACCESS;
   const interface_schema::Library* carried = linux_host::GetProgramResources().type_library;
-  const bool is_carried = carried != nullptr && IsEqualGUID(*carried->id, id);
+  const bool is_carried = carried && IsEqualGUID(*carried->id, id);
   // In any case: a bus must not start a server that is no longer registered.
   const bool are_files_gone = !is_carried || linux_host::RemoveDBusRegistration(*carried);
   return linux_host::RemoveLibraryEntries(id, major, minor, locale,

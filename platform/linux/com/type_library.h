@@ -20,7 +20,7 @@ template <typename Interface, const IID& kId>
 class CountedDescription : public Interface {
  public:
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (object == nullptr) return E_POINTER;
+    if (!object) return E_POINTER;
     const bool answers = IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, kId);
     *object = answers ? static_cast<Interface*>(this) : nullptr;
     if (!answers) return E_NOINTERFACE;

@@ -95,7 +95,7 @@ bool WriteLibraryEntries(const Library& library, const wchar_t* path,
       !Write(version + L"\\" + Hex(library.locale) + L"\\" + kPlatform, path)) {
     return false;
   }
-  if (help_directory != nullptr && !Write(version + L"\\HELPDIR", help_directory)) return false;
+  if (help_directory && !Write(version + L"\\HELPDIR", help_directory)) return false;
   for (const Interface* description : library.interfaces) {
     if (!WriteInterface(library, *description)) return false;
   }
@@ -108,7 +108,7 @@ bool RemoveLibraryEntries(REFGUID id, WORD major, WORD minor, LCID locale,
   const std::wstring of_locale = version + L"\\" + Hex(locale);
   if (!Remove(of_locale + L"\\" + kPlatform)) return false;
   Remove(of_locale);  // stays while it holds another platform's file
-  if (description != nullptr) {
+  if (description) {
     for (const Interface* listed : description->interfaces) RemoveInterface(id, *listed);
   }
   if (!HasLocales(version)) {

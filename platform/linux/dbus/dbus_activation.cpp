@@ -13,7 +13,7 @@ constexpr char kDBusTimedOut[] = "org.freedesktop.DBus.Error.TimedOut";
 
 DBusAnswer Ask(DBusOpener open, const ClassPlan& plan, std::uint64_t limit_us) {
   const DBusHandle bus = OpenDBus(open);
-  if (bus == nullptr) return DBusAnswer::kRefused;
+  if (!bus) return DBusAnswer::kRefused;
   sd_bus_message* created = nullptr;
   int result = sd_bus_message_new_method_call(bus.get(), &created, "org.freedesktop.DBus",
                                               "/org/freedesktop/DBus", "org.freedesktop.DBus",

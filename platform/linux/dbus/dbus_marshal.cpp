@@ -110,7 +110,7 @@ int ReadByteArray(sd_bus_message* message, SAFEARRAY** array) {
   const int status = ReadBytes(message, &bytes, &count);
   if (status < 0) return status;
   *array = SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(count));
-  if (*array == nullptr) return -ENOMEM;
+  if (!*array) return -ENOMEM;
   std::memcpy((*array)->pvData, bytes, count);
   return 0;
 }
@@ -132,7 +132,7 @@ int ReadValue(sd_bus_message* message, const ParameterPlan& parameter, void* sto
       if (status <= 0) return status < 0 ? status : -EBADMSG;
       BSTR string = BstrFromDBusText(text);
       *static_cast<BSTR*>(storage) = string;
-      return string == nullptr ? -ENOMEM : 0;
+      return string ? 0 : -ENOMEM;
     }
   }
 }
@@ -162,7 +162,7 @@ int CallFrame::ReadInput(sd_bus_message* message, const ParameterPlan& parameter
         string = PlaceBstr(room.text.data(), static_cast<std::uint32_t>(length));
       } else {
         string = room.long_text = SysAllocStringLen(nullptr, static_cast<UINT>(length));
-        if (string == nullptr) return -ENOMEM;
+        if (!string) return -ENOMEM;
       }
       WriteWideText(text, size, string);
       words_[index] = ToWord(string);

@@ -128,7 +128,7 @@ void WriteWideText(const char* text, std::size_t size, OLECHAR* out) {
 BSTR BstrFromDBusText(const char* text) {
   const std::size_t size = std::strlen(text);
   const BSTR string = SysAllocStringLen(nullptr, static_cast<UINT>(WideTextLength(text, size)));
-  if (string != nullptr) WriteWideText(text, size, string);
+  if (string) WriteWideText(text, size, string);
   return string;
 }
 

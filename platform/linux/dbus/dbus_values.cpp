@@ -15,7 +15,7 @@ namespace {
 using interface_schema::Field;
 using interface_schema::FieldType;
 
-ULONG CountOf(SAFEARRAY* array) { return array == nullptr ? 0 : array->rgsabound[0].cElements; }
+ULONG CountOf(SAFEARRAY* array) { return array ? array->rgsabound[0].cElements : 0; }
 
 BSTR* StringsOf(SAFEARRAY* array) { return static_cast<BSTR*>(array->pvData); }
 
@@ -56,7 +56,7 @@ int FillStrings(sd_bus_message* message, SAFEARRAY* array) {
     const int status = Present(sd_bus_message_read_basic(message, 's', &text));
     if (status < 0) return status;
     StringsOf(array)[i] = BstrFromDBusText(text);
-    if (StringsOf(array)[i] == nullptr) return -ENOMEM;
+    if (!StringsOf(array)[i]) return -ENOMEM;
   }
   return 0;
 }
@@ -74,8 +74,7 @@ int AppendString(sd_bus_message* message, BSTR text) {
 }
 
 int AppendByteArray(sd_bus_message* message, SAFEARRAY* array) {
-  return sd_bus_message_append_array(message, 'y', array == nullptr ? nullptr : array->pvData,
-                                     CountOf(array));
+  return sd_bus_message_append_array(message, 'y', array ? array->pvData : nullptr, CountOf(array));
 }
 
 int AppendStringArray(sd_bus_message* message, SAFEARRAY* array) {
@@ -101,7 +100,7 @@ int ReadStringArray(sd_bus_message* message, SAFEARRAY** array) {
   status = CountStrings(message, &count);
   if (status < 0) return status;
   SAFEARRAY* strings = SafeArrayCreateVector(VT_BSTR, 0, count);
-  if (strings == nullptr) return -ENOMEM;
+  if (!strings) return -ENOMEM;
   status = FillStrings(message, strings);
   if (status >= 0) status = sd_bus_message_exit_container(message);
   if (status < 0) {

@@ -44,7 +44,7 @@ int SetStatusError(sd_bus_error* error, HRESULT status) {
 }
 
 HRESULT ClientObject::Create(IClassFactory* factory, const ClassPlan& plan) {
-  if (object_ != nullptr) return S_OK;
+  if (object_) return S_OK;
   void* object = nullptr;
   HRESULT status;
   try {
@@ -62,7 +62,7 @@ void ClientObject::Release() {
   // Forgotten first: the object's last operation may look at its client's state.
   IUnknown* object = object_;
   object_ = nullptr;
-  if (object != nullptr) object->Release();
+  if (object) object->Release();
 }
 
 ExportedClass::ExportedClass(const ClassPlan& plan) : plan_(plan) {
@@ -96,18 +96,18 @@ int ExportedClass::Offer(sd_bus* bus, CallTarget* target, Bindings& bindings) {
 // Sees every call of the object first. The bus library finds methods by their interface, but a call
 // may come without one.
 int ExportedClass::OnMessage(sd_bus_message* message, void* bindings, sd_bus_error* error) {
-  if (sd_bus_message_get_interface(message) != nullptr) return 0;
+  if (sd_bus_message_get_interface(message)) return 0;
   const char* member = sd_bus_message_get_member(message);
   const Binding* found = nullptr;
   for (const Binding& binding : *static_cast<const Bindings*>(bindings)) {
     if (binding.method->name != member) continue;
-    if (found != nullptr) {
+    if (found) {
       return sd_bus_error_setf(error, SD_BUS_ERROR_UNKNOWN_METHOD,
                                "Several interfaces have a method %s: name one of them.", member);
     }
     found = &binding;
   }
-  if (found == nullptr) {
+  if (!found) {
     return sd_bus_error_setf(error, SD_BUS_ERROR_UNKNOWN_METHOD, "Unknown method %s.", member);
   }
   if (sd_bus_message_has_signature(message, found->method->input_signature.c_str()) <= 0) {

@@ -24,7 +24,7 @@ DBusHandle OpenBus() {
 
 std::unique_ptr<MessageBus> MessageBus::Open(ExportedClass& exported, IClassFactory* factory) {
   DBusHandle bus = OpenBus();
-  if (bus == nullptr) return nullptr;
+  if (!bus) return nullptr;
   std::unique_ptr<MessageBus> opened(new MessageBus(std::move(bus), exported, factory));
   return opened->Start() < 0 ? nullptr : std::move(opened);
 }
@@ -48,7 +48,7 @@ bool MessageBus::Process() {
 
 HRESULT MessageBus::ObjectFor(sd_bus_message* message, IUnknown** object) {
   Client* client = ClientFor(message);
-  if (client == nullptr) return E_OUTOFMEMORY;
+  if (!client) return E_OUTOFMEMORY;
   const HRESULT status = client->object.Create(factory_, exported_.plan());
   *object = client->object.get();
   return status;
@@ -56,7 +56,7 @@ HRESULT MessageBus::ObjectFor(sd_bus_message* message, IUnknown** object) {
 
 MessageBus::Client* MessageBus::ClientFor(sd_bus_message* message) {
   const char* sender = sd_bus_message_get_sender(message);
-  if (sender == nullptr) return nullptr;
+  if (!sender) return nullptr;
   auto found = clients_.find(sender);
   if (found != clients_.end()) return &found->second;
   const auto added = clients_.try_emplace(sender).first;

@@ -97,13 +97,13 @@ void DeviceFile::Unlink(DeviceRequest& request) {
   if (request.next) request.next->previous = request.previous;
 }
 
-DWORD DeviceFile::Start(DeviceRequest& request, DWORD& returned) {
-  const DWORD result = Submit(request, returned);
+DWORD DeviceFile::Submit(DeviceRequest& request, DWORD& returned) {
+  const DWORD result = SubmitToDriver(request, returned);
   request.Release(request.handed_over ? 1 : 2);
   return result;
 }
 
-DWORD DeviceFile::Submit(DeviceRequest& request, DWORD& returned) {
+DWORD DeviceFile::SubmitToDriver(DeviceRequest& request, DWORD& returned) {
   OVERLAPPED& block = *request.overlapped;
   if (request.event) request.event->Reset();
   block.InternalHigh = 0;
@@ -202,7 +202,7 @@ BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID input, DWORD input_size, 
   request->driver_request.output = static_cast<std::uint8_t*>(output);
   request->driver_request.output_size = output_size;
   DWORD bytes = 0;
-  const DWORD result = file->Start(*request, bytes);
+  const DWORD result = file->Submit(*request, bytes);
   if (returned) *returned = bytes;
   if (result == ERROR_SUCCESS) return TRUE;
   SetLastError(result);

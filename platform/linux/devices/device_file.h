@@ -63,11 +63,11 @@ class DeviceFile : public KernelObject {
 
   explicit DeviceFile(std::unique_ptr<probe_driver::UsbDevice> device);
 
-  // Start and Cancel are made within a Call.
+  // Submit and Cancel are made within a Call.
   //
   // 0: has succeeded, and `returned` holds the bytes; 997: in flight; otherwise why it was refused.
   // `request` is new, was made for this file, and is its own from now on.
-  DWORD Start(DeviceRequest& request, DWORD& returned);
+  DWORD Submit(DeviceRequest& request, DWORD& returned);
 
   // Aborts the requests for which `chosen` holds; false when there is none. One that is just being
   // started counts as started afterwards.
@@ -83,7 +83,7 @@ class DeviceFile : public KernelObject {
  private:
   friend class DeviceRequest;
 
-  DWORD Submit(DeviceRequest& request, DWORD& returned);
+  DWORD SubmitToDriver(DeviceRequest& request, DWORD& returned);
   void Complete(DeviceRequest& request);
   void Link(DeviceRequest& request);
   void Unlink(DeviceRequest& request);

@@ -29,7 +29,7 @@ void SimulatorLink::Run() {
     lock.unlock();
     const Socket socket = Connect();
     lock.lock();
-    if (socket != nullptr && !ending_) {
+    if (socket && !ending_) {
       socket_ = socket;
       lock.unlock();
       ReadFrames(*socket);
@@ -62,7 +62,7 @@ SimulatorLink::Socket SimulatorLink::Connect() const {
 void SimulatorLink::End() {
   const std::lock_guard lock(mutex_);
   ending_ = true;
-  if (socket_ != nullptr) socket_->Shutdown();
+  if (socket_) socket_->Shutdown();
   changed_.notify_all();
 }
 
@@ -163,7 +163,7 @@ bool SimulatorLink::HandlePath(FrameSocket& socket, const Frame& frame) {
 // The caller holds mutex_. Without a listener nobody has seen the list of before, and there is
 // nothing to tell.
 void SimulatorLink::Note(bool arrived, const std::string& path) {
-  if (listener_ == nullptr) return;
+  if (!listener_) return;
   events_.emplace_back(arrived, path);
   changed_.notify_all();
 }
@@ -194,7 +194,7 @@ void SimulatorLink::Tell() {
     const auto [arrived, path] = std::move(events_.front());
     events_.pop_front();
     calling_ = listener_;
-    if (calling_ == nullptr) continue;
+    if (!calling_) continue;
     lock.unlock();
     arrived ? calling_->OnDeviceArrived(path) : calling_->OnDeviceRemoved(path);
     lock.lock();
@@ -208,7 +208,7 @@ void SimulatorLink::SetListener(probe_driver::UsbBusListener* listener) {
   events_.clear();
   probe_driver::UsbBusListener* const previous = std::exchange(listener_, listener);
   if (teller_ == std::this_thread::get_id()) return;
-  changed_.wait(lock, [&] { return calling_ == nullptr || calling_ != previous; });
+  changed_.wait(lock, [&] { return !calling_ || calling_ != previous; });
 }
 
 std::vector<std::string> SimulatorLink::Paths() {
@@ -218,7 +218,7 @@ std::vector<std::string> SimulatorLink::Paths() {
 
 bool SimulatorLink::Send(const Socket& socket, Frame frame, const std::uint8_t* payload,
                          std::uint32_t size) {
-  if (socket == nullptr) return false;
+  if (!socket) return false;
   frame.payload = size;
   if (socket->Send(probe_driver::EncodeFrame(frame), payload, size)) return true;
   socket->Shutdown();  // the reader then ends what is in flight
@@ -241,7 +241,7 @@ std::optional<SimulatorLink::Answer> SimulatorLink::Ask(Frame frame, FrameType a
     const std::lock_guard sending(sending_);
     std::unique_lock lock(mutex_);
     const Socket socket = socket_;
-    if (socket == nullptr) return std::nullopt;
+    if (!socket) return std::nullopt;
     frame.id = ++last_id_;
     answers_.emplace(frame.id, &answer);
     lock.unlock();
@@ -291,7 +291,7 @@ void SimulatorLink::Close(std::uint32_t device, probe_driver::InFlight& of_devic
 
 // The caller holds mutex_. The reader then ends everything that waits for the bench.
 void SimulatorLink::Drop() {
-  if (socket_ != nullptr) socket_->Shutdown();
+  if (socket_) socket_->Shutdown();
 }
 
 void SimulatorLink::Submit(std::uint32_t device,
@@ -307,7 +307,7 @@ void SimulatorLink::Submit(std::uint32_t device,
   std::unique_lock sending(sending_);
   std::unique_lock lock(mutex_);
   const Socket socket = open_.count(device) != 0 ? socket_ : nullptr;
-  if (socket == nullptr) {
+  if (!socket) {
     lock.unlock();
     sending.unlock();
     Complete(waiting, UsbStatus::kDisconnected);

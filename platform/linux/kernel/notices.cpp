@@ -75,7 +75,7 @@ void WriteJournal(int priority, std::string_view source, std::string_view text,
 void ShowMessage(int priority, std::string_view title, std::string_view text) {
   const bool is_logged = SendToSystemLog(priority, title, text, {});
   // systemd writes what its services print to the journal as well.
-  if (!is_logged || std::getenv("JOURNAL_STREAM") == nullptr) Print(title, text);
+  if (!is_logged || !std::getenv("JOURNAL_STREAM")) Print(title, text);
 }
 
 void AddNotice(std::wstring notice) {

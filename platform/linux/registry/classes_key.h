@@ -12,7 +12,7 @@ class ClassesKey {
  public:
   ClassesKey() = default;
   ~ClassesKey() {
-    if (key_ != nullptr) RegCloseKey(key_);
+    if (key_) RegCloseKey(key_);
   }
   ClassesKey(const ClassesKey&) = delete;
   ClassesKey& operator=(const ClassesKey&) = delete;

@@ -53,19 +53,19 @@ bool PutAll(const ClassPlan& plan, const DBusFiles& files) {
 }
 
 const ClassPlan* PlanOf(const interface_schema::Library& library) {
-  return library.component == nullptr ? nullptr : ClassPlan::For(library);
+  return library.component ? ClassPlan::For(library) : nullptr;
 }
 
 }  // namespace
 
 bool WriteDBusRegistration(const interface_schema::Library& library) {
   const ClassPlan* plan = PlanOf(library);
-  return plan == nullptr || PutAll(*plan, FilesFor(*plan));
+  return !plan || PutAll(*plan, FilesFor(*plan));
 }
 
 bool RemoveDBusRegistration(const interface_schema::Library& library) {
   const ClassPlan* plan = PlanOf(library);
-  return plan == nullptr || PutAll(*plan, {});
+  return !plan || PutAll(*plan, {});
 }
 
 }  // namespace linux_host

@@ -50,7 +50,7 @@ constexpr Places kPlaces[] = {
 std::string FolderOf(RegistrationFolder folder) {
   const Places& places = kPlaces[static_cast<std::size_t>(folder)];
   const std::string home = InstallationHome();
-  if (!ServicesAreTheMachines() && places.user_variable == nullptr) return "";
+  if (!ServicesAreTheMachines() && !places.user_variable) return "";
   if (!home.empty()) return home + places.below_home;
   if (ServicesAreTheMachines()) return places.of_machine;
   return UserFolder(places.user_variable, places.user_default) + places.below_user_folder;

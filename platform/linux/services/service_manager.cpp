@@ -84,7 +84,7 @@ bool MayChangeServices() { return MayWriteTo(FolderOf(RegistrationFolder::kUnit)
 
 // Empty when no service can have the name.
 std::string UnitFileOf(LPCWSTR name) {
-  const std::string text = name == nullptr ? "" : WideToUtf8(name);
+  const std::string text = name ? WideToUtf8(name) : "";
   if (!IsUnitName(text)) return "";
   return FolderOf(RegistrationFolder::kUnit) + "/" + text + ".service";
 }
@@ -92,8 +92,7 @@ std::string UnitFileOf(LPCWSTR name) {
 // The units in place of the services in a list, whose names each end with a zero. False for a
 // service that this host has nothing for.
 bool FindNeeds(LPCWSTR dependencies, std::vector<std::string>& units) {
-  for (; dependencies != nullptr && *dependencies != 0;
-       dependencies += std::wcslen(dependencies) + 1) {
+  for (; dependencies && *dependencies != 0; dependencies += std::wcslen(dependencies) + 1) {
     // Remote calls arrive over the message bus here.
     if (std::wstring_view(dependencies) != L"RPCSS") return false;
     units.emplace_back("dbus.socket");

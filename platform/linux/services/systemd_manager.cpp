@@ -21,7 +21,7 @@ DBusHandle OpenSystemdsBus() {
 template <typename... Texts>
 MessageHandle Call(sd_bus* bus, const char* method, const char* types, Texts... arguments) {
   sd_bus_message* answer = nullptr;
-  if (bus != nullptr) {
+  if (bus) {
     sd_bus_call_method(bus, kSystemd, "/org/freedesktop/systemd1",
                        "org.freedesktop.systemd1.Manager", method, nullptr, &answer, types,
                        arguments...);
@@ -35,7 +35,7 @@ std::string Property(sd_bus* bus, const char* unit, const char* name) {
   sd_bus_get_property_string(bus, kSystemd, unit, "org.freedesktop.systemd1.Unit", name, nullptr,
                              &text);
   const std::unique_ptr<char, decltype(&std::free)> held(text, &std::free);
-  return text == nullptr ? "" : text;
+  return text ? text : "";
 }
 
 std::string UnitNameOf(const std::string& unit_file) {
@@ -55,7 +55,7 @@ UnitState AskUnitState(const std::string& unit_file) {
   // Refused when no such unit is loaded; one that runs is.
   const MessageHandle found = Call(bus.get(), "GetUnit", "s", UnitNameOf(unit_file).c_str());
   const char* unit = nullptr;
-  if (found == nullptr || sd_bus_message_read(found.get(), "o", &unit) < 0 ||
+  if (!found || sd_bus_message_read(found.get(), "o", &unit) < 0 ||
       !IsSameFile(Property(bus.get(), unit, "FragmentPath"), unit_file)) {
     return UnitState::kStopped;
   }

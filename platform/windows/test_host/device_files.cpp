@@ -65,7 +65,7 @@ class DeviceFile {
   ~DeviceFile() { driver_.reset(); }
 
   // 0: has succeeded, and `returned` holds the bytes; 997: in flight; otherwise why it was refused.
-  DWORD Start(const std::shared_ptr<Request>& request, DWORD& returned) {
+  DWORD Submit(const std::shared_ptr<Request>& request, DWORD& returned) {
     OVERLAPPED& block = *request->block;
     if (block.hEvent) ResetEvent(block.hEvent);
     block.InternalHigh = 0;
@@ -225,7 +225,7 @@ BOOL WINAPI DeviceIoControl(HANDLE device, DWORD code, LPVOID input, DWORD input
   request->driver_request.output = static_cast<std::uint8_t*>(output);
   request->driver_request.output_size = output_size;
   DWORD bytes = 0;
-  const DWORD result = file->Start(request, bytes);
+  const DWORD result = file->Submit(request, bytes);
   if (returned) *returned = bytes;
   SetLastError(result);
   return result == ERROR_SUCCESS ? TRUE : FALSE;

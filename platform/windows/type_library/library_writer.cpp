@@ -106,7 +106,7 @@ class Writer {
       Add(entry->name, TKIND_INTERFACE, entry->id, entry->help);
     }
     for (const auto& type : described.types) {
-      if (type.record != nullptr) {
+      if (type.record) {
         Add(type.record->name, TKIND_RECORD, type.record->id, type.record->help);
       } else {
         Add(type.enumeration->name, TKIND_ALIAS, type.enumeration->id, type.enumeration->help);
@@ -117,7 +117,7 @@ class Writer {
 
   void FillTypes(const Library& described) {
     for (const auto& type : described.types) {
-      if (type.record != nullptr) {
+      if (type.record) {
         FillRecord(*type.record);
       } else {
         FillEnumeration(*type.enumeration);
@@ -139,8 +139,8 @@ class Writer {
   void Add(const std::wstring& name, TYPEKIND kind, const GUID* id, const wchar_t* help) {
     ComPointer<ICreateTypeInfo>& type = types_[name];
     Do([&] { return library_->CreateTypeInfo(Text(name.c_str()), kind, type.Receive()); });
-    if (id != nullptr) Do([&] { return type->SetGuid(*id); });
-    if (help != nullptr) Do([&] { return type->SetDocString(Text(help)); });
+    if (id) Do([&] { return type->SetGuid(*id); });
+    if (help) Do([&] { return type->SetDocString(Text(help)); });
   }
 
   ICreateTypeInfo* Type(const std::wstring& name) { return types_.at(name).Get(); }
@@ -199,7 +199,7 @@ class Writer {
     ICreateTypeInfo* const type = Type(described.name);
     Do([&] { return type->SetTypeFlags(kInterfaceFlags); });
     const HREFTYPE base =
-        described.base != nullptr ? Refer(type, described.base->name) : ReferToDispatch(type);
+        described.base ? Refer(type, described.base->name) : ReferToDispatch(type);
     Do([&] { return type->AddImplType(0, base); });
     UINT index = 0;
     for (const Method& method : described.methods) AddMethod(type, index++, method);

@@ -25,7 +25,7 @@ class Service {
  public:
   explicit Service(SC_HANDLE handle) : handle_(handle) {}
   ~Service() {
-    if (handle_ != nullptr) CloseServiceHandle(handle_);
+    if (handle_) CloseServiceHandle(handle_);
   }
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
@@ -79,18 +79,17 @@ bool RegisterService(SC_HANDLE manager, const std::wstring& path) {
   const Service made(CreateServiceW(
       manager, kService, kService, SERVICE_ALL_ACCESS, SERVICE_KERNEL_DRIVER, SERVICE_DEMAND_START,
       SERVICE_ERROR_NORMAL, path.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
-  if (made.Get() != nullptr) return true;
+  if (made.Get()) return true;
   if (GetLastError() != ERROR_SERVICE_EXISTS) return false;
   const Service present(OpenServiceW(manager, kService, SERVICE_ALL_ACCESS));
-  return present.Get() != nullptr &&
-         ChangeServiceConfigW(present.Get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
-                              SERVICE_NO_CHANGE, path.c_str(), nullptr, nullptr, nullptr, nullptr,
-                              nullptr, nullptr);
+  return present.Get() && ChangeServiceConfigW(present.Get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
+                                               SERVICE_NO_CHANGE, path.c_str(), nullptr, nullptr,
+                                               nullptr, nullptr, nullptr, nullptr);
 }
 
 int Install() {
   const Service manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-  if (manager.Get() == nullptr) return Fail("cannot reach the service manager");
+  if (!manager.Get()) return Fail("cannot reach the service manager");
   const std::wstring path = DriverPath();
   if (!std::filesystem::exists(path)) {
     SetLastError(ERROR_FILE_NOT_FOUND);
@@ -99,7 +98,7 @@ int Install() {
   if (!RegisterService(manager.Get(), path)) return Fail("cannot register the driver");
   if (!RegisterRootDevice()) return Fail("cannot register the bus");
   const Service service(OpenServiceW(manager.Get(), kService, SERVICE_ALL_ACCESS));
-  if (service.Get() == nullptr) return Fail("cannot open the driver's service");
+  if (!service.Get()) return Fail("cannot open the driver's service");
   if (!StartServiceW(service.Get(), 0, nullptr) &&
       GetLastError() != ERROR_SERVICE_ALREADY_RUNNING) {
     return Fail("cannot start the driver");
@@ -117,10 +116,10 @@ int Remove() {
     return Fail("cannot remove the bus");
   }
   const Service manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-  if (manager.Get() == nullptr) return Fail("cannot reach the service manager");
+  if (!manager.Get()) return Fail("cannot reach the service manager");
   const Service service(OpenServiceW(manager.Get(), kService, SERVICE_ALL_ACCESS));
   bool stopped = true;
-  if (service.Get() != nullptr) {
+  if (service.Get()) {
     // Without its device the driver can be unloaded, unless somebody still uses it.
     SERVICE_STATUS status{};
     stopped = ControlService(service.Get(), SERVICE_CONTROL_STOP, &status) ||

@@ -206,7 +206,7 @@ void VirtualBus::Open(const Message& message) {
     if (found != numbers_.end()) path = found->first;
   }
   std::unique_ptr<probe_driver::UsbDevice> device = bus_.OpenDevice(path);
-  if (device == nullptr) return;
+  if (!device) return;
   files_[message.file] = std::make_unique<probe_driver::ProbeDriver>(std::move(device), timers_);
 }
 
@@ -283,7 +283,7 @@ void VirtualBus::OnCompleted(Request& request) {
       .id = request.id, .status = StatusOf(done.error), .information = done.bytes};
   completion.output_size = done.bytes;
   // The status words go back with the record in every case.
-  if (done.record != nullptr) completion.input_size = probe_driver::record::kHeaderSize;
+  if (done.record) completion.input_size = probe_driver::record::kHeaderSize;
   std::unique_ptr<Request> owned;
   {
     const std::lock_guard lock(requests_mutex_);

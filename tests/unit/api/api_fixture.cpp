@@ -47,17 +47,17 @@ Array::Array(const Bytes& bytes) {
 }
 
 std::optional<Bytes> Result::AsBytes() const {
-  if (array_ == nullptr) return std::nullopt;
+  if (!array_) return std::nullopt;
   Bytes copy;
   UseElements<std::uint8_t>(array_, [&](auto bytes) { copy.assign(bytes.begin(), bytes.end()); });
   return copy;
 }
 
 std::optional<Strings> Result::AsStrings() const {
-  if (array_ == nullptr) return std::nullopt;
+  if (!array_) return std::nullopt;
   Strings strings;
   UseElements<BSTR>(array_, [&](auto texts) {
-    for (const BSTR text : texts) strings.emplace_back(text != nullptr ? text : L"(null)");
+    for (const BSTR text : texts) strings.emplace_back(text ? text : L"(null)");
   });
   return strings;
 }
@@ -85,7 +85,7 @@ ApiTest::ApiTest(std::int32_t log_level) : log_(log_level) {
 }
 
 ApiTest::~ApiTest() {
-  if (object_ != nullptr) object_->Release();
+  if (object_) object_->Release();
   for (ProbeEntry* entry : family_.GetConfiguredDevices()) SetTargets(*entry, {});
   Configurators().clear();
 }
@@ -103,7 +103,7 @@ ProbeEntry& ApiTest::AddProbe(const wchar_t* name) {
 
 void ApiTest::SetTargets(ProbeEntry& probe, const std::vector<std::uint32_t>& ids) {
   for (const TargetRecord& target : probe.targets) {
-    if (target.sessionMutex != nullptr) CloseHandle(target.sessionMutex);
+    if (target.sessionMutex) CloseHandle(target.sessionMutex);
   }
   for (const HANDLE mutex : std::exchange(probe.endedSessions, {})) CloseHandle(mutex);
   probe.targets.clear();

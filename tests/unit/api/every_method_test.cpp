@@ -187,7 +187,7 @@ TEST_F(EveryMethod, RefusesWhatIsNoByteArrayBeforeItReachesTheProbe) {
                 {"without storage", &without_storage.array, 3},
                 {"locked for good", &locked_for_good.array, 3}};
   for (const Method& method : Methods()) {
-    if (method.result_size == nullptr) continue;
+    if (!method.result_size) continue;
     for (const auto& test : kCases) {
       SCOPED_TRACE(testing::Message() << method.name << ", " << test.what);
       Call call;
@@ -208,7 +208,7 @@ TEST_F(EveryMethod, TakesByteArraysOfAnySizeAndLowerBoundAndOnlyReadsThem) {
     Bytes bytes = given;
     Described array(bytes.data(), size, -7);
     for (const Method& method : Methods()) {
-      if (method.result_size == nullptr) continue;
+      if (!method.result_size) continue;
       SCOPED_TRACE(testing::Message() << method.name << ", size " << size);
       Call call;
       Ready(method, call);

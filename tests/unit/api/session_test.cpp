@@ -35,7 +35,7 @@ class Sessions : public ApiTest {
         const auto name = names.find(target.ownerPID);
         text += ' ';
         text += name != names.end() ? name->second : std::to_string(target.ownerPID);
-        if (target.sessionMutex != nullptr) text += Letter(SessionHandleOf(target.sessionMutex));
+        if (target.sessionMutex) text += Letter(SessionHandleOf(target.sessionMutex));
       }
     }
     return text;

@@ -153,12 +153,12 @@ class FakeWirefox final : public ITzWirefox_v3 {
                  std::vector<long long> numbers = {}, const std::string& data = "") {
     std::ostringstream line;
     line << method;
-    if (name != nullptr) line << ' ' << client::Utf8FromBstr(name);
+    if (name) line << ' ' << client::Utf8FromBstr(name);
     for (const long long number : numbers) line << ' ' << number;
     if (!data.empty()) line << ' ' << data;
     fake_.calls.push_back(line.str());
     auto& outcomes = fake_.outcomes[method];
-    if (error != nullptr) {
+    if (error) {
       *error = outcomes.empty() ? TzErrorCode::SUCCESS : outcomes.front();
       if (!outcomes.empty()) outcomes.pop_front();
     }
@@ -182,9 +182,10 @@ class FakeWirefox final : public ITzWirefox_v3 {
 
 std::string Transcript(FakeService& fake, const std::string& line,
                        const std::string& standard_input, bool closed) {
-  const auto connect = [&fake](HRESULT& status) -> std::unique_ptr<client::Service> {
+  const auto connect = [&fake](HRESULT& status) -> std::unique_ptr<client::ServiceClient> {
     status = fake.connection_failure;
-    return FAILED(status) ? nullptr : std::make_unique<client::Service>(new FakeWirefox(fake));
+    return FAILED(status) ? nullptr
+                          : std::make_unique<client::ServiceClient>(new FakeWirefox(fake));
   };
   std::istringstream words(line);
   const std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};

@@ -158,7 +158,7 @@ TEST_F(PassTest, NoDeviceIsPassedOverWhenAnotherLeaves) {
     bus_.SetDevices({a_, b_, c_});
     ChangeAt(open, {b_, c_});
     EXPECT_TRUE(Configure());
-    EXPECT_TRUE(FindProbeByName(L"B") != nullptr && FindProbeByName(L"C") != nullptr);
+    EXPECT_TRUE(FindProbeByName(L"B") && FindProbeByName(L"C"));
     bus_.SetDevices({a_, b_, c_});
     Configure();
     TakeLog();

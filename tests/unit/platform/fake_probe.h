@@ -45,7 +45,7 @@ class FakeProbe : public probe_driver::UsbBus {
   // Another with this serial number takes its place. The listener is told.
   void Replace(const std::string& name) {
     const std::string before = std::exchange(path_, PathOf(name));
-    if (listener_ == nullptr) return;
+    if (!listener_) return;
     listener_->OnDeviceRemoved(before);
     listener_->OnDeviceArrived(path_);
   }

@@ -15,8 +15,8 @@ TEST(ServiceModule, GlobalInterfaceTableIsMadeOnceWhereTheHostHasOne) {
   EXPECT_EQ(module.GetGlobalInterfaceTable(&second), result);
   EXPECT_EQ(second, first);
   EXPECT_EQ(SUCCEEDED(result), first != nullptr);
-  if (first != nullptr) first->Release();
-  if (second != nullptr) second->Release();
+  if (first) first->Release();
+  if (second) second->Release();
 }
 
 }  // namespace

@@ -126,7 +126,7 @@ class Script {
   }
   std::string Open() {
     device_ = bench_->OpenDevice(bench_->State(name_).path);
-    return device_ == nullptr ? "no probe" : "";
+    return device_ ? "" : "no probe";
   }
 
   // The bench answers within Submit or not until something happens: a transfer that waits is

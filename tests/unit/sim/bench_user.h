@@ -127,7 +127,7 @@ class Events : public probe_driver::UsbBusListener {
 inline void UseFirstProbe(probe_driver::UsbBus& bus) {
   const auto paths = bus.ListDevices();
   auto device = paths.empty() ? nullptr : bus.OpenDevice(paths[0]);
-  if (device == nullptr) return;
+  if (!device) return;
   Awaited mode({0xC0, 0x41, 0x010C, 0, 3}, Bytes(3)), out(0x02, Bytes(2000, 0xA5));
   Awaited cancelled(0x86, Bytes(512)), aborted(0x84, Bytes(16)), closed(0x81, Bytes(16));
   Awaited* const all[] = {&mode, &out, &cancelled, &aborted, &closed};

@@ -25,7 +25,7 @@ class OpenedDeviceTest : public unit::ScriptedBusTest {
   CTzUSBEndPoint& EndPoint(std::uint8_t address) {
     for (std::uint8_t place = 0; place < device_.EndPointCount(); ++place) {
       CTzUSBEndPoint* const endpoint = device_.EndPoint(place);
-      if (endpoint != nullptr && endpoint->Address() == address) return *endpoint;
+      if (endpoint && endpoint->Address() == address) return *endpoint;
     }
     ADD_FAILURE() << "no endpoint " << unsigned{address};
     return *device_.ControlEndPoint();

@@ -140,7 +140,7 @@ TEST_F(UsbDeviceTest, DescriptorThatNeverComesIsNotWaitedForLongerThanItsTime) {
 TEST_F(UsbDeviceTest, HandleThatCannotBeClosedIsToldAndForgotten) {
   ASSERT_TRUE(device_.Open(0));
   HANDLE driver = nullptr;
-  for (std::uintptr_t value = 4; driver == nullptr && value < 0x4000; value += 4) {
+  for (std::uintptr_t value = 4; !driver && value < 0x4000; value += 4) {
     // Only a file has requests that could be looked for.
     CancelIoEx(reinterpret_cast<HANDLE>(value), nullptr);
     if (GetLastError() == ERROR_NOT_FOUND) driver = reinterpret_cast<HANDLE>(value);

@@ -19,7 +19,7 @@ class EndPointTest : public OpenedDeviceTest {
     OVERLAPPED overlapped = Overlapped();
     auto length = static_cast<std::uint32_t>(data.size());
     RequestRecord* const record = endpoint.StartTransfer(data.data(), length, &overlapped);
-    if (record == nullptr) return "none";
+    if (!record) return "none";
     const std::string text = HexText(Bytes(record->Bytes(), record->Bytes() + 13)) + " | " +
                              HexText(Bytes(record->Bytes() + 13, record->Bytes() + 14)) + " | " +
                              HexText(Bytes(record->Bytes() + 22, record->Bytes() + 38));
@@ -42,7 +42,7 @@ class EndPointTest : public OpenedDeviceTest {
   bool Exchanged(CTzUSBEndPoint& endpoint, std::uint8_t* data, std::uint32_t& length) {
     OVERLAPPED overlapped = Overlapped();
     RequestRecord* const record = endpoint.StartTransfer(data, length, &overlapped);
-    const bool waited = record != nullptr && endpoint.WaitTransfer(&overlapped, 2000);
+    const bool waited = record && endpoint.WaitTransfer(&overlapped, 2000);
     return endpoint.CompleteTransfer(data, length, &overlapped, record, nullptr) && waited;
   }
 

@@ -24,7 +24,7 @@ NTSTATUS Bus::Attach(DEVICE_OBJECT* root) {
   if (!NT_SUCCESS(status)) return status;
   static_cast<DeviceExtension*>(object->DeviceExtension)->kind = DeviceKind::kBus;
   below_ = IoAttachDeviceToDeviceStack(object, root);
-  if (below_ == nullptr) {
+  if (!below_) {
     IoDeleteDevice(object);
     return STATUS_NO_SUCH_DEVICE;
   }
@@ -35,7 +35,7 @@ NTSTATUS Bus::Attach(DEVICE_OBJECT* root) {
 }
 
 NTSTATUS Bus::Plug(const std::uint8_t* plug) {
-  if (object_ == nullptr) return STATUS_DEVICE_NOT_READY;
+  if (!object_) return STATUS_DEVICE_NOT_READY;
   ProbeDevice* device = nullptr;
   const NTSTATUS status = ProbeDevice::Create(driver_, plug, device);
   if (!NT_SUCCESS(status)) return status;
@@ -57,7 +57,7 @@ NTSTATUS Bus::Plug(const std::uint8_t* plug) {
 
 NTSTATUS Bus::Unplug(std::uint32_t number) {
   ProbeDevice* const device = Take(&number);
-  if (device == nullptr) return STATUS_NOT_FOUND;
+  if (!device) return STATUS_NOT_FOUND;
   End(*device);
   return STATUS_SUCCESS;
 }
@@ -71,7 +71,7 @@ ProbeDevice* Bus::Take(const std::uint32_t* number) {
   const SpinGuard guard(lock_);
   for (LIST_ENTRY* at = plugged_.Flink; at != &plugged_; at = at->Flink) {
     ProbeDevice& device = DeviceAt(at);
-    if (number != nullptr && device.number() != *number) continue;
+    if (number && device.number() != *number) continue;
     RemoveEntryList(at);
     return &device;
   }
@@ -81,7 +81,7 @@ ProbeDevice* Bus::Take(const std::uint32_t* number) {
 // The system asks for the devices again, misses this one, and has it removed.
 void Bus::End(ProbeDevice& device) {
   device.Leave();
-  if (object_ != nullptr) IoInvalidateDeviceRelations(root_, BusRelations);
+  if (object_) IoInvalidateDeviceRelations(root_, BusRelations);
 }
 
 NTSTATUS Bus::PlugAndPlay(IRP* irp) {
@@ -124,7 +124,7 @@ NTSTATUS Bus::AnswerRelations(IRP* irp) {
   const std::size_t size = offsetof(DEVICE_RELATIONS, Objects) + (room + 1) * sizeof(void*);
   auto* const relations =
       static_cast<DEVICE_RELATIONS*>(ExAllocatePoolWithTag(PagedPool, size, kPoolTag));
-  if (relations == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
+  if (!relations) return STATUS_INSUFFICIENT_RESOURCES;
   relations->Count = 0;
   {
     const SpinGuard guard(lock_);

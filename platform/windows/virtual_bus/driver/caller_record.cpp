@@ -35,7 +35,7 @@ ULONG ToId(HANDLE id) { return static_cast<ULONG>(reinterpret_cast<ULONG_PTR>(id
 std::uint64_t StackPointer() {
   const HANDLE thread =
       OpenThread(kThreadGetContext | kThreadSuspendResume, FALSE, ToId(PsGetCurrentThreadId()));
-  if (thread == nullptr) return 0;
+  if (!thread) return 0;
   alignas(16) CONTEXT context;
   context.ContextFlags = kControlRegisters;
   const bool known = GetThreadContext(thread, &context) != FALSE;
@@ -46,14 +46,14 @@ std::uint64_t StackPointer() {
 }  // namespace
 
 CallerRecord::~CallerRecord() {
-  if (process_ != nullptr) ZwClose(process_);
+  if (process_) ZwClose(process_);
 }
 
 void CallerRecord::Find(std::uint32_t code, std::uint32_t input_size, std::uint32_t output_size) {
   const std::uint64_t stack = StackPointer();
   if (stack == 0) return;
   process_ = OpenProcess(kProcessMemory, FALSE, ToId(PsGetCurrentProcessId()));
-  if (process_ == nullptr) return;
+  if (!process_) return;
   std::uint64_t places[kStackPlaces];
   SIZE_T moved = 0;
   if (!ReadProcessMemory(process_, reinterpret_cast<const void*>(stack), places, sizeof places,

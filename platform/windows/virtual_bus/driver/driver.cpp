@@ -28,7 +28,7 @@ NTSTATUS BecomePlayer(IRP* irp) {
 NTSTATUS ControlTheBus(IRP* irp) {
   const auto& control = IoGetCurrentIrpStackLocation(irp)->Parameters.DeviceIoControl;
   const auto* const input = static_cast<const std::uint8_t*>(irp->AssociatedIrp.SystemBuffer);
-  const ULONG size = input == nullptr ? 0 : control.InputBufferLength;
+  const ULONG size = input ? control.InputBufferLength : 0;
   if (control.IoControlCode == kPlay) return BecomePlayer(irp);
   if (FileOf(irp) != player) return Finish(irp, STATUS_ACCESS_DENIED);
   switch (control.IoControlCode) {

@@ -53,7 +53,7 @@ class Owned {
   // None when there is no memory left.
   static Owned Make() {
     void* const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(T), kPoolTag);
-    return Owned(memory == nullptr ? nullptr : new (memory) T);
+    return Owned(memory ? new (memory) T : nullptr);
   }
 
   T* operator->() const { return object_; }
@@ -67,7 +67,7 @@ class Owned {
 
  private:
   void Reset() {
-    if (object_ == nullptr) return;
+    if (!object_) return;
     object_->~T();
     ExFreePoolWithTag(object_, kPoolTag);
     object_ = nullptr;

@@ -30,7 +30,7 @@ WCHAR* CopyText(const WCHAR* text) {
   while (text[length] != 0) ++length;
   auto* const copy =
       static_cast<WCHAR*>(ExAllocatePoolWithTag(PagedPool, (length + 2) * sizeof(WCHAR), kPoolTag));
-  if (copy == nullptr) return nullptr;
+  if (!copy) return nullptr;
   RtlCopyMemory(copy, text, length * sizeof(WCHAR));
   copy[length] = 0;
   copy[length + 1] = 0;
@@ -135,7 +135,7 @@ NTSTATUS ProbeDevice::AnswerId(IRP* irp) const {
       return Finish(irp, irp->IoStatus.Status, irp->IoStatus.Information);
   }
   WCHAR* const copy = CopyText(text);
-  return Finish(irp, copy == nullptr ? STATUS_INSUFFICIENT_RESOURCES : STATUS_SUCCESS,
+  return Finish(irp, copy ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES,
                 reinterpret_cast<ULONG_PTR>(copy));
 }
 
@@ -146,7 +146,7 @@ NTSTATUS ProbeDevice::PresentInterface() {
 }
 
 void ProbeDevice::WithdrawInterface() {
-  if (interface_.Buffer == nullptr) return;
+  if (!interface_.Buffer) return;
   IoSetDeviceInterfaceState(&interface_, FALSE);
   RtlFreeUnicodeString(&interface_);
   interface_ = {};

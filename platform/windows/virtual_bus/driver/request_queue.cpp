@@ -20,8 +20,8 @@ struct Buffers {
                                                : irp->AssociatedIrp.SystemBuffer);
     output =
         static_cast<std::uint8_t*>(neither ? irp->UserBuffer : irp->AssociatedIrp.SystemBuffer);
-    if (input == nullptr) input_size = 0;
-    if (output == nullptr) output_size = 0;
+    if (!input) input_size = 0;
+    if (!output) output_size = 0;
   }
 
   std::uint32_t ContentsSize() const { return input_size + (neither ? output_size : 0); }
@@ -56,7 +56,7 @@ std::uint32_t Describe(const Request& request, std::uint8_t* out, std::uint32_t 
   message.kind = request.kind;
   message.device = request.device;
   message.file = reinterpret_cast<ULONG_PTR>(request.file);
-  if (request.irp == nullptr) {
+  if (!request.irp) {
     message.Encode(out);
     return Message::kSize;
   }
@@ -105,14 +105,14 @@ void RequestQueue::Add(Owned<Request> request) {
     const SpinGuard guard(lock_);
     if (added->kind == MessageKind::kRequest) added->id = ++last_id_;
     InsertTailList(&waiting_, &added->entry);
-    if (added->irp == nullptr) return;
+    if (!added->irp) return;
     IoSetCancelRoutine(added->irp, CancelForwarded);
-    if (added->irp->Cancel && IoSetCancelRoutine(added->irp, nullptr) != nullptr) {
+    if (added->irp->Cancel && IoSetCancelRoutine(added->irp, nullptr)) {
       cancelled = added->irp;
       RemoveEntryList(&added->entry);
     }
   }
-  if (cancelled == nullptr) return;
+  if (!cancelled) return;
   const Owned<Request> ended(added);
   Finish(cancelled, STATUS_CANCELLED);
 }
@@ -147,16 +147,16 @@ void RequestQueue::Deliver() {
     {
       const SpinGuard guard(lock_);
       if (IsListEmpty(&waiting_)) return;
-      for (LIST_ENTRY* at = readers_.Flink; at != &readers_ && reader == nullptr; at = at->Flink) {
+      for (LIST_ENTRY* at = readers_.Flink; at != &readers_ && !reader; at = at->Flink) {
         IRP* const candidate = CONTAINING_RECORD(at, IRP, Tail.Overlay.ListEntry);
-        if (IoSetCancelRoutine(candidate, nullptr) != nullptr) reader = candidate;
+        if (IoSetCancelRoutine(candidate, nullptr)) reader = candidate;
       }
-      if (reader == nullptr) return;
+      if (!reader) return;
       RemoveEntryList(&reader->Tail.Overlay.ListEntry);
       Request& request = RequestAt(RemoveHeadList(&waiting_));
       size = Describe(request, static_cast<std::uint8_t*>(reader->AssociatedIrp.SystemBuffer),
                       Buffers(reader).output_size);
-      if (request.irp == nullptr) {
+      if (!request.irp) {
         notice = Owned<Request>(&request);
       } else {
         InsertTailList(&delivered_, &request.entry);
@@ -173,7 +173,7 @@ NTSTATUS RequestQueue::Next(IRP* irp) {
   {
     const SpinGuard guard(lock_);
     IoSetCancelRoutine(irp, CancelNext);
-    cancelled = irp->Cancel && IoSetCancelRoutine(irp, nullptr) != nullptr;
+    cancelled = irp->Cancel && IoSetCancelRoutine(irp, nullptr);
     if (!cancelled) InsertTailList(&readers_, &irp->Tail.Overlay.ListEntry);
   }
   if (cancelled) {
@@ -213,7 +213,7 @@ NTSTATUS RequestQueue::Complete(IRP* irp) {
   {
     const SpinGuard guard(lock_);
     Request* const found = FindDelivered(completion.id);
-    if (found != nullptr && IoSetCancelRoutine(found->irp, nullptr) != nullptr) {
+    if (found && IoSetCancelRoutine(found->irp, nullptr)) {
       RemoveEntryList(&found->entry);
       request = Owned<Request>(found);
     }
@@ -249,9 +249,9 @@ void RequestQueue::Fail(std::uint32_t device, const FILE_OBJECT* file, NTSTATUS 
       for (LIST_ENTRY* const list : {&waiting_, &delivered_}) {
         for (LIST_ENTRY* at = list->Flink; at != list && !request; at = at->Flink) {
           Request& candidate = RequestAt(at);
-          if (candidate.irp == nullptr || candidate.device != device) continue;
-          if (file != nullptr && candidate.file != file) continue;
-          if (IoSetCancelRoutine(candidate.irp, nullptr) == nullptr) continue;
+          if (!candidate.irp || candidate.device != device) continue;
+          if (file && candidate.file != file) continue;
+          if (!IoSetCancelRoutine(candidate.irp, nullptr)) continue;
           request = Owned<Request>(&candidate);
           was_delivered = list == &delivered_;
         }
@@ -268,7 +268,7 @@ void RequestQueue::DropNotices() {
   const SpinGuard guard(lock_);
   for (LIST_ENTRY* at = waiting_.Flink; at != &waiting_;) {
     LIST_ENTRY* const next = at->Flink;
-    if (RequestAt(at).irp == nullptr) {
+    if (!RequestAt(at).irp) {
       RemoveEntryList(at);
       const Owned<Request> dropped(&RequestAt(at));
     }

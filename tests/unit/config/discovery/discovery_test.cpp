@@ -85,7 +85,7 @@ TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
   const auto works = [] {
     const DeviceTableGuard guard;
     ProbeEntry* const entry = FindProbeByName(L"EVK0001");
-    return entry != nullptr && entry->device->GetUSBDevice()->Answers();
+    return entry && entry->device->GetUSBDevice()->Answers();
   };
   {
     const DeviceTableGuard guard;

@@ -36,8 +36,8 @@ Reply Call(const DBusHandle& bus, const char* destination, const char* interface
   sd_bus_message* reply = nullptr;
   sd_bus_call_method(bus.get(), destination, kPath, interface, method, &error, &reply, types,
                      values...);
-  Reply result{MessageHandle(reply), error.name == nullptr ? "" : error.name,
-               error.message == nullptr ? "" : error.message};
+  Reply result{MessageHandle(reply), error.name ? error.name : "",
+               error.message ? error.message : ""};
   sd_bus_error_free(&error);
   return result;
 }
@@ -46,7 +46,7 @@ Reply Call(const DBusHandle& bus, const char* destination, const char* interface
 int NumberIn(const Reply& reply) {
   int number = -1;
   EXPECT_EQ(reply.error, "") << reply.text;
-  if (reply.message != nullptr) sd_bus_message_read(reply.message.get(), "i", &number);
+  if (reply.message) sd_bus_message_read(reply.message.get(), "i", &number);
   return number;
 }
 
@@ -54,7 +54,7 @@ std::string Introspect(const DBusHandle& bus, const char* destination) {
   const Reply reply =
       Call(bus, destination, "org.freedesktop.DBus.Introspectable", "Introspect", "");
   const char* xml = "";
-  if (reply.message != nullptr) sd_bus_message_read(reply.message.get(), "s", &xml);
+  if (reply.message) sd_bus_message_read(reply.message.get(), "s", &xml);
   return xml;
 }
 

@@ -55,7 +55,7 @@ TEST_F(ComponentClients, ASecondServerTakesOverWhenTheFirstEnds) {
   LONG count = 0;
   EXPECT_EQ(client->CountObjects(&count), kServerUnavailable) << "the first one had served it";
   // Until the second has noticed, nobody listens.
-  while ((client = CreateSample()) == nullptr) {
+  while (!(client = CreateSample())) {
   }
   EXPECT_TRUE(Answers(client));
 }

@@ -15,27 +15,25 @@ SamplePointer CreateSample(HRESULT* status) {
   void* object = nullptr;
   const HRESULT result = CoCreateInstance(sample::kClassId, nullptr, CLSCTX_LOCAL_SERVER,
                                           sample::kInterfaceIdV3, &object);
-  if (status != nullptr) *status = result;
+  if (status) *status = result;
   return SamplePointer(static_cast<sample::ISample_v3*>(object));
 }
 
 bool Answers(const SamplePointer& object) {
   LONG difference = 0;
-  return object != nullptr && object->Subtract(40, -2, &difference) == S_OK && difference == 42;
+  return object && object->Subtract(40, -2, &difference) == S_OK && difference == 42;
 }
 
 LONG CountBy(const SamplePointer& object) {
   LONG count = 0;
-  return object != nullptr && object->CountObjects(&count) == S_OK ? count : -1;
+  return object && object->CountObjects(&count) == S_OK ? count : -1;
 }
 
 OwnedString MakeString(std::wstring_view text) {
   return OwnedString(SysAllocStringLen(text.data(), static_cast<UINT>(text.size())));
 }
 
-std::wstring ToWide(BSTR text) {
-  return text == nullptr ? L"(null)" : std::wstring(text, SysStringLen(text));
-}
+std::wstring ToWide(BSTR text) { return text ? std::wstring(text, SysStringLen(text)) : L"(null)"; }
 
 OwnedArray MakeBytes(const std::vector<std::uint8_t>& bytes) {
   OwnedArray array(SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(bytes.size())));

@@ -106,7 +106,7 @@ std::atomic<bool> g_ends_without_objects = false;
 SAFEARRAY* CopyBytes(SAFEARRAY* source) {
   const ULONG count = source->rgsabound[0].cElements;
   SAFEARRAY* copy = SafeArrayCreateVector(VT_UI1, 0, count);
-  if (copy != nullptr && count != 0) std::memcpy(copy->pvData, source->pvData, count);
+  if (copy && count != 0) std::memcpy(copy->pvData, source->pvData, count);
   return copy;
 }
 
@@ -187,7 +187,7 @@ class Object final : public ISample_v3 {
 
   HRESULT STDMETHODCALLTYPE MakeBytes(LONGLONG count, SAFEARRAY** bytes) override {
     *bytes = count < 0 ? nullptr : SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(count));
-    if (*bytes != nullptr) ++g_arrays_made;
+    if (*bytes) ++g_arrays_made;
     return S_OK;
   }
 
@@ -221,13 +221,13 @@ class Factory final : public IClassFactory {
  public:
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
     *object = iid == IID_IUnknown || iid == IID_IClassFactory ? this : nullptr;
-    return *object == nullptr ? E_NOINTERFACE : S_OK;
+    return !*object ? E_NOINTERFACE : S_OK;
   }
   // Lives as long as the process.
   ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
   ULONG STDMETHODCALLTYPE Release() override { return 1; }
   HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
-    return outer != nullptr ? CLASS_E_NOAGGREGATION : CreateDirectly(iid, object);
+    return outer ? CLASS_E_NOAGGREGATION : CreateDirectly(iid, object);
   }
   HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return E_NOTIMPL; }
 };

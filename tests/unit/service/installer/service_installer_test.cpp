@@ -76,7 +76,7 @@ SC_HANDLE OpenServiceW(SC_HANDLE, LPCWSTR name, DWORD access) {
 SC_HANDLE CreateServiceW(SC_HANDLE, LPCWSTR name, LPCWSTR display_name, DWORD access, DWORD type,
                          DWORD start_type, DWORD error_control, LPCWSTR path, LPCWSTR group,
                          LPDWORD tag, LPCWSTR dependencies, LPCWSTR account, LPCWSTR password) {
-  EXPECT_TRUE(group == nullptr && tag == nullptr && account == nullptr && password == nullptr);
+  EXPECT_TRUE(!group && !tag && !account && !password);
   calls.push_back(L"create");
   calls.insert(calls.end(), {name, display_name, Number(access), Number(type), Number(start_type),
                              Number(error_control), path});

@@ -1,4 +1,4 @@
-#include "client/service.h"
+#include "client/service_client.h"
 
 #include <objbase.h>
 
@@ -6,11 +6,11 @@
 
 namespace client {
 
-Service::Service(ITzWirefox_v3* object)
+ServiceClient::ServiceClient(ITzWirefox_v3* object)
     : object_(object), process_id_(static_cast<LONG>(GetCurrentProcessId())) {}
 
 template <typename Call>
-TzErrorCode Service::Run(Call call) {
+TzErrorCode ServiceClient::Run(Call call) {
   if (FAILED(call_failure_)) return TzErrorCode::UNKNOWN;
   TzErrorCode error = TzErrorCode::SUCCESS;
   const HRESULT status = call(&error);
@@ -20,7 +20,7 @@ TzErrorCode Service::Run(Call call) {
 }
 
 template <typename Call>
-TzErrorCode Service::RunForBytes(Bytes& result, Call call) {
+TzErrorCode ServiceClient::RunForBytes(Bytes& result, Call call) {
   SAFEARRAY* array = nullptr;
   const TzErrorCode error = Run([&](TzErrorCode* e) { return call(&array, e); });
   const SafeArray owner(array);
@@ -28,14 +28,14 @@ TzErrorCode Service::RunForBytes(Bytes& result, Call call) {
   return error;
 }
 
-TzErrorCode Service::GetVersion(std::int32_t& version) {
+TzErrorCode ServiceClient::GetVersion(std::int32_t& version) {
   LONG value = 0;
   const TzErrorCode error = Run([&](TzErrorCode*) { return object_->GetVersion(&value); });
   version = value;
   return error;
 }
 
-TzErrorCode Service::GetDevicesChangedLocation(std::string& path) {
+TzErrorCode ServiceClient::GetDevicesChangedLocation(std::string& path) {
   BSTR value = nullptr;
   const TzErrorCode error =
       Run([&](TzErrorCode*) { return object_->GetDevicesChangedLocation(&value); });
@@ -44,7 +44,7 @@ TzErrorCode Service::GetDevicesChangedLocation(std::string& path) {
   return error;
 }
 
-TzErrorCode Service::EnumerateWirefoxs(std::vector<std::string>& names) {
+TzErrorCode ServiceClient::EnumerateWirefoxs(std::vector<std::string>& names) {
   SAFEARRAY* array = nullptr;
   const TzErrorCode error =
       Run([&](TzErrorCode* e) { return object_->EnumerateWirefoxs(&array, e); });
@@ -53,7 +53,8 @@ TzErrorCode Service::EnumerateWirefoxs(std::vector<std::string>& names) {
   return error;
 }
 
-TzErrorCode Service::EnumerateDevices(const std::string& probe, std::vector<std::string>& devices) {
+TzErrorCode ServiceClient::EnumerateDevices(const std::string& probe,
+                                            std::vector<std::string>& devices) {
   const Bstr name = MakeBstr(probe);
   SAFEARRAY* array = nullptr;
   const TzErrorCode error =
@@ -63,12 +64,12 @@ TzErrorCode Service::EnumerateDevices(const std::string& probe, std::vector<std:
   return error;
 }
 
-TzErrorCode Service::GetWirefoxStatus(const std::string& probe, TzWFXStatus& status) {
+TzErrorCode ServiceClient::GetWirefoxStatus(const std::string& probe, TzWFXStatus& status) {
   const Bstr name = MakeBstr(probe);
   return Run([&](TzErrorCode* e) { return object_->GetWirefoxStatus(name.get(), &status, e); });
 }
 
-TzErrorCode Service::GetHwRevID(const std::string& probe, std::int32_t& revision) {
+TzErrorCode ServiceClient::GetHwRevID(const std::string& probe, std::int32_t& revision) {
   const Bstr name = MakeBstr(probe);
   LONG value = 0;
   const TzErrorCode error =
@@ -77,59 +78,59 @@ TzErrorCode Service::GetHwRevID(const std::string& probe, std::int32_t& revision
   return error;
 }
 
-TzErrorCode Service::SetLedState(const std::string& probe, TzLed led, TzLedState state) {
+TzErrorCode ServiceClient::SetLedState(const std::string& probe, TzLed led, TzLedState state) {
   const Bstr name = MakeBstr(probe);
   return Run([&](TzErrorCode* e) { return object_->SetLedState(name.get(), led, state, e); });
 }
 
-TzErrorCode Service::VisualIdentify(const std::string& probe, TzLedIdentifyState state) {
+TzErrorCode ServiceClient::VisualIdentify(const std::string& probe, TzLedIdentifyState state) {
   const Bstr name = MakeBstr(probe);
   return Run([&](TzErrorCode* e) { return object_->VisualIdentify(name.get(), state, e); });
 }
 
-TzErrorCode Service::SetTimeOut(const std::string& probe, TzWirefoxEndPoint endpoint,
-                                std::int32_t timeout_ms) {
+TzErrorCode ServiceClient::SetTimeOut(const std::string& probe, TzWirefoxEndPoint endpoint,
+                                      std::int32_t timeout_ms) {
   const Bstr name = MakeBstr(probe);
   return Run([&](TzErrorCode* e) {
     return object_->SetTimeOut(name.get(), endpoint, timeout_ms, process_id_, e);
   });
 }
 
-TzErrorCode Service::SetJtagClock(const std::string& probe, TzJtagClock clock) {
+TzErrorCode ServiceClient::SetJtagClock(const std::string& probe, TzJtagClock clock) {
   const Bstr name = MakeBstr(probe);
   return Run(
       [&](TzErrorCode* e) { return object_->SetJtagClock(name.get(), clock, process_id_, e); });
 }
 
-TzErrorCode Service::SetMode(const std::string& probe, TzTransferMode mode, bool port10) {
+TzErrorCode ServiceClient::SetMode(const std::string& probe, TzTransferMode mode, bool port10) {
   const Bstr name = MakeBstr(probe);
   return Run([&](TzErrorCode* e) {
     return object_->SetMode(name.get(), mode, port10 ? 1 : 0, process_id_, e);
   });
 }
 
-TzErrorCode Service::SetVTarg(const std::string& probe, TzVTargVoltage voltage, bool supply) {
+TzErrorCode ServiceClient::SetVTarg(const std::string& probe, TzVTargVoltage voltage, bool supply) {
   const Bstr name = MakeBstr(probe);
   return Run([&](TzErrorCode* e) {
     return object_->SetVTarg(name.get(), voltage, supply ? 1 : 0, process_id_, e);
   });
 }
 
-TzErrorCode Service::ToggleXres(const std::string& probe, bool active) {
+TzErrorCode ServiceClient::ToggleXres(const std::string& probe, bool active) {
   const Bstr name = MakeBstr(probe);
   return Run([&](TzErrorCode* e) { return object_->ToggleXres(name.get(), active ? 1 : 0, e); });
 }
 
-TzErrorCode Service::SetupSWV(const std::string& probe, std::int32_t frequency_hz, bool manchester,
-                              std::int16_t commit_time) {
+TzErrorCode ServiceClient::SetupSWV(const std::string& probe, std::int32_t frequency_hz,
+                                    bool manchester, std::int16_t commit_time) {
   const Bstr name = MakeBstr(probe);
   return Run([&](TzErrorCode* e) {
     return object_->SetupSWV(name.get(), frequency_hz, manchester ? 1 : 0, commit_time, e);
   });
 }
 
-TzErrorCode Service::AcquireDevice(const std::string& probe, std::int32_t target,
-                                   std::int64_t& handle) {
+TzErrorCode ServiceClient::AcquireDevice(const std::string& probe, std::int32_t target,
+                                         std::int64_t& handle) {
   const Bstr name = MakeBstr(probe);
   handle = 0;
   return Run([&](TzErrorCode* e) {
@@ -137,49 +138,51 @@ TzErrorCode Service::AcquireDevice(const std::string& probe, std::int32_t target
   });
 }
 
-TzErrorCode Service::ReleaseDevice(std::int64_t handle) {
+TzErrorCode ServiceClient::ReleaseDevice(std::int64_t handle) {
   return Run([&](TzErrorCode* e) { return object_->ReleaseDevice(handle, e); });
 }
 
-TzErrorCode Service::SendJtagPacket(std::span<const std::uint8_t> packet, bool read,
-                                    std::int64_t handle, Bytes& result) {
+TzErrorCode ServiceClient::SendJtagPacket(std::span<const std::uint8_t> packet, bool read,
+                                          std::int64_t handle, Bytes& result) {
   const SafeArray input = MakeByteArray(packet);
   return RunForBytes(result, [&](SAFEARRAY** array, TzErrorCode* e) {
     return object_->SendJtagPacket(input.get(), read ? 1 : 0, handle, array, e);
   });
 }
 
-TzErrorCode Service::SendSwdPacket(std::span<const std::uint8_t> packet, std::int64_t handle,
-                                   Bytes& result) {
+TzErrorCode ServiceClient::SendSwdPacket(std::span<const std::uint8_t> packet, std::int64_t handle,
+                                         Bytes& result) {
   const SafeArray input = MakeByteArray(packet);
   return RunForBytes(result, [&](SAFEARRAY** array, TzErrorCode* e) {
     return object_->SendSwdPacket(input.get(), handle, array, e);
   });
 }
 
-TzErrorCode Service::SendI2CPacket(std::span<const std::uint8_t> packet, std::int64_t handle,
-                                   std::int32_t restart_location, Bytes& result) {
+TzErrorCode ServiceClient::SendI2CPacket(std::span<const std::uint8_t> packet, std::int64_t handle,
+                                         std::int32_t restart_location, Bytes& result) {
   const SafeArray input = MakeByteArray(packet);
   return RunForBytes(result, [&](SAFEARRAY** array, TzErrorCode* e) {
     return object_->SendI2CPacket(input.get(), handle, restart_location, array, e);
   });
 }
 
-TzErrorCode Service::BulkTransfer(TzWirefoxEndPoint endpoint, std::span<const std::uint8_t> data,
-                                  bool read, std::int64_t handle, Bytes& result) {
+TzErrorCode ServiceClient::BulkTransfer(TzWirefoxEndPoint endpoint,
+                                        std::span<const std::uint8_t> data, bool read,
+                                        std::int64_t handle, Bytes& result) {
   const SafeArray input = MakeByteArray(data);
   return RunForBytes(result, [&](SAFEARRAY** array, TzErrorCode* e) {
     return object_->BulkTransfer(endpoint, input.get(), read ? 1 : 0, handle, array, e);
   });
 }
 
-TzErrorCode Service::RequestSwvPackets(std::int64_t handle, Bytes& result) {
+TzErrorCode ServiceClient::RequestSwvPackets(std::int64_t handle, Bytes& result) {
   return RunForBytes(result, [&](SAFEARRAY** array, TzErrorCode* e) {
     return object_->RequestSwvPackets(handle, array, e);
   });
 }
 
-TzErrorCode Service::PortAcquire(const std::string& probe, const PortAcquireSettings& settings) {
+TzErrorCode ServiceClient::PortAcquire(const std::string& probe,
+                                       const PortAcquireSettings& settings) {
   const Bstr name = MakeBstr(probe);
   return Run([&](TzErrorCode* e) {
     return object_->PortAcquire(name.get(), settings.mode, settings.key,
@@ -188,7 +191,7 @@ TzErrorCode Service::PortAcquire(const std::string& probe, const PortAcquireSett
   });
 }
 
-TzErrorCode Service::PortAcquire(std::int64_t handle, const PortAcquireSettings& settings) {
+TzErrorCode ServiceClient::PortAcquire(std::int64_t handle, const PortAcquireSettings& settings) {
   return Run([&](TzErrorCode* e) {
     return object_->PortAcquire(settings.mode, settings.key, settings.write_test_key ? 1 : 0,
                                 settings.test_mode_address, settings.test_mode_key,
@@ -196,8 +199,8 @@ TzErrorCode Service::PortAcquire(std::int64_t handle, const PortAcquireSettings&
   });
 }
 
-TzErrorCode Service::GetPortAcquireStatus(const std::string& probe,
-                                          std::optional<std::int32_t>& acquire_status) {
+TzErrorCode ServiceClient::GetPortAcquireStatus(const std::string& probe,
+                                                std::optional<std::int32_t>& acquire_status) {
   const Bstr name = MakeBstr(probe);
   LONG value = 0;
   const TzErrorCode error =
@@ -209,12 +212,12 @@ TzErrorCode Service::GetPortAcquireStatus(const std::string& probe,
   return error;
 }
 
-std::unique_ptr<Service> ConnectToService(HRESULT& status) {
+std::unique_ptr<ServiceClient> ConnectToService(HRESULT& status) {
   void* object = nullptr;
   status =
       CoCreateInstance(api::kClassId, nullptr, CLSCTX_LOCAL_SERVER, api::kInterfaceIdV3, &object);
   if (FAILED(status)) return nullptr;
-  return std::make_unique<Service>(static_cast<ITzWirefox_v3*>(object));
+  return std::make_unique<ServiceClient>(static_cast<ITzWirefox_v3*>(object));
 }
 
 }  // namespace client

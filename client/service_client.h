@@ -19,10 +19,10 @@ namespace client {
 // One object of the class TzWirefox. Every method gives the outcome that the service answered. When
 // a call itself fails (the service has ended, or the connection would not carry the data), it gives
 // UNKNOWN, and from then on call_failure() is the call's status and no further call is made.
-class Service {
+class ServiceClient {
  public:
   // Takes over one reference to the object.
-  explicit Service(ITzWirefox_v3* object);
+  explicit ServiceClient(ITzWirefox_v3* object);
 
   HRESULT call_failure() const { return call_failure_; }
 
@@ -91,9 +91,9 @@ class Service {
 
 // Makes a service out of nothing: connects, and starts the server if need be. On failure gives null
 // and the status.
-using Connector = std::function<std::unique_ptr<Service>(HRESULT& status)>;
+using Connector = std::function<std::unique_ptr<ServiceClient>(HRESULT& status)>;
 
 // Through the component library, which the calling thread has initialised.
-std::unique_ptr<Service> ConnectToService(HRESULT& status);
+std::unique_ptr<ServiceClient> ConnectToService(HRESULT& status);
 
 }  // namespace client
