@@ -5,7 +5,7 @@
 #include <string>
 
 #include "api/automation_arrays.h"
-#include "config/device_notification.h"
+#include "config/device_discovery.h"
 
 namespace api {
 namespace {

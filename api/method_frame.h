@@ -8,7 +8,7 @@
 #include <exception>
 
 #include "api/automation_arrays.h"
-#include "api/session_owner.h"
+#include "api/owner_sweep.h"
 #include "api/tz_wirefox.h"
 #include "config/device_table.h"
 #include "support/log.h"

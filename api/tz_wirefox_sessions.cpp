@@ -6,7 +6,7 @@
 #include "api/devices_changed_location.h"
 #include "api/method_frame.h"
 #include "api/tz_wirefox_object.h"
-#include "config/device_notification.h"
+#include "config/device_discovery.h"
 
 namespace {
 

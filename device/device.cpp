@@ -6,7 +6,7 @@
 #include "device/failure_log.h"
 #include "device/stream_pipe.h"
 #include "support/log.h"
-#include "usb/driver_interface.h"
+#include "usb/device_interface_guid.h"
 #include "usb/usb_device.h"
 #include "usb/usb_endpoint.h"
 

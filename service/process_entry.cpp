@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "config/device_notification.h"
+#include "config/device_discovery.h"
 #include "config/device_table.h"
 #include "service/self_description.h"
 #include "service/service_module.h"

@@ -10,7 +10,7 @@
 #include "service/registry_key.h"
 #include "service/service_installer.h"
 #include "service/status.h"
-#include "service/type_library.h"
+#include "service/type_library_registration.h"
 
 namespace {
 

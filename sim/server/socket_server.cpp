@@ -11,11 +11,13 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/linux/kernel/file_descriptor.h"
 #include "sim/server/control_session.h"
 
 namespace sim {
 namespace {
 
+using linux_host::FileDescriptor;
 using probe_driver::FrameSocket;
 
 constexpr auto kAcceptPause = std::chrono::milliseconds(100);
@@ -24,24 +26,8 @@ constexpr auto kAcceptPause = std::chrono::milliseconds(100);
   throw std::runtime_error(what + ": " + strerror(errno));
 }
 
-// Closes a descriptor at the end of its scope.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return fd_; }
-  int Release() { return std::exchange(fd_, -1); }
-
- private:
-  int fd_;
-};
-
 bool SomebodyListens(const sockaddr_un& address) {
-  const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const FileDescriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   return probe.get() >= 0 &&
          connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
@@ -57,7 +43,7 @@ int Listen(const std::string& path) {
   path.copy(address.sun_path, path.size());
   const std::size_t slash = path.rfind('/');
   const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const Descriptor lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const FileDescriptor lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (lock.get() < 0) Fail("cannot open the directory " + directory);
   if (flock(lock.get(), LOCK_EX) != 0) Fail("cannot lock the directory " + directory);
 
@@ -69,13 +55,13 @@ int Listen(const std::string& path) {
     }
     unlink(path.c_str());
   }
-  Descriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  FileDescriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (listening.get() < 0) Fail("cannot make a socket");
   if (bind(listening.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     Fail("cannot bind " + path);
   }
   if (listen(listening.get(), SOMAXCONN) != 0) Fail("cannot listen on " + path);
-  return listening.Release();
+  return listening.Take();
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "platform/linux/com/component_paths.h"
-#include "platform/linux/com/proxy.h"
+#include "platform/linux/com/dbus_proxy.h"
 #include "platform/linux/dbus/dbus_activation.h"
 #include "platform/linux/dbus/exported_class.h"
 #include "platform/linux/dbus/private_connection.h"
@@ -39,7 +39,7 @@ struct Attempt {
   HRESULT status = S_OK;
 };
 
-DBusHandle OpenClientDBus(Descriptor socket) {
+DBusHandle OpenClientDBus(FileDescriptor socket) {
   sd_bus* created = nullptr;
   if (sd_bus_new(&created) < 0) return nullptr;
   DBusHandle bus(created);
@@ -53,7 +53,7 @@ DBusHandle OpenClientDBus(Descriptor socket) {
 }
 
 // Takes the connection up and has the server create its object.
-Attempt CreateObject(Descriptor socket, const ClassPlan& plan, DBusHandle& connection) {
+Attempt CreateObject(FileDescriptor socket, const ClassPlan& plan, DBusHandle& connection) {
   DBusHandle bus = OpenClientDBus(std::move(socket));
   if (!bus) return {Outcome::kLost};
   sd_bus_message* created = nullptr;
@@ -78,7 +78,7 @@ Attempt CreateObject(Descriptor socket, const ClassPlan& plan, DBusHandle& conne
 }
 
 Attempt TryConnect(const ClassPlan& plan, DBusHandle& connection) {
-  Descriptor socket = OwnComponentDirectory().Connect(SocketFile(plan));
+  FileDescriptor socket = OwnComponentDirectory().Connect(SocketFile(plan));
   if (!socket.is_open()) socket = MachineComponentDirectory().Connect(SocketFile(plan));
   if (!socket.is_open()) return {Outcome::kNoServer};
   return CreateObject(std::move(socket), plan, connection);
@@ -97,9 +97,9 @@ class Activation {
 
  private:
   bool IsOverdue() const { return MonotonicMicroseconds() >= deadline_; }
-  Attempt AwaitLockOrServer(Descriptor& lock);
-  Attempt StartServer(const std::vector<std::string>& command, const Descriptor& lock);
-  Attempt StartServers(const std::string& command, const Descriptor& lock);
+  Attempt AwaitLockOrServer(FileDescriptor& lock);
+  Attempt StartServer(const std::vector<std::string>& command, const FileDescriptor& lock);
+  Attempt StartServers(const std::string& command, const FileDescriptor& lock);
   HRESULT UseService();
   HRESULT UsePlainServer(const std::string& command);
 
@@ -109,7 +109,7 @@ class Activation {
 };
 
 // Until this client may start a server, or reaches the one that another has started meanwhile.
-Attempt Activation::AwaitLockOrServer(Descriptor& lock) {
+Attempt Activation::AwaitLockOrServer(FileDescriptor& lock) {
   Attempt attempt{Outcome::kNoServer};
   while (!IsOverdue()) {
     lock = OwnComponentDirectory().TryLock(StartLockFile(plan_));
@@ -123,7 +123,8 @@ Attempt Activation::AwaitLockOrServer(Descriptor& lock) {
 
 // One start: kNoServer when the server never came up, kUsedUp when it served and has ended, kLost
 // when it was reached and ended otherwise.
-Attempt Activation::StartServer(const std::vector<std::string>& command, const Descriptor& lock) {
+Attempt Activation::StartServer(const std::vector<std::string>& command,
+                                const FileDescriptor& lock) {
   ServerProcess server;
   if (ftruncate(lock.get(), 0) != 0 || !server.Start(command)) return {Outcome::kNoServer};
   bool was_seen = false, has_ended = false;
@@ -153,7 +154,7 @@ HRESULT Activation::UseService() {
 }
 
 HRESULT Activation::UsePlainServer(const std::string& command) {
-  Descriptor lock;
+  FileDescriptor lock;
   Attempt attempt = AwaitLockOrServer(lock);
   if (!lock.is_open()) return IsFinal(attempt) ? attempt.status : CO_E_SERVER_EXEC_FAILURE;
   if (!IsFinal(attempt)) attempt = StartServers(command, lock);
@@ -164,7 +165,7 @@ HRESULT Activation::UsePlainServer(const std::string& command) {
 
 // Servers that others have used up are not counted: each has shown that the next will come too, and
 // has served somebody, so that who waits gets ahead.
-Attempt Activation::StartServers(const std::string& command, const Descriptor& lock) {
+Attempt Activation::StartServers(const std::string& command, const FileDescriptor& lock) {
   std::vector<std::string> words = SplitCommand(command);
   words.emplace_back(kEmbedding);
   Attempt attempt{Outcome::kNoServer};

@@ -15,7 +15,7 @@
 #include "platform/linux/com/activation.h"
 #include "platform/linux/com/apartment.h"
 #include "platform/linux/com/class_server.h"
-#include "platform/linux/com/proxy.h"
+#include "platform/linux/com/dbus_proxy.h"
 
 namespace linux_host {
 namespace {

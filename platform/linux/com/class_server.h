@@ -43,8 +43,8 @@ class ClassServer final : public MessageLoopSource {
   ExportedClass exported_;
   IClassFactory* factory_;
   ComponentDirectory directory_ = OwnComponentDirectory();
-  Descriptor serve_lock_;
-  Descriptor listener_;
+  FileDescriptor serve_lock_;
+  FileDescriptor listener_;
   std::uint64_t listen_deadline_ = UINT64_MAX;  // when to try again, for the lock or for accepting
   bool is_listener_polled_ = false;             // whether it is the first of the descriptors
   std::unique_ptr<MessageBus> bus_;

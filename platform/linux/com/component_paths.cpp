@@ -17,12 +17,12 @@
 namespace linux_host {
 namespace {
 
-Descriptor OpenDirectory(const std::string& path) {
-  return Descriptor(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+FileDescriptor OpenDirectory(const std::string& path) {
+  return FileDescriptor(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
 // The address of a file in an open directory, short however long the directory's path is.
-sockaddr_un AddressIn(const Descriptor& directory, const std::string& file) {
+sockaddr_un AddressIn(const FileDescriptor& directory, const std::string& file) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   const std::string path = "/proc/self/fd/" + std::to_string(directory.get()) + "/" + file;
@@ -39,9 +39,9 @@ bool IsTrustedPeer(int socket) {
 
 }  // namespace
 
-Descriptor ComponentDirectory::TryLock(const std::string& file) const {
+FileDescriptor ComponentDirectory::TryLock(const std::string& file) const {
   for (bool was_missing = false;;) {
-    Descriptor lock(
+    FileDescriptor lock(
         open((path_ + "/" + file).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!lock.is_open()) {
       if (errno != ENOENT || std::exchange(was_missing, true)) return lock;
@@ -61,15 +61,15 @@ Descriptor ComponentDirectory::TryLock(const std::string& file) const {
 }
 
 void ComponentDirectory::Mark(const std::string& file) const {
-  const Descriptor marked(
+  const FileDescriptor marked(
       open((path_ + "/" + file).c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
   if (marked.is_open()) (void)!write(marked.get(), "\n", 1);
 }
 
-Descriptor ComponentDirectory::Listen(const std::string& file, bool for_all) const {
-  const Descriptor directory = OpenDirectory(path_);
-  if (!directory.is_open()) return Descriptor();
-  Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+FileDescriptor ComponentDirectory::Listen(const std::string& file, bool for_all) const {
+  const FileDescriptor directory = OpenDirectory(path_);
+  if (!directory.is_open()) return FileDescriptor();
+  FileDescriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   // Listens under a passing name first: nobody meets a socket that does not listen yet.
   const std::string passing = file + "." + std::to_string(getpid());
   const sockaddr_un address = AddressIn(directory, passing);
@@ -84,18 +84,18 @@ Descriptor ComponentDirectory::Listen(const std::string& file, bool for_all) con
   const int error = errno;
   unlinkat(directory.get(), passing.c_str(), 0);
   errno = error;
-  return Descriptor();
+  return FileDescriptor();
 }
 
-Descriptor ComponentDirectory::Connect(const std::string& file) const {
-  const Descriptor directory = OpenDirectory(path_);
-  if (!directory.is_open()) return Descriptor();
-  Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+FileDescriptor ComponentDirectory::Connect(const std::string& file) const {
+  const FileDescriptor directory = OpenDirectory(path_);
+  if (!directory.is_open()) return FileDescriptor();
+  FileDescriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_un address = AddressIn(directory, file);
   if (!connection.is_open() ||
       connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
       !IsTrustedPeer(connection.get())) {
-    return Descriptor();
+    return FileDescriptor();
   }
   return connection;
 }

@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "platform/linux/automation/interface_plan.h"
-#include "platform/linux/kernel/descriptor.h"
+#include "platform/linux/kernel/file_descriptor.h"
 
 namespace linux_host {
 
@@ -26,18 +26,18 @@ class ComponentDirectory {
   // Tries for the lock of that file: the open descriptor holds it until it is closed. Not open,
   // with errno EWOULDBLOCK, while another holds it, and with another errno on failure. Who holds it
   // may remove the file.
-  Descriptor TryLock(const std::string& file) const;
+  FileDescriptor TryLock(const std::string& file) const;
 
   // Appends a byte to that file, when there is one.
   void Mark(const std::string& file) const;
 
   // A socket that listens under that name, in place of one of an earlier process. Others than the
   // owner may connect when `for_all` is set. Not open, with errno, on failure.
-  Descriptor Listen(const std::string& file, bool for_all) const;
+  FileDescriptor Listen(const std::string& file, bool for_all) const;
 
   // A connection to that socket, provided that its server runs as this account or as root. Not open
   // when there is none.
-  Descriptor Connect(const std::string& file) const;
+  FileDescriptor Connect(const std::string& file) const;
 
   void Remove(const std::string& file) const;
 

@@ -21,11 +21,11 @@ bool RemoveRegistry() {
 // What killed processes have left: others hold the lock, and remove the files themselves.
 void RemoveComponentFiles(const ClassPlan& plan) {
   const ComponentDirectory directory = OwnComponentDirectory();
-  if (const Descriptor lock = directory.TryLock(ServeLockFile(plan)); lock.is_open()) {
+  if (const FileDescriptor lock = directory.TryLock(ServeLockFile(plan)); lock.is_open()) {
     directory.Remove(SocketFile(plan));
     directory.Remove(ServeLockFile(plan));
   }
-  if (const Descriptor lock = directory.TryLock(StartLockFile(plan)); lock.is_open()) {
+  if (const FileDescriptor lock = directory.TryLock(StartLockFile(plan)); lock.is_open()) {
     directory.Remove(StartLockFile(plan));
   }
 }

@@ -14,7 +14,7 @@ namespace linux_host {
 
 int AppendString(sd_bus_message* message, BSTR text);
 
-// Null is an empty array. The array is one that ArrayOf accepts.
+// Null is an empty array. The array is one that IsArrayOf accepts.
 int AppendByteArray(sd_bus_message* message, SAFEARRAY* array);
 int AppendStringArray(sd_bus_message* message, SAFEARRAY* array);
 

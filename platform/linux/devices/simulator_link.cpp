@@ -116,10 +116,9 @@ bool SimulatorLink::HandleCompleted(FrameSocket& socket, const Frame& frame) {
   transfer.bus_status = frame.bus_status;
   transfer.driver_status = frame.driver_status;
   lock.lock();
-  Waiting waiting = std::move(in_flight_[frame.id]);
-  in_flight_.erase(frame.id);
+  auto waiting = in_flight_.extract(frame.id);
   lock.unlock();
-  Complete(waiting, static_cast<UsbStatus>(frame.status));
+  Complete(waiting.mapped(), static_cast<UsbStatus>(frame.status));
   return true;
 }
 

@@ -1,4 +1,4 @@
-// The registry calls, over a text file per hive (platform/linux/hive_file.h describes it).
+// The registry calls, over a text file per hive (platform/linux/registry/hive.h describes it).
 //
 // Only HKEY_CLASSES_ROOT exists. It shows the caller's own hive and, behind it, the machine's: a
 // value, or failing that a key, of the caller's own wins. Everything is written to the caller's own

@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/kernel/descriptor.h"
+#include "platform/linux/kernel/file_descriptor.h"
 #include "platform/linux/kernel/home.h"
 
 namespace linux_host {
@@ -128,7 +128,7 @@ void InitialiseMutex(pthread_mutex_t& mutex) {
 SharedLock* SharedLock::Open(const std::wstring& name, bool create, bool* used_by_others) {
   const std::string path = FilePath(name);
   struct stat status = {};
-  Descriptor file;
+  FileDescriptor file;
   // Again when the file was removed before it could be locked.
   do {
     file.Reset(OpenFile(path, create));
@@ -190,7 +190,7 @@ void SharedLock::RemoveUnusedFiles() {
   // What lies in a directory comes after it.
   std::for_each(paths.rbegin(), paths.rend(), [](const std::string& path) {
     if (rmdir(path.c_str()) == 0 || errno != ENOTDIR) return;
-    Descriptor file;
+    FileDescriptor file;
     file.Reset(OpenFile(path, false));
     if (file.get() >= 0 && LockByte(file.get(), F_OFD_SETLKW, F_WRLCK, kOpeningByte) == 0 &&
         !OthersHoldUseByte(file.get()) && HasItsName(file.get())) {

@@ -5,12 +5,12 @@
 #include <cerrno>
 #include <string>
 
-#include "platform/linux/kernel/descriptor.h"
+#include "platform/linux/kernel/file_descriptor.h"
 #include "platform/linux/kernel/text.h"
 
 namespace {
 
-using linux_host::Descriptor;
+using linux_host::FileDescriptor;
 
 DWORD ErrorOf(int error) {
   switch (error) {
@@ -30,7 +30,7 @@ int TryToConnect(const std::string& path) {
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) return ENAMETOOLONG;
   path.copy(address.sun_path, path.size());
-  const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!socket.is_open()) return errno;
   const auto* place = reinterpret_cast<const sockaddr*>(&address);
   return connect(socket.get(), place, sizeof address) == 0 ? 0 : errno;

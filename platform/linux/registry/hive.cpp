@@ -50,22 +50,23 @@ RegistryKey& RegistryKey::FindOrCreate(const std::vector<std::wstring>& path) {
   return *key;
 }
 
-bool IsPlainText(std::wstring_view text) {
+std::optional<std::string> PlainUtf8(std::wstring_view text) {
   const bool printable =
       std::all_of(text.begin(), text.end(), [](wchar_t c) { return c >= 0x20 && c != 0x7F; });
-  if (!printable) return false;
+  if (!printable) return std::nullopt;
   bool malformed = false;
-  WideToUtf8(text, &malformed);
-  return !malformed;
+  std::string utf8 = WideToUtf8(text, &malformed);
+  if (malformed) return std::nullopt;
+  return utf8;
 }
 
 bool IsKeyName(std::wstring_view name) {
   return !name.empty() && name.size() <= kMaxKeyName && name.find(L'\\') == name.npos &&
-         IsPlainText(name);
+         PlainUtf8(name).has_value();
 }
 
 bool IsValueName(std::wstring_view name) {
-  return name.size() <= kMaxValueName && IsPlainText(name);
+  return name.size() <= kMaxValueName && PlainUtf8(name).has_value();
 }
 
 std::vector<std::wstring> SplitKeyPath(std::wstring_view path) {

@@ -24,6 +24,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -60,8 +61,8 @@ struct RegistryKey {
   RegistryKey& FindOrCreate(const std::vector<std::wstring>& path);
 };
 
-// Whether a text can stand on one line: well-formed UTF-16 without control characters.
-bool IsPlainText(std::wstring_view text);
+// As UTF-8, a text that can stand on one line: well-formed UTF-16 without control characters.
+std::optional<std::string> PlainUtf8(std::wstring_view text);
 
 // Whether the text form can hold a name: plain text within its length, for a key not empty and
 // without backslashes.

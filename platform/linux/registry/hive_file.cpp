@@ -13,7 +13,7 @@
 #include <optional>
 #include <utility>
 
-#include "platform/linux/kernel/descriptor.h"
+#include "platform/linux/kernel/file_descriptor.h"
 #include "platform/linux/kernel/notices.h"
 
 namespace linux_host {
@@ -51,17 +51,19 @@ std::string DirectoryOf(const std::string& path) {
 
 // Makes a rename in the directory survive a power failure.
 void SyncDirectory(const std::string& path) {
-  const Descriptor directory(open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const FileDescriptor directory(
+      open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (directory.is_open()) fsync(directory.get());
 }
 
 std::string LockPath(const std::string& path) { return path + ".lock"; }
 
 // Waits until no other process writes the hive; ends with the descriptor.
-Descriptor LockForWriting(const std::string& path) {
+FileDescriptor LockForWriting(const std::string& path) {
   for (;;) {
     // Writable for its owner alone: a stranger who could open it could hold all writers up.
-    Descriptor lock(open(LockPath(path).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    FileDescriptor lock(
+        open(LockPath(path).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!lock.is_open()) return lock;
     while (flock(lock.get(), LOCK_EX) != 0) {
       if (errno == EINTR) continue;
@@ -107,7 +109,7 @@ bool HiveFile::IsCurrent() const {
 void HiveFile::Load() {
   Forget();
   // Not waiting, should someone have put a pipe there.
-  Descriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  FileDescriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (!file.is_open()) {
     status_ = errno == ENOENT    ? ERROR_SUCCESS
               : IsRefusal(errno) ? ERROR_ACCESS_DENIED
@@ -148,7 +150,7 @@ std::uint32_t HiveFile::Read(const RegistryKey** root) {
 }
 
 std::uint32_t HiveFile::Change(const Alteration& alteration) {
-  const Descriptor lock = LockForWriting(path_);
+  const FileDescriptor lock = LockForWriting(path_);
   if (!lock.is_open()) return WriteStatus(errno);
   if (!IsCurrent()) Load();
   if (status_ == ERROR_REGISTRY_CORRUPT) {
@@ -168,7 +170,7 @@ bool HiveFile::RemoveIfBare() {
   const RegistryKey* root;
   // Looked at before the lock, which would make its file, and again under it.
   if (Read(&root) != ERROR_SUCCESS || !IsBare(*root)) return false;
-  const Descriptor lock = LockForWriting(path_);
+  const FileDescriptor lock = LockForWriting(path_);
   if (!lock.is_open() || Read(&root) != ERROR_SUCCESS || !IsBare(*root)) return false;
   unlink(path_.c_str());
   unlink(LockPath(path_).c_str());
@@ -195,7 +197,8 @@ std::uint32_t HiveFile::Save() {
   const std::string new_path = path_ + ".new";
   // One that a crash has left is worth nothing, and not to be followed if it is a link.
   unlink(new_path.c_str());
-  Descriptor file(open(new_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644));
+  FileDescriptor file(
+      open(new_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644));
   if (!file.is_open()) return WriteStatus(errno);
   // Users read root's hive whatever root's mask is. The directory keeps others out of a user's.
   fchmod(file.get(), 0644);

@@ -27,8 +27,7 @@ std::optional<std::string> PlainText(const RegistryValue& value) {
   std::memcpy(text.data(), value.data.data(), value.data.size());
   if (text.back() != 0) return std::nullopt;
   text.pop_back();
-  if (!IsPlainText(text)) return std::nullopt;
-  return WideToUtf8(text);
+  return PlainUtf8(text);
 }
 
 std::string Quoted(std::string_view text) {
@@ -231,7 +230,8 @@ class HiveParser {
 std::string FormatHive(const RegistryKey& root) {
   std::string out = std::string(kFirstLine) + "\n\n";
   FormatKey(root, "", out);
-  return out + std::string(kLastLine) + "\n";
+  out.append(kLastLine).append("\n");
+  return out;
 }
 
 HiveFault ParseHive(std::string_view text, RegistryKey& root) {

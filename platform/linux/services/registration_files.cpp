@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "platform/linux/kernel/descriptor.h"
+#include "platform/linux/kernel/file_descriptor.h"
 #include "platform/linux/kernel/home.h"
 
 namespace linux_host {
@@ -22,7 +22,8 @@ DWORD ErrorOf(int error) {
 std::string PassingName(const std::string& path) { return path + ".new"; }
 
 bool WriteWhole(const std::string& path, const std::string& text) {
-  Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
+  FileDescriptor file(
+      open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
   // The managers and the buses run as other accounts, whatever this process's mask says.
   if (!file.is_open() || fchmod(file.get(), 0644) != 0) return false;
   return file.WriteAll(text) && fsync(file.get()) == 0;

@@ -49,16 +49,16 @@ void ResetSignals() {
   _exit(0);
 }
 
-bool MakePipe(Descriptor& reading, Descriptor& writing) {
+bool MakePipe(FileDescriptor& reading, FileDescriptor& writing) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return false;
-  reading = Descriptor(ends[0]);
-  writing = Descriptor(ends[1]);
+  reading = FileDescriptor(ends[0]);
+  writing = FileDescriptor(ends[1]);
   return true;
 }
 
 template <typename T>
-bool ReadWhole(const Descriptor& source, T& value) {
+bool ReadWhole(const FileDescriptor& source, T& value) {
   ssize_t count;
   do {
     count = read(source.get(), &value, sizeof value);
@@ -104,7 +104,7 @@ bool ServerProcess::Start(const std::vector<std::string>& command) {
   std::vector<char*> arguments;
   for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
-  Descriptor id_reading, id_writing, report_reading, report_writing;
+  FileDescriptor id_reading, id_writing, report_reading, report_writing;
   if (command.empty() || !MakePipe(id_reading, id_writing) ||
       !MakePipe(report_reading, report_writing)) {
     return false;
@@ -119,7 +119,7 @@ bool ServerProcess::Start(const std::vector<std::string>& command) {
   int error;
   if (!ReadWhole(id_reading, server) || server < 0 || ReadWhole(report_reading, error))
     return false;
-  process_ = Descriptor(pidfd_open(server, 0));
+  process_ = FileDescriptor(pidfd_open(server, 0));
   return true;
 }
 

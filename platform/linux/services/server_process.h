@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/kernel/descriptor.h"
+#include "platform/linux/kernel/file_descriptor.h"
 
 namespace linux_host {
 
@@ -29,7 +29,7 @@ class ServerProcess {
   bool HasEnded(int wait_ms) const;
 
  private:
-  Descriptor process_;
+  FileDescriptor process_;
 };
 
 }  // namespace linux_host

@@ -3,7 +3,7 @@
 
 #include "tests/system_windows/programs.h"
 #include "usb/device_enumeration.h"
-#include "usb/driver_interface.h"
+#include "usb/device_interface_guid.h"
 
 namespace system_windows {
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "config/device_notification.h"
+#include "config/device_discovery.h"
 #include "config/evk_configure.h"
 #include "config/wfx_configure.h"
 #include "platform/test_host.h"

@@ -13,7 +13,7 @@
 #include "support/settings_file.h"
 #include "tests/unit/scratch_folder.h"
 #include "tests/unit/scripted_bus.h"
-#include "usb/driver_interface.h"
+#include "usb/device_interface_guid.h"
 
 class ConfigureTest : public unit::ScriptedBusTest {
  protected:

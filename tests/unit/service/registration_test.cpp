@@ -16,7 +16,7 @@
 #include "service/module_path.h"
 #include "service/registry_key.h"
 #include "service/service_module.h"
-#include "service/type_library.h"
+#include "service/type_library_registration.h"
 #include "support/paths.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <windows.h>
 
 #include "tests/unit/scripted_bus.h"
-#include "usb/driver_interface.h"
+#include "usb/device_interface_guid.h"
 #include "usb/usb_device.h"
 
 class OpenedDeviceTest : public unit::ScriptedBusTest {

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "config/device_notification.h"
+#include "config/device_discovery.h"
 #include "config/device_table.h"
 #include "platform/test_host.h"
 #include "sim/bench.h"

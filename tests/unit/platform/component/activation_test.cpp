@@ -86,7 +86,7 @@ TEST(StartLock, IsHeldByOneAtATimeAlthoughItsHoldersRemoveIt) {
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&] {
       for (int taken = 0; taken < 1000;) {
-        const linux_host::Descriptor lock = directory.TryLock("lock");
+        const linux_host::FileDescriptor lock = directory.TryLock("lock");
         if (!lock.is_open()) continue;
         ++taken;
         EXPECT_EQ(++holders, 1);

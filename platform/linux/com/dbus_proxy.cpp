@@ -1,4 +1,4 @@
-#include "platform/linux/com/proxy.h"
+#include "platform/linux/com/dbus_proxy.h"
 
 #include <oleauto.h>
 
@@ -20,9 +20,9 @@ struct DBusError {
   ~DBusError() { sd_bus_error_free(&error); }
 };
 
-class DBusObject final : public interface_schema::RemoteObject {
+class DBusProxy final : public interface_schema::RemoteObject {
  public:
-  DBusObject(DBusHandle connection, const ClassPlan& plan)
+  DBusProxy(DBusHandle connection, const ClassPlan& plan)
       : plan_(plan), connection_(std::move(connection)) {}
 
   HRESULT Call(MethodCall method_call, const CallWord* words) override;
@@ -35,7 +35,7 @@ class DBusObject final : public interface_schema::RemoteObject {
   DBusHandle connection_;
 };
 
-HRESULT DBusObject::LoadTypeInfo(ITypeInfo** info) {
+HRESULT DBusProxy::LoadTypeInfo(ITypeInfo** info) {
   const interface_schema::Library& library = *GetProgramResources().type_library;
   ITypeLib* loaded;
   HRESULT status = LoadRegTypeLib(*library.id, library.major_version, library.minor_version,
@@ -46,7 +46,7 @@ HRESULT DBusObject::LoadTypeInfo(ITypeInfo** info) {
   return status;
 }
 
-HRESULT DBusObject::Call(MethodCall method_call, const CallWord* words) {
+HRESULT DBusProxy::Call(MethodCall method_call, const CallWord* words) {
   const MethodPlan& method = plan_.method(method_call);
   HRESULT status = ClearOutputs(method, words);
   if (FAILED(status)) return status;
@@ -77,7 +77,7 @@ HRESULT ServerStatus(const char* text) {
 
 HRESULT CreateProxy(DBusHandle connection, const ClassPlan& plan, REFIID iid, void** object) {
   IUnknown* proxy =
-      plan.component().make_proxy(std::make_unique<DBusObject>(std::move(connection), plan));
+      plan.component().make_proxy(std::make_unique<DBusProxy>(std::move(connection), plan));
   const HRESULT status = proxy->QueryInterface(iid, object);
   proxy->Release();
   return status;

@@ -1,4 +1,4 @@
-#include "service/type_library.h"
+#include "service/type_library_registration.h"
 
 #include <objbase.h>
 #include <oleauto.h>

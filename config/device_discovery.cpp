@@ -1,4 +1,4 @@
-#include "config/device_notification.h"
+#include "config/device_discovery.h"
 
 #include <dbt.h>
 
@@ -19,7 +19,7 @@
 #include "support/handle.h"
 #include "support/log.h"
 #include "support/paths.h"
-#include "usb/driver_interface.h"
+#include "usb/device_interface_guid.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "config/device_notification.h"
+#include "config/device_discovery.h"
 
 #include <dbt.h>
 #include <windows.h>

@@ -10,12 +10,12 @@
 namespace linux_host {
 
 // A descriptor that is closed when it goes; -1: none.
-class Descriptor {
+class FileDescriptor {
  public:
-  explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
-  ~Descriptor() { Reset(); }
-  Descriptor(Descriptor&& other) noexcept : descriptor_(other.Take()) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
+  explicit FileDescriptor(int descriptor = -1) : descriptor_(descriptor) {}
+  ~FileDescriptor() { Reset(); }
+  FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.Take()) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
     if (this != &other) Reset(other.Take());
     return *this;
   }

@@ -1,4 +1,4 @@
-#include "api/session_owner.h"
+#include "api/owner_sweep.h"
 
 #include <psapi.h>
 
