@@ -2,10 +2,10 @@
 // overrides the methods of its interface and hands their arguments to Forward.
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <utility>
 
+#include "base/counted.h"
 #include "base/typed_call.h"
 
 namespace interface_schema {
@@ -22,26 +22,9 @@ class RemoteObject {
 };
 
 template <typename Interface>
-class Proxy : public Interface {
+class Proxy : public Counted<Interface> {
  public:
   explicit Proxy(std::unique_ptr<RemoteObject> remote) : remote_(std::move(remote)) {}
-  Proxy(const Proxy&) = delete;
-  Proxy& operator=(const Proxy&) = delete;
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (!object) return E_POINTER;
-    const bool answers = remote_->Answers(iid);
-    *object = answers ? this : nullptr;
-    if (!answers) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --references_;
-    if (left == 0) delete this;
-    return left;
-  }
 
   HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
     if (!count) return E_INVALIDARG;
@@ -66,8 +49,6 @@ class Proxy : public Interface {
   }
 
  protected:
-  virtual ~Proxy() = default;
-
   template <auto kMember, typename... Values>
   HRESULT Forward(Values... values) {
     static_assert(std::is_same_v<typename TypedCall<kMember>::Arguments, void(Values...)>);
@@ -76,6 +57,8 @@ class Proxy : public Interface {
   }
 
  private:
+  bool Answers(REFIID iid) const override { return remote_->Answers(iid); }
+
   template <typename Use>
   HRESULT WithTypeInfo(Use use) {
     ITypeInfo* info;
@@ -86,7 +69,6 @@ class Proxy : public Interface {
     return status;
   }
 
-  std::atomic<ULONG> references_{1};
   const std::unique_ptr<RemoteObject> remote_;
 };
 

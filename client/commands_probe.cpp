@@ -57,6 +57,15 @@ std::string WithTenths(const std::string& volts) {
   return volts.size() == 1 ? volts + ".0" : volts;
 }
 
+// What a command does that is one call about its probe.
+template <typename Options>
+Action Call(const std::shared_ptr<Options>& options,
+            TzErrorCode (*call)(ServiceClient& service, const Options& given)) {
+  return [options, call](Context& context) {
+    return ReportOnProbe(context, Outcome(call(context.service(), *options)), options->probe);
+  };
+}
+
 }  // namespace
 
 Action DefineStatus(CLI::App& app) {
@@ -83,13 +92,9 @@ Action DefineMode(CLI::App& app) {
   AddNamed(app, "MODE", options->mode, kTransferModes, kMaxCode, "The mode")->required();
   app.add_option("--port", options->port, "The connector of the SWD modes (default 5)")
       ->check(CLI::IsMember({5, 10}));
-  return [options](Context& context) {
-    return ReportOnProbe(
-        context,
-        Outcome(context.service().SetMode(
-            options->probe, static_cast<TzTransferMode>(options->mode), options->port == 10)),
-        options->probe);
-  };
+  return Call<Options>(options, [](ServiceClient& service, const Options& given) {
+    return service.SetMode(given.probe, static_cast<TzTransferMode>(given.mode), given.port == 10);
+  });
 }
 
 Action DefineVTarg(CLI::App& app) {
@@ -109,13 +114,9 @@ Action DefineVTarg(CLI::App& app) {
   };
   app.add_option_function<std::string>("VOLTS", parse, "1.8, 2.5, 3.3 or 5.0")->required();
   AddOnOff(app, "--supply", options->supply, "Whether the probe supplies it (default off)");
-  return [options](Context& context) {
-    return ReportOnProbe(
-        context,
-        Outcome(context.service().SetVTarg(
-            options->probe, static_cast<TzVTargVoltage>(options->voltage), options->supply)),
-        options->probe);
-  };
+  return Call<Options>(options, [](ServiceClient& service, const Options& given) {
+    return service.SetVTarg(given.probe, static_cast<TzVTargVoltage>(given.voltage), given.supply);
+  });
 }
 
 Action DefineClock(CLI::App& app) {
@@ -126,12 +127,9 @@ Action DefineClock(CLI::App& app) {
   auto options = std::make_shared<Options>();
   AddProbe(app, options->probe);
   AddNamed(app, "CODE", options->code, kJtagClocks, kMaxCode, "The frequency's code")->required();
-  return [options](Context& context) {
-    return ReportOnProbe(context,
-                         Outcome(context.service().SetJtagClock(
-                             options->probe, static_cast<TzJtagClock>(options->code))),
-                         options->probe);
-  };
+  return Call<Options>(options, [](ServiceClient& service, const Options& given) {
+    return service.SetJtagClock(given.probe, static_cast<TzJtagClock>(given.code));
+  });
 }
 
 Action DefineTimeout(CLI::App& app) {
@@ -146,13 +144,10 @@ Action DefineTimeout(CLI::App& app) {
            "The endpoint's address; one that reads has bit 7 set, such as 0x84")
       ->required();
   AddNumber(app, "MS", options->timeout_ms, INT32_MIN, INT32_MAX, "Milliseconds")->required();
-  return [options](Context& context) {
-    return ReportOnProbe(context,
-                         Outcome(context.service().SetTimeOut(
-                             options->probe, static_cast<TzWirefoxEndPoint>(options->endpoint),
-                             static_cast<std::int32_t>(options->timeout_ms))),
-                         options->probe);
-  };
+  return Call<Options>(options, [](ServiceClient& service, const Options& given) {
+    return service.SetTimeOut(given.probe, static_cast<TzWirefoxEndPoint>(given.endpoint),
+                              static_cast<std::int32_t>(given.timeout_ms));
+  });
 }
 
 Action DefineLed(CLI::App& app) {
@@ -165,13 +160,10 @@ Action DefineLed(CLI::App& app) {
   AddProbe(app, options->probe);
   AddNamed(app, "LED", options->led, kLeds, kMaxCode, "The LED")->required();
   AddNamed(app, "STATE", options->state, kLedStates, kMaxCode, "Its state")->required();
-  return [options](Context& context) {
-    return ReportOnProbe(
-        context,
-        Outcome(context.service().SetLedState(options->probe, static_cast<TzLed>(options->led),
-                                              static_cast<TzLedState>(options->state))),
-        options->probe);
-  };
+  return Call<Options>(options, [](ServiceClient& service, const Options& given) {
+    return service.SetLedState(given.probe, static_cast<TzLed>(given.led),
+                               static_cast<TzLedState>(given.state));
+  });
 }
 
 Action DefineIdentify(CLI::App& app) {
@@ -182,12 +174,9 @@ Action DefineIdentify(CLI::App& app) {
   auto options = std::make_shared<Options>();
   AddProbe(app, options->probe);
   AddNamed(app, "STATE", options->state, kIdentifyStates, kMaxCode, "The pattern")->required();
-  return [options](Context& context) {
-    return ReportOnProbe(context,
-                         Outcome(context.service().VisualIdentify(
-                             options->probe, static_cast<TzLedIdentifyState>(options->state))),
-                         options->probe);
-  };
+  return Call<Options>(options, [](ServiceClient& service, const Options& given) {
+    return service.VisualIdentify(given.probe, static_cast<TzLedIdentifyState>(given.state));
+  });
 }
 
 Action DefineXres(CLI::App& app) {
@@ -198,11 +187,9 @@ Action DefineXres(CLI::App& app) {
   auto options = std::make_shared<Options>();
   AddProbe(app, options->probe);
   AddOnOff(app, "STATE", options->active, "Whether the line is driven")->required();
-  return [options](Context& context) {
-    return ReportOnProbe(context,
-                         Outcome(context.service().ToggleXres(options->probe, options->active)),
-                         options->probe);
-  };
+  return Call<Options>(options, [](ServiceClient& service, const Options& given) {
+    return service.ToggleXres(given.probe, given.active);
+  });
 }
 
 Action DefineSwvSetup(CLI::App& app) {
@@ -219,13 +206,10 @@ Action DefineSwvSetup(CLI::App& app) {
   app.add_flag("--manchester", options->manchester, "Manchester coding instead of UART");
   AddNumber(app, "--commit", options->commit_time, INT16_MIN, INT16_MAX,
             "Commit time, as the probe's firmware takes it (default 0)");
-  return [options](Context& context) {
-    return ReportOnProbe(context,
-                         Outcome(context.service().SetupSWV(
-                             options->probe, static_cast<std::int32_t>(options->frequency_hz),
-                             options->manchester, static_cast<std::int16_t>(options->commit_time))),
-                         options->probe);
-  };
+  return Call<Options>(options, [](ServiceClient& service, const Options& given) {
+    return service.SetupSWV(given.probe, static_cast<std::int32_t>(given.frequency_hz),
+                            given.manchester, static_cast<std::int16_t>(given.commit_time));
+  });
 }
 
 Action DefineHwRev(CLI::App& app) {

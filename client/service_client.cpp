@@ -19,6 +19,12 @@ TzErrorCode ServiceClient::Run(Call call) {
   return TzErrorCode::UNKNOWN;
 }
 
+template <typename Method, typename... Values>
+TzErrorCode ServiceClient::RunOnProbe(Method method, const std::string& probe, Values... values) {
+  const Bstr name = MakeBstr(probe);
+  return Run([&](TzErrorCode* e) { return (object_.get()->*method)(name.get(), values..., e); });
+}
+
 template <typename Call>
 TzErrorCode ServiceClient::RunForBytes(Bytes& result, Call call) {
   SAFEARRAY* array = nullptr;
@@ -65,77 +71,54 @@ TzErrorCode ServiceClient::EnumerateDevices(const std::string& probe,
 }
 
 TzErrorCode ServiceClient::GetWirefoxStatus(const std::string& probe, TzWFXStatus& status) {
-  const Bstr name = MakeBstr(probe);
-  return Run([&](TzErrorCode* e) { return object_->GetWirefoxStatus(name.get(), &status, e); });
+  return RunOnProbe(&ITzWirefox_v1::GetWirefoxStatus, probe, &status);
 }
 
 TzErrorCode ServiceClient::GetHwRevID(const std::string& probe, std::int32_t& revision) {
-  const Bstr name = MakeBstr(probe);
   LONG value = 0;
-  const TzErrorCode error =
-      Run([&](TzErrorCode* e) { return object_->GetHwRevID(name.get(), &value, e); });
+  const TzErrorCode error = RunOnProbe(&ITzWirefox_v3::GetHwRevID, probe, &value);
   revision = value;
   return error;
 }
 
 TzErrorCode ServiceClient::SetLedState(const std::string& probe, TzLed led, TzLedState state) {
-  const Bstr name = MakeBstr(probe);
-  return Run([&](TzErrorCode* e) { return object_->SetLedState(name.get(), led, state, e); });
+  return RunOnProbe(&ITzWirefox_v1::SetLedState, probe, led, state);
 }
 
 TzErrorCode ServiceClient::VisualIdentify(const std::string& probe, TzLedIdentifyState state) {
-  const Bstr name = MakeBstr(probe);
-  return Run([&](TzErrorCode* e) { return object_->VisualIdentify(name.get(), state, e); });
+  return RunOnProbe(&ITzWirefox_v1::VisualIdentify, probe, state);
 }
 
 TzErrorCode ServiceClient::SetTimeOut(const std::string& probe, TzWirefoxEndPoint endpoint,
                                       std::int32_t timeout_ms) {
-  const Bstr name = MakeBstr(probe);
-  return Run([&](TzErrorCode* e) {
-    return object_->SetTimeOut(name.get(), endpoint, timeout_ms, process_id_, e);
-  });
+  return RunOnProbe(&ITzWirefox_v1::SetTimeOut, probe, endpoint, timeout_ms, process_id_);
 }
 
 TzErrorCode ServiceClient::SetJtagClock(const std::string& probe, TzJtagClock clock) {
-  const Bstr name = MakeBstr(probe);
-  return Run(
-      [&](TzErrorCode* e) { return object_->SetJtagClock(name.get(), clock, process_id_, e); });
+  return RunOnProbe(&ITzWirefox_v1::SetJtagClock, probe, clock, process_id_);
 }
 
 TzErrorCode ServiceClient::SetMode(const std::string& probe, TzTransferMode mode, bool port10) {
-  const Bstr name = MakeBstr(probe);
-  return Run([&](TzErrorCode* e) {
-    return object_->SetMode(name.get(), mode, port10 ? 1 : 0, process_id_, e);
-  });
+  return RunOnProbe(&ITzWirefox_v1::SetMode, probe, mode, port10, process_id_);
 }
 
 TzErrorCode ServiceClient::SetVTarg(const std::string& probe, TzVTargVoltage voltage, bool supply) {
-  const Bstr name = MakeBstr(probe);
-  return Run([&](TzErrorCode* e) {
-    return object_->SetVTarg(name.get(), voltage, supply ? 1 : 0, process_id_, e);
-  });
+  return RunOnProbe(&ITzWirefox_v1::SetVTarg, probe, voltage, supply, process_id_);
 }
 
 TzErrorCode ServiceClient::ToggleXres(const std::string& probe, bool active) {
-  const Bstr name = MakeBstr(probe);
-  return Run([&](TzErrorCode* e) { return object_->ToggleXres(name.get(), active ? 1 : 0, e); });
+  return RunOnProbe(&ITzWirefox_v1::ToggleXres, probe, active);
 }
 
 TzErrorCode ServiceClient::SetupSWV(const std::string& probe, std::int32_t frequency_hz,
                                     bool manchester, std::int16_t commit_time) {
-  const Bstr name = MakeBstr(probe);
-  return Run([&](TzErrorCode* e) {
-    return object_->SetupSWV(name.get(), frequency_hz, manchester ? 1 : 0, commit_time, e);
-  });
+  return RunOnProbe(&ITzWirefox_v1::SetupSWV, probe, frequency_hz, manchester, commit_time);
 }
 
 TzErrorCode ServiceClient::AcquireDevice(const std::string& probe, std::int32_t target,
                                          std::int64_t& handle) {
-  const Bstr name = MakeBstr(probe);
   handle = 0;
-  return Run([&](TzErrorCode* e) {
-    return object_->AcquireDevice(name.get(), target, process_id_, &handle, e);
-  });
+  return RunOnProbe(&ITzWirefox_v1::AcquireDevice, probe, target, process_id_, &handle);
 }
 
 TzErrorCode ServiceClient::ReleaseDevice(std::int64_t handle) {
@@ -201,10 +184,8 @@ TzErrorCode ServiceClient::PortAcquire(std::int64_t handle, const PortAcquireSet
 
 TzErrorCode ServiceClient::GetPortAcquireStatus(const std::string& probe,
                                                 std::optional<std::int32_t>& acquire_status) {
-  const Bstr name = MakeBstr(probe);
   LONG value = 0;
-  const TzErrorCode error =
-      Run([&](TzErrorCode* e) { return object_->GetPortAcquireStatus(name.get(), 0, &value, e); });
+  const TzErrorCode error = RunOnProbe(&ITzWirefox_v1::GetPortAcquireStatus, probe, 0, &value);
   // The service writes 0 only with SUCCESS. With any other outcome a 0 is what the caller or the
   // connection put there.
   acquire_status.reset();

@@ -80,6 +80,10 @@ class ServiceClient {
   template <typename Call>
   TzErrorCode Run(Call call);
 
+  // The same of a method that names a probe.
+  template <typename Method, typename... Values>
+  TzErrorCode RunOnProbe(Method method, const std::string& probe, Values... values);
+
   // The same for a method that answers with a byte array.
   template <typename Call>
   TzErrorCode RunForBytes(Bytes& result, Call call);

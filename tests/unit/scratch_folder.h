@@ -34,6 +34,7 @@ class ScratchFolder {
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
 
+  const std::filesystem::path& directory() const { return path_; }
   std::string Path(const std::string& name) const { return (path_ / name).string(); }
 
   std::string Write(const std::string& name, std::string_view content) const {

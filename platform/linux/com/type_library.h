@@ -3,8 +3,7 @@
 
 #include <oaidl.h>
 
-#include <atomic>
-
+#include "base/counted.h"
 #include "base/interface_schema.h"
 
 namespace linux_host {
@@ -15,30 +14,12 @@ ITypeLib* MakeTypeLibrary(const interface_schema::Library& description);
 // Describes one interface of it, likewise.
 ITypeInfo* MakeTypeInfo(const interface_schema::Interface& description);
 
-// The base of what both are: a counted object with two interfaces.
+// The base of what both are.
 template <typename Interface, const IID& kId>
-class CountedDescription : public Interface {
- public:
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    if (!object) return E_POINTER;
-    const bool answers = IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, kId);
-    *object = answers ? static_cast<Interface*>(this) : nullptr;
-    if (!answers) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
+class CountedDescription : public interface_schema::Counted<Interface> {
+  bool Answers(REFIID iid) const override {
+    return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, kId);
   }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --references_;
-    if (left == 0) delete this;
-    return left;
-  }
-
- protected:
-  virtual ~CountedDescription() = default;
-
- private:
-  std::atomic<ULONG> references_{1};
 };
 
 }  // namespace linux_host

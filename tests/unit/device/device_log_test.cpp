@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <array>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <string_view>
 
 #include "device/evk_device.h"
@@ -25,136 +27,89 @@ std::string WithoutAddresses(std::string_view line) {
   return text;
 }
 
-std::string Xfer(const std::string& code, const std::string& value, int length) {
-  return "[CTzDevice::XferData]Direction=1, ReqCode=" + code + ", Value=" + value +
-         ", Index=0000, Bfr=*, Len=" + std::to_string(length) + "\n";
-}
-
-std::string Missing(int endpoint) {
-  return "[CTzDevice::GetEndPoint]Endpoint ep=" + std::to_string(endpoint) + " does not exist\n";
-}
-
-std::string Failed(const std::string& source, int status) {
-  return "[" + source + "]Error " + std::to_string(status) + " occured.\n";
-}
-
 // What every operation writes, shown on objects whose probe cannot be opened: each operation logs
-// its entry and how it fails. Addresses show as '*'.
+// its entry and how it fails.
 class OperationLogTest : public ProbeTest {
  protected:
   OperationLogTest() { bus_.SetDevices({}); }
 
-  // One text, so that a difference shows with its surroundings.
-  std::string TakeText() {
+  struct Operation {
     std::string text;
-    for (const std::string& line : log_.Take()) text.append(WithoutAddresses(line)).append("\n");
+    std::function<std::uint32_t()> call;
+  };
+
+  // The operations, each with its status and its lines. Addresses show as '*', and where the log
+  // has them as decimal numbers as '#'.
+  std::string Logged(const std::vector<Operation>& operations) {
+    const std::string number = std::to_string(AddressAsNumber(bytes_.data()));
+    std::string text;
+    for (const auto& [operation, call] : operations) {
+      log_.Take();
+      text.append("# ").append(operation).append(" = ").append(std::to_string(call())).append("\n");
+      for (std::string line : log_.Take()) {
+        const std::size_t at = line.find(number);
+        if (at != line.npos) line.replace(at, number.size(), "#");
+        text.append(WithoutAddresses(line)).append("\n");
+      }
+    }
     return text;
   }
 
-  template <typename Device>
-  struct Operation {
-    std::uint32_t status;
-    std::function<std::uint32_t(Device&)> call;
-    std::string lines;
-  };
-
-  template <typename Device>
-  void ExpectLines(const std::vector<Operation<Device>>& operations) {
-    Device device(0, false);
-    TakeText();
-    for (const auto& [status, call, lines] : operations) {
-      EXPECT_EQ(call(device), status);
-      EXPECT_EQ(TakeText(), lines);
-    }
-  }
-
   std::array<std::uint8_t, 8> bytes_{};
+  std::array<std::uint8_t, 6> request_ = {0x04, 0x01, 0x50, 0x02, 0xD0, 0x10};
   std::uint32_t length_ = 7;
+  std::uint32_t request_length_ = request_.size();
+  std::vector<std::uint8_t> trace_ = {1, 2, 3};
 };
 
-TEST_F(OperationLogTest, CommandsLogTheirArgumentsTheirRequestAndTheirFailure) {
-  ExpectLines<CTzDevice>({
-      {6, [](CTzDevice& d) { return d.SetMode(4, true); },
-       "[CTzDevice::SetMode()]mode=4 external=1\n" + Xfer("41", "0000", 3) +
-           Failed("CTzDevice::SetMode()", 6)},
-      {6, [](CTzDevice& d) { return d.LedState(2, 1); },
-       "[CTzDevice::LedState()]led_num=2 state=1\n" + Xfer("48", "0201", 2) +
-           Failed("CTzDevice::LedState", 6)},
-      {6, [](CTzDevice& d) { return d.Identify(3); },
-       "[CTzDevice::Identify()]state=3\n" + Xfer("49", "0003", 2) +
-           Failed("CTzDevice::Identify", 6)},
-      {6, [](CTzDevice& d) { return d.TargetPowerOn(true); },
-       "[CTzDevice::TargetPowerOn()]on=1\n" + Xfer("51", "0001", 2) +
-           Failed("CTzDevice::TargetPowerOn", 6)},
-      {6, [](CTzDevice& d) { return d.SetVTargVal(11); },
-       "[CTzDevice::SetVTargVal()]val=11\n" + Xfer("55", "000B", 2) +
-           Failed("CTzDevice::SetVTargVal", 6)},
-      {6, [](CTzDevice& d) { return d.JTAG_SetClock(253); },
-       "[CTzDevice::JTAG_SetClock()]mhz=253\n" + Xfer("57", "00FD", 2) +
-           Failed("CTzDevice::JTAG_SetClock", 6)},
-      {6, [](CTzDevice& d) { return d.SetTimeout(0x86, 5); },
-       "[CTzDevice::SetTimeout()]endpt=134 timeout=5\n" + Missing(134) +
-           Failed("CTzDevice::SetTimeout", 6)},
-      {6, [](CTzDevice& d) { return d.SetActiveIOConnector(0xFFFF); },
-       "[CTzDevice::SetActiveIOConnector()]select=65535\n[CTzDevice::GetDeviceStatus()]pStatus\n" +
-           Xfer("44", "0000", 14) + Failed("CTzDevice::GetDeviceStatus", 6) +
-           Failed("CTzDevice::SetActiveIOConnector", 6)},
-      {1, [](CTzDevice& d) { return d.ResetTarget(false); },
-       "[CTzDevice::ResetTarget()]xres_active=0\n"
-       "[CTzDevice::ReadFPGAReg]reg_address=11, reg_value=00 \n" +
-           Xfer("43", "0011", 8) + Failed("CTzDevice::ReadFPGAReg", 1) +
-           Failed("CTzDevice::ResetTarget", 1)},
-      // What the variable held before.
-      {1, [&](CTzDevice& d) { return d.ReadFPGAReg(0x3A, &(bytes_[0] = 0xC3)); },
-       "[CTzDevice::ReadFPGAReg]reg_address=3A, reg_value=C3 \n" + Xfer("43", "003A", 8) +
-           Failed("CTzDevice::ReadFPGAReg", 1)},
-      {1, [](CTzDevice& d) { return d.WriteFPGAReg(0x91, 0xAB); },
-       "[CTzDevice::WriteFPGAReg]reg_address=91, reg_value=AB \n" + Xfer("43", "AB91", 16) +
-           Failed("CTzDevice::WriteFPGAReg", 1)},
-      {5, [](CTzDevice& d) { return d.SetupSWV(0, 1, 65535); },
-       "[CTzDevice::SetupSWV()]rate=0, mode=1, commit=65535\n" + Failed("CTzDevice::SetupSWV", 5)},
-      {6, [](CTzDevice& d) { return d.SetupPortAcquire(300, true); },
-       "[CTzDevice::SetupPortAcquire()]retries=300 usexres=1\n" + Xfer("5F", "012C", 10) +
-           Failed("CTzDevice::SetupPortAcquire", 6)},
-      {6, [](CTzDevice& d) { return d.BeginPortAcquire(); },
-       "[CTzDevice::BeginPortAcquire()]\n" + Xfer("60", "0000", 10) +
-           Failed("CTzDevice::BeginPortAcquire", 6)},
-      {6, [](CTzDevice& d) { return d.JTAG_Reset(); },
-       "[CTzDevice::JTAG_Reset()]\n[CTzDevice::SetMode()]mode=1 external=1\n" +
-           Xfer("41", "0000", 3) + Failed("CTzDevice::SetMode()", 6) +
-           Failed("CTzDevice::JTAG_Reset", 6)},
-      {6, [](CTzDevice& d) { return d.SWD_CReset(); },
-       "[CTzDevice::SWD_CReset()]\n[CTzDevice::GetDeviceStatus()]pStatus\n" +
-           Xfer("44", "0000", 14) + Failed("CTzDevice::GetDeviceStatus", 6) +
-           Failed("CTzDevice::SWD_CReset", 6)},
-  });
-}
-
-TEST_F(OperationLogTest, StreamsLogTheirArgumentsAndTheMissingEndpoint) {
+// A restart position that cannot be written takes a request down through all its layers; the
+// outcome is success to the client, as for a target that does not answer.
+TEST_F(OperationLogTest, OperationsLogTheirArgumentsTheirRequestAndTheirFailure) {
   std::uint8_t* const data = bytes_.data();
-  std::vector<std::uint8_t> trace(3);
-  ExpectLines<CTzDevice>({
-      {6, [&](CTzDevice& d) { return d.JTAG_BufferedIo(9, data, true, data, true); },
-       "[CTzDevice::JTAG_BufferedIo]bitcount=9, tmstdi=*, want_read=1, tdo=*, loopback=1\n" +
-           Missing(2) + Missing(132) + Failed("CTzDevice::JTAG_BufferedIo", 6)},
-      {6, [&](CTzDevice& d) { return d.SWDXfer(1, data, length_, data); },
-       "[CTzDevice::SWDXfer]num_tx_bytes=1, reqdata=*, num_rx_bytes=7, resultdata=*\n" +
-           Missing(2) + Missing(132) + Failed("CTzDevice::SWDXfer", 6)},
-      {6, [&](CTzDevice& d) { return d.StageSWDCommand(2, data); },
-       "[CTzDevice::StageSWDCommand()]num_tx_bytes=2 reqdata=\n" + Missing(2) +
-           Failed("CTzDevice::StageSWDCommand", 6)},
-      {6, [&](CTzDevice& d) { return d.RetrievePortAcquireResponse(length_, data); },
-       "[CTzDevice::RetrievePortAcquireResponse()]num_rx_bytes=7 respdata=" +
-           std::to_string(AddressAsNumber(data)) + "\n" + Missing(132) +
-           Failed("CTzDevice::RetrievePortAcquireResponse", 6)},
-      // A missing endpoint is in the log once, without a line of the operation's own.
-      {6, [&](CTzDevice& d) { return d.BulkXfer(0x02, data, length_, 0); },
-       "[CTzDevice::BulkXfer]endpt=2, bfr=*, len=7\n" + Missing(2)},
-      {6, [&](CTzDevice& d) { return d.GetSWVData(trace); },
-       "[CTzDevice::GetSWVData()]data=3\n[CTzDevice::BulkXfer]endpt=134, bfr=*, len=512\n" +
-           Missing(134) + Failed("CTzDevice::GetSWVData", 6)},
+  CTzDevice device(0, false);
+  CTzWfxDevice wirefox(0, false);
+#define OF(object, operation)                                \
+  {                                                          \
+#object "." #operation, [&] { return object.operation; } \
+  }
+  const std::string logged = Logged({
+      OF(device, SetMode(4, true)),
+      OF(device, LedState(2, 1)),
+      OF(device, Identify(3)),
+      OF(device, TargetPowerOn(true)),
+      OF(device, SetVTargVal(11)),
+      OF(device, JTAG_SetClock(253)),
+      OF(device, SetTimeout(0x86, 5)),
+      OF(device, SetActiveIOConnector(0xFFFF)),
+      OF(device, ResetTarget(false)),
+      OF(device, ReadFPGAReg(0x3A, &(bytes_[0] = 0xC3))),
+      OF(device, WriteFPGAReg(0x91, 0xAB)),
+      OF(device, SetupSWV(0, 1, 65535)),
+      OF(device, SetupPortAcquire(300, true)),
+      OF(device, BeginPortAcquire()),
+      OF(device, JTAG_Reset()),
+      OF(device, SWD_CReset()),
+      OF(device, JTAG_BufferedIo(9, data, true, data, true)),
+      OF(device, SWDXfer(1, data, length_, data)),
+      OF(device, StageSWDCommand(2, data)),
+      OF(device, RetrievePortAcquireResponse(length_, data)),
+      OF(device, BulkXfer(0x02, data, length_, 0)),
+      OF(device, GetSWVData(trace_)),
+      OF(wirefox, SetTimeout(0x81, 700)),
+      OF(wirefox, I2COutXfer(4, data)),
+      OF(wirefox, I2CInXfer(length_, data)),
+      OF(wirefox, I2CUpdateRestartPos(131)),
+      OF(wirefox, BulkXfer(0x02, data, length_, 0)),
+      OF(wirefox, BulkXfer(0x01, request_.data(), request_length_, 2)),
+      OF(wirefox, BulkXfer(0x01, &(request_[0] = 0x00), request_length_, 2)),
+      OF(wirefox, I2CXfer(1, data, 2, length_, data)),
+      OF(wirefox, PowerSupplied()),
+      {"a Wirefox probe in use", [] { return CTzWfxDevice(0, true), 0U; }},
   });
-  EXPECT_EQ(trace.size(), 3U);
+#undef OF
+  std::ifstream file(WIREFOX_SOURCE_DIR "/tests/unit/device/operations.txt", std::ios::binary);
+  EXPECT_EQ(logged, std::string(std::istreambuf_iterator<char>(file), {}));
+  EXPECT_EQ(trace_.size(), 3U);
 }
 
 TEST_F(OperationLogTest, SomeLinesShowAddressesAsNumbersAndNumbersAsAddresses) {
@@ -171,61 +126,6 @@ TEST_F(OperationLogTest, SomeLinesShowAddressesAsNumbersAndNumbersAsAddresses) {
   EXPECT_EQ(device.JTAG_GetClock(&code), 6U);
   EXPECT_EQ(log_.Take().front(),
             "[CTzDevice::JTAG_GetClock()]mhz=" + std::to_string(AddressAsNumber(&code)));
-}
-
-TEST_F(OperationLogTest, TimeoutsOfAProbeInUseAreSetInTheirOrderAlsoByAWirefoxProbe) {
-  std::string expected;
-  for (const auto& [endpoint, timeout_ms] :
-       {std::pair{1, 2000}, {129, 1000}, {2, 1000}, {132, 2000}, {134, 100}}) {
-    expected += "[CTzDevice::SetTimeout()]endpt=" + std::to_string(endpoint) +
-                " timeout=" + std::to_string(timeout_ms) + "\n" + Missing(endpoint) +
-                Failed("CTzDevice::SetTimeout", 6);
-  }
-  CTzWfxDevice device(0, true);
-  EXPECT_EQ(TakeText(), expected);
-}
-
-TEST_F(OperationLogTest, WirefoxOperationsLogUnderTheirOwnNames) {
-  std::uint8_t* const data = bytes_.data();
-  // A restart position that cannot be written takes the request down through all its layers; the
-  // outcome is success to the client, as for a target that does not answer.
-  std::array<std::uint8_t, 6> request = {0x04, 0x01, 0x50, 0x02, 0xD0, 0x10};
-  std::uint32_t request_length = request.size();
-  ExpectLines<CTzWfxDevice>({
-      {6, [](CTzWfxDevice& d) { return d.SetTimeout(0x81, 700); },
-       "[CTzWfxDevice::SetTimeout]endpt=129, timeout=700\n"
-       "[CTzDevice::SetTimeout()]endpt=132 timeout=700\n" +
-           Missing(132) + Failed("CTzDevice::SetTimeout", 6) +
-           Failed("CTzWfxDevice::SetTimeout", 6)},
-      {5, [&](CTzWfxDevice& d) { return d.I2COutXfer(4, data); },
-       "[CTzWfxDevice::I2COutXfer]num_tx_bytes=4, reqdata=*\n" + Missing(2) +
-           Failed("CTzWfxDevice::I2COutXfer", 5)},
-      {5, [&](CTzWfxDevice& d) { return d.I2CInXfer(length_, data); },
-       "[CTzWfxDevice::I2CInXfer]num_rx_bytes=7, resultdata=*\n" + Missing(132) +
-           Failed("CTzWfxDevice::I2CInXfer", 5)},
-      {1, [&](CTzWfxDevice& d) { return d.I2CUpdateRestartPos(131); },
-       "[CTzWfxDevice::I2CUpdateRestartPos]value=131\n"
-       "[CTzDevice::WriteFPGAReg]reg_address=08, reg_value=83 \n" +
-           Xfer("43", "8388", 16) + Failed("CTzDevice::WriteFPGAReg", 1) +
-           Failed("CTzWfxDevice::I2CUpdateRestartPos", 1)},
-      {6, [&](CTzWfxDevice& d) { return d.BulkXfer(0x02, data, length_, 0); },
-       "[CTzWfxDevice::BulkXfer]endpt=2, bfr=*, len=7, mode=0\n"
-       "[CTzDevice::BulkXfer]endpt=2, bfr=*, len=7\n" +
-           Missing(2) + Failed("CTzWfxDevice::BulkXfer", 6)},
-      {0, [&](CTzWfxDevice& d) { return d.BulkXfer(0x01, request.data(), request_length, 2); },
-       "[CTzWfxDevice::BulkXfer]endpt=1, bfr=*, len=6, mode=2\n"
-       "[CTzWfxDevice::TranslateToEp2x4]endpt=1, bfr=*, len=6\n"
-       "[CTzWfxDevice::I2CParseIn]bfr=*\n"
-       "[CTzWfxDevice::I2CRestartTransfer]bControl=4, bLong=*, bfr=*\n"
-       "[CTzWfxDevice::I2CUpdateRestartPos]value=129\n"
-       "[CTzDevice::WriteFPGAReg]reg_address=08, reg_value=81 \n" +
-           Xfer("43", "8188", 16) + Failed("CTzDevice::WriteFPGAReg", 1) +
-           Failed("CTzWfxDevice::I2CUpdateRestartPos", 1) +
-           Failed("CTzWfxDevice::I2CRestartTransfer", 1) + Failed("CTzWfxDevice::I2CParseIn", 1)},
-      {0, [](CTzWfxDevice& d) { return d.PowerSupplied(); },
-       "[CTzWfxDevice::PowerSupplied]\n" + Xfer("56", "0000", 15) +
-           Failed("CTzWfxDevice::PowerSupplied", 6)},
-  });
 }
 
 }  // namespace

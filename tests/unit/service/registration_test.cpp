@@ -4,8 +4,8 @@
 
 #include <oleauto.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -18,104 +18,48 @@
 #include "service/service_module.h"
 #include "service/type_library_registration.h"
 #include "support/paths.h"
+#include "tests/support/process.h"
+#include "tests/support/registry_text.h"
 
 namespace {
 
-// $A, $C, $D, $L, $M and $P stand for the application id, the class id, the executable's folder,
-// the library id, the executable's path and the access permission.
-constexpr char kApplication[] = R"([AppID]
-[AppID\TzWirefoxService.EXE]
-"AccessPermission"=hex(3):$P
-"AppID"="$A"
-[AppID\$A]
-@="TzWirefoxService"
-)";
-constexpr char kClass[] = R"([CLSID]
-[CLSID\$C]
-@="TzWirefox Class"
-"AppID"="$A"
-[CLSID\$C\LocalServer32]
-@="\"$M\""
-[CLSID\$C\ProgID]
-@="TzWirefoxService.TzWirefox.1"
-[CLSID\$C\Programmable]
-[CLSID\$C\TypeLib]
-@="$L"
-[CLSID\$C\VersionIndependentProgID]
-@="TzWirefoxService.TzWirefox"
-)";
-constexpr char kOthers[] = R"([CLSID\{Other}]
-@="kept"
-)";
-constexpr char kNames[] = R"([TypeLib\$L\1.0\HELPDIR]
-@="$D"
-[TzWirefoxService.TzWirefox]
-@="TzWirefox Class"
-[TzWirefoxService.TzWirefox\CLSID]
-@="$C"
-[TzWirefoxService.TzWirefox\CurVer]
-@="TzWirefoxService.TzWirefox.1"
-[TzWirefoxService.TzWirefox.1]
-@="TzWirefox Class"
-[TzWirefoxService.TzWirefox.1\CLSID]
-@="$C"
-)";
-constexpr char kPermission[] =
-    "01,00,04,80,58,00,00,00,68,00,00,00,00,00,00,00,14,00,00,00,02,00,44,00,03,00,00,00,"
-    "00,00,14,00,07,00,00,00,01,01,00,00,00,00,00,05,0a,00,00,00,00,00,14,00,03,00,00,00,"
-    "01,01,00,00,00,00,00,05,12,00,00,00,00,00,14,00,03,00,00,00,01,01,00,00,00,00,00,05,"
-    "04,00,00,00,01,02,00,00,00,00,00,05,20,00,00,00,20,02,00,00,01,02,00,00,00,00,00,05,"
-    "20,00,00,00,20,02,00,00";
+using support::Lines;
 
-// With what the signs stand for.
-std::string Filled(std::string text) {
+const Lines kParents = {"AppID", "CLSID", "Interface", "TypeLib"};  // which others use as well
+
+Lines Sorted(Lines lines, const Lines& more = {}) {
+  lines.insert(lines.end(), more.begin(), more.end());
+  std::ranges::sort(lines);
+  return lines;
+}
+
+Lines Registration(bool as_service) {
   std::wstring path;
   EXPECT_EQ(GetModulePath(path), ERROR_SUCCESS);
-  const std::pair<const char*, std::string> fills[] = {
-      {"$A", "{176DAFBD-EC7C-45F6-A7CE-F1A21DB7B674}"},
-      {"$C", "{6D1561D8-24CB-4B8E-ABBB-564080B9D86D}"},
-      {"$D", std::filesystem::path(NarrowText(path)).parent_path().string()},
-      {"$L", "{F7698827-7595-4F60-A744-54C97FC392EE}"},
-      {"$M", NarrowText(path)},
-      {"$P", kPermission}};
-  for (const auto& [mark, fill] : fills) {
-    for (std::size_t at; (at = text.find(mark)) != text.npos;) text.replace(at, 2, fill);
-  }
-  return text;
+  return support::RegistrationLines(NarrowText(path), as_service);
 }
-const std::string kServer = Filled(std::string(kApplication) + kClass + kNames);
-const std::string kParents = "[AppID]\n[CLSID]\n";  // which others use as well
+const Lines kServer = Registration(false);
+const Lines kService = Registration(true);
 
-std::string AsService(std::string text) {
-  constexpr char kName[] = "@=\"TzWirefoxService\"\n";
-  return text.insert(text.find(kName) + std::strlen(kName),
-                     "\"LocalService\"=\"TzWirefoxService\"\n");
+// When the class is not registered, or no longer.
+Lines ApplicationOf(Lines lines, const Lines& more = {}) {
+  std::erase_if(lines, [](const std::string& line) { return !line.starts_with("AppID"); });
+  return Sorted(lines, more);
 }
 
 std::filesystem::path Home() { return std::getenv("WIREFOX_HOME"); }
 
-class Registration : public testing::Test {
+class RegistrationTest : public testing::Test {
  protected:
-  ~Registration() override {
-    static_cast<void>(UnregisterOwnTypeLibrary());
-    for (const wchar_t* key :
-         {L"AppID", L"CLSID", L"TzWirefoxService.TzWirefox", L"TzWirefoxService.TzWirefox.1"}) {
+  ~RegistrationTest() override {
+    for (const wchar_t* key : {L"AppID", L"CLSID", L"Interface", L"TypeLib",
+                               L"TzWirefoxService.TzWirefox", L"TzWirefoxService.TzWirefox.1"}) {
       EXPECT_EQ(DeleteTree(HKEY_CLASSES_ROOT, key), ERROR_SUCCESS);
     }
   }
 
-  // What the registry's file holds, without most of the type library and empty lines.
-  static std::string Registered() {
-    std::ifstream file(Home() / "registry");
-    std::string registered;
-    std::string key;
-    for (std::string line; std::getline(file, line);) {
-      if (line.starts_with('[')) key = line;
-      const bool foreign = key.starts_with("[Interface") ||
-                           (key.starts_with("[TypeLib") && !key.ends_with("HELPDIR]"));
-      if (!key.empty() && !foreign && !line.empty() && line != "end") registered += line + "\n";
-    }
-    return registered;
+  static Lines Registered() {
+    return support::RegistryLines(support::ReadFile(Home() / "registry"), 0);
   }
 
   static void Write(const wchar_t* path, const wchar_t* name, const wchar_t* text) {
@@ -127,26 +71,25 @@ class Registration : public testing::Test {
   CTzWirefoxServiceModule module_;
 };
 
-TEST_F(Registration, EachCommandLeavesTheRegistryAsAWhole) {
-  ASSERT_EQ(Registered(), "") << "something is registered already";
-  const std::string service = AsService(kServer);
-  const std::pair<const wchar_t*, std::string> steps[] = {
+TEST_F(RegistrationTest, EachCommandLeavesTheRegistryAsAWhole) {
+  ASSERT_EQ(Registered(), Lines()) << "something is registered already";
+  const std::pair<const wchar_t*, Lines> steps[] = {
       {L"-RegServer", kServer}, {L"-RegServer", kServer},    {L"-UnregServer", kParents},
-      {L"-Service", service},   {L"-Service", service},      {L"-RegServer", kServer},
-      {L"-Service", service},   {L"-UnregServer", kParents}, {L"-RegServer", kServer}};
+      {L"-Service", kService},  {L"-Service", kService},     {L"-RegServer", kServer},
+      {L"-Service", kService},  {L"-UnregServer", kParents}, {L"-RegServer", kServer}};
   for (const auto& [command, registered] : steps) {
     EXPECT_EQ(module_.Main(command), S_OK);
     EXPECT_EQ(Registered(), registered) << NarrowText(command);
     EXPECT_EQ(std::filesystem::exists(Home() / "systemd/TzWirefoxService.service"),
-              registered == service);
+              registered == kService);
   }
   // The class goes first, then its library: when that cannot be removed, the rest stays.
   EXPECT_EQ(UnregisterOwnTypeLibrary(), S_OK);
   EXPECT_LT(module_.Main(L"server -UnregServer"), 0);
-  EXPECT_EQ(Registered(), Filled(kApplication) + "[CLSID]\n");
+  EXPECT_EQ(Registered(), ApplicationOf(kServer, {"CLSID", "Interface", "TypeLib"}));
 }
 
-TEST_F(Registration, LateBoundCallsWorkOnceTheLibraryIsRegistered) {
+TEST_F(RegistrationTest, LateBoundCallsWorkOnceTheLibraryIsRegistered) {
   void* created = nullptr;
   ASSERT_EQ(CTzWirefox::Create(module_, nullptr, IID_IDispatch, &created), S_OK);
   auto* object = static_cast<IDispatch*>(created);
@@ -174,7 +117,7 @@ TEST_F(Registration, LateBoundCallsWorkOnceTheLibraryIsRegistered) {
 
 // The entries are written, the service is not, and the user is told why. The failure is the exit
 // code.
-TEST_F(Registration, ServiceWithoutAManagerFailsAfterTheEntriesAreWritten) {
+TEST_F(RegistrationTest, ServiceWithoutAManagerFailsAfterTheEntriesAreWritten) {
   // A file stands where the service manager's folder would.
   const auto folder = Home() / "systemd";
   std::filesystem::remove_all(folder);
@@ -184,7 +127,7 @@ TEST_F(Registration, ServiceWithoutAManagerFailsAfterTheEntriesAreWritten) {
   EXPECT_EQ(static_cast<HRESULT>(module_.Main(L"server -Service")), E_FAIL);
   EXPECT_EQ(test_host::TakeNotices(),
             (std::vector<std::wstring>{L"box|TzWirefoxService|Could not open Service Manager"}));
-  EXPECT_EQ(Registered(), AsService(Filled(kApplication))) << "the class is not registered";
+  EXPECT_EQ(Registered(), ApplicationOf(kService)) << "the class is not registered";
   EXPECT_EQ(module_.Main(L"server -RegServer"), S_OK);
   EXPECT_EQ(Registered(), kServer);
   std::filesystem::remove(folder);
@@ -192,7 +135,7 @@ TEST_F(Registration, ServiceWithoutAManagerFailsAfterTheEntriesAreWritten) {
 
 // A class that is registered anew loses what stood there; what others have put beside it stays,
 // also when it is unregistered.
-TEST_F(Registration, WhatOthersUseIsKept) {
+TEST_F(RegistrationTest, WhatOthersUseIsKept) {
   EXPECT_EQ(module_.Main(L"server -RegServer"), S_OK);
   const std::wstring class_key = L"CLSID\\" + GuidText(api::kClassId);
   Write((class_key + L"\\InprocServer32\\Deeper").c_str(), nullptr, L"old");
@@ -200,14 +143,15 @@ TEST_F(Registration, WhatOthersUseIsKept) {
   Write(L"CLSID\\{Other}", nullptr, L"kept");
   Write(L"TzWirefoxService.TzWirefox.1", L"Value", L"kept");
   EXPECT_EQ(module_.Main(L"server -RegServer"), S_OK);
-  std::string expected = Filled(std::string(kApplication) + kClass + kOthers + kNames);
-  expected.insert(expected.find("[TzWirefoxService.TzWirefox.1\\CLSID]"), "\"Value\"=\"kept\"\n");
-  EXPECT_EQ(Registered(), expected);
+  const Lines others = {R"(CLSID\{Other})", R"(CLSID\{Other}|@="kept")"};
+  EXPECT_EQ(Registered(),
+            Sorted(Sorted(kServer, others), {R"(TzWirefoxService.TzWirefox.1|Value="kept")"}));
   Write(L"TzWirefoxService.TzWirefox\\Shell", nullptr, L"foreign");
   EXPECT_EQ(module_.Main(L"server -UnregServer"), S_OK);
-  EXPECT_EQ(Registered(), kParents + kOthers +
-                              "[TzWirefoxService.TzWirefox]\n"
-                              "[TzWirefoxService.TzWirefox\\Shell]\n@=\"foreign\"\n");
+  EXPECT_EQ(Registered(),
+            Sorted(Sorted(kParents, others),
+                   {"TzWirefoxService.TzWirefox", R"(TzWirefoxService.TzWirefox\Shell)",
+                    R"(TzWirefoxService.TzWirefox\Shell|@="foreign")"}));
 }
 
 }  // namespace

@@ -110,26 +110,11 @@ SAFEARRAY* CopyBytes(SAFEARRAY* source) {
   return copy;
 }
 
-class Object final : public ISample_v3 {
+class Object final : public Counted<ISample_v3> {
  public:
   Object() {
     ++g_objects;
     g_objects.notify_all();
-  }
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-    const bool answers = iid == IID_IUnknown || iid == IID_IDispatch || iid == kInterfaceIdV1 ||
-                         iid == kInterfaceIdV2 || iid == kInterfaceIdV3;
-    *object = answers ? this : nullptr;
-    if (!answers) return E_NOINTERFACE;
-    ++references_;
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --references_;
-    if (left == 0) delete this;
-    return left;
   }
 
   HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_FAIL; }
@@ -207,14 +192,17 @@ class Object final : public ISample_v3 {
   }
 
  private:
-  ~Object() {
+  ~Object() override {
     if (--g_objects == 0 && g_ends_without_objects) {
       PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 0, 0);
     }
     g_objects.notify_all();
   }
 
-  ULONG references_ = 0;
+  bool Answers(REFIID iid) const override {
+    return iid == IID_IUnknown || iid == IID_IDispatch || iid == kInterfaceIdV1 ||
+           iid == kInterfaceIdV2 || iid == kInterfaceIdV3;
+  }
 };
 
 class Factory final : public IClassFactory {
@@ -256,7 +244,6 @@ void AwaitObjectCount(LONG count) {
 HRESULT CreateDirectly(REFIID iid, void** object) {
   if (g_dies_at_creation) std::_Exit(3);
   auto* created = new Object;
-  created->AddRef();
   const HRESULT status = created->QueryInterface(iid, object);
   created->Release();
   return status;
