@@ -73,6 +73,12 @@ std::string Gadget::SystemFolder() const {
   return {};
 }
 
+std::string Gadget::Node() const {
+  const std::string event = ReadFile(SystemFolder() + "uevent");
+  const std::size_t name = event.find("DEVNAME=") + 8;
+  return "/dev/" + event.substr(name, event.find('\n', name) - name);
+}
+
 bool Gadget::IsConfigured() const {
   const std::string folder = SystemFolder();
   return !folder.empty() && ReadFile(folder + "bConfigurationValue") == "1\n";

@@ -21,6 +21,7 @@ class Gadget {
 
   // The kernel's folder of the plugged device, with a slash at its end; empty until it has one.
   std::string SystemFolder() const;
+  std::string Node() const;
   // The host's side is done with it, too.
   bool IsConfigured() const;
 

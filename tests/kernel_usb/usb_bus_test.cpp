@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <linux/usbdevice_fs.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -314,7 +316,7 @@ TEST_F(UsbBus, ADeviceThatLeavesEndsItsTransfersAndReturnsUnderANewPath) {
 
 TEST_F(UsbBus, WhatAnotherProgramHoldsIsAnErrorThatNamesIt) {
   Attach({"Loopback"});
-  const std::string node = path_.substr(0, path_.find('#'));
+  const std::string node = gadget_->Node();
   int ready[2];
   ASSERT_EQ(0, pipe(ready));
   const pid_t holder = fork();
@@ -340,6 +342,76 @@ TEST_F(UsbBus, WhatAnotherProgramHoldsIsAnErrorThatNamesIt) {
   EXPECT_THAT(journal, HasSubstr(line));
   EXPECT_EQ(journal.find(line), journal.rfind(line)) << "said once";
   EXPECT_NE(nullptr, bus_->OpenDevice(path_));
+}
+
+// The calling thread, and the threads that it starts meanwhile, belong to an account without
+// rights.
+class AsNobody {
+ public:
+  AsNobody() { Become(65534); }
+  ~AsNobody() { Become(0); }
+
+ private:
+  // The system's own call: the library's changes every thread.
+  static void Become(uid_t user) { EXPECT_EQ(0, syscall(SYS_setresuid, -1, user, -1)); }
+};
+
+TEST_F(UsbBus, ANodeThatOpensLateIsTriedAgain) {
+  gadget_ = std::make_unique<Gadget>("2002", std::vector<std::string>{"Loopback"});
+  ASSERT_TRUE(Eventually([&] { return gadget_->IsConfigured(); }));
+  ASSERT_EQ(0, system("udevadm settle"));
+  const std::string node = gadget_->Node();
+  ASSERT_EQ(0, chmod(node.c_str(), 0600));
+  {
+    const AsNobody rights;
+    bus_ = linux_host::ConnectUsb({kIds});
+    bus_->SetListener(&news_);
+    EXPECT_THAT(bus_->ListDevices(), IsEmpty());
+  }
+  ASSERT_EQ(0, chmod(node.c_str(), 0666));
+  const AsNobody rights;
+  ASSERT_TRUE(Eventually([&] { return !news_.heard().empty(); }));
+  ASSERT_THAT(bus_->ListDevices(), ElementsAre(node + "#1"));
+  device_ = bus_->OpenDevice(node + "#1");
+  EXPECT_NE(nullptr, device_);
+}
+
+TEST_F(UsbBus, ANodeThatStaysClosedIsToldOnceAndListedWhenItOpens) {
+  gadget_ = std::make_unique<Gadget>("2002", std::vector<std::string>{"Loopback"});
+  ASSERT_TRUE(Eventually([&] { return gadget_->IsConfigured(); }));
+  ASSERT_EQ(0, system("udevadm settle"));
+  const std::string node = gadget_->Node();
+  const std::string line = "Probe " + node + " may not be opened: Permission denied.\n";
+  ASSERT_EQ(0, chmod(node.c_str(), 0600));
+  {
+    const AsNobody rights;
+    bus_ = linux_host::ConnectUsb({kIds});
+  }
+  EXPECT_TRUE(Eventually([&] { return Journal().find(line) != std::string::npos; }));
+  {
+    const AsNobody rights;
+    EXPECT_THAT(bus_->ListDevices(), IsEmpty());
+  }
+  EXPECT_EQ(Journal().find(line), Journal().rfind(line));
+  ASSERT_EQ(0, chmod(node.c_str(), 0666));
+  {
+    const AsNobody rights;
+    EXPECT_THAT(bus_->ListDevices(), ElementsAre(node + "#1"));
+  }
+}
+
+TEST_F(UsbBus, AMachineThatGetsUsbLater) {
+  ASSERT_EQ(0, system("modprobe -r dummy_hcd && rmdir /dev/bus/usb/* /dev/bus/usb 2>/dev/null; "
+                      "test ! -e /dev/bus/usb"));
+  const std::string before = Journal();
+  bus_ = linux_host::ConnectUsb({kIds});
+  bus_->SetListener(&news_);
+  EXPECT_THAT(bus_->ListDevices(), IsEmpty());
+  ASSERT_EQ(0, system("sleep 3; modprobe dummy_hcd"));  // three more attempts
+  gadget_ = std::make_unique<Gadget>("2002", std::vector<std::string>{"Loopback"});
+  EXPECT_TRUE(Eventually([&] { return !news_.heard().empty(); }));
+  EXPECT_EQ("No probes: there is no USB here (no /dev/bus/usb).\n",
+            Journal().substr(before.size(), 51));
 }
 
 TEST_F(UsbBus, DevicesOfOtherIdsAreNotTouched) {

@@ -64,6 +64,16 @@ bool SamePlace(const Attachment::Place& a, const Attachment::Place& b) {
   return a.bus == b.bus && a.address == b.address && a.ids == b.ids;
 }
 
+// Why there is no `context`; empty when there is one.
+std::string Refusal(libusb_context*& context) {
+  // Without its folder of nodes libusb starts all the same, and sees what it cannot open.
+  if (access("/dev/bus/usb", F_OK) != 0) return "there is no USB here (no /dev/bus/usb).";
+  const int error = libusb_init(&context);
+  if (error == 0) return {};
+  return std::string("USB cannot be used here: ") + libusb_error_name(error) + ", " +
+         ErrorOfCall(error).reason + ".";
+}
+
 class LibusbBus : public probe_driver::UsbBus {
  public:
   explicit LibusbBus(std::set<UsbIds> probes) : probes_(std::move(probes)) {
@@ -118,8 +128,8 @@ class LibusbBus : public probe_driver::UsbBus {
   const std::set<UsbIds> probes_;
 
   // The bus's thread's own, after the start.
-  bool refused_ = false;  // the journal says already that USB cannot be used
-  bool scans_ = false;    // no events come
+  std::string refused_;  // why USB cannot be used, as the journal says already
+  bool scans_ = false;   // no events come
   std::vector<Event> events_;
   std::uint64_t count_ = 0;
 
@@ -137,12 +147,9 @@ class LibusbBus : public probe_driver::UsbBus {
 
 void LibusbBus::Start() {
   libusb_context* context = nullptr;
-  const int error = libusb_init(&context);
-  if (error != 0) {
-    if (!std::exchange(refused_, true)) {
-      Tell(LOG_WARNING, std::string("No probes: USB cannot be used here: ") +
-                            libusb_error_name(error) + ", " + ErrorOfCall(error).reason + ".");
-    }
+  const std::string refusal = Refusal(context);
+  if (!refusal.empty()) {
+    if (std::exchange(refused_, refusal) != refusal) Tell(LOG_WARNING, "No probes: " + refusal);
     return;
   }
   {
@@ -311,7 +318,7 @@ std::vector<std::string> LibusbBus::ListDevices() {
   for (Entry& entry : entries_) {
     // What stayed closed may have been opened to this account since.
     if (!entry.listed && entry.tries == kAccessTries) {
-      entry.listed = entry.attachment->AccessError() == 0;
+      entry.listed = entry.told = entry.attachment->AccessError() == 0;
     }
     if (entry.listed) paths.push_back(entry.attachment->path());
   }
