@@ -11,7 +11,7 @@ case $preset in
   *) sed -n '2,3s/^# //p' "$0" >&2; exit 2 ;;
 esac
 
-packages=(g++ cmake ninja-build ccache pkg-config libsystemd-dev libgtest-dev libgmock-dev
+packages=(g++ cmake ninja-build ccache pkg-config libsystemd-dev libusb-1.0-0-dev libgtest-dev libgmock-dev
           libcli11-dev nlohmann-json3-dev libbenchmark-dev)
 if [ "$preset" = windows ]; then
   packages+=(g++-mingw-w64-x86-64-posix mingw-w64-tools googletest wine wine64)

@@ -5,11 +5,11 @@
 #include <chrono>
 
 #include "base/little_endian.h"
+#include "sim/linux_status.h"
 
 namespace sim {
 namespace {
 
-using probe_driver::UsbStatus;
 using probe_driver::UsbTransfer;
 
 constexpr std::uint32_t kMagic = 0xA1B2C3D4;  // times in microseconds
@@ -19,25 +19,6 @@ constexpr std::size_t kHeaderSize = 64;
 constexpr std::uint8_t kControlTransfer = 2;
 constexpr std::uint8_t kBulkTransfer = 3;
 constexpr std::int32_t kInProgress = -115;
-
-// The number that Linux gives this end of a transfer.
-std::int32_t Errno(UsbStatus status) {
-  switch (status) {
-    case UsbStatus::kOk:
-      return 0;
-    case UsbStatus::kStall:
-      return -32;  // EPIPE
-    case UsbStatus::kAborted:
-      return -104;  // ECONNRESET
-    case UsbStatus::kDisconnected:
-      return -108;  // ESHUTDOWN
-    case UsbStatus::kOverrun:
-      return -75;  // EOVERFLOW
-    case UsbStatus::kError:
-      break;
-  }
-  return -71;  // EPROTO
-}
 
 bool IsIn(const UsbTransfer& transfer) {
   return ((transfer.endpoint != 0 ? transfer.endpoint : transfer.setup.request_type) & 0x80) != 0;
@@ -72,8 +53,9 @@ std::uint64_t Capture::Submitted(std::uint8_t usb_address, const UsbTransfer& tr
 
 void Capture::Completed(std::uint8_t usb_address, std::uint64_t id, const UsbTransfer& transfer) {
   const bool in = IsIn(transfer);
-  Event event{'C', id, usb_address, Errno(transfer.status), transfer.actual, false, in ? '\0' : '>',
-              {}};
+  Event event{
+      'C', id, usb_address, LinuxStatus(transfer.status), transfer.actual, false, in ? '\0' : '>',
+      {}};
   if (in) event.data = {transfer.data, transfer.actual};
   Write(transfer, event);
 }

@@ -11,8 +11,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
-
-#include "platform/probe_driver/bus_frames.h"
+#include <span>
 
 namespace probe_driver {
 
@@ -31,7 +30,7 @@ class FrameSocket {
 
   // Sends all, waiting as long as the other side takes. The payload goes out from where it is.
   // False: the connection is lost.
-  bool Send(const FrameHeader& header, const std::uint8_t* payload, std::size_t size) {
+  bool Send(std::span<const std::uint8_t> header, const std::uint8_t* payload, std::size_t size) {
     std::size_t sent = 0;
     while (sent < header.size() + size) {
       const ssize_t count = SendSome(header, payload, size, sent, 0);
@@ -43,7 +42,8 @@ class FrameSocket {
 
   // Sends what the other side takes at once; the number of bytes, of the header and the payload
   // together. Negative: the connection is lost.
-  ssize_t SendNow(const FrameHeader& header, const std::uint8_t* payload, std::size_t size) {
+  ssize_t SendNow(std::span<const std::uint8_t> header, const std::uint8_t* payload,
+                  std::size_t size) {
     const ssize_t count = SendSome(header, payload, size, 0, MSG_DONTWAIT);
     return count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? 0 : count;
   }
@@ -88,8 +88,8 @@ class FrameSocket {
   }
 
  private:
-  ssize_t SendSome(const FrameHeader& header, const std::uint8_t* payload, std::size_t size,
-                   std::size_t sent, int flags) {
+  ssize_t SendSome(std::span<const std::uint8_t> header, const std::uint8_t* payload,
+                   std::size_t size, std::size_t sent, int flags) {
     iovec pieces[2];
     int count = 0;
     if (sent < header.size()) {

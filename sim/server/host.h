@@ -51,6 +51,11 @@ std::string RunName();
 std::unique_ptr<BenchServer> OfferBench(Bench& bench, const std::string& place,
                                         std::function<void()> stop);
 
+// Attaches the probes to this machine's own USB, and offers only the commands at `place`: a probe
+// has one host at a time. Throws std::runtime_error also when the host has no such way.
+std::unique_ptr<BenchServer> AttachBench(Bench& bench, const std::string& place,
+                                         std::function<void()> stop);
+
 // Null when no simulator listens there; `error` then tells why.
 std::unique_ptr<ControlStream> ConnectTo(const std::string& place, std::string& error);
 

@@ -10,6 +10,7 @@
 #include "platform/linux/kernel/home.h"
 #include "platform/probe_driver/frame_socket.h"
 #include "sim/server/host.h"
+#include "sim/server/kernel_hub.h"
 #include "sim/server/socket_server.h"
 
 namespace sim {
@@ -23,6 +24,16 @@ sigset_t EndingSignals() {
   for (const int signal : kEndingSignals) sigaddset(&signals, signal);
   return signals;
 }
+
+class AttachedBench : public BenchServer {
+ public:
+  AttachedBench(Bench& bench, const std::string& place, std::function<void()> stop)
+      : commands_(bench, place, std::move(stop), SocketServer::Offer::kCommands), devices_(bench) {}
+
+ private:
+  SocketServer commands_;
+  KernelHub devices_;
+};
 
 }  // namespace
 
@@ -62,6 +73,11 @@ std::string RunName() {
 std::unique_ptr<BenchServer> OfferBench(Bench& bench, const std::string& place,
                                         std::function<void()> stop) {
   return std::make_unique<SocketServer>(bench, place, std::move(stop));
+}
+
+std::unique_ptr<BenchServer> AttachBench(Bench& bench, const std::string& place,
+                                         std::function<void()> stop) {
+  return std::make_unique<AttachedBench>(bench, place, std::move(stop));
 }
 
 std::unique_ptr<ControlStream> ConnectTo(const std::string& place, std::string& error) {

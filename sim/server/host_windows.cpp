@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include <stdexcept>
 #include <utility>
 
 #include "platform/windows/virtual_bus/virtual_bus.h"
@@ -73,6 +74,10 @@ std::string RunName() { return {}; }
 std::unique_ptr<BenchServer> OfferBench(Bench& bench, const std::string& place,
                                         std::function<void()> stop) {
   return std::make_unique<WindowsServer>(bench, place, std::move(stop));
+}
+
+std::unique_ptr<BenchServer> AttachBench(Bench&, const std::string&, std::function<void()>) {
+  throw std::runtime_error("probes are attached to the kernel on Linux only");
 }
 
 std::unique_ptr<ControlStream> ConnectTo(const std::string& place, std::string& error) {

@@ -187,6 +187,8 @@ int Run(int argc, char** argv) {
   app.add_option("--bench", arguments.serve.bench_file, "Description of the bench, a JSON file");
   app.add_option("--socket", arguments.serve.socket_path, "Socket to listen on");
   app.add_option("--pcap", arguments.serve.capture_file, "File to record all USB traffic in");
+  app.add_flag("--attach-kernel", arguments.serve.attach_kernel,
+               "Attach the probes to this machine through the kernel's vhci_hcd");
   app.set_version_flag("--version", "wfxsim " WIREFOX_VERSION);
   CLI::App* ctl = app.add_subcommand("ctl", "Control a simulator that runs");
   AddCommands(*ctl, arguments);

@@ -30,7 +30,8 @@ void Run(const ServeOptions& options, EndOfRun& end) {
     throw std::runtime_error("cannot create " + options.capture_file);
   }
   const std::string place = ListeningPlace(options.socket_path);
-  const auto server = OfferBench(bench, place, [&end] { end.Ask(); });
+  const auto offer = options.attach_kernel ? AttachBench : OfferBench;
+  const auto server = offer(bench, place, [&end] { end.Ask(); });
   std::printf("wfxsim: listening on %s\n", place.c_str());
   std::fflush(stdout);
   end.Wait();

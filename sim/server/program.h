@@ -6,9 +6,10 @@
 namespace sim {
 
 struct ServeOptions {
-  std::string bench_file;    // empty: the default bench
-  std::string socket_path;   // empty: the default
-  std::string capture_file;  // empty: none
+  std::string bench_file;      // empty: the default bench
+  std::string socket_path;     // empty: the default
+  std::string capture_file;    // empty: none
+  bool attach_kernel = false;  // the probes are devices of this machine
 };
 
 // Runs a bench until it is told to end. Returns the exit status: 0, or 2 when it could not begin

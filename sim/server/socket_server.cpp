@@ -66,10 +66,11 @@ int Listen(const std::string& path) {
 
 }  // namespace
 
-SocketServer::SocketServer(Bench& bench, const std::string& socket_path, std::function<void()> stop)
-    : bench_(bench), socket_path_(socket_path), stop_(std::move(stop)) {
+SocketServer::SocketServer(Bench& bench, const std::string& socket_path, std::function<void()> stop,
+                           Offer offer)
+    : bench_(bench), socket_path_(socket_path), stop_(std::move(stop)), offer_(offer) {
   listening_ = Listen(socket_path);
-  bench_.SetListener(this);
+  if (offer_ == Offer::kBusAndCommands) bench_.SetListener(this);
   acceptor_ = std::thread([this] { Accept(); });
 }
 
@@ -83,7 +84,7 @@ SocketServer::~SocketServer() {
   shutdown(listening_, SHUT_RDWR);
   acceptor_.join();
   close(listening_);
-  bench_.SetListener(nullptr);
+  if (offer_ == Offer::kBusAndCommands) bench_.SetListener(nullptr);
   Reap(true);
 }
 
@@ -109,7 +110,7 @@ void SocketServer::Serve(Peer& peer) {
   std::array<char, 8> greeting;
   if (peer.socket->Receive(greeting.data(), greeting.size())) {
     const std::string_view text(greeting.data(), greeting.size());
-    if (text == probe_driver::kBusGreeting) ServeBus(peer);
+    if (text == probe_driver::kBusGreeting && offer_ == Offer::kBusAndCommands) ServeBus(peer);
     if (text == kControlGreeting) {
       SocketStream stream(peer.socket);
       ServeControl(stream, bench_, stop_);

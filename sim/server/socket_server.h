@@ -35,10 +35,14 @@ class SocketStream : public ControlStream {
 
 class SocketServer : public BenchServer, public probe_driver::UsbBusListener {
  public:
-  // Listens from now on. `bench` outlives the server, which is its listener; `stop` is called on
-  // any thread when a controlling connection asks for the end. A socket file that nobody listens
-  // on is replaced. Throws std::runtime_error when one is listened on, or when there can be none.
-  SocketServer(Bench& bench, const std::string& socket_path, std::function<void()> stop);
+  enum class Offer { kBusAndCommands, kCommands };
+
+  // Listens from now on. `bench` outlives the server, which is its listener if it offers the bus;
+  // `stop` is called on any thread when a controlling connection asks for the end. A socket file
+  // that nobody listens on is replaced. Throws std::runtime_error when one is listened on, or when
+  // there can be none.
+  SocketServer(Bench& bench, const std::string& socket_path, std::function<void()> stop,
+               Offer offer = Offer::kBusAndCommands);
   // Ends all connections and removes the socket file.
   ~SocketServer() override;
 
@@ -63,6 +67,7 @@ class SocketServer : public BenchServer, public probe_driver::UsbBusListener {
   Bench& bench_;
   const std::string socket_path_;
   const std::function<void()> stop_;
+  const Offer offer_;
   int listening_ = -1;
   std::mutex mutex_;  // of the peers, and of what they are told
   std::list<Peer> peers_;

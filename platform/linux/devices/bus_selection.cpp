@@ -4,12 +4,15 @@
 #include <syslog.h>
 
 #include <bit>
+#include <fstream>
 #include <mutex>
 #include <string>
 
 #include "platform/linux/devices/simulator_bus.h"
 #include "platform/linux/kernel/home.h"
 #include "platform/linux/kernel/notices.h"
+#include "platform/linux/usb/libusb_bus.h"
+#include "platform/linux/usb/probe_ids.h"
 #include "platform/probe_driver/probe_driver.h"
 
 namespace linux_host {
@@ -29,10 +32,12 @@ std::unique_ptr<probe_driver::UsbBus> BusOfEnvironment() {
   if (choice.starts_with(kSimulator)) {
     return ConnectSimulatorBus(choice.substr(kSimulator.size()));
   }
+  if (choice.empty()) {
+    std::ifstream settings(SettingsPath(), std::ios::binary);
+    return ConnectUsb(ReadProbeIds(settings));
+  }
   WriteJournal(LOG_WARNING, "TzWirefoxService",
-               choice.empty() ? "No probes: access to real USB is not available yet; WIREFOX_BUS="
-                                "sim:SOCKET selects a simulated bench."
-                              : "No probes: WIREFOX_BUS names no bus that is known (sim:SOCKET).");
+               "No probes: WIREFOX_BUS names no bus that is known (sim:SOCKET).");
   return nullptr;
 }
 

@@ -1,4 +1,4 @@
-// Which USB bus the probe driver's devices are on: the simulator that $WIREFOX_BUS names
+// Which USB bus the probe driver's devices are on: real USB, the simulator that $WIREFOX_BUS names
 // ("sim:SOCKET"), or the bus that a test gives.
 #pragma once
 
@@ -12,8 +12,8 @@
 
 namespace linux_host {
 
-// Every call of the layer to a bus goes through here; the bus is chosen at the first. Without
-// $WIREFOX_BUS there are no devices, and the journal says so once.
+// Every call of the layer to a bus goes through here; the bus is chosen at the first. It is real
+// USB without $WIREFOX_BUS; then the settings file says which devices are probes.
 std::vector<std::string> ListBusDevices();
 std::unique_ptr<probe_driver::UsbDevice> OpenBusDevice(const std::string& path);
 

@@ -1,0 +1,252 @@
+#include "platform/linux/usb/open_device.h"
+
+#include <libusb.h>
+#include <syslog.h>
+
+#include <algorithm>
+#include <chrono>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/kernel/notices.h"
+#include "platform/linux/usb/usb_errors.h"
+#include "platform/probe_driver/in_flight.h"
+
+namespace linux_host {
+namespace {
+
+using probe_driver::SetupPacket;
+using probe_driver::UsbStatus;
+using probe_driver::UsbTransfer;
+
+// The system ends a cancelled transfer at once, whatever the device does.
+constexpr std::chrono::seconds kLongestCancel(10);
+
+class Transfers;
+
+// A request to libusb; used again and again, so that no transfer allocates.
+struct Request {
+  Request() : usb(libusb_alloc_transfer(0)) { usb->user_data = this; }
+  ~Request() { libusb_free_transfer(usb); }
+  Request(const Request&) = delete;
+  Request& operator=(const Request&) = delete;
+
+  libusb_transfer* const usb;
+  UsbTransfer* transfer = nullptr;            // null while it is not in flight, or given up
+  std::shared_ptr<Transfers> owner;           // while it is in flight
+  std::vector<std::uint8_t> control_block{};  // setup packet and payload
+};
+
+bool IsIn(const SetupPacket& setup) { return (setup.request_type & LIBUSB_ENDPOINT_IN) != 0; }
+
+// What one opened device has in flight. Outlives it while the system does not let go of a transfer.
+class Transfers : public std::enable_shared_from_this<Transfers> {
+ public:
+  explicit Transfers(std::shared_ptr<Attachment> attachment) : attachment_(std::move(attachment)) {}
+
+  // 0, or libusb's error: the transfer then is not in flight.
+  int Submit(UsbTransfer& transfer);
+  // Cancels those for which `chosen` holds.
+  template <typename Chosen>
+  void Cancel(Chosen chosen);
+  // Cancels everything, and waits for the end of it. False when the system has kept something: its
+  // submitters are told that it has ended.
+  bool End();
+
+ private:
+  static void LIBUSB_CALL Completed(libusb_transfer* usb);
+  void Fill(Request& request, UsbTransfer& transfer);
+  std::unique_ptr<Request> Take();
+  // Ends the request's use. The transfer that it was for, unless that was given up.
+  UsbTransfer* Finish(Request& request);
+  std::vector<UsbTransfer*> GiveUp();
+
+  const std::shared_ptr<Attachment> attachment_;
+  probe_driver::InFlight count_;
+  std::mutex mutex_;  // guards what follows, and the requests' `transfer`
+  std::vector<std::unique_ptr<Request>> in_flight_;  // in the order of their submission
+  std::vector<std::unique_ptr<Request>> free_;
+};
+
+std::unique_ptr<Request> Transfers::Take() {
+  const std::lock_guard lock(mutex_);
+  if (free_.empty()) return std::make_unique<Request>();
+  auto request = std::move(free_.back());
+  free_.pop_back();
+  return request;
+}
+
+void Transfers::Fill(Request& request, UsbTransfer& transfer) {
+  libusb_transfer& usb = *request.usb;
+  if (transfer.endpoint == 0) {
+    const SetupPacket& setup = transfer.setup;
+    auto& block = request.control_block;
+    block.resize(LIBUSB_CONTROL_SETUP_SIZE + setup.length);
+    libusb_fill_control_setup(block.data(), setup.request_type, setup.request, setup.value,
+                              setup.index, setup.length);
+    if (!IsIn(setup)) {
+      std::copy_n(transfer.data, setup.length, block.begin() + LIBUSB_CONTROL_SETUP_SIZE);
+    }
+    libusb_fill_control_transfer(&usb, attachment_->handle(), block.data(), Completed, &request, 0);
+    return;
+  }
+  libusb_fill_bulk_transfer(&usb, attachment_->handle(), transfer.endpoint, transfer.data,
+                            static_cast<int>(transfer.length), Completed, &request, 0);
+  if (attachment_->IsInterrupt(transfer.endpoint)) usb.type = LIBUSB_TRANSFER_TYPE_INTERRUPT;
+}
+
+int Transfers::Submit(UsbTransfer& transfer) {
+  constexpr std::uint32_t kLargest = 0x7FFFFFFF;
+  if (transfer.length > kLargest) return LIBUSB_ERROR_INVALID_PARAM;
+  std::unique_ptr<Request> taken = Take();
+  Request& request = *taken;
+  Fill(request, transfer);
+  request.transfer = &transfer;
+  request.owner = shared_from_this();
+  count_.Begin();
+  // Listed before it is submitted: it may complete at once, on the event thread.
+  {
+    const std::lock_guard lock(mutex_);
+    in_flight_.push_back(std::move(taken));
+  }
+  const int error = libusb_submit_transfer(request.usb);
+  if (error == 0) return 0;
+  request.owner.reset();
+  Finish(request);
+  count_.End();
+  return error;
+}
+
+UsbTransfer* Transfers::Finish(Request& request) {
+  const std::lock_guard lock(mutex_);
+  UsbTransfer* const transfer = std::exchange(request.transfer, nullptr);
+  if (transfer != nullptr && transfer->endpoint == 0 && IsIn(transfer->setup)) {
+    std::copy_n(request.control_block.begin() + LIBUSB_CONTROL_SETUP_SIZE,
+                request.usb->actual_length, transfer->data);
+  }
+  const auto place = std::ranges::find(in_flight_, &request, &std::unique_ptr<Request>::get);
+  free_.push_back(std::move(*place));
+  in_flight_.erase(place);
+  return transfer;
+}
+
+void Transfers::Completed(libusb_transfer* usb) {
+  auto& request = *static_cast<Request*>(usb->user_data);
+  const std::shared_ptr<Transfers> owner = std::move(request.owner);
+  const UsbStatus status = ErrorOfTransfer(usb->status).status;
+  const auto actual = static_cast<std::uint32_t>(usb->actual_length);
+  UsbTransfer* const transfer = owner->Finish(request);
+  if (transfer != nullptr) {
+    transfer->status = status;
+    transfer->actual = actual;
+    transfer->complete(*transfer);
+  }
+  owner->count_.End();
+}
+
+// The latest first: the end of one starts the next.
+template <typename Chosen>
+void Transfers::Cancel(Chosen chosen) {
+  const std::lock_guard lock(mutex_);
+  for (std::size_t i = in_flight_.size(); i-- > 0;) {
+    const Request& request = *in_flight_[i];
+    if (request.transfer != nullptr && chosen(*request.transfer)) {
+      libusb_cancel_transfer(request.usb);
+    }
+  }
+}
+
+std::vector<UsbTransfer*> Transfers::GiveUp() {
+  const std::lock_guard lock(mutex_);
+  std::vector<UsbTransfer*> given_up;
+  for (const auto& request : in_flight_) {
+    if (request->transfer != nullptr) given_up.push_back(std::exchange(request->transfer, nullptr));
+  }
+  return given_up;
+}
+
+bool Transfers::End() {
+  Cancel([](const UsbTransfer&) { return true; });
+  if (count_.AwaitNoneFor(kLongestCancel)) return true;
+  for (UsbTransfer* const transfer : GiveUp()) {
+    transfer->status = UsbStatus::kDisconnected;
+    transfer->complete(*transfer);
+  }
+  return false;
+}
+
+class OpenDevice : public probe_driver::UsbDevice {
+ public:
+  explicit OpenDevice(std::shared_ptr<Attachment> attachment)
+      : attachment_(std::move(attachment)), transfers_(std::make_shared<Transfers>(attachment_)) {}
+
+  ~OpenDevice() override {
+    if (transfers_->End()) {
+      attachment_->Close();
+    } else {
+      // The handle stays open: the transfers that the system keeps belong to it.
+      WriteJournal(LOG_ERR, "TzWirefoxService",
+                   "Probe " + attachment_->node() + ": the system does not let go of a transfer.");
+    }
+  }
+
+  probe_driver::DriverFacts Facts() override { return attachment_->facts(); }
+
+  void Submit(UsbTransfer& transfer) override {
+    transfer.actual = transfer.bus_status = transfer.driver_status = 0;
+    if (attachment_->gone()) {
+      Complete(transfer, UsbStatus::kDisconnected);
+    } else if (AnswerFromCopy(transfer)) {
+      Complete(transfer, UsbStatus::kOk);
+    } else if (const int error = transfers_->Submit(transfer); error != 0) {
+      Complete(transfer, ErrorOfCall(error).status);
+    }
+  }
+
+  void Cancel(UsbTransfer& transfer) override {
+    transfers_->Cancel([&](const UsbTransfer& other) { return &other == &transfer; });
+  }
+
+  void AbortPipe(std::uint8_t endpoint) override {
+    transfers_->Cancel([=](const UsbTransfer& other) { return other.endpoint == endpoint; });
+  }
+
+  bool ResetPipe(std::uint8_t endpoint) override {
+    if (attachment_->gone()) return false;
+    // The control endpoint is ready again with the next setup packet.
+    return endpoint == 0 || libusb_clear_halt(attachment_->handle(), endpoint) == 0;
+  }
+
+ private:
+  static void Complete(UsbTransfer& transfer, UsbStatus status) {
+    transfer.status = status;
+    transfer.complete(transfer);
+  }
+
+  bool AnswerFromCopy(UsbTransfer& transfer) const {
+    const SetupPacket& setup = transfer.setup;
+    const bool asks = transfer.endpoint == 0 && setup.request_type == LIBUSB_ENDPOINT_IN &&
+                      setup.request == LIBUSB_REQUEST_GET_DESCRIPTOR;
+    if (!asks) return false;
+    const auto copy = attachment_->DescriptorCopy(static_cast<std::uint8_t>(setup.value >> 8),
+                                                  static_cast<std::uint8_t>(setup.value));
+    if (copy.empty()) return false;
+    const std::size_t size = std::min<std::size_t>(copy.size(), transfer.length);
+    std::copy_n(copy.begin(), size, transfer.data);
+    transfer.actual = static_cast<std::uint32_t>(size);
+    return true;
+  }
+
+  const std::shared_ptr<Attachment> attachment_;
+  const std::shared_ptr<Transfers> transfers_;
+};
+
+}  // namespace
+
+std::unique_ptr<probe_driver::UsbDevice> OpenUsbDevice(std::shared_ptr<Attachment> attachment) {
+  if (!attachment->Open()) return nullptr;
+  return std::make_unique<OpenDevice>(std::move(attachment));
+}
+
+}  // namespace linux_host

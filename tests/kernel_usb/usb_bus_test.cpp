@@ -1,0 +1,423 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <filesystem>
+#include <map>
+
+#include "platform/linux/usb/libusb_bus.h"
+#include "tests/kernel_usb/gadget.h"
+#include "tests/unit/eventually.h"
+#include "tests/unit/hex_bytes.h"
+
+namespace kernel_usb {
+namespace {
+
+using linux_host::UsbIds;
+using probe_driver::SetupPacket;
+using probe_driver::UsbDevice;
+using probe_driver::UsbStatus;
+using probe_driver::UsbTransfer;
+using testing::AnyOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using unit::Bytes;
+using unit::Eventually;
+
+constexpr UsbIds kIds{0x0F0F, 0x2002};
+
+// A transfer and its buffer, until it has ended.
+class Job {
+ public:
+  Job(UsbDevice& device, std::uint8_t endpoint, Bytes data, SetupPacket setup = {})
+      : device_(device), data_(std::move(data)) {
+    transfer_.endpoint = endpoint;
+    transfer_.setup = setup;
+    transfer_.data = data_.data();
+    transfer_.length = static_cast<std::uint32_t>(data_.size());
+    transfer_.complete = [this](UsbTransfer&) {
+      const std::lock_guard lock(mutex_);
+      done_ = true;
+      changed_.notify_all();
+    };
+    device.Submit(transfer_);
+  }
+  ~Job() { EXPECT_TRUE(done_) << "still in flight"; }
+
+  void Cancel() { device_.Cancel(transfer_); }
+  bool done() {
+    const std::lock_guard lock(mutex_);
+    return done_;
+  }
+  // "STATUS BYTES", the bytes for what came in or as their number. "pending" after ten seconds.
+  std::string Outcome() {
+    std::unique_lock lock(mutex_);
+    if (!changed_.wait_for(lock, std::chrono::seconds(10), [&] { return done_; })) {
+      return "pending";
+    }
+    constexpr const char* kNames[] = {"ok", "stall", "aborted", "gone", "overrun", "error"};
+    const bool in =
+        (transfer_.endpoint == 0 ? transfer_.setup.request_type : transfer_.endpoint) & 0x80;
+    std::string text = kNames[static_cast<int>(transfer_.status)];
+    if (!in || transfer_.actual > 64) return text + " " + std::to_string(transfer_.actual);
+    data_.resize(transfer_.actual);
+    if (!data_.empty()) text.append(" ").append(unit::HexText(data_));
+    return text;
+  }
+  const Bytes& data() const { return data_; }
+
+ private:
+  UsbDevice& device_;
+  Bytes data_;
+  UsbTransfer transfer_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool done_ = false;
+};
+
+class News : public probe_driver::UsbBusListener {
+ public:
+  void OnDeviceArrived(const std::string& path) override {
+    Add(std::string("arrived ").append(path));
+  }
+  void OnDeviceRemoved(const std::string& path) override { Add(std::string("left ").append(path)); }
+  std::vector<std::string> heard() {
+    const std::lock_guard lock(mutex_);
+    return heard_;
+  }
+
+ private:
+  void Add(const std::string& line) {
+    const std::lock_guard lock(mutex_);
+    heard_.push_back(line);
+  }
+  std::mutex mutex_;
+  std::vector<std::string> heard_;
+};
+
+std::string Journal() {
+  std::string text;
+  FILE* const pipe = popen("journalctl --sync; journalctl -b -o cat -t TzWirefoxService", "r");
+  for (char line[512]; std::fgets(line, sizeof line, pipe);) text += line;
+  pclose(pipe);
+  return text;
+}
+
+class UsbBus : public testing::Test {
+ protected:
+  void Attach(const std::vector<std::string>& functions, const std::string& product_id = "2002") {
+    gadget_ = std::make_unique<Gadget>(product_id, functions);
+    ASSERT_TRUE(Eventually([&] { return gadget_->IsConfigured(); }));
+    bus_ = linux_host::ConnectUsb({kIds});
+    bus_->SetListener(&news_);
+    const auto paths = bus_->ListDevices();
+    if (!paths.empty()) path_ = paths.front();
+  }
+  void Open() {
+    device_ = bus_->OpenDevice(path_);
+    ASSERT_NE(nullptr, device_);
+    FindEndpoints();
+  }
+  void TearDown() override {
+    device_.reset();
+    bus_.reset();
+  }
+
+  std::string Control(std::uint8_t type, std::uint8_t request, std::uint16_t value,
+                      std::uint16_t index, Bytes data) {
+    const auto length = static_cast<std::uint16_t>(data.size());
+    return Job(*device_, 0, std::move(data), {type, request, value, index, length}).Outcome();
+  }
+  std::string Move(std::uint8_t endpoint, Bytes data) {
+    return Job(*device_, endpoint, std::move(data)).Outcome();
+  }
+
+  // The endpoints of the first settings, by interface: OUT, then IN.
+  void FindEndpoints() {
+    Job job(*device_, 0, Bytes(512), {0x80, 6, 0x0200, 0, 512});
+    job.Outcome();
+    const Bytes& bytes = job.data();
+    int interface = 0, setting = 0;
+    for (std::size_t at = 0; at + 4 < bytes.size() && bytes[at] != 0; at += bytes[at]) {
+      if (bytes[at + 1] == 4) interface = bytes[at + 2], setting = bytes[at + 3];
+      if (bytes[at + 1] != 5 || setting != 0) continue;
+      (bytes[at + 2] & 0x80 ? in_ : out_)[interface] = bytes[at + 2];
+    }
+  }
+
+  std::unique_ptr<Gadget> gadget_;
+  News news_;
+  std::unique_ptr<probe_driver::UsbBus> bus_;
+  std::string path_;
+  std::unique_ptr<UsbDevice> device_;
+  std::map<int, std::uint8_t> in_, out_;
+};
+
+TEST_F(UsbBus, DescriptorsComeFromTheSystemAndStringsFromTheDevice) {
+  Attach({"SourceSink"});
+  Open();
+  const std::string copy = ReadFile(gadget_->SystemFolder() + "descriptors");
+  const Bytes known(copy.begin(), copy.end());
+  EXPECT_EQ(std::string("ok ").append(unit::HexText(Bytes(known.begin(), known.begin() + 18))),
+            Control(0x80, 6, 0x0100, 0, Bytes(18)));
+  Job configuration(*device_, 0, Bytes(512), {0x80, 6, 0x0200, 0, 512});
+  configuration.Outcome();
+  EXPECT_TRUE(std::equal(known.begin() + 18, known.end(), configuration.data().begin()));
+  EXPECT_EQ("ok 09 02", Control(0x80, 6, 0x0200, 0, Bytes(2)));
+  EXPECT_EQ("stall", Control(0x80, 6, 0x0201, 0, Bytes(9)));
+  EXPECT_EQ("ok 10 03 4B 00 45 00 52 00 4E 00 45 00 4C 00 31 00",
+            Control(0x80, 6, 0x0303, 0x0409, Bytes(255)));
+  const auto facts = device_->Facts();
+  EXPECT_EQ(ReadFile(gadget_->SystemFolder() + "devnum"), std::to_string(facts.usb_address) + "\n");
+  EXPECT_EQ(2U, facts.speed);
+}
+
+TEST_F(UsbBus, ControlTransfersMoveDataBothWaysOrAreRefused) {
+  Attach({"SourceSink"});
+  Open();
+  Bytes data(1024);
+  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<std::uint8_t>(i * 7);
+  EXPECT_EQ("ok 1024", Control(0x40, 0x5B, 0, 0, data));
+  Job back(*device_, 0, Bytes(1024), {0xC0, 0x5C, 0, 0, 1024});
+  EXPECT_EQ("ok 1024", back.Outcome());
+  EXPECT_EQ(data, back.data());
+  EXPECT_EQ("ok 00 07 0E", Control(0xC0, 0x5C, 0, 0, Bytes(3)));
+  EXPECT_EQ("stall", Control(0xC0, 0x7F, 0, 0, Bytes(3)));
+  EXPECT_EQ("stall 0", Control(0x40, 0x7F, 0, 0, {}));
+  EXPECT_EQ("error 0", Control(0x40, 0x5B, 0, 0, Bytes(4097)));  // more than the system takes
+}
+
+TEST_F(UsbBus, BulkTransfersOfAnySizeAndTheEmptyOne) {
+  Attach({"Loopback"});
+  Open();
+  for (const std::size_t size : {1, 511, 512, 513, 4096}) {
+    Bytes data(size);
+    for (std::size_t i = 0; i < size; ++i) data[i] = static_cast<std::uint8_t>(i * 3 + size);
+    Job back(*device_, in_[0], Bytes(4096));
+    EXPECT_EQ("ok " + std::to_string(size), Move(out_[0], data)) << size;
+    // Without a packet that ends it, one that is no longer than a whole number of packets goes on.
+    if (size == 512) {
+      EXPECT_EQ("ok 0", Move(out_[0], {}));
+    }
+    back.Outcome();
+    Bytes got = back.data();
+    got.resize(size);
+    EXPECT_EQ(data, got) << size;
+  }
+}
+
+TEST_F(UsbBus, LargeBulkTransfersGoInOnePiece) {
+  Attach({"SourceSink"});
+  Open();
+  EXPECT_EQ("ok 1048576", Move(out_[0], Bytes(1 << 20)));
+  EXPECT_EQ("ok 1048576", Move(in_[0], Bytes(1 << 20, 0xEE)));
+}
+
+TEST_F(UsbBus, MoreThanWasAskedForIsAnOverrun) {
+  Attach({"SourceSink"});
+  Open();
+  EXPECT_EQ("overrun", Move(in_[0], Bytes(10)).substr(0, 7));
+}
+
+TEST_F(UsbBus, AHaltedPipeStallsUntilItIsReset) {
+  Attach({"SourceSink"});
+  Open();
+  EXPECT_EQ("ok 0", Control(0x02, 3, 0, in_[0], {}));
+  EXPECT_EQ("stall", Move(in_[0], Bytes(512)));
+  EXPECT_EQ("stall", Move(in_[0], Bytes(512)));
+  EXPECT_TRUE(device_->ResetPipe(in_[0]));
+  EXPECT_EQ("ok 512", Move(in_[0], Bytes(512)));
+  EXPECT_TRUE(device_->ResetPipe(0));
+  EXPECT_FALSE(device_->ResetPipe(0x8F));
+  EXPECT_EQ("error 0", Move(0x0F, Bytes(1)));
+}
+
+TEST_F(UsbBus, CancelEndsOneTransferAndAbortAPipesAll) {
+  Attach({"Loopback"});
+  Open();
+  Job first(*device_, in_[0], Bytes(512)), second(*device_, in_[0], Bytes(512)),
+      third(*device_, in_[0], Bytes(512));
+  second.Cancel();
+  EXPECT_EQ("aborted", second.Outcome());
+  EXPECT_FALSE(first.done() || third.done());
+  EXPECT_EQ("ok 2", Move(out_[0], {1, 2}));
+  EXPECT_EQ("ok 01 02", first.Outcome());
+  const auto other = bus_->OpenDevice(path_);
+  Job of_other(*other, in_[0], Bytes(512));
+  device_->AbortPipe(in_[0]);
+  EXPECT_EQ("aborted", third.Outcome());
+  EXPECT_FALSE(of_other.done());
+  EXPECT_EQ("ok 1", Move(out_[0], {3}));
+  EXPECT_EQ("ok 03", of_other.Outcome());
+  Job last(*device_, in_[0], Bytes(512));
+  device_.reset();
+  EXPECT_EQ("aborted", last.Outcome());
+}
+
+TEST_F(UsbBus, InterruptsOnAnInterfaceTakenFromTheSystemsDriver) {
+  Attach({"hid"});
+  const auto driver_name = [&] {
+    const std::string folder = gadget_->SystemFolder();
+    const std::string name = folder.substr(folder.rfind('/', folder.size() - 2) + 1);
+    std::error_code none;
+    return std::filesystem::read_symlink(folder + name.substr(0, name.size() - 1) + ":1.0/driver",
+                                         none)
+        .filename()
+        .string();
+  };
+  ASSERT_TRUE(Eventually([&] { return driver_name() == "usbhid"; }));
+  Open();
+  EXPECT_EQ("usbfs", driver_name());
+  const int device_end = open("/dev/hidg0", O_RDWR | O_CLOEXEC);
+  ASSERT_GE(device_end, 0);
+  Job report(*device_, in_[0], Bytes(8));
+  ASSERT_EQ(8, write(device_end, "ABCDEFGH", 8));
+  EXPECT_EQ("ok 41 42 43 44 45 46 47 48", report.Outcome());
+  EXPECT_EQ("ok 8", Move(out_[0], {1, 2, 3, 4, 5, 6, 7, 8}));
+  Bytes taken(16);
+  EXPECT_EQ(8, read(device_end, taken.data(), taken.size()));
+  EXPECT_EQ("01 02 03 04 05 06 07 08", unit::HexText(Bytes(taken.begin(), taken.begin() + 8)));
+  close(device_end);
+  device_.reset();
+  EXPECT_EQ("usbhid", driver_name());
+}
+
+TEST_F(UsbBus, ADeviceThatLeavesEndsItsTransfersAndReturnsUnderANewPath) {
+  Attach({"Loopback"});
+  Open();
+  Job pending(*device_, in_[0], Bytes(512));
+  gadget_->Unplug();
+  // For a moment it is only silent.
+  EXPECT_THAT(pending.Outcome(), AnyOf("gone", "error"));
+  ASSERT_TRUE(Eventually([&] { return bus_->ListDevices().empty(); }));
+  EXPECT_EQ("gone", Control(0x80, 6, 0x0100, 0, Bytes(18)));
+  EXPECT_EQ("gone 0", Move(out_[0], {1}));
+  EXPECT_FALSE(device_->ResetPipe(in_[0]));
+  EXPECT_EQ(nullptr, bus_->OpenDevice(path_));
+  gadget_->Plug();
+  ASSERT_TRUE(Eventually([&] { return !bus_->ListDevices().empty(); }));
+  const auto back = bus_->ListDevices();
+  ASSERT_EQ(1U, back.size());
+  EXPECT_NE(path_, back[0]);
+  EXPECT_TRUE(Eventually([&] { return news_.heard().size() >= 2; }));
+  EXPECT_THAT(news_.heard(), ElementsAre("left " + path_, "arrived " + back[0]));
+  device_ = bus_->OpenDevice(back[0]);
+  ASSERT_NE(nullptr, device_);
+  EXPECT_EQ("ok 1", Move(out_[0], {1}));
+}
+
+TEST_F(UsbBus, WhatAnotherProgramHoldsIsAnErrorThatNamesIt) {
+  Attach({"Loopback"});
+  const std::string node = gadget_->Node();
+  int ready[2];
+  ASSERT_EQ(0, pipe(ready));
+  const pid_t holder = fork();
+  if (holder == 0) {
+    const int fd = open(node.c_str(), O_RDWR);
+    unsigned interface = 0;
+    const char held = ioctl(fd, USBDEVFS_CLAIMINTERFACE, &interface) == 0 ? 1 : 0;
+    if (write(ready[1], &held, 1) == 1) pause();
+    _exit(0);
+  }
+  char held = 0;
+  ASSERT_EQ(1, read(ready[0], &held, 1));
+  ASSERT_EQ(1, held);
+  EXPECT_EQ(nullptr, bus_->OpenDevice(path_));
+  EXPECT_EQ(nullptr, bus_->OpenDevice(path_));
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+  const std::string line = "Probe " + node +
+                           " (0F0F:2002) cannot be opened: another program holds it: kernel_usb "
+                           "(process " +
+                           std::to_string(holder) + ").\n";
+  const std::string journal = Journal();
+  EXPECT_THAT(journal, HasSubstr(line));
+  EXPECT_EQ(journal.find(line), journal.rfind(line)) << "said once";
+  EXPECT_NE(nullptr, bus_->OpenDevice(path_));
+}
+
+// The calling thread, and the threads that it starts meanwhile, belong to an account without
+// rights.
+class AsNobody {
+ public:
+  AsNobody() { Become(65534); }
+  ~AsNobody() { Become(0); }
+
+ private:
+  // The system's own call: the library's changes every thread.
+  static void Become(uid_t user) { EXPECT_EQ(0, syscall(SYS_setresuid, -1, user, -1)); }
+};
+
+TEST_F(UsbBus, ANodeThatOpensLateIsTriedAgain) {
+  gadget_ = std::make_unique<Gadget>("2002", std::vector<std::string>{"Loopback"});
+  ASSERT_TRUE(Eventually([&] { return gadget_->IsConfigured(); }));
+  ASSERT_EQ(0, system("udevadm settle"));
+  const std::string node = gadget_->Node();
+  ASSERT_EQ(0, chmod(node.c_str(), 0600));
+  {
+    const AsNobody rights;
+    bus_ = linux_host::ConnectUsb({kIds});
+    bus_->SetListener(&news_);
+    EXPECT_THAT(bus_->ListDevices(), IsEmpty());
+  }
+  ASSERT_EQ(0, chmod(node.c_str(), 0666));
+  const AsNobody rights;
+  ASSERT_TRUE(Eventually([&] { return !news_.heard().empty(); }));
+  ASSERT_THAT(bus_->ListDevices(), ElementsAre(node + "#1"));
+  device_ = bus_->OpenDevice(node + "#1");
+  EXPECT_NE(nullptr, device_);
+}
+
+TEST_F(UsbBus, ANodeThatStaysClosedIsToldOnceAndListedWhenItOpens) {
+  gadget_ = std::make_unique<Gadget>("2002", std::vector<std::string>{"Loopback"});
+  ASSERT_TRUE(Eventually([&] { return gadget_->IsConfigured(); }));
+  ASSERT_EQ(0, system("udevadm settle"));
+  const std::string node = gadget_->Node();
+  const std::string line = "Probe " + node + " may not be opened: Permission denied.\n";
+  ASSERT_EQ(0, chmod(node.c_str(), 0600));
+  {
+    const AsNobody rights;
+    bus_ = linux_host::ConnectUsb({kIds});
+  }
+  EXPECT_TRUE(Eventually([&] { return Journal().find(line) != std::string::npos; }));
+  {
+    const AsNobody rights;
+    EXPECT_THAT(bus_->ListDevices(), IsEmpty());
+  }
+  EXPECT_EQ(Journal().find(line), Journal().rfind(line));
+  ASSERT_EQ(0, chmod(node.c_str(), 0666));
+  {
+    const AsNobody rights;
+    EXPECT_THAT(bus_->ListDevices(), ElementsAre(node + "#1"));
+  }
+}
+
+TEST_F(UsbBus, AMachineThatGetsUsbLater) {
+  ASSERT_EQ(0, system("modprobe -r dummy_hcd && rmdir /dev/bus/usb/* /dev/bus/usb 2>/dev/null; "
+                      "test ! -e /dev/bus/usb"));
+  const std::string before = Journal();
+  bus_ = linux_host::ConnectUsb({kIds});
+  bus_->SetListener(&news_);
+  EXPECT_THAT(bus_->ListDevices(), IsEmpty());
+  ASSERT_EQ(0, system("sleep 3; modprobe dummy_hcd"));  // three more attempts
+  gadget_ = std::make_unique<Gadget>("2002", std::vector<std::string>{"Loopback"});
+  EXPECT_TRUE(Eventually([&] { return !news_.heard().empty(); }));
+  EXPECT_EQ("No probes: there is no USB here (no /dev/bus/usb).\n",
+            Journal().substr(before.size(), 51));
+}
+
+TEST_F(UsbBus, DevicesOfOtherIdsAreNotTouched) {
+  Attach({"Loopback"}, "2003");
+  EXPECT_THAT(bus_->ListDevices(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace kernel_usb
