@@ -13,7 +13,7 @@ using usbip::Kind;
 constexpr std::uint8_t kDirectionIn = 0x80;
 constexpr std::int32_t kRemoteIo = -121;               // EREMOTEIO
 constexpr std::uint32_t kNotIsochronous = 0xFFFFFFFF;  // as some kernels say
-constexpr std::uint32_t kLongestTransfer = 64u << 20;
+constexpr std::uint32_t kMaxTransferBytes = 64u << 20;
 
 }  // namespace
 
@@ -43,7 +43,7 @@ bool KernelPort::Handle(const usbip::Command& command) {
 bool KernelPort::Submit(const usbip::Command& command) {
   // No probe has an isochronous endpoint, and the kernel submits only to those that it was shown.
   const bool isochronous = command.packets != 0 && command.packets != kNotIsochronous;
-  if (isochronous || command.length > kLongestTransfer) return false;
+  if (isochronous || command.length > kMaxTransferBytes) return false;
   auto made = std::make_unique<Transfer>();
   Transfer& transfer = *made;
   transfer.sequence = command.sequence;

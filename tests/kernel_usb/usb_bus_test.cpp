@@ -14,7 +14,7 @@
 
 #include "platform/linux/usb/libusb_bus.h"
 #include "tests/kernel_usb/gadget.h"
-#include "tests/unit/eventually.h"
+#include "tests/support/process.h"
 #include "tests/unit/hex_bytes.h"
 
 namespace kernel_usb {
@@ -115,7 +115,7 @@ class UsbBus : public testing::Test {
  protected:
   void Attach(const std::vector<std::string>& functions, const std::string& product_id = "2002") {
     gadget_ = std::make_unique<Gadget>(product_id, functions);
-    ASSERT_TRUE(Eventually([&] { return gadget_->IsConfigured(); }));
+    ASSERT_TRUE(support::WaitUntil([&] { return gadget_->IsConfigured(); }));
     bus_ = linux_host::ConnectUsb({kIds});
     bus_->SetListener(&news_);
     const auto paths = bus_->ListDevices();
@@ -273,7 +273,7 @@ TEST_F(UsbBus, InterruptsOnAnInterfaceTakenFromTheSystemsDriver) {
         .filename()
         .string();
   };
-  ASSERT_TRUE(Eventually([&] { return driver_name() == "usbhid"; }));
+  ASSERT_TRUE(support::WaitUntil([&] { return driver_name() == "usbhid"; }));
   Open();
   EXPECT_EQ("usbfs", driver_name());
   const int device_end = open("/dev/hidg0", O_RDWR | O_CLOEXEC);
@@ -297,17 +297,17 @@ TEST_F(UsbBus, ADeviceThatLeavesEndsItsTransfersAndReturnsUnderANewPath) {
   gadget_->Unplug();
   // For a moment it is only silent.
   EXPECT_THAT(pending.Outcome(), AnyOf("gone", "error"));
-  ASSERT_TRUE(Eventually([&] { return bus_->ListDevices().empty(); }));
+  ASSERT_TRUE(support::WaitUntil([&] { return bus_->ListDevices().empty(); }));
   EXPECT_EQ("gone", Control(0x80, 6, 0x0100, 0, Bytes(18)));
   EXPECT_EQ("gone 0", Move(out_[0], {1}));
   EXPECT_FALSE(device_->ResetPipe(in_[0]));
   EXPECT_EQ(nullptr, bus_->OpenDevice(path_));
   gadget_->Plug();
-  ASSERT_TRUE(Eventually([&] { return !bus_->ListDevices().empty(); }));
+  ASSERT_TRUE(support::WaitUntil([&] { return !bus_->ListDevices().empty(); }));
   const auto back = bus_->ListDevices();
   ASSERT_EQ(1U, back.size());
   EXPECT_NE(path_, back[0]);
-  EXPECT_TRUE(Eventually([&] { return news_.heard().size() >= 2; }));
+  EXPECT_TRUE(support::WaitUntil([&] { return news_.heard().size() >= 2; }));
   EXPECT_THAT(news_.heard(), ElementsAre("left " + path_, "arrived " + back[0]));
   device_ = bus_->OpenDevice(back[0]);
   ASSERT_NE(nullptr, device_);
@@ -358,7 +358,7 @@ class AsNobody {
 
 TEST_F(UsbBus, ANodeThatOpensLateIsTriedAgain) {
   gadget_ = std::make_unique<Gadget>("2002", std::vector<std::string>{"Loopback"});
-  ASSERT_TRUE(Eventually([&] { return gadget_->IsConfigured(); }));
+  ASSERT_TRUE(support::WaitUntil([&] { return gadget_->IsConfigured(); }));
   ASSERT_EQ(0, system("udevadm settle"));
   const std::string node = gadget_->Node();
   ASSERT_EQ(0, chmod(node.c_str(), 0600));
@@ -370,7 +370,7 @@ TEST_F(UsbBus, ANodeThatOpensLateIsTriedAgain) {
   }
   ASSERT_EQ(0, chmod(node.c_str(), 0666));
   const AsNobody rights;
-  ASSERT_TRUE(Eventually([&] { return !news_.heard().empty(); }));
+  ASSERT_TRUE(support::WaitUntil([&] { return !news_.heard().empty(); }));
   ASSERT_THAT(bus_->ListDevices(), ElementsAre(node + "#1"));
   device_ = bus_->OpenDevice(node + "#1");
   EXPECT_NE(nullptr, device_);
@@ -378,7 +378,7 @@ TEST_F(UsbBus, ANodeThatOpensLateIsTriedAgain) {
 
 TEST_F(UsbBus, ANodeThatStaysClosedIsToldOnceAndListedWhenItOpens) {
   gadget_ = std::make_unique<Gadget>("2002", std::vector<std::string>{"Loopback"});
-  ASSERT_TRUE(Eventually([&] { return gadget_->IsConfigured(); }));
+  ASSERT_TRUE(support::WaitUntil([&] { return gadget_->IsConfigured(); }));
   ASSERT_EQ(0, system("udevadm settle"));
   const std::string node = gadget_->Node();
   const std::string line = "Probe " + node + " may not be opened: Permission denied.\n";
@@ -387,7 +387,7 @@ TEST_F(UsbBus, ANodeThatStaysClosedIsToldOnceAndListedWhenItOpens) {
     const AsNobody rights;
     bus_ = linux_host::ConnectUsb({kIds});
   }
-  EXPECT_TRUE(Eventually([&] { return Journal().find(line) != std::string::npos; }));
+  EXPECT_TRUE(support::WaitUntil([&] { return Journal().find(line) != std::string::npos; }));
   {
     const AsNobody rights;
     EXPECT_THAT(bus_->ListDevices(), IsEmpty());
@@ -409,7 +409,7 @@ TEST_F(UsbBus, AMachineThatGetsUsbLater) {
   EXPECT_THAT(bus_->ListDevices(), IsEmpty());
   ASSERT_EQ(0, system("sleep 3; modprobe dummy_hcd"));  // three more attempts
   gadget_ = std::make_unique<Gadget>("2002", std::vector<std::string>{"Loopback"});
-  EXPECT_TRUE(Eventually([&] { return !news_.heard().empty(); }));
+  EXPECT_TRUE(support::WaitUntil([&] { return !news_.heard().empty(); }));
   EXPECT_EQ("No probes: there is no USB here (no /dev/bus/usb).\n",
             Journal().substr(before.size(), 51));
 }

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "base/little_endian.h"
-#include "platform/linux/kernel/descriptor.h"
+#include "platform/linux/kernel/file_descriptor.h"
 #include "platform/linux/kernel/notices.h"
 #include "platform/linux/usb/node_holders.h"
 #include "platform/linux/usb/usb_errors.h"
@@ -54,14 +54,14 @@ std::string Decimal3(std::uint8_t value) {
 
 Attachment::Attachment(libusb_context* context, libusb_device* device, const Place& place)
     : context_(context),
-      device_(device != nullptr ? libusb_ref_device(device) : nullptr),
+      device_(device ? libusb_ref_device(device) : nullptr),
       place_(place),
       node_("/dev/bus/usb/" + Decimal3(place.bus) + "/" + Decimal3(place.address)),
       path_(node_ + "#" + std::to_string(place.count)) {}
 
 Attachment::~Attachment() {
-  if (handle_ != nullptr) CloseHandle();
-  if (device_ != nullptr) libusb_unref_device(device_);
+  if (handle_) CloseHandle();
+  if (device_) libusb_unref_device(device_);
 }
 
 int Attachment::AccessError() const {
@@ -94,14 +94,14 @@ void Attachment::Close() {
 }
 
 int Attachment::OpenHandle() {
-  if (device_ != nullptr) return libusb_open(device_, &handle_);
+  if (device_) return libusb_open(device_, &handle_);
   node_fd_ = open(node_.c_str(), O_RDWR | O_CLOEXEC);
   if (node_fd_ >= 0) return libusb_wrap_sys_device(context_, node_fd_, &handle_);
   return errno == EACCES || errno == EPERM ? LIBUSB_ERROR_ACCESS : LIBUSB_ERROR_NO_DEVICE;
 }
 
 int Attachment::ReadDescriptors() {
-  const Descriptor node(open(node_.c_str(), O_RDONLY | O_CLOEXEC));
+  const FileDescriptor node(open(node_.c_str(), O_RDONLY | O_CLOEXEC));
   device_descriptor_ = ReadAt(node.get(), 0, kDeviceDescriptorSize);
   if (device_descriptor_.empty()) return LIBUSB_ERROR_IO;
   std::size_t at = kDeviceDescriptorSize;
@@ -167,7 +167,7 @@ void Attachment::ReadFacts() {
 
 void Attachment::CloseHandle() {
   for (const int number : std::exchange(claimed_, {})) libusb_release_interface(handle_, number);
-  if (handle_ != nullptr) libusb_close(std::exchange(handle_, nullptr));
+  if (handle_) libusb_close(std::exchange(handle_, nullptr));
   if (node_fd_ >= 0) close(std::exchange(node_fd_, -1));
 }
 

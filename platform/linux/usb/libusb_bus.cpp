@@ -26,7 +26,7 @@ using Clock = std::chrono::steady_clock;
 using probe_driver::UsbBusListener;
 
 constexpr std::chrono::seconds kBetweenScans(1);
-constexpr std::chrono::seconds kLongestSleep(60);
+constexpr std::chrono::seconds kMaxSleep(60);
 constexpr int kAccessTries = 10;
 constexpr std::chrono::milliseconds kBetweenTries(200);
 
@@ -41,7 +41,7 @@ class DeviceRef {
   DeviceRef(DeviceRef&& other) noexcept : device_(std::exchange(other.device_, nullptr)) {}
   DeviceRef& operator=(DeviceRef&&) = delete;
   ~DeviceRef() {
-    if (device_ != nullptr) libusb_unref_device(device_);
+    if (device_) libusb_unref_device(device_);
   }
   libusb_device* get() const { return device_; }
 
@@ -86,12 +86,12 @@ class LibusbBus : public probe_driver::UsbBus {
       const std::lock_guard lock(mutex_);
       ending_ = true;
       changed_.notify_all();
-      if (context_ != nullptr) libusb_interrupt_event_handler(context_);
+      if (context_) libusb_interrupt_event_handler(context_);
     }
     thread_.join();
     entries_.clear();
     events_.clear();
-    if (context_ != nullptr) libusb_exit(context_);
+    if (context_) libusb_exit(context_);
   }
 
   std::vector<std::string> ListDevices() override;
@@ -178,7 +178,7 @@ void LibusbBus::Run() {
   Clock::time_point wake = Clock::now();
   std::unique_lock lock(mutex_);
   while (!ending_) {
-    if (context_ == nullptr) {
+    if (!context_) {
       changed_.wait_for(lock, kBetweenScans, [&] { return ending_; });
       if (ending_) return;
       lock.unlock();
@@ -186,7 +186,7 @@ void LibusbBus::Run() {
     } else {
       lock.unlock();
       const auto left = std::chrono::duration_cast<std::chrono::microseconds>(
-          std::clamp<Clock::duration>(wake - Clock::now(), Clock::duration::zero(), kLongestSleep));
+          std::clamp<Clock::duration>(wake - Clock::now(), Clock::duration::zero(), kMaxSleep));
       timeval sleep{.tv_sec = left.count() / 1'000'000, .tv_usec = left.count() % 1'000'000};
       libusb_handle_events_timeout_completed(context_, &sleep, nullptr);
       wake = Look();
@@ -199,7 +199,7 @@ void LibusbBus::Run() {
 // Takes note of what has come and gone; when to look again.
 Clock::time_point LibusbBus::Look() {
   scans_ ? Scan() : TakeEvents();
-  Clock::time_point next = Clock::now() + (scans_ ? kBetweenScans : kLongestSleep);
+  Clock::time_point next = Clock::now() + (scans_ ? kBetweenScans : kMaxSleep);
   const std::lock_guard lock(mutex_);
   for (Entry& entry : entries_) {
     TryAccess(entry);
@@ -238,7 +238,7 @@ void LibusbBus::Scan() {
   const ssize_t size = libusb_get_device_list(look, &devices);
   std::vector<Attachment::Place> present;
   for (ssize_t i = 0; i < size; ++i) present.push_back(PlaceOf(devices[i]));
-  if (devices != nullptr) libusb_free_device_list(devices, 1);
+  if (devices) libusb_free_device_list(devices, 1);
   libusb_exit(look);
 
   const auto is_present = [&](const Attachment::Place& place) {
@@ -295,7 +295,7 @@ void LibusbBus::TellListener() {
   std::unique_lock lock(mutex_);
   for (const auto& [arrived, path] : std::exchange(news_, {})) {
     calling_ = listener_;
-    if (calling_ == nullptr) continue;
+    if (!calling_) continue;
     lock.unlock();
     arrived ? calling_->OnDeviceArrived(path) : calling_->OnDeviceRemoved(path);
     lock.lock();
@@ -309,7 +309,7 @@ void LibusbBus::SetListener(UsbBusListener* listener) {
   news_.clear();
   UsbBusListener* const previous = std::exchange(listener_, listener);
   if (thread_.get_id() == std::this_thread::get_id()) return;
-  changed_.wait(lock, [&] { return calling_ == nullptr || calling_ != previous; });
+  changed_.wait(lock, [&] { return !calling_ || calling_ != previous; });
 }
 
 std::vector<std::string> LibusbBus::ListDevices() {

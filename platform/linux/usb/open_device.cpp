@@ -21,7 +21,7 @@ using probe_driver::UsbStatus;
 using probe_driver::UsbTransfer;
 
 // The system ends a cancelled transfer at once, whatever the device does.
-constexpr std::chrono::seconds kLongestCancel(10);
+constexpr std::chrono::seconds kCancelTimeout(10);
 
 class Transfers;
 
@@ -121,7 +121,7 @@ int Transfers::Submit(UsbTransfer& transfer) {
 UsbTransfer* Transfers::Finish(Request& request) {
   const std::lock_guard lock(mutex_);
   UsbTransfer* const transfer = std::exchange(request.transfer, nullptr);
-  if (transfer != nullptr && transfer->endpoint == 0 && IsIn(transfer->setup)) {
+  if (transfer && transfer->endpoint == 0 && IsIn(transfer->setup)) {
     std::copy_n(request.control_block.begin() + LIBUSB_CONTROL_SETUP_SIZE,
                 request.usb->actual_length, transfer->data);
   }
@@ -137,7 +137,7 @@ void Transfers::Completed(libusb_transfer* usb) {
   const UsbStatus status = ErrorOfTransfer(usb->status).status;
   const auto actual = static_cast<std::uint32_t>(usb->actual_length);
   UsbTransfer* const transfer = owner->Finish(request);
-  if (transfer != nullptr) {
+  if (transfer) {
     transfer->status = status;
     transfer->actual = actual;
     transfer->complete(*transfer);
@@ -151,7 +151,7 @@ void Transfers::Cancel(Chosen chosen) {
   const std::lock_guard lock(mutex_);
   for (std::size_t i = in_flight_.size(); i-- > 0;) {
     const Request& request = *in_flight_[i];
-    if (request.transfer != nullptr && chosen(*request.transfer)) {
+    if (request.transfer && chosen(*request.transfer)) {
       libusb_cancel_transfer(request.usb);
     }
   }
@@ -161,14 +161,14 @@ std::vector<UsbTransfer*> Transfers::GiveUp() {
   const std::lock_guard lock(mutex_);
   std::vector<UsbTransfer*> given_up;
   for (const auto& request : in_flight_) {
-    if (request->transfer != nullptr) given_up.push_back(std::exchange(request->transfer, nullptr));
+    if (request->transfer) given_up.push_back(std::exchange(request->transfer, nullptr));
   }
   return given_up;
 }
 
 bool Transfers::End() {
   Cancel([](const UsbTransfer&) { return true; });
-  if (count_.AwaitNoneFor(kLongestCancel)) return true;
+  if (count_.AwaitNoneFor(kCancelTimeout)) return true;
   for (UsbTransfer* const transfer : GiveUp()) {
     transfer->status = UsbStatus::kDisconnected;
     transfer->complete(*transfer);
