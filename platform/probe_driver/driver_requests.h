@@ -38,6 +38,9 @@ inline constexpr std::uint32_t kDriverStatus = 14;   // u32
 inline constexpr std::uint32_t kBusStatus = 18;      // u32
 inline constexpr std::uint32_t kPacketTableOffset = 22;
 inline constexpr std::uint32_t kPacketTableSize = 26;
+// An entry of the table, written by the driver: bytes moved, and bus status word, each a u32.
+inline constexpr std::uint32_t kPacketEntrySize = 8;
+inline constexpr std::uint32_t kPacketStatus = 4;
 inline constexpr std::uint32_t kPayloadOffset = 30;
 inline constexpr std::uint32_t kPayloadSize = 34;
 }  // namespace record

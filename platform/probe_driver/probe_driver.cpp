@@ -84,8 +84,6 @@ namespace {
 // Checks the header of a buffered record, in which the payload travels between client and driver in
 // both directions, and points the transfer at it.
 DriverError TakePayload(DriverRequest& request, bool in) {
-  if (request.input_size < record::kHeaderSize) return kInvalidParameter;
-  if (LoadLe32(request.input + record::kPacketTableSize) != 0) return kNotSupported;
   const std::uint32_t offset = LoadLe32(request.input + record::kPayloadOffset);
   const std::uint32_t size = LoadLe32(request.input + record::kPayloadSize);
   if (offset < record::kHeaderSize || offset > request.input_size) return kInvalidParameter;
@@ -115,6 +113,7 @@ DriverError ProbeDriver::SubmitControl(DriverRequest& request) {
   setup.value = LoadLe16(header + record::kValue);
   setup.index = LoadLe16(header + record::kIndex);
   setup.length = LoadLe16(header + record::kLength);
+  if (LoadLe32(header + record::kPacketTableSize) != 0) return kNotSupported;
   if (LoadLe32(header + record::kPayloadSize) < setup.length) return kInvalidParameter;
   const std::uint32_t seconds = LoadLe32(header + record::kTimeOutSeconds);
 
@@ -131,7 +130,8 @@ DriverError ProbeDriver::SubmitBuffered(DriverRequest& request) {
   if (request.input_size < record::kHeaderSize) return kInvalidParameter;
   const std::uint8_t endpoint = request.input[record::kEndpoint];
   if (!IsDataEndpoint(endpoint)) return kInvalidParameter;
-  const DriverError error = TakePayload(request, endpoint & kDirectionIn);
+  DriverError error = TakePackets(request, LoadLe32(request.input + record::kPayloadOffset));
+  if (error == kSuccess) error = TakePayload(request, endpoint & kDirectionIn);
   if (error != kSuccess) return error;
   request.transfer.endpoint = endpoint;
   return SubmitTransfer(request);
@@ -141,7 +141,8 @@ DriverError ProbeDriver::SubmitDirect(DriverRequest& request) {
   if (request.input_size < record::kHeaderSize) return kInvalidParameter;
   const std::uint8_t* header = request.input;
   if (!IsDataEndpoint(header[record::kEndpoint])) return kInvalidParameter;
-  if (LoadLe32(header + record::kPacketTableSize) != 0) return kNotSupported;
+  const DriverError error = TakePackets(request, request.input_size);
+  if (error != kSuccess) return error;
   if (LoadLe32(header + record::kPayloadOffset) != 0 ||
       LoadLe32(header + record::kPayloadSize) != 0) {
     return kInvalidParameter;
@@ -152,6 +153,23 @@ DriverError ProbeDriver::SubmitDirect(DriverRequest& request) {
   request.record = request.input;
   request.header_size = 0;
   return SubmitTransfer(request);
+}
+
+// The table of an isochronous transfer's packets lies between the header and `table_end`.
+DriverError ProbeDriver::TakePackets(DriverRequest& request, std::uint32_t table_end) {
+  const std::uint32_t size = LoadLe32(request.input + record::kPacketTableSize);
+  if (size == 0) return kSuccess;
+  if (!device_->HasIsochronous()) return kNotSupported;
+  const std::uint32_t offset = LoadLe32(request.input + record::kPacketTableOffset);
+  const std::uint32_t end = std::min(table_end, request.input_size);
+  if (offset < record::kHeaderSize || offset > end || size > end - offset ||
+      size % record::kPacketEntrySize != 0) {
+    return kInvalidParameter;
+  }
+  request.packet_table = offset;
+  request.packets.resize(size / record::kPacketEntrySize);
+  request.transfer.packets = request.packets;
+  return kSuccess;
 }
 
 DriverError ProbeDriver::SubmitPipeRequest(DriverRequest& request) {
@@ -247,6 +265,12 @@ void ProbeDriver::Complete(DriverRequest& request) {
       transfer.bus_status != 0 ? transfer.bus_status : outcome.bus_status;
   StoreLe32(request.record + record::kDriverStatus, transfer.driver_status);
   StoreLe32(request.record + record::kBusStatus, bus_status);
+  std::uint8_t* entry = request.record + request.packet_table;
+  for (const UsbPacket& packet : request.packets) {
+    StoreLe32(entry, packet.actual);
+    StoreLe32(entry + record::kPacketStatus, OutcomeOf(packet.status).bus_status);
+    entry += record::kPacketEntrySize;
+  }
 
   const std::uint32_t moved = std::min(transfer.actual, transfer.length);
   request.error = outcome.error;

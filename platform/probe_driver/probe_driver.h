@@ -26,6 +26,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "platform/probe_driver/usb_bus.h"
 
@@ -41,7 +42,7 @@ enum DriverError : std::uint32_t {
   kSuccess = 0,
   kInvalidFunction = 1,       // no such control code
   kGeneralFailure = 31,       // the transfer failed on the bus
-  kNotSupported = 50,         // isochronous transfers: no probe has such an endpoint
+  kNotSupported = 50,         // isochronous transfers, on a bus whose probes have no such endpoint
   kInvalidParameter = 87,     // the record or another input contradicts itself or its buffer
   kInsufficientBuffer = 122,  // the output buffer is too small
   kAborted = 995,
@@ -76,7 +77,9 @@ struct DriverRequest {
   UsbTransfer transfer;
   std::uint8_t* record = nullptr;  // where the status words go; null: request without a record
   std::uint32_t header_size = 0;   // of the client's record, counted with the payload
-  std::uint32_t time_out_ms = 0;   // 0: none
+  std::uint32_t packet_table = 0;  // its place in the record
+  std::vector<UsbPacket> packets;
+  std::uint32_t time_out_ms = 0;  // 0: none
   std::uint64_t timer = 0;
   std::atomic<TimeOut> time_out_state = TimeOut::kNone;
 };
@@ -127,6 +130,7 @@ class ProbeDriver {
   DriverError SubmitControl(DriverRequest& request);
   DriverError SubmitBuffered(DriverRequest& request);
   DriverError SubmitDirect(DriverRequest& request);
+  DriverError TakePackets(DriverRequest& request, std::uint32_t table_end);
   DriverError SubmitPipeRequest(DriverRequest& request);
   DriverError SubmitQuery(DriverRequest& request);
   DriverError Answer(DriverRequest& request, const void* data, std::uint32_t size);

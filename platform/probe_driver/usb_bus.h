@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -29,12 +30,22 @@ struct SetupPacket {
   std::uint16_t length = 0;       // wLength
 };
 
+// One packet of an isochronous transfer, which may be short or fail by itself.
+struct UsbPacket {
+  std::uint32_t actual = 0;
+  UsbStatus status = UsbStatus::kOk;
+};
+
 // One transfer, owned by its submitter, which keeps it and its buffer alive until `complete` ran.
 struct UsbTransfer {
   std::uint8_t endpoint = 0;  // bEndpointAddress; 0 is the control endpoint
   SetupPacket setup;          // control endpoint only
   std::uint8_t* data = nullptr;
   std::uint32_t length = 0;  // bytes to send, or room for the bytes to receive
+  // Isochronous endpoints only: one for each packet. Packets have the endpoint's size, but for the
+  // last, and lie at their places in `data`, also behind a short one; `actual` then counts up to
+  // the end of the last that moved. Filled in before `complete` is called.
+  std::span<UsbPacket> packets;
 
   // Filled in before `complete` is called.
   UsbStatus status = UsbStatus::kOk;
@@ -81,6 +92,9 @@ class UsbDevice {
   // The client expects transfers of up to this many bytes on an endpoint. For buses that have to
   // prepare for them; the others take transfers of any size.
   virtual void SetTransferSize(std::uint8_t /*endpoint*/, std::uint32_t /*bytes*/) {}
+
+  // Whether the bus moves packets of isochronous endpoints; none of the others' devices has one.
+  virtual bool HasIsochronous() const { return false; }
 
   // Clears a halted endpoint. False when the device has left or has no such endpoint.
   virtual bool ResetPipe(std::uint8_t endpoint) = 0;

@@ -8,12 +8,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <filesystem>
 #include <map>
 
 #include "platform/linux/usb/libusb_bus.h"
+#include "platform/probe_driver/driver_requests.h"
+#include "platform/probe_driver/probe_driver.h"
 #include "tests/kernel_usb/gadget.h"
+#include "tests/kernel_usb/iso_device.h"
 #include "tests/support/process.h"
 #include "tests/unit/hex_bytes.h"
 
@@ -81,6 +85,12 @@ class Job {
   std::mutex mutex_;
   std::condition_variable changed_;
   bool done_ = false;
+};
+
+class NoTimers : public probe_driver::DriverTimers {
+ public:
+  std::uint64_t Start(std::uint32_t, std::function<void()>) override { return 1; }
+  void Stop(std::uint64_t) override {}
 };
 
 class News : public probe_driver::UsbBusListener {
@@ -383,16 +393,19 @@ TEST_F(UsbBus, ANodeThatStaysClosedIsToldOnceAndListedWhenItOpens) {
   const std::string node = gadget_->Node();
   const std::string line = "Probe " + node + " may not be opened: Permission denied.\n";
   ASSERT_EQ(0, chmod(node.c_str(), 0600));
+  const std::size_t before = Journal().size();
   {
     const AsNobody rights;
     bus_ = linux_host::ConnectUsb({kIds});
   }
-  EXPECT_TRUE(support::WaitUntil([&] { return Journal().find(line) != std::string::npos; }));
+  EXPECT_TRUE(
+      support::WaitUntil([&] { return Journal().find(line, before) != std::string::npos; }));
   {
     const AsNobody rights;
     EXPECT_THAT(bus_->ListDevices(), IsEmpty());
   }
-  EXPECT_EQ(Journal().find(line), Journal().rfind(line));
+  const std::string journal = Journal();
+  EXPECT_EQ(journal.find(line, before), journal.rfind(line));
   ASSERT_EQ(0, chmod(node.c_str(), 0666));
   {
     const AsNobody rights;
@@ -401,17 +414,55 @@ TEST_F(UsbBus, ANodeThatStaysClosedIsToldOnceAndListedWhenItOpens) {
 }
 
 TEST_F(UsbBus, AMachineThatGetsUsbLater) {
-  ASSERT_EQ(0, system("modprobe -r dummy_hcd && rmdir /dev/bus/usb/* /dev/bus/usb 2>/dev/null; "
-                      "test ! -e /dev/bus/usb"));
+  ASSERT_EQ(
+      0, system("modprobe -r dummy_hcd vhci-hcd && rmdir /dev/bus/usb/* /dev/bus/usb 2>/dev/null; "
+                "test ! -e /dev/bus/usb"));
   const std::string before = Journal();
   bus_ = linux_host::ConnectUsb({kIds});
   bus_->SetListener(&news_);
   EXPECT_THAT(bus_->ListDevices(), IsEmpty());
-  ASSERT_EQ(0, system("sleep 3; modprobe dummy_hcd"));  // three more attempts
+  ASSERT_EQ(0, system("sleep 3; modprobe vhci-hcd; modprobe dummy_hcd"));  // three more attempts
   gadget_ = std::make_unique<Gadget>("2002", std::vector<std::string>{"Loopback"});
   EXPECT_TRUE(support::WaitUntil([&] { return !news_.heard().empty(); }));
   EXPECT_EQ("No probes: there is no USB here (no /dev/bus/usb).\n",
             Journal().substr(before.size(), 51));
+}
+
+// What the driver's client gets: the packet table of its record, and the bytes where they belong.
+TEST_F(UsbBus, IsochronousPacketsReportOneByOne) {
+  IsoDevice device;
+  bus_ = linux_host::ConnectUsb({kIds});
+  ASSERT_TRUE(support::WaitUntil([&] { return !bus_->ListDevices().empty(); }));
+  NoTimers timers;
+  probe_driver::ProbeDriver driver(bus_->OpenDevice(bus_->ListDevices().front()), timers);
+  const auto direct = [&](std::uint8_t endpoint, std::size_t packets, Bytes& buffer) {
+    Bytes record(38 + 8 * packets);
+    record[13] = endpoint;
+    record[22] = 38;
+    record[26] = static_cast<std::uint8_t>(8 * packets);
+    probe_driver::DriverRequest request;
+    request.code = probe_driver::kDirectTransfer;
+    request.input = record.data();
+    request.input_size = static_cast<std::uint32_t>(record.size());
+    request.output = buffer.data();
+    request.output_size = static_cast<std::uint32_t>(buffer.size());
+    std::atomic<bool> done = false;
+    request.complete = [&](auto&) { done = true; };
+    EXPECT_EQ(probe_driver::kSuccess, driver.Submit(request));
+    EXPECT_TRUE(support::WaitUntil([&] { return done.load(); }));
+    return std::to_string(request.error) + " " + std::to_string(request.bytes) + ": " +
+           unit::HexText(Bytes(record.begin() + 38, record.end()));
+  };
+  Bytes in(28, 0xEE);
+  EXPECT_EQ("0 28: 01 00*11 11 00 00 C0 03 00 00 00 00 00 00 00 04 00 00 00 00 00 00 00",
+            direct(0x81, 4, in));
+  EXPECT_EQ("00", unit::HexText(Bytes(in.begin(), in.begin() + 1)));
+  EXPECT_EQ("02 02 02", unit::HexText(Bytes(in.begin() + 16, in.begin() + 19)));
+  EXPECT_EQ("03 03 03 03", unit::HexText(Bytes(in.begin() + 24, in.end())));
+  Bytes out = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+  EXPECT_EQ("0 10: 08 00 00 00 00 00 00 00 02 00 00 00 00 00 00 00", direct(0x01, 2, out));
+  EXPECT_EQ("01 02 03 04 05 06 07 08|09 0A|", device.taken());
+  EXPECT_EQ("31 0: 00*16", direct(0x01, 2, in)) << "more bytes than two packets hold";
 }
 
 TEST_F(UsbBus, DevicesOfOtherIdsAreNotTouched) {

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <chrono>
 #include <mutex>
+#include <new>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -17,6 +19,7 @@ namespace linux_host {
 namespace {
 
 using probe_driver::SetupPacket;
+using probe_driver::UsbPacket;
 using probe_driver::UsbStatus;
 using probe_driver::UsbTransfer;
 
@@ -25,9 +28,12 @@ constexpr std::chrono::seconds kCancelTimeout(10);
 
 class Transfers;
 
-// A request to libusb; used again and again, so that no transfer allocates.
+// A request to libusb. All but isochronous ones are used again and again, so that no transfer
+// allocates.
 struct Request {
-  Request() : usb(libusb_alloc_transfer(0)) { usb->user_data = this; }
+  explicit Request(std::size_t packets) : usb(libusb_alloc_transfer(static_cast<int>(packets))) {
+    if (!usb) throw std::bad_alloc();
+  }
   ~Request() { libusb_free_transfer(usb); }
   Request(const Request&) = delete;
   Request& operator=(const Request&) = delete;
@@ -56,8 +62,10 @@ class Transfers : public std::enable_shared_from_this<Transfers> {
 
  private:
   static void LIBUSB_CALL Completed(libusb_transfer* usb);
-  void Fill(Request& request, UsbTransfer& transfer);
-  std::unique_ptr<Request> Take();
+  // 0, or libusb's error.
+  int Fill(Request& request, UsbTransfer& transfer);
+  int FillPackets(libusb_transfer& usb, const UsbTransfer& transfer);
+  std::unique_ptr<Request> Take(const UsbTransfer& transfer);
   // Ends the request's use. The transfer that it was for, unless that was given up.
   UsbTransfer* Finish(Request& request);
   std::vector<UsbTransfer*> GiveUp();
@@ -69,16 +77,18 @@ class Transfers : public std::enable_shared_from_this<Transfers> {
   std::vector<std::unique_ptr<Request>> free_;
 };
 
-std::unique_ptr<Request> Transfers::Take() {
+std::unique_ptr<Request> Transfers::Take(const UsbTransfer& transfer) {
   const std::lock_guard lock(mutex_);
-  if (free_.empty()) return std::make_unique<Request>();
+  const std::size_t packets = transfer.packets.size();
+  if (packets != 0 || free_.empty()) return std::make_unique<Request>(packets);
   auto request = std::move(free_.back());
   free_.pop_back();
   return request;
 }
 
-void Transfers::Fill(Request& request, UsbTransfer& transfer) {
+int Transfers::Fill(Request& request, UsbTransfer& transfer) {
   libusb_transfer& usb = *request.usb;
+  usb.actual_length = 0;  // of an earlier use
   if (transfer.endpoint == 0) {
     const SetupPacket& setup = transfer.setup;
     auto& block = request.control_block;
@@ -89,19 +99,50 @@ void Transfers::Fill(Request& request, UsbTransfer& transfer) {
       std::copy_n(transfer.data, setup.length, block.begin() + LIBUSB_CONTROL_SETUP_SIZE);
     }
     libusb_fill_control_transfer(&usb, attachment_->handle(), block.data(), Completed, &request, 0);
-    return;
+    return 0;
   }
   libusb_fill_bulk_transfer(&usb, attachment_->handle(), transfer.endpoint, transfer.data,
                             static_cast<int>(transfer.length), Completed, &request, 0);
   if (attachment_->IsInterrupt(transfer.endpoint)) usb.type = LIBUSB_TRANSFER_TYPE_INTERRUPT;
+  return transfer.packets.empty() ? 0 : FillPackets(usb, transfer);
+}
+
+int Transfers::FillPackets(libusb_transfer& usb, const UsbTransfer& transfer) {
+  const int found = libusb_get_max_iso_packet_size(libusb_get_device(usb.dev_handle), usb.endpoint);
+  if (found <= 0) return found < 0 ? found : LIBUSB_ERROR_INVALID_PARAM;
+  const auto size = static_cast<std::uint32_t>(found);
+  const std::size_t count = transfer.packets.size();
+  if (transfer.length == 0 || (transfer.length - 1) / size != count - 1) {
+    return LIBUSB_ERROR_INVALID_PARAM;
+  }
+  usb.type = LIBUSB_TRANSFER_TYPE_ISOCHRONOUS;
+  usb.num_iso_packets = static_cast<int>(count);
+  libusb_set_iso_packet_lengths(&usb, size);
+  usb.iso_packet_desc[count - 1].length =
+      transfer.length - size * static_cast<std::uint32_t>(count - 1);
+  return 0;
+}
+
+// What became of each packet; the end of the last that moved.
+std::uint32_t TakePackets(const libusb_transfer& usb, std::span<UsbPacket> packets) {
+  std::uint32_t place = 0;
+  std::uint32_t end = 0;
+  for (std::size_t i = 0; i < packets.size(); ++i) {
+    const libusb_iso_packet_descriptor& packet = usb.iso_packet_desc[i];
+    packets[i] = {.actual = packet.actual_length, .status = ErrorOfTransfer(packet.status).status};
+    if (packet.actual_length != 0) end = place + packet.actual_length;
+    place += packet.length;
+  }
+  return end;
 }
 
 int Transfers::Submit(UsbTransfer& transfer) {
   constexpr std::uint32_t kLargest = 0x7FFFFFFF;
   if (transfer.length > kLargest) return LIBUSB_ERROR_INVALID_PARAM;
-  std::unique_ptr<Request> taken = Take();
+  std::unique_ptr<Request> taken = Take(transfer);
   Request& request = *taken;
-  Fill(request, transfer);
+  int error = Fill(request, transfer);
+  if (error != 0) return error;
   request.transfer = &transfer;
   request.owner = shared_from_this();
   count_.Begin();
@@ -110,7 +151,7 @@ int Transfers::Submit(UsbTransfer& transfer) {
     const std::lock_guard lock(mutex_);
     in_flight_.push_back(std::move(taken));
   }
-  const int error = libusb_submit_transfer(request.usb);
+  error = libusb_submit_transfer(request.usb);
   if (error == 0) return 0;
   request.owner.reset();
   Finish(request);
@@ -120,13 +161,19 @@ int Transfers::Submit(UsbTransfer& transfer) {
 
 UsbTransfer* Transfers::Finish(Request& request) {
   const std::lock_guard lock(mutex_);
+  const libusb_transfer& usb = *request.usb;
   UsbTransfer* const transfer = std::exchange(request.transfer, nullptr);
-  if (transfer && transfer->endpoint == 0 && IsIn(transfer->setup)) {
-    std::copy_n(request.control_block.begin() + LIBUSB_CONTROL_SETUP_SIZE,
-                request.usb->actual_length, transfer->data);
+  if (transfer) {
+    transfer->status = ErrorOfTransfer(usb.status).status;
+    transfer->actual = static_cast<std::uint32_t>(usb.actual_length);
+    if (!transfer->packets.empty()) transfer->actual = TakePackets(usb, transfer->packets);
+    if (transfer->endpoint == 0 && IsIn(transfer->setup)) {
+      std::copy_n(request.control_block.begin() + LIBUSB_CONTROL_SETUP_SIZE, usb.actual_length,
+                  transfer->data);
+    }
   }
   const auto place = std::ranges::find(in_flight_, &request, &std::unique_ptr<Request>::get);
-  free_.push_back(std::move(*place));
+  if (usb.num_iso_packets == 0) free_.push_back(std::move(*place));
   in_flight_.erase(place);
   return transfer;
 }
@@ -134,14 +181,8 @@ UsbTransfer* Transfers::Finish(Request& request) {
 void Transfers::Completed(libusb_transfer* usb) {
   auto& request = *static_cast<Request*>(usb->user_data);
   const std::shared_ptr<Transfers> owner = std::move(request.owner);
-  const UsbStatus status = ErrorOfTransfer(usb->status).status;
-  const auto actual = static_cast<std::uint32_t>(usb->actual_length);
   UsbTransfer* const transfer = owner->Finish(request);
-  if (transfer) {
-    transfer->status = status;
-    transfer->actual = actual;
-    transfer->complete(*transfer);
-  }
+  if (transfer) transfer->complete(*transfer);
   owner->count_.End();
 }
 
@@ -190,6 +231,8 @@ class OpenDevice : public probe_driver::UsbDevice {
                    "Probe " + attachment_->node() + ": the system does not let go of a transfer.");
     }
   }
+
+  bool HasIsochronous() const override { return true; }
 
   probe_driver::DriverFacts Facts() override { return attachment_->facts(); }
 
