@@ -34,7 +34,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using unit::Bytes;
-using unit::Eventually;
 
 constexpr UsbIds kIds{0x0F0F, 0x2002};
 
