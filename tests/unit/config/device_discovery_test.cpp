@@ -9,8 +9,8 @@
 
 #include "sim/bench.h"
 #include "support/handle.h"
-#include "tests/support/process.h"
 #include "tests/unit/config/configure_fixture.h"
+#include "tests/unit/eventually.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ TEST_F(NotificationTest, WithoutAWindowClientsStillRefreshTheTable) {
   Configurators().clear();
   StartDeviceDiscovery(nullptr, path.c_str());
   std::vector<std::wstring> notices;
-  support::WaitUntil([&] { return !(notices = test_host::TakeNotices()).empty(); });
+  unit::Eventually([&] { return !(notices = test_host::TakeNotices()).empty(); });
   EXPECT_EQ((std::vector<std::wstring>{L"box|Error|Failed to register event handler. Unable to "
                                        L"detect Wirefox attach/detach events"}),
             notices);
@@ -163,7 +163,7 @@ TEST_F(ReturningProbeTest, IsRefreshedWhileItsRemovalWaitsForTheLock) {
     const DeviceTableGuard guard;
     PullAndPutBack();
     notified = std::thread([&] { Hear(DBT_DEVICEREMOVECOMPLETE, path_); });
-    EXPECT_TRUE(support::WaitUntil([] { return RefreshDevices(); }));
+    EXPECT_TRUE(unit::Eventually([] { return RefreshDevices(); }));
     ExpectANewEntry();
   }
   notified.join();

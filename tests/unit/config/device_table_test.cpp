@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "support/handle.h"
-#include "tests/support/process.h"
 #include "tests/unit/config/configure_fixture.h"
+#include "tests/unit/eventually.h"
 
 namespace {
 
@@ -15,7 +15,7 @@ namespace {
 struct OtherThread {
   ~OtherThread() { thread.join(); }
   bool HasTakenIt() {
-    return support::WaitUntil([&] { return taken.load(); });
+    return unit::Eventually([&] { return taken.load(); });
   }
 
   std::atomic<bool> taken = false;
@@ -61,7 +61,7 @@ TEST(DeviceTableLock, IsHadByOneAtATime) {
     KernelHandle squatter(CreateEventW(nullptr, TRUE, FALSE, L"WfxDeviceLock"));
     ASSERT_TRUE(squatter);
     OtherThread other;
-    EXPECT_TRUE(support::WaitUntil([&] { return !log.Lines().empty(); }));
+    EXPECT_TRUE(unit::Eventually([&] { return !log.Lines().empty(); }));
     EXPECT_FALSE(other.taken);
     squatter.Reset();
     EXPECT_TRUE(other.HasTakenIt());

@@ -16,7 +16,7 @@
 #include "platform/test_host.h"
 #include "sim/bench.h"
 #include "support/settings_file.h"
-#include "tests/support/process.h"
+#include "tests/unit/eventually.h"
 #include "tests/unit/scratch_folder.h"
 #include "usb/usb_device.h"
 
@@ -47,7 +47,7 @@ SlowBench& bench = *new SlowBench;
 // Waits for one of these contents: in which order probes of a family stand depends on when a pass
 // meets them.
 bool FileBecomes(const std::vector<std::string>& contents) {
-  return support::WaitUntil([&] {
+  return unit::Eventually([&] {
     const DeviceTableGuard guard;
     return std::ranges::find(contents, folder.Read("wfx.log")) != contents.end();
   });
@@ -93,7 +93,7 @@ TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
     ASSERT_TRUE(bench.Plug("EVK0001"));
     EXPECT_FALSE(works());
   }
-  EXPECT_TRUE(support::WaitUntil(works));
+  EXPECT_TRUE(unit::Eventually(works));
 
   // The file is left alone when nothing has changed.
   std::remove(narrow_path.c_str());
@@ -106,7 +106,7 @@ TEST(DeviceDiscovery, TableAndFileFollowWhatIsAttached) {
   // Nothing attached: an empty file, not a missing one.
   for (const char* name : {"EVK0001", "WFX0001", "WFX0002"}) bench.Unplug(name);
   EXPECT_TRUE(FileBecomes({""}));
-  EXPECT_TRUE(support::WaitUntil([&] { return folder.Holds("wfx.log"); }));
+  EXPECT_TRUE(unit::Eventually([&] { return folder.Holds("wfx.log"); }));
 }
 
 }  // namespace
