@@ -11,6 +11,8 @@ namespace {
 
 const fs::path kGadget = "/sys/kernel/config/usb_gadget/wirefox";
 
+constexpr char kSerialNumber[] = "KERNEL1";
+
 // A vendor's reports of 8 bytes in and out.
 constexpr unsigned char kReports[] = {0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0x15, 0x00,
                                       0x26, 0xFF, 0x00, 0x75, 0x08, 0x95, 0x08, 0x09, 0x01,
@@ -37,7 +39,7 @@ Gadget::Gadget(const std::string& product_id, const std::vector<std::string>& fu
   WriteFile(kGadget / "idProduct", "0x" + product_id);
   for (const char* folder : {"strings/0x409", "configs/c.1"})
     fs::create_directory(kGadget / folder);
-  WriteFile(kGadget / "strings/0x409/serialnumber", "KERNEL1");
+  WriteFile(kGadget / "strings/0x409/serialnumber", kSerialNumber);
   for (const std::string& function : functions) {
     const std::string name = function + ".0";
     const fs::path folder = kGadget / "functions" / name;
@@ -67,7 +69,7 @@ void Gadget::Unplug() { WriteFile(kGadget / "UDC", "\n"); }
 
 std::string Gadget::SystemFolder() const {
   for (const auto& device : fs::directory_iterator("/sys/bus/usb/devices")) {
-    if (ReadFile(device.path() / "idVendor") != "0f0f\n") continue;
+    if (ReadFile(device.path() / "serial") != std::string(kSerialNumber) + "\n") continue;
     if (ReadFile(device.path() / "idProduct") == product_id_ + "\n") return device.path() / "";
   }
   return {};

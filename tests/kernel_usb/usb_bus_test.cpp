@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <map>
+#include <stdexcept>
 
 #include "platform/linux/usb/libusb_bus.h"
 #include "platform/probe_driver/driver_requests.h"
@@ -132,7 +133,7 @@ class UsbBus : public testing::Test {
   }
   void Open() {
     device_ = bus_->OpenDevice(path_);
-    ASSERT_NE(nullptr, device_);
+    if (!device_) throw std::runtime_error("not opened: '" + path_ + "'");
     FindEndpoints();
   }
   void TearDown() override {

@@ -30,6 +30,7 @@ class FakeProbe : public probe_driver::UsbBus {
   // flight. Runs with no lock held.
   std::function<bool(Transfer&)> answer = [](auto&) { return false; };
   probe_driver::DriverFacts facts;
+  bool isochronous = false;
 
   // What has reached the probe since the last call, a line each.
   std::vector<std::string> TakeLog() {
@@ -65,6 +66,7 @@ class FakeProbe : public probe_driver::UsbBus {
     ~Opening() override { probe_.CompleteAll(Status::kAborted); }
 
     probe_driver::DriverFacts Facts() override { return probe_.facts; }
+    bool HasIsochronous() const override { return probe_.isochronous; }
     void Submit(Transfer& transfer) override { probe_.Submit(transfer); }
     void Cancel(Transfer& transfer) override {
       probe_.Log("cancel");

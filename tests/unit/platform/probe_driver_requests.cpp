@@ -239,6 +239,45 @@ TEST_F(ProbeDriverRequests, PipeRequestsReachTheirEndpoint) {
   EXPECT_EQ(kGeneralFailure, Send(0x22002C, missing, {}).refusal);
 }
 
+TEST_F(ProbeDriverRequests, IsochronousPacketsReportInTheRecordsTable) {
+  probe_.isochronous = true;
+  probe_.answer = [](UsbTransfer& transfer) {
+    transfer.actual = 3;
+    transfer.packets[0].actual = 3;
+    for (auto& packet : transfer.packets.subspan(1)) packet.status = UsbStatus::kStall;
+    return true;
+  };
+  const auto table = [](Bytes record, std::uint32_t offset, std::uint32_t size) {
+    Store(record, 22, offset);
+    Store(record, 26, size);
+    return record;
+  };
+  Bytes buffered = table(DataRecord(0x81, Bytes(20)), 38, 16);
+  Store(buffered, 30, 54);
+  Store(buffered, 34, 4);
+  Bytes direct = table(DirectRecord(0x81), 38, 8);
+  direct.resize(46);
+  Bytes payload(4);
+  Bytes sent = buffered;
+  EXPECT_EQ(57U, Send(0x220024, sent).bytes);
+  EXPECT_EQ("03 00*11 04 00 00 C0 00 00 00 00",
+            unit::HexText(Bytes(sent.begin() + 38, sent.end())));
+  sent = direct;
+  EXPECT_EQ(3U, Send(0x22004B, sent, payload).bytes);
+  EXPECT_EQ("03 00 00 00 00 00 00 00", unit::HexText(Bytes(sent.begin() + 38, sent.end())));
+  for (const auto& [offset, size] : {std::pair{37U, 8U},
+                                     {38U, 4U},
+                                     {39U, 16U},
+                                     {60U, 8U},
+                                     {0xFFFFFFFFU, 8U},
+                                     {38U, 0xFFFFFFF8U}}) {
+    Bytes refused = table(buffered, offset, size);
+    EXPECT_EQ(kInvalidParameter, Send(0x220024, refused).refusal) << offset;
+    refused = table(direct, offset, size);
+    EXPECT_EQ(kInvalidParameter, Send(0x22004B, refused, payload).refusal) << offset;
+  }
+}
+
 TEST_F(ProbeDriverRequests, RequestsThatContradictThemselvesAreRefusedUntouched) {
   const auto changed = [](Bytes record, std::size_t offset, std::uint32_t value) {
     Store(record, offset, value);
