@@ -80,6 +80,7 @@ Attempt CreateObject(Descriptor socket, const ClassPlan& plan, DBusHandle& conne
 Attempt TryConnect(const ClassPlan& plan, DBusHandle& connection) {
   Descriptor socket = OwnComponentDirectory().Connect(SocketFile(plan));
   if (!socket.is_open()) socket = MachineComponentDirectory().Connect(SocketFile(plan));
+  if (!socket.is_open() && errno == EACCES) return {Outcome::kRefused, E_ACCESSDENIED};
   if (!socket.is_open()) return {Outcome::kNoServer};
   return CreateObject(std::move(socket), plan, connection);
 }
