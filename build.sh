@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Builds the programs and tests of one preset into build/PRESET, after installing what that needs.
-# usage: ./build.sh [PRESET] [TARGET...]      presets: release (default), debug, asan, tsan, windows
+# usage: ./build.sh [PRESET] [TARGET...]      presets: release (default), debug, asan, tsan, windows, package
 set -euo pipefail
 cd "$(dirname "$0")"
 
 preset=${1:-release}
 [ $# -eq 0 ] || shift
 case $preset in
-  release | debug | asan | tsan | windows) ;;
+  release | debug | asan | tsan | windows | package) ;;
   *) sed -n '2,3s/^# //p' "$0" >&2; exit 2 ;;
 esac
 
@@ -16,6 +16,7 @@ packages=(g++ cmake ninja-build ccache pkg-config libsystemd-dev libusb-1.0-0-de
 if [ "$preset" = windows ]; then
   packages+=(g++-mingw-w64-x86-64-posix mingw-w64-tools googletest wine wine64)
 fi
+[ "$preset" != package ] || packages+=(help2man)
 # Compiled files are found again in the cache from any checkout.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros
 mkdir -p build

@@ -80,6 +80,7 @@ Attempt CreateObject(FileDescriptor socket, const ClassPlan& plan, DBusHandle& c
 Attempt TryConnect(const ClassPlan& plan, DBusHandle& connection) {
   FileDescriptor socket = OwnComponentDirectory().Connect(SocketFile(plan));
   if (!socket.is_open()) socket = MachineComponentDirectory().Connect(SocketFile(plan));
+  if (!socket.is_open() && errno == EACCES) return {Outcome::kRefused, E_ACCESSDENIED};
   if (!socket.is_open()) return {Outcome::kNoServer};
   return CreateObject(std::move(socket), plan, connection);
 }

@@ -1,6 +1,7 @@
 #include "platform/linux/com/class_server.h"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -57,7 +58,8 @@ bool ClassServer::TryListen() {
     listen_deadline_ = MonotonicMicroseconds() + kLockRetryMicroseconds;
     return true;
   }
-  listener_ = directory_.Listen(SocketFile(plan), ServesAllAccounts());
+  const mode_t others = geteuid() == 0 ? 0666 : 0660;
+  listener_ = directory_.Listen(SocketFile(plan), ServesOtherAccounts() ? others : 0600);
   if (!listener_.is_open()) serve_lock_.Reset();
   return listener_.is_open();
 }

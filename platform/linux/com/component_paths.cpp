@@ -34,7 +34,7 @@ bool IsTrustedPeer(int socket) {
   ucred peer{};
   socklen_t size = sizeof peer;
   if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
-  return peer.uid == 0 || peer.uid == geteuid();
+  return peer.uid == 0 || peer.uid == geteuid() || peer.uid == MachineAccount();
 }
 
 }  // namespace
@@ -66,7 +66,7 @@ void ComponentDirectory::Mark(const std::string& file) const {
   if (marked.is_open()) (void)!write(marked.get(), "\n", 1);
 }
 
-FileDescriptor ComponentDirectory::Listen(const std::string& file, bool for_all) const {
+FileDescriptor ComponentDirectory::Listen(const std::string& file, mode_t mode) const {
   const FileDescriptor directory = OpenDirectory(path_);
   if (!directory.is_open()) return FileDescriptor();
   FileDescriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -77,7 +77,7 @@ FileDescriptor ComponentDirectory::Listen(const std::string& file, bool for_all)
   const bool is_up =
       listener.is_open() &&
       bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-      fchmodat(directory.get(), passing.c_str(), for_all ? 0666 : 0600, 0) == 0 &&
+      fchmodat(directory.get(), passing.c_str(), mode, 0) == 0 &&
       listen(listener.get(), SOMAXCONN) == 0 &&
       renameat(directory.get(), passing.c_str(), directory.get(), file.c_str()) == 0;
   if (is_up) return listener;
@@ -89,13 +89,20 @@ FileDescriptor ComponentDirectory::Listen(const std::string& file, bool for_all)
 
 FileDescriptor ComponentDirectory::Connect(const std::string& file) const {
   const FileDescriptor directory = OpenDirectory(path_);
-  if (!directory.is_open()) return FileDescriptor();
+  if (!directory.is_open()) {
+    errno = ENOENT;
+    return FileDescriptor();
+  }
   FileDescriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_un address = AddressIn(directory, file);
   if (!connection.is_open() ||
-      connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      !IsTrustedPeer(connection.get())) {
-    return FileDescriptor();
+      connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const int error = errno;
+    connection.Reset();
+    errno = error;
+  } else if (!IsTrustedPeer(connection.get())) {
+    connection.Reset();
+    errno = ENOENT;
   }
   return connection;
 }

@@ -9,6 +9,8 @@
 // Each is removed by its process. One that was killed leaves them to the next of its kind.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <utility>
 
@@ -31,12 +33,13 @@ class ComponentDirectory {
   // Appends a byte to that file, when there is one.
   void Mark(const std::string& file) const;
 
-  // A socket that listens under that name, in place of one of an earlier process. Others than the
-  // owner may connect when `for_all` is set. Not open, with errno, on failure.
-  FileDescriptor Listen(const std::string& file, bool for_all) const;
+  // A socket that listens under that name, in place of one of an earlier process. Its mode says who
+  // may connect. Not open, with errno, on failure.
+  FileDescriptor Listen(const std::string& file, mode_t mode) const;
 
-  // A connection to that socket, provided that its server runs as this account or as root. Not open
-  // when there is none.
+  // A connection to that socket, provided that its server runs as this account, as root or as the
+  // machine's service. Not open when there is none; with errno EACCES when there is one that this
+  // account may not use.
   FileDescriptor Connect(const std::string& file) const;
 
   void Remove(const std::string& file) const;

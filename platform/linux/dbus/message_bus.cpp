@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include "platform/linux/kernel/home.h"
-#include "platform/linux/services/registration_files.h"
 #include "platform/linux/services/service_dispatcher.h"
 
 namespace linux_host {
@@ -13,11 +12,11 @@ constexpr char kDaemonName[] = "org.freedesktop.DBus";
 constexpr char kDaemonPath[] = "/org/freedesktop/DBus";
 
 DBusHandle OpenBus() {
-  if (RunsAsService() && ServicesAreTheMachines()) return OpenDBus(&sd_bus_open_system);
+  if (RunsAsService() && IsMachinesAccount()) return OpenDBus(&sd_bus_open_system);
   if (!Variable("DBUS_SESSION_BUS_ADDRESS").empty() || !Variable("XDG_RUNTIME_DIR").empty()) {
     return OpenDBus(&sd_bus_open_user);
   }
-  return ServesAllAccounts() ? OpenDBus(&sd_bus_open_system) : nullptr;
+  return ServesOtherAccounts() ? OpenDBus(&sd_bus_open_system) : nullptr;
 }
 
 }  // namespace

@@ -48,7 +48,16 @@ bool MakeDirectories(const std::string& path, unsigned mode) {
 
 std::string InstallationHome() { return WithoutTrailingSlashes(Variable("WIREFOX_HOME")); }
 
-bool ServesAllAccounts() { return geteuid() == 0 && Variable("WIREFOX_HOME").empty(); }
+uid_t MachineAccount() {
+  struct stat state;
+  const bool is_given =
+      InstallationHome().empty() && stat(MachineHomePath(HomeKind::kRuntime).c_str(), &state) == 0;
+  return is_given ? state.st_uid : 0;
+}
+
+bool IsMachinesAccount() { return geteuid() == 0 || geteuid() == MachineAccount(); }
+
+bool ServesOtherAccounts() { return IsMachinesAccount() && InstallationHome().empty(); }
 
 std::string UserFolder(const char* variable, const char* below) {
   const std::string folder = Variable(variable);
@@ -63,7 +72,7 @@ std::string MachineHomePath(HomeKind kind) {
 
 std::string HomePath(HomeKind kind) {
   const bool own_home = !Variable("WIREFOX_HOME").empty();
-  const bool machine = own_home || geteuid() == 0;
+  const bool machine = own_home || IsMachinesAccount();
   std::string path = WithoutTrailingSlashes(machine ? MachineHomePath(kind) : UserPath(kind));
   // Users' clients of a service that root runs have to reach its socket.
   MakeDirectories(path, machine && !own_home ? 0755 : 0700);

@@ -58,8 +58,10 @@ bool Registry::RemoveOpenKey(HKEY handle) {
 
 std::vector<HiveFile*> Registry::Hives() {
   std::vector<HiveFile*> hives;
-  for (const std::string& directory :
-       {HomePath(HomeKind::kState), MachineHomePath(HomeKind::kState)}) {
+  std::vector<std::string> directories = {HomePath(HomeKind::kState),
+                                          MachineHomePath(HomeKind::kState)};
+  if (InstallationHome().empty()) directories.emplace_back(kInstalledFolder);
+  for (const std::string& directory : directories) {
     auto& hive = hives_[HivePath(directory)];
     if (!hive) hive = std::make_unique<HiveFile>(HivePath(directory));
     if (std::find(hives.begin(), hives.end(), hive.get()) == hives.end()) {

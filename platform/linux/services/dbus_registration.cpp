@@ -32,7 +32,7 @@ DBusFiles FilesFor(const ClassPlan& plan) {
     const bool is_the_machines = ServicesAreTheMachines();
     (is_the_machines ? files.system_activation : files.activation) =
         UnitActivationText(name, registered.service, is_the_machines);
-    if (is_the_machines) files.policy = DBusPolicyText(name, ServesAllAccounts());
+    if (is_the_machines) files.policy = DBusPolicyText(name, ServesOtherAccounts());
   }
   return files;
 }
