@@ -25,6 +25,10 @@ struct Options {
 // How often it is made sure that the service still lives when no tool has anything to do.
 constexpr DWORD kHeartbeatMs = 2000;
 
+// More than a tool sends before it waits for an answer, and how long it may pause in between.
+constexpr std::size_t kFlood = 32768;
+constexpr DWORD kFloodPauseMs = 2;
+
 class Server {
  public:
   Server(Context& context, const Options& options, ToolPort& port)
@@ -54,7 +58,7 @@ class Server {
       if (woken == WAIT_OBJECT_0) break;
       std::int32_t version = 0;
       if (woken == WAIT_OBJECT_0 + 1) {
-        Serve(port_.Take());
+        Serve(Gather());
       } else {
         context_.service().GetVersion(version);
       }
@@ -64,6 +68,19 @@ class Server {
   }
 
  private:
+  // All that has come. A tool that sends so much at once waits for no answer, and more follows;
+  // OpenOCD even gives up when it cannot send on. So nothing else is done until it pauses.
+  ToolPort::Input Gather() {
+    ToolPort::Input input = port_.Take();
+    while (input.bytes.size() >= kFlood && !input.ends &&
+           WaitForSingleObject(port_.event(), kFloodPauseMs) == WAIT_OBJECT_0) {
+      const ToolPort::Input more = port_.Take();
+      input.bytes.insert(input.bytes.end(), more.bytes.begin(), more.bytes.end());
+      input.ends = more.ends;
+    }
+    return input;
+  }
+
   void Serve(const ToolPort::Input& input) {
     if (input.begins && !Begin()) return;
     if (!protocol_) return;

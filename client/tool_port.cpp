@@ -14,8 +14,12 @@ namespace client {
 
 namespace {
 
-// What may wait for the probe. A tool that sends more before it reads an answer has to wait.
-constexpr std::size_t kMostWaiting = 16u << 20;
+// What may wait for the probe. A tool that sends more before it reads an answer has to wait, for
+// which OpenOCD is not made: it gives up when it cannot send.
+constexpr std::size_t kMostWaiting = 256u << 20;
+
+// Those that have ended their part and wait for its end, and the one behind them.
+constexpr std::size_t kMostTools = 16;
 
 constexpr int kSendTimeoutMs = 10000;
 // How often a thread that waits looks whether the port is closed.
@@ -159,7 +163,8 @@ ToolPort::ToolPort(SOCKET listener, std::string name, std::string local_path)
 
 ToolPort::~ToolPort() {
   stops_ = true;
-  Drop();
+  while (!tools_.empty()) Drop();
+  taken_.notify_all();
   thread_.join();
   closesocket(listener_);
   CloseHandle(event_);
@@ -175,68 +180,74 @@ bool ToolPort::WaitForInput(SOCKET socket) {
 
 void ToolPort::Run() {
   while (WaitForInput(listener_)) {
-    const SOCKET tool = accept(listener_, nullptr, nullptr);
-    if (tool == INVALID_SOCKET) continue;
+    const SOCKET accepted = accept(listener_, nullptr, nullptr);
+    if (accepted == INVALID_SOCKET) continue;
+    const auto tool = std::make_shared<Tool>(accepted);
     // Answers are small and awaited.
-    SetOption(tool, IPPROTO_TCP, TCP_NODELAY, 1);
+    SetOption(accepted, IPPROTO_TCP, TCP_NODELAY, 1);
     u_long does_not_wait = 1;
-    ioctlsocket(tool, FIONBIO, &does_not_wait);
+    ioctlsocket(accepted, FIONBIO, &does_not_wait);
     {
-      const std::lock_guard lock(mutex_);
-      tool_ = tool;
-      dropped_ = false;
-      input_ = {.begins = true};
+      std::unique_lock lock(mutex_);
+      taken_.wait(lock, [this] { return tools_.size() < kMostTools || stops_; });
+      tools_.push_back(tool);
+      SetEvent(event_);
     }
-    SetEvent(event_);
-    Receive(tool);
-    std::unique_lock lock(mutex_);
-    taken_.wait(lock, [this] { return dropped_ || stops_; });
-    tool_ = INVALID_SOCKET;
-    input_ = {};
-    closesocket(tool);
+    Receive(*tool);
   }
 }
 
-void ToolPort::Receive(SOCKET tool) {
+void ToolPort::Receive(Tool& tool) {
   std::array<char, 65536> buffer;
-  while (WaitForInput(tool)) {
-    const auto size = recv(tool, buffer.data(), buffer.size(), 0);
-    if (size < 0 && (WSAGetLastError() == WSAEWOULDBLOCK || WSAGetLastError() == WSAEINTR))
+  while (true) {
+    const auto size = recv(tool.socket, buffer.data(), buffer.size(), 0);
+    if (size < 0 && (WSAGetLastError() == WSAEWOULDBLOCK || WSAGetLastError() == WSAEINTR)) {
+      if (!WaitForInput(tool.socket)) return;
       continue;
+    }
     // A tool that waits for an acknowledgement before it sends the rest is not kept waiting for
     // the time that acknowledgements are saved up.
     int at_once = 1;
     DWORD returned = 0;
-    WSAIoctl(tool, SIO_TCP_SET_ACK_FREQUENCY, &at_once, sizeof at_once, nullptr, 0, &returned,
-             nullptr, nullptr);
-    std::unique_lock lock(mutex_);
-    if (dropped_) return;
-    if (size > 0) {
-      input_.bytes.insert(input_.bytes.end(), buffer.data(), buffer.data() + size);
-    } else {
-      input_.ends = true;
-    }
-    SetEvent(event_);
-    if (size <= 0) return;
-    taken_.wait(lock, [this] { return input_.bytes.size() < kMostWaiting || dropped_ || stops_; });
-    if (dropped_) return;
+    WSAIoctl(tool.socket, SIO_TCP_SET_ACK_FREQUENCY, &at_once, sizeof at_once, nullptr, 0,
+             &returned, nullptr, nullptr);
+    if (!Keep(tool, {buffer.data(), static_cast<std::size_t>(std::max<long long>(size, 0))}))
+      return;
   }
+}
+
+bool ToolPort::Keep(Tool& tool, std::span<const char> bytes) {
+  std::unique_lock lock(mutex_);
+  if (tool.dropped) return false;
+  // What has not been taken has been told.
+  const bool is_news = tool.input.bytes.empty() || bytes.empty();
+  tool.input.bytes.insert(tool.input.bytes.end(), bytes.begin(), bytes.end());
+  tool.input.ends = bytes.empty();
+  if (is_news) SetEvent(event_);
+  taken_.wait(lock,
+              [&] { return tool.input.bytes.size() < kMostWaiting || tool.dropped || stops_; });
+  return !tool.input.ends && !tool.dropped;
 }
 
 ToolPort::Input ToolPort::Take() {
   const std::lock_guard lock(mutex_);
+  if (tools_.empty()) return {};
   taken_.notify_all();
-  return std::exchange(input_, {});
+  return std::exchange(tools_.front()->input, {});
 }
 
 bool ToolPort::Send(std::span<const std::uint8_t> bytes) {
-  // The thread closes the socket only after Drop, which this thread calls.
+  const std::shared_ptr<Tool> tool = [this] {
+    const std::lock_guard lock(mutex_);
+    return tools_.front();
+  }();
   while (!bytes.empty()) {
-    const auto sent = send(tool_, reinterpret_cast<const char*>(bytes.data()),
+    const auto sent = send(tool->socket, reinterpret_cast<const char*>(bytes.data()),
                            static_cast<int>(std::min<std::size_t>(bytes.size(), 1 << 20)), 0);
     if (sent > 0) {
       bytes = bytes.subspan(static_cast<std::size_t>(sent));
-    } else if (WSAGetLastError() != WSAEWOULDBLOCK || !IsReady(tool_, POLLOUT, kSendTimeoutMs)) {
+    } else if (WSAGetLastError() != WSAEWOULDBLOCK ||
+               !IsReady(tool->socket, POLLOUT, kSendTimeoutMs)) {
       return false;
     }
   }
@@ -245,9 +256,11 @@ bool ToolPort::Send(std::span<const std::uint8_t> bytes) {
 
 void ToolPort::Drop() {
   const std::lock_guard lock(mutex_);
-  dropped_ = true;
-  input_ = {};
-  if (tool_ != INVALID_SOCKET) shutdown(tool_, SD_BOTH);
+  if (tools_.empty()) return;
+  tools_.front()->dropped = true;
+  shutdown(tools_.front()->socket, SD_BOTH);
+  tools_.pop_front();
+  if (!tools_.empty()) SetEvent(event_);
   taken_.notify_all();
 }
 

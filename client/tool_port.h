@@ -9,6 +9,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -43,17 +44,31 @@ class ToolPort {
   };
   Input Take();
 
-  // Sends to the tool that is connected. False when it is gone, or reads nothing for ten seconds.
+  // Sends to the tool whose input was taken. False when it is gone, or reads nothing for ten
+  // seconds.
   bool Send(std::span<const std::uint8_t> bytes);
 
-  // Ends the connection; what it has sent since is forgotten, and the next tool may come.
+  // Ends its connection, also one that it has closed; Take goes on to the next tool.
   void Drop();
 
  private:
+  struct Tool {
+    explicit Tool(SOCKET s) : socket(s) {}
+    ~Tool() { closesocket(socket); }
+    Tool(const Tool&) = delete;
+    Tool& operator=(const Tool&) = delete;
+
+    const SOCKET socket;
+    Input input{.begins = true};  // not taken yet
+    bool dropped = false;
+  };
+
   ToolPort(SOCKET listener, std::string name, std::string local_path);
 
-  void Run();                 // the thread: one connection after another
-  void Receive(SOCKET tool);  // until its end, or Drop
+  void Run();  // the thread: one connection after another
+  void Receive(Tool& tool);
+  // Adds to what waits to be taken. False: nothing more is wanted.
+  bool Keep(Tool& tool, std::span<const char> bytes);
   bool WaitForInput(SOCKET socket);
 
   const SOCKET listener_;
@@ -64,9 +79,9 @@ class ToolPort {
 
   std::mutex mutex_;
   std::condition_variable taken_;
-  Input input_;                   // not taken yet
-  SOCKET tool_ = INVALID_SOCKET;  // from its connection until the thread has seen Drop
-  bool dropped_ = false;
+  // The first is being served. A tool that did not wait for the end of its work may be followed by
+  // others, which are read already.
+  std::deque<std::shared_ptr<Tool>> tools_;
   std::jthread thread_;
 };
 
