@@ -38,6 +38,9 @@ Action DefineSwv(CLI::App& app);
 // commands_port.cpp
 Action DefineAcquirePort(CLI::App& app);
 
+// commands_serve.cpp
+Action DefineServe(CLI::App& app);
+
 // commands_script.cpp
 Action DefineAcquire(CLI::App& app);
 Action DefineRelease(CLI::App& app);

@@ -1,6 +1,9 @@
 #include "sim/bench.h"
 
+#include <nlohmann/json.hpp>
+
 #include "sim/bench_core.h"
+#include "sim/description.h"
 #include "sim/timer_thread.h"
 
 namespace sim {
@@ -52,6 +55,17 @@ std::string Bench::DefaultDescription() {
      "swd": {"idcode": "0x2BA01477", "memory": {"address": "0x20000000", "size": "0x10000"}}}
   ]
 })";
+}
+
+std::string Bench::DemoDescription() {
+  nlohmann::json bench = ParseJson(DefaultDescription());
+  bench["probes"][0].update(ParseJson(R"({
+     "jtag": {"taps": [{"idcode": "0x4BA00477", "ir_length": 4, "debug_port": {}},
+                       {"idcode": "0x04008093", "ir_length": 6, "idcode_instruction": "0x9",
+                        "scratch": {"instruction": "0x2", "bits": 32},
+                        "configuration": {}, "boundary": {"bits": 48, "pins": "0xC0FFEE"}}]},
+     "swd": {"idcode": "0x2BA01477", "memory": {"address": "0x20000000", "size": "0x10000"}}})"));
+  return bench.dump();
 }
 
 std::unique_ptr<Bench> Bench::Default(BenchOptions options) {
@@ -109,6 +123,12 @@ Bytes Bench::DumpRam(const std::string& name) const {
 Bytes Bench::DumpFpga(const std::string& name) const {
   Bytes bytes;
   core_->With(name, [&](ProbeSlot& slot) { bytes = slot.probe->fpga_image(); });
+  return bytes;
+}
+
+Bytes Bench::DumpConfiguration(const std::string& name) const {
+  Bytes bytes;
+  core_->With(name, [&](ProbeSlot& slot) { bytes = slot.probe->Configuration(); });
   return bytes;
 }
 

@@ -47,6 +47,11 @@ struct ProbeState {
   std::uint64_t swv_lost = 0;          // trace bytes that found the buffer full
   bool target_caught = false;          // the last port acquisition brought the part into test mode
   std::uint32_t acquire_attempts = 0;  // resets that the last port acquisition made
+  // Of the FPGA on the JTAG chain: the stream from its synchronisation word on.
+  std::uint64_t configuration_bits = 0;
+  std::uint32_t configuration_crc = 0;  // CRC-32 of its bytes
+  bool configuration_done = false;      // started since
+  std::uint64_t pins = 0;               // levels at the boundary register
 };
 
 struct BenchOptions {
@@ -63,6 +68,8 @@ class Bench : public probe_driver::UsbBus {
  public:
   // WFX0001 (fresh, with a JTAG chain), WFX0002 (configured, SWD and I2C), EVK0001 (SWD).
   static std::string DefaultDescription();
+  // The same, with a chain behind WFX0001 that other programs work on: a debug port and an FPGA.
+  static std::string DemoDescription();
   static std::unique_ptr<Bench> Default(BenchOptions options = {});
 
   // Throws std::invalid_argument, with a text that names the bad entry, when the description is
@@ -91,6 +98,8 @@ class Bench : public probe_driver::UsbBus {
   Bytes DumpRam(const std::string& name) const;
   // The last FPGA image as received, also when it did not load. Empty for an unknown probe.
   Bytes DumpFpga(const std::string& name) const;
+  // The stream that the FPGA on the JTAG chain received (FpgaConfiguration::stream).
+  Bytes DumpConfiguration(const std::string& name) const;
 
   // False for an unknown probe. Faults survive unplugging; ClearFaults removes what is armed.
   bool ArmFault(const std::string& name, const Fault& fault);

@@ -46,6 +46,8 @@ void DebugPort::Abort(std::uint32_t value) {
   if ((value & 0x10) != 0) sticky_ &= ~kStickyOverrun;
 }
 
+void DebugPort::ClearSticky(std::uint32_t flags) { sticky_ &= ~(flags & kFaulting); }
+
 bool DebugPort::CanReachAccessPort() {
   if (IsFaulting()) return false;
   if ((control_ & kDebugPowerRequest) != 0) return true;
@@ -86,7 +88,7 @@ std::uint8_t DebugPort::Read(bool access_port, std::uint8_t address, std::uint32
   } else if (address == kControlStatus) {
     // Bank 0 only; the other banks read as zero.
     value = (select_ & 0xF) == 0 ? ControlStatus() : 0;
-  } else if (IsFaulting()) {
+  } else if (Refuses()) {
     return swd_ack::kFault;
   } else {
     value = address == kReadBuffer ? posted_ : last_read_;
@@ -101,7 +103,7 @@ std::uint8_t DebugPort::Write(bool access_port, std::uint8_t address, std::uint3
     Abort(value);
     return swd_ack::kOk;
   }
-  if (IsFaulting()) return swd_ack::kFault;
+  if (Refuses()) return swd_ack::kFault;
   if (address == kControlStatus && (select_ & 0xF) == 0) control_ = value & kWritable;
   if (address == kSelectOrResend) select_ = value;
   return swd_ack::kOk;

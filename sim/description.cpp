@@ -109,8 +109,34 @@ class Entry {
   std::string where_;
 };
 
+void ReadTapFunctions(const Entry& tap_entry, TapDescription& tap) {
+  if (const Json* json = tap_entry.Find("debug_port")) {
+    const Entry entry(*json, tap_entry.Where("debug_port"), {"ap_idr", "waits"});
+    tap.debug_port.emplace();
+    entry.Number("ap_idr", tap.debug_port->ap_idr);
+    entry.Number("waits", tap.debug_port->waits);
+  }
+  if (const Json* json = tap_entry.Find("configuration")) {
+    const Entry entry(*json, tap_entry.Where("configuration"), {"instruction", "program", "start"});
+    tap.configuration.emplace();
+    entry.Number("instruction", tap.configuration->instruction);
+    entry.Number("program", tap.configuration->program);
+    entry.Number("start", tap.configuration->start);
+  }
+  if (const Json* json = tap_entry.Find("boundary")) {
+    const Entry entry(*json, tap_entry.Where("boundary"), {"sample", "extest", "bits", "pins"});
+    tap.boundary.emplace();
+    entry.Number("sample", tap.boundary->sample);
+    entry.Number("extest", tap.boundary->extest);
+    entry.Number("bits", tap.boundary->bits, 1, 64);
+    entry.Number("pins", tap.boundary->pins, 0, std::numeric_limits<std::int64_t>::max());
+  }
+}
+
 TapDescription ReadTap(const Json& json, const std::string& where) {
-  const Entry entry(json, where, {"idcode", "ir_length", "idcode_instruction", "scratch"});
+  const Entry entry(json, where,
+                    {"idcode", "ir_length", "idcode_instruction", "scratch", "debug_port",
+                     "configuration", "boundary"});
   TapDescription tap;
   const Json* idcode = entry.Find("idcode");
   tap.has_idcode = idcode && !idcode->is_null();
@@ -127,6 +153,7 @@ TapDescription ReadTap(const Json& json, const std::string& where) {
     reg.Number("instruction", tap.scratch_instruction);
     reg.Number("bits", tap.scratch_bits, 1, 64);
   }
+  ReadTapFunctions(entry, tap);
   return tap;
 }
 
@@ -248,6 +275,12 @@ void ReadTargets(const Entry& entry, ProbeDescription& probe) {
   entry.Each("swd", [&](const Json& json, const std::string& at) {
     probe.swd.push_back(ReadSwd(json, at));
   });
+  for (const TapDescription& tap : probe.jtag.taps) {
+    if (tap.debug_port && probe.swd.empty()) {
+      Refuse(entry.Where("jtag"),
+             "has a debug port, and there is no \"swd\" whose memory it reaches");
+    }
+  }
   entry.Each("i2c", [&](const Json& json, const std::string& at) {
     probe.i2c.push_back(ReadI2c(json, at));
   });

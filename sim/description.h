@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,26 @@
 
 namespace sim {
 
+// An ADIv5 debug port, in front of the memory of the probe's first serial-wire target.
+struct DebugPortDescription {
+  std::uint32_t ap_idr = 0x24770011;
+  std::uint32_t waits = 0;  // scans answered WAIT after each access to an access port
+};
+
+// The instructions by which an FPGA takes a stream, begins anew, and starts.
+struct ConfigurationDescription {
+  std::uint32_t instruction = 0x5;
+  std::uint32_t program = 0xB;
+  std::uint32_t start = 0xC;
+};
+
+struct BoundaryDescription {
+  std::uint32_t sample = 0x1;
+  std::uint32_t extest = 0xF;
+  unsigned bits = 32;      // 1 to 64
+  std::uint64_t pins = 0;  // levels from outside
+};
+
 struct TapDescription {
   bool has_idcode = true;  // false: BYPASS is selected by reset
   std::uint32_t idcode = 0;
@@ -19,6 +40,9 @@ struct TapDescription {
   std::uint32_t idcode_instruction = 0xE;
   std::uint32_t scratch_instruction = 0x8;
   unsigned scratch_bits = 32;  // 1 to 64
+  std::optional<DebugPortDescription> debug_port{};
+  std::optional<ConfigurationDescription> configuration{};
+  std::optional<BoundaryDescription> boundary{};
 };
 
 struct ChainDescription {

@@ -2,47 +2,14 @@
 
 namespace sim {
 
-JtagTap::JtagTap(const TapDescription& description) : description_(description) { Reset(); }
-
-void JtagTap::Reset() {
-  const std::uint32_t bypass = ~0u >> (32 - description_.ir_length);
-  instruction_ = description_.has_idcode ? description_.idcode_instruction : bypass;
+JtagChain::JtagChain(const ChainDescription& description, TargetMemory* memory)
+    : description_(description), memory_(memory) {
+  PowerUp();
 }
-
-bool JtagTap::SelectsIdcode() const {
-  return description_.has_idcode && instruction_ == description_.idcode_instruction;
-}
-
-bool JtagTap::SelectsScratch() const { return instruction_ == description_.scratch_instruction; }
-
-void JtagTap::Load(std::uint64_t value, unsigned bits) {
-  shift_ = value;
-  top_bit_ = std::uint64_t{1} << (bits - 1);
-}
-
-void JtagTap::CaptureDr() {
-  if (SelectsIdcode()) {
-    Load(description_.idcode, 32);
-  } else if (SelectsScratch()) {
-    Load(scratch_, description_.scratch_bits);
-  } else {
-    Load(0, 1);
-  }
-}
-
-void JtagTap::CaptureIr() { Load(0b01, description_.ir_length); }
-
-void JtagTap::UpdateDr() {
-  if (SelectsScratch()) scratch_ = shift_;
-}
-
-void JtagTap::UpdateIr() { instruction_ = static_cast<std::uint32_t>(shift_); }
-
-JtagChain::JtagChain(const ChainDescription& description) : description_(description) { PowerUp(); }
 
 void JtagChain::PowerUp() {
   taps_.clear();
-  for (const TapDescription& tap : description_.taps) taps_.emplace_back(tap);
+  for (const TapDescription& tap : description_.taps) taps_.emplace_back(tap, memory_);
   state_ = TapState::kTestLogicReset;
 }
 

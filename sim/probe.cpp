@@ -33,11 +33,18 @@ std::uint16_t SupplyOfCode(std::uint8_t code) {
 
 Probe::Probe(const ProbeDescription& description, After after)
     : description_(description), after_(std::move(after)), swv_(description.swv) {
-  chain_ = std::make_unique<JtagChain>(description_.jtag);
+  MakeTargets();
+  i2c_ = std::make_unique<I2cBus>(description_.i2c);
+}
+
+void Probe::MakeTargets() {
+  chain_.reset();
+  swd_.clear();
   for (const SwdDescription& swd : description_.swd) {
     swd_.push_back(std::make_unique<SwdTarget>(swd));
   }
-  i2c_ = std::make_unique<I2cBus>(description_.i2c);
+  chain_ = std::make_unique<JtagChain>(description_.jtag,
+                                       swd_.empty() ? nullptr : &swd_.front()->memory());
 }
 
 void Probe::PowerUp(bool with_firmware) {
@@ -173,6 +180,13 @@ void Probe::CyclePower() {
   if (acquisition_.waits_for_hand) Attempt(acquisition_.number);
 }
 
+std::vector<std::uint8_t> Probe::Configuration() const {
+  for (const JtagTap& tap : chain_->taps()) {
+    if (tap.description().configuration) return tap.configuration().stream();
+  }
+  return {};
+}
+
 SwvSampling Probe::Sampling() const { return {registers_[kSwvControl], registers_[kSwvDivisor]}; }
 
 bool Probe::SamplesSwv() const {
@@ -195,11 +209,7 @@ void Probe::KeepTicking() {
 
 void Probe::Rearrange(const ProbeDescription& description) {
   description_ = description;
-  chain_ = std::make_unique<JtagChain>(description_.jtag);
-  swd_.clear();
-  for (const SwdDescription& swd : description_.swd) {
-    swd_.push_back(std::make_unique<SwdTarget>(swd));
-  }
+  MakeTargets();
   i2c_ = std::make_unique<I2cBus>(description_.i2c);
   swv_ = SwvSource(description_.swv);
   KeepTicking();
@@ -228,6 +238,13 @@ void Probe::Describe(ProbeState& state) const {
   state.swv_lost = swv_.lost();
   state.target_caught = acquisition_.caught;
   state.acquire_attempts = acquisition_.attempts;
+  for (const JtagTap& tap : chain_->taps()) {
+    if (tap.description().boundary) state.pins = tap.Pins();
+    if (!tap.description().configuration) continue;
+    state.configuration_bits = tap.configuration().bits();
+    state.configuration_crc = tap.configuration().Crc();
+    state.configuration_done = tap.configuration().done();
+  }
 }
 
 }  // namespace sim

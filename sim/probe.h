@@ -61,6 +61,7 @@ class Probe {
   void Describe(ProbeState& state) const;
   const std::vector<std::uint8_t>& released_ram() const { return controller_.released_ram(); }
   const std::vector<std::uint8_t>& fpga_image() const { return loader_.image(); }
+  std::vector<std::uint8_t> Configuration() const;  // of the chain's FPGA
 
  private:
   struct Acquisition {
@@ -88,6 +89,7 @@ class Probe {
 
   bool HasLogic() const { return description_.is_evk || loader_.loaded(); }
   void ResetLogic();
+  void MakeTargets();
   std::uint16_t MeasuredSupply() const;
   bool TargetPowered() const;
   void SetSupply(bool on, std::uint8_t code);
@@ -126,8 +128,8 @@ class Probe {
   InPipe stream_in_;
   InPipe swv_in_;
 
-  std::unique_ptr<JtagChain> chain_;
   std::vector<std::unique_ptr<SwdTarget>> swd_;
+  std::unique_ptr<JtagChain> chain_;  // its debug ports reach the first of these targets' memory
   std::unique_ptr<I2cBus> i2c_;
   SwvSource swv_;
 };

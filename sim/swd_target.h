@@ -22,6 +22,7 @@ class SwdTarget {
   SwdTarget& operator=(const SwdTarget&) = delete;
 
   const SwdDescription& description() const { return description_; }
+  TargetMemory& memory() { return memory_; }
 
   // Power comes back: memory is cleared, and the port listens for JTAG until it is switched.
   void PowerUp();

@@ -54,7 +54,11 @@ Json Whole(const ProbeState& state) {
                {"swv_commit", state.swv_commit},
                {"swv_lost", state.swv_lost},
                {"target_caught", state.target_caught},
-               {"acquire_attempts", state.acquire_attempts}});
+               {"acquire_attempts", state.acquire_attempts},
+               {"configuration_bits", state.configuration_bits},
+               {"configuration_crc", state.configuration_crc},
+               {"configuration_done", state.configuration_done},
+               {"pins", state.pins}});
   return json;
 }
 
@@ -63,9 +67,11 @@ Json Whole(const ProbeState& state) {
 }
 
 Json Dump(Bench& bench, const std::string& name, const std::string& what) {
-  if (what != "ram" && what != "fpga") throw std::invalid_argument("what to dump is ram or fpga");
   if (bench.State(name).name.empty()) NoProbe(name);
-  return {{"data", ToHex(what == "ram" ? bench.DumpRam(name) : bench.DumpFpga(name))}};
+  if (what == "ram") return {{"data", ToHex(bench.DumpRam(name))}};
+  if (what == "fpga") return {{"data", ToHex(bench.DumpFpga(name))}};
+  if (what == "configuration") return {{"data", ToHex(bench.DumpConfiguration(name))}};
+  throw std::invalid_argument("what to dump is ram, fpga or configuration");
 }
 
 Fault ReadFault(const Json& request) {

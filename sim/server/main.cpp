@@ -63,9 +63,9 @@ void AddCommands(CLI::App& ctl, Arguments& arguments) {
   on_probe("plug", "Plug a probe in");
   on_probe("unplug", "Take a probe away");
   CLI::App* dump = on_probe("dump", "Write a probe's memory to a file");
-  dump->add_option("WHAT", arguments.what, "ram or fpga")
+  dump->add_option("WHAT", arguments.what, "ram, fpga or configuration")
       ->required()
-      ->check(CLI::IsMember({"ram", "fpga"}));
+      ->check(CLI::IsMember({"ram", "fpga", "configuration"}));
   dump->add_option("FILE", arguments.file, "File to write")->required();
   CLI::App* fault = on_probe("fault", "Arm a fault");
   fault
@@ -184,7 +184,8 @@ std::string NamesOfCommands(const CLI::App& app) {
 int Run(int argc, char** argv) {
   Arguments arguments;
   CLI::App app("Simulates a bench of debug probes with targets behind them.", "wfxsim");
-  app.add_option("--bench", arguments.serve.bench_file, "Description of the bench, a JSON file");
+  app.add_option("--bench", arguments.serve.bench_file,
+                 "Description of the bench: a JSON file, or demo");
   app.add_option("--socket", arguments.serve.socket_path, "Socket to listen on");
   app.add_option("--pcap", arguments.serve.capture_file, "File to record all USB traffic in");
   app.add_flag("--attach-kernel", arguments.serve.attach_kernel,

@@ -20,12 +20,15 @@ std::string ReadFile(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+std::string Description(const std::string& bench_file) {
+  if (bench_file.empty()) return Bench::DefaultDescription();
+  return bench_file == "demo" ? Bench::DemoDescription() : ReadFile(bench_file);
+}
+
 void Run(const ServeOptions& options, EndOfRun& end) {
-  const std::string description =
-      options.bench_file.empty() ? Bench::DefaultDescription() : ReadFile(options.bench_file);
   BenchOptions bench_options;
   bench_options.instance = RunName();
-  Bench bench(description, std::move(bench_options));
+  Bench bench(Description(options.bench_file), std::move(bench_options));
   if (!options.capture_file.empty() && !bench.CaptureTo(options.capture_file)) {
     throw std::runtime_error("cannot create " + options.capture_file);
   }

@@ -6,7 +6,7 @@
 namespace sim {
 
 struct ServeOptions {
-  std::string bench_file;      // empty: the default bench
+  std::string bench_file;      // empty: the default bench; "demo": the one for other programs
   std::string socket_path;     // empty: the default
   std::string capture_file;    // empty: none
   bool attach_kernel = false;  // the probes are devices of this machine

@@ -1,0 +1,93 @@
+// JTAG cycles one by one, as other tools count them, over a probe that clocks them by the packet.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+
+#include "client/bit_queue.h"
+#include "client/tap_state.h"
+
+namespace client {
+
+// The probe clocks whole groups of cycles (eight, so that no packet has an odd byte), and a tool
+// may stop after any cycle and wait for TDO. What fills up a group must not change what the tool
+// sees:
+//
+//   the tool's cycles end in          what the probe gets            the next run begins with
+//   ─────────────────────────         ───────────────────            ────────────────────────
+//   Reset, Idle, Pause                cycles that stay there         nothing
+//
+//   Shift   ─0→ Shift                 the last TMS 0 becomes 1:
+//                                     Shift ─1→ Exit1 ─0→ Pause …    1 0: Pause → Exit2 → Shift
+//
+//   Exit1                             Exit1 ─0→ Pause …              1: Pause → Exit2, if the tool
+//                                                                    goes on to Update; else
+//                                                                    nothing
+//
+//   elsewhere (Select, Capture,       the whole groups; the rest     the rest, which is answered
+//   Update, Exit2, Exit2 → Shift)     is held back, if none of it    already: TDO floats there
+//                                     shifts; otherwise it is cut
+//                                     behind its last shift cycle,
+//                                     as above
+//
+// Registers are captured, shifted and updated exactly as often and with the bits as the tool clocks
+// them. Only Idle and Pause may last longer.
+class JtagBridge {
+ public:
+  // Clocks a packet (four cycles a byte, TMS in the high nibble and TDI in the low one, the first
+  // cycle in the lowest bit of each) and gives its TDO bits. False: it failed.
+  using Send = std::function<bool(std::span<const std::uint8_t> packet, Bytes& tdo)>;
+
+  explicit JtagBridge(Send send) : send_(std::move(send)) {}
+
+  // Takes the chain, wherever it is, into Test-Logic-Reset. Cycles that wait are forgotten.
+  [[nodiscard]] bool Reset();
+
+  // Queues cycles; nothing is clocked.
+  void Add(bool tms, bool tdi);
+  void Add(std::span<const std::uint8_t> tms, std::span<const std::uint8_t> tdi,
+           std::size_t cycles);
+
+  // Cycles queued since the last run.
+  std::size_t queued() const { return tms_.size() - answered_; }
+
+  // Clocks them and gives a TDO bit for each. Bits of cycles outside of the Shift states, where TDO
+  // floats, mean nothing. False: a packet failed, and where the chain stands is unknown until
+  // Reset.
+  [[nodiscard]] bool Run(Bytes& tdo);
+
+  // Where the TAP stands, to the tool, after all queued cycles.
+  TapState state() const;
+
+ private:
+  // What the first cycles of the queue do.
+  struct Walk {
+    TapState end;
+    TapState before_last;
+    std::size_t shifted;  // one past the last cycle that shifts; 0: none does
+  };
+  // How much of the queue is clocked, and how it is filled up.
+  struct Plan {
+    std::size_t cycles = 0;
+    std::size_t filling = 0;
+    bool filling_tms = false;
+    bool park = false;
+  };
+
+  Walk WalkThrough(std::size_t cycles) const;
+  Plan MakePlan() const;
+  // Clocks the whole queue.
+  bool Clock(Bytes& replies);
+  void LeavePause(bool tms);
+
+  const Send send_;
+  TapState state_ = TapState::kReset;  // of the chain, before the first cycle of the queue
+  bool parked_in_exit1_ = false;       // the chain pauses, and to the tool it is in Exit1
+  BitQueue tms_;
+  BitQueue tdi_;
+  std::size_t answered_ = 0;  // at the front: what brings the chain back, and what was held
+};
+
+}  // namespace client
