@@ -7,8 +7,6 @@
 
 namespace sim {
 
-constexpr std::int32_t kConnectionReset = -104;  // ECONNRESET: taken back by its submitter
-
 // Numbers and not names: captures are written on every host.
 constexpr std::int32_t LinuxStatus(probe_driver::UsbStatus status) {
   using probe_driver::UsbStatus;
@@ -18,7 +16,7 @@ constexpr std::int32_t LinuxStatus(probe_driver::UsbStatus status) {
     case UsbStatus::kStall:
       return -32;  // EPIPE
     case UsbStatus::kAborted:
-      return kConnectionReset;
+      return -2;  // ENOENT: its submitter took it back and waited for that
     case UsbStatus::kDisconnected:
       return -108;  // ESHUTDOWN
     case UsbStatus::kOverrun:

@@ -11,6 +11,7 @@ using probe_driver::UsbStatus;
 using usbip::Kind;
 
 constexpr std::uint8_t kDirectionIn = 0x80;
+constexpr std::int32_t kConnectionReset = -104;        // ECONNRESET
 constexpr std::int32_t kRemoteIo = -121;               // EREMOTEIO
 constexpr std::uint32_t kNotIsochronous = 0xFFFFFFFF;  // as some kernels say
 constexpr std::uint32_t kMaxTransferBytes = 64u << 20;
