@@ -49,6 +49,8 @@ class RemoteBitbang : public ToolProtocol {
       case 'b':
         return true;
       case 'Q':
+        // Tools do not wait for what comes before it.
+        static_cast<void>(Answer(answers));
         return false;
       default:
         problem = std::string("the tool sent '") + action +

@@ -21,7 +21,7 @@ constexpr std::size_t kMostWaiting = 256u << 20;
 // Those that have ended their part and wait for its end, and the one behind them.
 constexpr std::size_t kMostTools = 16;
 
-constexpr int kSendTimeoutMs = 10000;
+constexpr int kSendTimeoutMs = 5000;
 // How often a thread that waits looks whether the port is closed.
 constexpr int kPollMs = 100;
 

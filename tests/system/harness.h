@@ -91,6 +91,8 @@ class SystemTest : public Host {
   Environment environment;    // of the programs; on Windows they have the test's own
 
 #ifndef _WIN32
+  Words bench_options;  // of wfxsim, before StartBench
+
   // A JTAG call to WFX0001 that stays in the service, until its endpoint's time is over: the probe
   // is silent. The service writes `log`, at LOGLEVEL 8. All probes are there.
   std::unique_ptr<Client> StartCallThatStays(const std::filesystem::path& log);

@@ -52,9 +52,10 @@ void SystemTest::Register() {
 }
 
 void SystemTest::StartBench() {
-  bench = std::make_unique<Process>(
-      Words{Program("wfxsim"), "--socket", home_ / "bench.socket", "--pcap", capture_path()},
-      Around(""));
+  Words command = {Program("wfxsim"), "--socket", home_ / "bench.socket"};
+  if (bench_options.empty()) bench_options = {"--pcap", capture_path()};
+  command.insert(command.end(), bench_options.begin(), bench_options.end());
+  bench = std::make_unique<Process>(command, Around(""));
   ASSERT_TRUE(bench->ReadLine()) << "the bench does not say that it is ready";
 }
 

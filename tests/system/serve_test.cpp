@@ -1,4 +1,10 @@
 // Programs that we did not write work on a probe's targets through `wfx serve`.
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <random>
 #include <sstream>
 
 #include "tests/system/harness.h"
@@ -6,34 +12,65 @@
 namespace system_test {
 namespace {
 
-class Serve : public OnBench {
+// From TDO to TDI, as OpenOCD counts.
+constexpr char kDefaultTaps[] =
+    "jtag newtap b tap -irlen 5 -expected-id 0x0684617f; "
+    "jtag newtap a tap -irlen 4 -expected-id 0x1ba01477";
+constexpr char kDemoTaps[] =
+    "jtag newtap fpga tap -irlen 6 -expected-id 0x04008093; "
+    "jtag newtap core cpu -irlen 4 -expected-id 0x4ba00477; "
+    "dap create core.dap -chain-position core.cpu; "
+    "target create mem mem_ap -dap core.dap -ap-num 0; pld device virtex2 fpga.tap";
+
+// OpenOCD's words when its socket is full, upon which it gives up.
+constexpr char kCouldNotSend[] = "errno==11";
+
+std::string RandomBytes(std::size_t size, unsigned seed) {
+  std::mt19937 random(seed);
+  std::string bytes(size, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(random());
+  return bytes;
+}
+
+class Serve : public SystemTest {
  protected:
-  // Serves the probe's chain; the tools find it at `where`.
-  std::unique_ptr<Client> Start(const std::string& probe, const Words& how) {
-    Words words = {"serve", probe, "--json"};
-    words.insert(words.end(), how.begin(), how.end());
-    auto server = StartWfx(words);
+  void Bring(const Words& options) {
+    bench_options = options;
+    ASSERT_NO_FATAL_FAILURE(Begin());
+  }
+
+  // Serves the chain of WFX0001; the tools find it at `where`, a port or a path.
+  void Start(const std::string& protocol, const std::string& place = "0") {
+    server = StartWfx({"serve", "WFX0001", "--json", protocol, place});
     const auto line = server->ReadLine();
-    where = line ? nlohmann::json::parse(*line, nullptr, false).value("listening", *line) : "";
-    EXPECT_NE(where, "");
-    return server;
+    ASSERT_TRUE(line);
+    where = nlohmann::json::parse(*line, nullptr, false).value("listening", *line);
+    ASSERT_TRUE(where.starts_with("/") || where.starts_with("127.0.0.1:")) << where;
+    if (where[0] != '/') where = where.substr(10);
   }
 
-  std::unique_ptr<Client> StartBitbang(const std::string& probe) {
-    return Start(probe, {"--remote-bitbang", (home() / "ocd").string()});
+  // What the server says next.
+  std::string Said(const std::string& member) {
+    const auto line = server->ReadLine();
+    return line ? nlohmann::json::parse(*line, nullptr, false).value(member, *line) : "nothing";
   }
 
-  // What OpenOCD says on the way, a line for each command's result.
+  Finished RunOpenOcd(const std::string& taps, const std::string& commands) {
+    const std::string host = where[0] == '/' ? where : "localhost";
+    const std::string port = where[0] == '/' ? "0" : where;
+    return Run({"/usr/bin/openocd", "-c",
+                "adapter driver remote_bitbang; remote_bitbang port " + port +
+                    "; remote_bitbang host " + host +
+                    "; transport select jtag; adapter speed 6000; gdb_port disabled; tcl_port "
+                    "disabled; telnet_port disabled; " +
+                    taps + "; init; " + commands + "; shutdown"});
+  }
+
+  // The lines that the commands echo behind "= ".
   std::string OpenOcd(const std::string& taps, const std::string& commands) {
-    const Finished finished =
-        Run({"/usr/bin/openocd", "-c",
-             "adapter driver remote_bitbang; remote_bitbang port 0; remote_bitbang host " + where +
-                 "; transport select jtag; adapter speed 6000; gdb_port disabled; " +
-                 "tcl_port disabled; telnet_port disabled; " + taps + "; init; " + commands +
-                 "; shutdown"});
+    const Finished finished = RunOpenOcd(taps, commands);
     EXPECT_EQ(finished.exit_status, 0) << finished.err;
     EXPECT_EQ(finished.err.find("Error"), std::string::npos) << finished.err;
-    // Results of `echo` stand between its own messages.
     std::string results;
     std::istringstream lines(finished.err);
     for (std::string line; std::getline(lines, line);) {
@@ -42,20 +79,272 @@ class Serve : public OnBench {
     return results;
   }
 
+  Finished OpenFpgaLoader(Words more) {
+    Words command = {
+        "/usr/bin/openFPGALoader", "-c", "xvc-client", "--ip", "127.0.0.1", "--port", where};
+    command.insert(command.end(), more.begin(), more.end());
+    return Run(command);
+  }
+
+  // A stream for the FPGA, in the file format that both programs read; what its configuration has
+  // to hold then.
+  std::string WriteBitstream(unsigned seed) {
+    const std::string stream = std::string("\xAA\x99\x55\x66") + RandomBytes(471000, seed);
+    const auto big_endian = [](std::size_t value, int bytes) {
+      std::string text;
+      for (int i = bytes - 1; i >= 0; --i) text += static_cast<char>(value >> 8 * i);
+      return text;
+    };
+    std::string file("\x00\x09\x0f\xf0\x0f\xf0\x0f\xf0\x0f\xf0\x00\x00\x01", 13);
+    const Words fields = {"demo.ncd", "6slx45csg324", "2026/11/25", "12:00:00"};
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+      file += static_cast<char>('a' + i) + big_endian(fields[i].size() + 1, 2) + fields[i] + '\0';
+    }
+    WriteFile(bitstream(),
+              file + 'e' + big_endian(stream.size() + 16, 4) + std::string(16, '\xFF') + stream);
+    return stream;
+  }
+  std::string bitstream() const { return (home() / "demo.bit").string(); }
+
+  bool IsConfigured() {
+    return Ctl({"show", "WFX0001"}).out.find("\"configuration_done\": true") != std::string::npos;
+  }
+
+  // Behind the stream the other TAP's bypass bit, and what a program adds, may follow.
+  void ExpectConfiguration(const std::string& stream) {
+    const std::string dump = (home() / "configuration").string();
+    ASSERT_EQ(Ctl({"dump", "WFX0001", "configuration", dump}).exit_status, 0);
+    const std::string came = ReadFile(dump);
+    ASSERT_GE(came.size(), stream.size());
+    EXPECT_LE(came.size(), stream.size() + 8);
+    EXPECT_TRUE(came.starts_with(stream));
+  }
+
   std::string where;
+  std::unique_ptr<Client> server;
 };
 
-// From TDO to TDI, as OpenOCD counts.
-constexpr char kTaps[] =
-    "jtag newtap b tap -irlen 5 -expected-id 0x0684617f; "
-    "jtag newtap a tap -irlen 4 -expected-id 0x1ba01477";
+TEST_F(Serve, OpenOcdScansTheDefaultBenchOverALocalSocket) {
+  ASSERT_NO_FATAL_FAILURE(Bring({}));
+  ASSERT_NO_FATAL_FAILURE(Start("--remote-bitbang", (home() / "ocd").string()));
+  for (int round = 0; round < 50; ++round) {
+    ASSERT_EQ(OpenOcd(kDefaultTaps,
+                      "irscan a.tap 8; drscan a.tap 32 0x12345678; "
+                      "echo \"= [drscan a.tap 32 0xdeadbeef]\"; "
+                      "echo \"= [drscan a.tap 32 0]\"; irscan b.tap 0x1e; "
+                      "echo \"= [drscan b.tap 32 0]\""),
+              "12345678\ndeadbeef\n0684617f\n");
+  }
+}
 
-TEST_F(Serve, OpenOcdFindsTheChainAndItsRegistersKeepWhatItScans) {
-  const auto server = StartBitbang("WFX0001");
-  EXPECT_EQ(OpenOcd(kTaps,
-                    "irscan a.tap 8; drscan a.tap 32 0x12345678; "
-                    "echo \"= [drscan a.tap 32 0xdeadbeef]\"; echo \"= [drscan a.tap 32 0]\""),
-            "12345678\ndeadbeef\n");
+// Others see their own probe as if the first one were idle, and may not change the one that is
+// served.
+TEST_F(Serve, OpenOcdPlaysASvfAndUsesTheDebugPortWhileAnotherClientWorks) {
+  ASSERT_NO_FATAL_FAILURE(Bring({"--bench", "demo"}));
+  ASSERT_NO_FATAL_FAILURE(Start("--remote-bitbang"));
+  std::string svf = "TRST OFF;\nENDIR IDLE;\nENDDR IDLE;\nSTATE RESET IDLE;\n";
+  svf += "HIR 0;\nTIR 4 TDI (F);\nHDR 0;\nTDR 1 TDI (0);\nSIR 6 TDI (02) TDO (11) MASK (03);\n";
+  std::mt19937 random(7);
+  std::ostringstream scans;
+  for (std::uint32_t i = 0, last = 0; i < 1000; ++i) {
+    const std::uint32_t value = static_cast<std::uint32_t>(random());
+    scans << "SDR 32 TDI (" << std::hex << value << ") TDO (" << last << ") MASK (FFFFFFFF);\n";
+    last = value;
+  }
+  WriteFile(home() / "scans.svf", svf + scans.str());
+  const std::string memory = RandomBytes(32768, 8);
+  WriteFile(home() / "memory", memory);
+  const std::string played = (home() / "scans.svf").string();
+
+  const auto other = StartWfx({"script", "-", "--json"}, [] {
+    std::string lines = "mode WFX0002 SWD\n";
+    for (int i = 0; i < 3000; ++i) lines += "swd WFX0002 read-dp 0\n";
+    return lines + "-mode WFX0001 SWD\n";
+  }());
+  OpenOcd(kDemoTaps, "svf -quiet " + played + "; load_image " + (home() / "memory").string() +
+                         " 0x20000000 bin; dump_image " + (home() / "read").string() +
+                         " 0x20000000 32768");
+  EXPECT_TRUE(ReadFile(home() / "read") == memory);
+  std::istringstream lines(other->ReadAll());
+  std::string last;
+  int good = 0;
+  for (std::string line; std::getline(lines, line); last = line) {
+    good += line.find("0x2ba01477") != std::string::npos;
+  }
+  EXPECT_EQ(good, 3000);
+  EXPECT_EQ(last, R"({"error":"IN_USE"})");
+
+  // The same memory from the serial-wire side, once the chain is given back.
+  server.reset();
+  Json({"mode", "WFX0001", "SWD"});
+  Json({"targets", "WFX0001"});
+  const std::string swd = (home() / "swd").string();
+  Json({"swd", "WFX0001", "read-mem", "0x20000000", "8192", "--out", swd});
+  EXPECT_TRUE(ReadFile(swd) == memory);
+}
+
+TEST_F(Serve, AWholeBitstreamReachesTheFpgaBitByBit) {
+  ASSERT_NO_FATAL_FAILURE(Bring({"--bench", "demo"}));
+  ASSERT_NO_FATAL_FAILURE(Start("--xvc"));
+  for (unsigned round = 0; round < 50; ++round) {
+    const Finished found = OpenFpgaLoader({"--detect"});
+    ASSERT_EQ(found.exit_status, 0) << found.err;
+    ASSERT_NE(found.out.find("idcode   0x4ba00477"), std::string::npos) << found.out;
+    ASSERT_NE(found.out.find("xc6slx45"), std::string::npos) << found.out;
+    const std::string stream = WriteBitstream(round);
+    const Finished loaded = OpenFpgaLoader({"--index-chain", "1", bitstream()});
+    ASSERT_EQ(loaded.exit_status, 0) << loaded.err;
+    ASSERT_TRUE(IsConfigured());
+    ASSERT_NO_FATAL_FAILURE(ExpectConfiguration(stream));
+  }
+  // OpenOCD does not wait for the end of its load.
+  server.reset();
+  ASSERT_NO_FATAL_FAILURE(Start("--remote-bitbang"));
+  int gave_up = 0;
+  for (unsigned round = 0; round < 50; ++round) {
+    const std::string stream = WriteBitstream(1000 + round);
+    const Finished loaded = RunOpenOcd(kDemoTaps, "pld load 0 " + bitstream());
+    if (loaded.err.find(kCouldNotSend) != std::string::npos) {
+      ASSERT_LE(++gave_up, 10);
+      continue;
+    }
+    ASSERT_EQ(loaded.exit_status, 0) << loaded.err;
+    // A scan behind it comes back when everything before it is done.
+    OpenOcd(kDemoTaps, "irscan fpga.tap 1");
+    ASSERT_TRUE(IsConfigured());
+    ASSERT_NO_FATAL_FAILURE(ExpectConfiguration(stream));
+  }
+}
+
+// One of the tools' connections.
+class Connection {
+ public:
+  explicit Connection(const std::string& port) : socket_(socket(AF_INET, SOCK_STREAM, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(std::stoi(port)));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const timeval patience{30, 0};
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+  }
+  ~Connection() { close(socket_); }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  bool Send(const std::string& bytes) {
+    return send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+           static_cast<ssize_t>(bytes.size());
+  }
+  void EndSending() { shutdown(socket_, SHUT_WR); }
+  // `size` bytes, or all until the other side ends.
+  std::string Receive(std::size_t size) {
+    std::string bytes(size, '\0');
+    std::size_t at = 0;
+    while (at < size) {
+      const ssize_t count = recv(socket_, bytes.data() + at, size - at, 0);
+      if (count <= 0) break;
+      at += static_cast<std::size_t>(count);
+    }
+    return bytes.substr(0, at);
+  }
+
+ private:
+  const int socket_;
+};
+
+// The ids of the default bench, out of the registers that a reset selects.
+std::string ReadIds(Connection& tool) {
+  // 5 cycles to reset, idle, select, capture, and 64 that shift.
+  const std::string tms("\x5f\0\0\0\0\0\0\0\0\0", 10);
+  EXPECT_TRUE(tool.Send(std::string("shift:\x49\0\0\0", 10) + tms + std::string(10, '\0')));
+  const std::string tdo = tool.Receive(10);
+  std::uint64_t ids = 0;
+  for (int i = 0; i < 64 && tdo.size() == 10; ++i) {
+    const int at = i + 9;
+    ids |=
+        std::uint64_t{static_cast<std::uint8_t>(tdo[static_cast<std::size_t>(at / 8)]) >> at % 8 &
+                      1u}
+        << i;
+  }
+  std::ostringstream text;
+  text << std::hex << ids;
+  return text.str();
+}
+constexpr char kIds[] = "1ba014770684617f";
+
+TEST_F(Serve, AToolThatMisbehavesLosesItsConnectionAndTheNextOneFindsTheChain) {
+  ASSERT_NO_FATAL_FAILURE(Bring({}));
+  ASSERT_NO_FATAL_FAILURE(Start("--xvc"));
+  const std::pair<std::string, std::string> cases[] = {
+      {"GET / HTTP/1.1\r\n",
+       "the tool sent 474554202f204854, which is none of getinfo, settck and "
+       "shift; the connection is closed"},
+      {std::string("shift:\x01\0\x80\0", 10),
+       "the tool wants to shift 8388609 bits at once; the connection is closed"},
+      {std::string("shift:\x10\0\0\0\0\0\0", 13),
+       "the tool left in the middle of a message; the connection is closed"},
+  };
+  for (const auto& [sent, said] : cases) {
+    Connection tool(where);
+    EXPECT_TRUE(tool.Send(sent));
+    tool.EndSending();
+    EXPECT_EQ(tool.Receive(100), "");
+    EXPECT_EQ(Said("problem"), said);
+    Connection next(where);
+    EXPECT_EQ(ReadIds(next), kIds);
+  }
+  // A second tool has its turn when the first has left.
+  {
+    Connection first(where);
+    EXPECT_TRUE(first.Send("getinfo:"));
+    EXPECT_TRUE(first.Receive(20).starts_with("xvcServer_v1.0:"));
+    Connection second(where);
+    EXPECT_EQ(ReadIds(first), kIds);
+  }
+  for (int i = 0; i < 1000; ++i) {
+    Connection tool(where);
+    ASSERT_TRUE(i % 4 != 0 || tool.Send("settck:"));
+  }
+  Connection last(where);
+  EXPECT_EQ(ReadIds(last), kIds);
+}
+
+TEST_F(Serve, AToolThatReadsNothingIsDropped) {
+  ASSERT_NO_FATAL_FAILURE(Bring({}));
+  ASSERT_NO_FATAL_FAILURE(Start("--xvc"));
+  Connection tool(where);
+  std::string questions;
+  for (int i = 0; i < 1 << 20; ++i) questions += "getinfo:";
+  EXPECT_TRUE(tool.Send(questions));
+  EXPECT_EQ(Said("problem"), "the tool does not read its answers; the connection is closed");
+  Connection next(where);
+  EXPECT_EQ(ReadIds(next), kIds);
+}
+
+TEST_F(Serve, AnotherProgramsScanIsToldAndAKilledServerLeavesNothingBehind) {
+  ASSERT_NO_FATAL_FAILURE(Bring({}));
+  ASSERT_NO_FATAL_FAILURE(Start("--xvc"));
+  {
+    Connection tool(where);
+    EXPECT_EQ(ReadIds(tool), kIds);
+    EXPECT_EQ(Wfx({"mode", "WFX0001", "SWD"}).exit_status, 11);
+    EXPECT_EQ(Wfx({"clock", "WFX0001", "FREQ_A_48_0"}).exit_status, 11);
+    EXPECT_EQ(ReadIds(tool), kIds);
+    EXPECT_EQ(Json({"targets", "WFX0001"})["devices"], Words({"1BA014770", "0684617F0"}));
+    EXPECT_TRUE(tool.Send(std::string("shift:\x08\0\0\0\0\0", 12)));
+    EXPECT_EQ(tool.Receive(1), "");
+    EXPECT_EQ(Said("error"), "NOT_ACQUIRED");
+  }
+  Connection next(where);
+  EXPECT_EQ(ReadIds(next), kIds);
+  server->Kill();
+  ASSERT_NO_FATAL_FAILURE(Start("--xvc"));
+  Connection again(where);
+  EXPECT_EQ(ReadIds(again), kIds);
+  server.reset();
+  EXPECT_EQ(Json({"targets", "WFX0001"})["devices"], Words({"1BA014770", "0684617F0"}));
 }
 
 }  // namespace
