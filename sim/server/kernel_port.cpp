@@ -19,7 +19,7 @@ constexpr std::uint32_t kMaxTransferBytes = 64u << 20;
 }  // namespace
 
 KernelPort::KernelPort(std::unique_ptr<probe_driver::UsbDevice> device, int socket)
-    : device_(std::move(device)), socket_(socket), thread_([this] { Serve(); }) {}
+    : socket_(socket), device_(std::move(device)), thread_([this] { Serve(); }) {}
 
 KernelPort::~KernelPort() {
   socket_.Shutdown();
@@ -82,6 +82,7 @@ void KernelPort::Unlink(const usbip::Command& command) {
   if (taken_back) {
     device_->Cancel(*taken_back);
   } else {
+    const std::lock_guard lock(out_mutex_);
     Send(usbip::Answer(Kind::kUnlinked, command.sequence, 0));
   }
 }
@@ -89,6 +90,9 @@ void KernelPort::Unlink(const usbip::Command& command) {
 void KernelPort::OnCompleted(Transfer& transfer) {
   const probe_driver::UsbTransfer& usb = transfer.usb;
   std::unique_ptr<Transfer> owned;
+  // From before it is missed in the table: the kernel breaks off when it hears that a submission
+  // has ended already, and that one's answer comes afterwards.
+  const std::lock_guard out_lock(out_mutex_);
   {
     const std::lock_guard lock(transfers_mutex_);
     const auto it = in_flight_.find(transfer.sequence);
@@ -113,7 +117,6 @@ void KernelPort::OnCompleted(Transfer& transfer) {
 
 // Waits as long as the kernel takes, which reads whatever else it does.
 void KernelPort::Send(const usbip::Record& record, const std::uint8_t* payload, std::size_t size) {
-  const std::lock_guard lock(out_mutex_);
   if (!socket_.Send(record, payload, size)) socket_.Shutdown();
 }
 

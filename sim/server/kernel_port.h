@@ -39,18 +39,20 @@ class KernelPort {
   bool Submit(const usbip::Command& command);
   void Unlink(const usbip::Command& command);
   void OnCompleted(Transfer& transfer);
+  // `out_mutex_` is held.
   void Send(const usbip::Record& record, const std::uint8_t* payload = nullptr,
             std::size_t size = 0);
 
-  const std::unique_ptr<probe_driver::UsbDevice> device_;
   probe_driver::FrameSocket socket_;
-  std::mutex out_mutex_;
+  std::mutex out_mutex_;  // taken before the other
 
   std::mutex transfers_mutex_;
   std::unordered_map<std::uint32_t, std::unique_ptr<Transfer>> in_flight_;
   // Let go by the serving thread: it may be about to take one of them back.
   std::vector<std::unique_ptr<Transfer>> completed_;
 
+  // Ends before what its completions use does.
+  std::unique_ptr<probe_driver::UsbDevice> device_;
   std::thread thread_;
 };
 

@@ -1,5 +1,6 @@
 #include "platform/linux/com/leftovers.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/linux/automation/interface_plan.h"
@@ -16,6 +17,11 @@ bool RemoveRegistry() {
   Registry& registry = Registry::Get();
   const std::lock_guard lock(registry.mutex);
   return registry.RemoveIfBare();
+}
+
+bool IsOwn(const std::string& folder) {
+  struct stat state {};
+  return lstat(folder.c_str(), &state) == 0 && S_ISDIR(state.st_mode) && state.st_uid == geteuid();
 }
 
 // What killed processes have left: others hold the lock, and remove the files themselves.
@@ -35,6 +41,8 @@ void RemoveComponentFiles(const ClassPlan& plan) {
 void RemoveLeftovers(const interface_schema::Library& library) {
   const ClassPlan* plan = ClassPlan::For(library);
   if (!plan || !RemoveRegistry()) return;
+  // Root's may be the one of the machine's service, whose account can put there what it likes.
+  if (!IsOwn(HomePath(HomeKind::kRuntime))) return;
   RemoveComponentFiles(*plan);
   RemoveMutexFiles();
   RemoveEmptyRegistrationFolders();

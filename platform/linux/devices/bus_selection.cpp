@@ -44,15 +44,13 @@ std::unique_ptr<probe_driver::UsbBus> BusOfEnvironment() {
 class BusSelection {
  public:
   std::vector<std::string> ListDevices() {
-    const std::lock_guard lock(mutex_);
-    Choose();
-    return bus_ ? bus_->ListDevices() : std::vector<std::string>();
+    probe_driver::UsbBus* bus = Bus();
+    return bus ? bus->ListDevices() : std::vector<std::string>();
   }
 
   std::unique_ptr<probe_driver::UsbDevice> OpenDevice(const std::string& path) {
-    const std::lock_guard lock(mutex_);
-    Choose();
-    return bus_ ? bus_->OpenDevice(path) : nullptr;
+    probe_driver::UsbBus* bus = Bus();
+    return bus ? bus->OpenDevice(path) : nullptr;
   }
 
   void Watch() {
@@ -77,8 +75,14 @@ class BusSelection {
     bus_ = own_bus_.get();
   }
 
-  // Held while the bus is called, but never taken by what a bus calls.
-  std::mutex mutex_;
+  // The bus is called without the lock: one device that takes its time to open holds up no other.
+  probe_driver::UsbBus* Bus() {
+    const std::lock_guard lock(mutex_);
+    Choose();
+    return bus_;
+  }
+
+  std::mutex mutex_;  // never taken by what a bus calls
   bool chosen_ = false;
   bool watched_ = false;
   probe_driver::UsbBus* bus_ = nullptr;

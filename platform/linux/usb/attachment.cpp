@@ -24,7 +24,9 @@ constexpr std::size_t kConfigurationHeaderSize = 9;
 constexpr std::size_t kConfigurationCount = 17;  // bNumConfigurations, in the device descriptor
 constexpr std::size_t kTotalLength = 2;          // wTotalLength and
 constexpr std::size_t kConfigurationValue = 5;   // bConfigurationValue, in a configuration's
-constexpr std::size_t kInterfaceNumber = 2;      // bInterfaceNumber, in an interface's
+constexpr std::size_t kInterfaceNumber = 2;      // bInterfaceNumber and
+constexpr std::size_t kAlternateSetting = 3;     // bAlternateSetting, in an interface's
+constexpr int kMaxInterfaces = 32;               // of a configuration, for the system
 constexpr std::size_t kEndpointAddress = 2;      // bEndpointAddress and
 constexpr std::size_t kEndpointAttributes = 3;   // bmAttributes, in an endpoint's
 
@@ -118,13 +120,16 @@ int Attachment::ReadDescriptors() {
 }
 
 void Attachment::TakeStock(std::span<const std::uint8_t> configuration) {
+  bool first_setting = true;
   for (; configuration.size() > 1 && configuration[0] > 1;
        configuration = configuration.subspan(configuration[0])) {
     if (configuration[0] > configuration.size()) return;
     const std::uint8_t type = configuration[1];
-    if (type == LIBUSB_DT_INTERFACE && configuration[0] > kInterfaceNumber) {
+    if (type == LIBUSB_DT_INTERFACE && configuration[0] > kAlternateSetting) {
       interfaces_.insert(configuration[kInterfaceNumber]);
-    } else if (type == LIBUSB_DT_ENDPOINT && configuration[0] > kEndpointAttributes) {
+      first_setting = configuration[kAlternateSetting] == 0;
+    } else if (type == LIBUSB_DT_ENDPOINT && configuration[0] > kEndpointAttributes &&
+               first_setting) {
       const int kind = configuration[kEndpointAttributes] & LIBUSB_TRANSFER_TYPE_MASK;
       const std::uint8_t address = configuration[kEndpointAddress];
       if (kind == LIBUSB_ENDPOINT_TRANSFER_TYPE_INTERRUPT) interrupt_endpoints_.insert(address);
@@ -140,6 +145,10 @@ int Attachment::Configure() {
   const int error = libusb_get_configuration(handle_, &active);
   const int wanted = configurations_.front()[kConfigurationValue];
   if (error != 0 || active == wanted) return error;
+  // Refused while a driver of the system holds an interface of the active one.
+  for (int number = 0; number < kMaxInterfaces; ++number) {
+    libusb_detach_kernel_driver(handle_, number);
+  }
   return libusb_set_configuration(handle_, wanted);
 }
 
@@ -176,7 +185,8 @@ void Attachment::Explain(int error) {
   std::string reason = ErrorOfCall(error).reason;
   if (error == LIBUSB_ERROR_BUSY) {
     const std::string holders = NodeHolders(node_);
-    if (!holders.empty()) reason += ": " + holders;
+    // A confined service does not see what programs of other accounts have open.
+    reason += holders.empty() ? " (sudo fuser -v " + node_ + " names it)" : ": " + holders;
   }
   if (std::exchange(told_, reason) == reason) return;
   WriteJournal(LOG_WARNING, "TzWirefoxService",

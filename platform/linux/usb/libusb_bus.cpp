@@ -130,6 +130,7 @@ class LibusbBus : public probe_driver::UsbBus {
   // The bus's thread's own, after the start.
   std::string refused_;  // why USB cannot be used, as the journal says already
   bool scans_ = false;   // no events come
+  Clock::time_point next_scan_;
   std::vector<Event> events_;
   std::uint64_t count_ = 0;
 
@@ -189,7 +190,8 @@ void LibusbBus::Run() {
           std::clamp<Clock::duration>(wake - Clock::now(), Clock::duration::zero(), kMaxSleep));
       timeval sleep{.tv_sec = left.count() / 1'000'000, .tv_usec = left.count() % 1'000'000};
       libusb_handle_events_timeout_completed(context_, &sleep, nullptr);
-      wake = Look();
+      // It comes back for every transfer that ends; there is seldom something to look at.
+      if (!events_.empty() || Clock::now() >= wake) wake = Look();
     }
     TellListener();
     lock.lock();
@@ -198,8 +200,13 @@ void LibusbBus::Run() {
 
 // Takes note of what has come and gone; when to look again.
 Clock::time_point LibusbBus::Look() {
-  scans_ ? Scan() : TakeEvents();
-  Clock::time_point next = Clock::now() + (scans_ ? kBetweenScans : kMaxSleep);
+  const Clock::time_point now = Clock::now();
+  TakeEvents();
+  if (scans_ && now >= next_scan_) {
+    Scan();
+    next_scan_ = now + kBetweenScans;
+  }
+  Clock::time_point next = scans_ ? next_scan_ : now + kMaxSleep;
   const std::lock_guard lock(mutex_);
   for (Entry& entry : entries_) {
     TryAccess(entry);
@@ -263,6 +270,11 @@ void LibusbBus::Add(libusb_device* device, const Attachment::Place& place) {
   Attachment::Place counted = place;
   counted.count = ++count_;
   const std::lock_guard lock(mutex_);
+  // An arrival may be told twice while the events begin.
+  const bool known = device && std::ranges::any_of(entries_, [&](const Entry& entry) {
+                       return entry.attachment->device() == device;
+                     });
+  if (known) return;
   entries_.push_back({.attachment = std::make_shared<Attachment>(context_, device, counted),
                       .next_try = Clock::now()});
 }

@@ -23,7 +23,8 @@ using probe_driver::UsbPacket;
 using probe_driver::UsbStatus;
 using probe_driver::UsbTransfer;
 
-// The system ends a cancelled transfer at once, whatever the device does.
+// The system ends a cancelled transfer as soon as the controller gives it back, whatever the device
+// does.
 constexpr std::chrono::seconds kCancelTimeout(10);
 
 class Transfers;
@@ -41,6 +42,7 @@ struct Request {
   libusb_transfer* const usb;
   UsbTransfer* transfer = nullptr;            // null while it is not in flight, or given up
   std::shared_ptr<Transfers> owner;           // while it is in flight
+  int cancels = 0;                            // that are being made: not used again meanwhile
   std::vector<std::uint8_t> control_block{};  // setup packet and payload
 };
 
@@ -65,7 +67,7 @@ class Transfers : public std::enable_shared_from_this<Transfers> {
   // 0, or libusb's error.
   int Fill(Request& request, UsbTransfer& transfer);
   int FillPackets(libusb_transfer& usb, const UsbTransfer& transfer);
-  std::unique_ptr<Request> Take(const UsbTransfer& transfer);
+  std::shared_ptr<Request> Take(const UsbTransfer& transfer);
   // Ends the request's use. The transfer that it was for, unless that was given up.
   UsbTransfer* Finish(Request& request);
   std::vector<UsbTransfer*> GiveUp();
@@ -73,14 +75,14 @@ class Transfers : public std::enable_shared_from_this<Transfers> {
   const std::shared_ptr<Attachment> attachment_;
   probe_driver::InFlight count_;
   std::mutex mutex_;  // guards what follows, and the requests' `transfer`
-  std::vector<std::unique_ptr<Request>> in_flight_;  // in the order of their submission
-  std::vector<std::unique_ptr<Request>> free_;
+  std::vector<std::shared_ptr<Request>> in_flight_;  // in the order of their submission
+  std::vector<std::shared_ptr<Request>> free_;
 };
 
-std::unique_ptr<Request> Transfers::Take(const UsbTransfer& transfer) {
+std::shared_ptr<Request> Transfers::Take(const UsbTransfer& transfer) {
   const std::lock_guard lock(mutex_);
   const std::size_t packets = transfer.packets.size();
-  if (packets != 0 || free_.empty()) return std::make_unique<Request>(packets);
+  if (packets != 0 || free_.empty()) return std::make_shared<Request>(packets);
   auto request = std::move(free_.back());
   free_.pop_back();
   return request;
@@ -139,7 +141,7 @@ std::uint32_t TakePackets(const libusb_transfer& usb, std::span<UsbPacket> packe
 int Transfers::Submit(UsbTransfer& transfer) {
   constexpr std::uint32_t kLargest = 0x7FFFFFFF;
   if (transfer.length > kLargest) return LIBUSB_ERROR_INVALID_PARAM;
-  std::unique_ptr<Request> taken = Take(transfer);
+  std::shared_ptr<Request> taken = Take(transfer);
   Request& request = *taken;
   int error = Fill(request, transfer);
   if (error != 0) return error;
@@ -172,8 +174,8 @@ UsbTransfer* Transfers::Finish(Request& request) {
                   transfer->data);
     }
   }
-  const auto place = std::ranges::find(in_flight_, &request, &std::unique_ptr<Request>::get);
-  if (usb.num_iso_packets == 0) free_.push_back(std::move(*place));
+  const auto place = std::ranges::find(in_flight_, &request, &std::shared_ptr<Request>::get);
+  if (usb.num_iso_packets == 0 && request.cancels == 0) free_.push_back(std::move(*place));
   in_flight_.erase(place);
   return transfer;
 }
@@ -186,16 +188,22 @@ void Transfers::Completed(libusb_transfer* usb) {
   owner->count_.End();
 }
 
-// The latest first: the end of one starts the next.
+// The latest first: the end of one starts the next. Without the lock, since the system waits for
+// the controller: one that has completed meanwhile is left alone.
 template <typename Chosen>
 void Transfers::Cancel(Chosen chosen) {
-  const std::lock_guard lock(mutex_);
-  for (std::size_t i = in_flight_.size(); i-- > 0;) {
-    const Request& request = *in_flight_[i];
-    if (request.transfer && chosen(*request.transfer)) {
-      libusb_cancel_transfer(request.usb);
+  std::vector<std::shared_ptr<Request>> found;
+  {
+    const std::lock_guard lock(mutex_);
+    for (const auto& request : in_flight_) {
+      if (!request->transfer || !chosen(*request->transfer)) continue;
+      ++request->cancels;
+      found.push_back(request);
     }
   }
+  for (std::size_t i = found.size(); i-- > 0;) libusb_cancel_transfer(found[i]->usb);
+  const std::lock_guard lock(mutex_);
+  for (const auto& request : found) --request->cancels;
 }
 
 std::vector<UsbTransfer*> Transfers::GiveUp() {
