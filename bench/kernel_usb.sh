@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Measures the service on the kernel's USB beside a program of libusb alone that sends the same requests: boots
-# the guest of tests/guest, in which the simulator's probes are plugged into the kernel. Takes two minutes.
+# the guest of tests/guest, in which the simulator's probes are plugged into the kernel. Takes four minutes.
 # Exits with 1 when the requests differ, or a ratio is below 0.9.
 set -euo pipefail
 cd "$(dirname "$0")/.."
