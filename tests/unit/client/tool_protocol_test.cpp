@@ -99,13 +99,13 @@ TEST_F(ToolProtocols, XvcAnswersEachMessageAndGathersShiftsIntoOnePacket) {
       "shift:\x04\0\0\0\x02\0"
       "shift:\x40\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"
       "shift:\x01\0\0\0\xFF\xFF",
-      55);
+      50);
   packets = 0;
   EXPECT_EQ(Work(*xvc, shifts), std::string("\x0F\x7F\x61\x84\x06\x77\x14\xA0\x1B\0", 10));
   EXPECT_EQ(packets, 1);
   EXPECT_EQ(Work(*xvc, "get"), "");
   EXPECT_FALSE(xvc->IsBetweenMessages());
-  EXPECT_EQ(Work(*xvc, std::string("info:settck:\x64\0\0\0sh", 19)),
+  EXPECT_EQ(Work(*xvc, std::string("info:settck:\x64\0\0\0sh", 18)),
             std::string("xvcServer_v1.0:8128\n\x65\0\0\0", 24));
   EXPECT_EQ(asked, " period 100");
   EXPECT_EQ(Work(*xvc, std::string("ift:\0\0\0\0", 8)), "");

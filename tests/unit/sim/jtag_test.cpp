@@ -78,5 +78,52 @@ TEST(JtagChain, RegistersOfSeveralTapsAreOneShiftRegister) {
   EXPECT_EQ(chain.state(), TapState::kTestLogicReset);
 }
 
+// SAMPLE reads the pins, EXTEST drives them; the FPGA's stream begins at its synchronisation word,
+// and its done bit shows in what the instruction register captures.
+TEST(JtagChain, AnFpgaTakesAStreamAndItsPinsAreReadAndDriven) {
+  JtagChain chain({.taps = {{.idcode = 0x04008093,
+                             .ir_length = 6,
+                             .idcode_instruction = 9,
+                             .configuration = ConfigurationDescription{},
+                             .boundary = BoundaryDescription{.bits = 12, .pins = 0xABC}}}});
+  EXPECT_EQ(Clock(chain, "MMMMM. MM.. 1/6 M. M.. 123/12 M. MM.. F/6 M. M.. 5/12 M."),
+            " 11 ABC 11 123");
+  EXPECT_EQ(chain.taps()[0].Pins(), 5u);
+  EXPECT_EQ(Clock(chain, "MM.. 5/6 M. M.. 66AA99550/36 M. MM.. C/6 M. MM.. 5/6 M."),
+            " 11 CD5532AA0 11 31");
+  EXPECT_EQ(chain.taps()[0].Pins(), 0xABCu);
+}
+
+// Reads are posted: the next scan brings the value. A scan that is answered WAIT does nothing.
+TEST(JtagChain, ADebugPortReachesMemoryAndMakesScansWait) {
+  TargetMemory memory({{.address = 0x20000000, .size = 16}});
+  ASSERT_TRUE(memory.Write(0x20000004, 4, 0xCAFEBABE));
+  JtagChain chain(
+      {.taps = {{.idcode = 0x4BA00477, .debug_port = DebugPortDescription{.waits = 1}}}}, &memory);
+  const auto scan = [&](const char* instruction, std::uint64_t data, unsigned address, bool read) {
+    std::ostringstream text;
+    text << "MM.. " << instruction << "/4 M. M.. " << std::hex << (data << 3 | address / 2 | read)
+         << "/35 M.";
+    const std::string out = Clock(chain, text.str());
+    return out.substr(out.rfind(' ') + 1);
+  };
+  Clock(chain, "MMMMM.");
+  EXPECT_EQ(scan("A", 0x50000000, 4, false), "2");  // power
+  EXPECT_EQ(scan("B", 0x20000004, 4, false), "2");  // TAR
+  EXPECT_EQ(scan("B", 0, 0xC, true), "1");          // waits
+  EXPECT_EQ(scan("B", 0, 0xC, true), "2");          // DRW
+  EXPECT_EQ(scan("A", 0, 0xC, true), "1");
+  EXPECT_EQ(scan("A", 0, 4, true), "657F5D5F2");    // the word, and OK
+  EXPECT_EQ(scan("A", 0, 0xC, true), "780000202");  // the port has power, the read was good
+  EXPECT_EQ(scan("B", 0x30000000, 4, false), "2");
+  EXPECT_EQ(scan("A", 0, 0xC, true), "1");
+  EXPECT_EQ(scan("B", 0, 0xC, true), "2");  // nothing is there
+  EXPECT_EQ(scan("A", 0, 4, true), "1");
+  EXPECT_EQ(scan("A", 0, 4, true), "2");
+  EXPECT_EQ(scan("A", 0x50000020, 4, false), "780000102");  // the sticky error, which this clears
+  EXPECT_EQ(scan("A", 0, 4, true), "780000102");
+  EXPECT_EQ(scan("A", 0, 0xC, true), "780000002");
+}
+
 }  // namespace
 }  // namespace sim

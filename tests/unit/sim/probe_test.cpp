@@ -108,6 +108,8 @@ TEST(Description, BadEntriesAreNamedAndChangeNothing) {
     add "probe": {"name": "A", "swd": {"memory": {"size": 1000000000}}} = \
         probe A.swd.memory.size: is out of range
     add "probe": {"name": "A", "i2c": [{"address": 128}]} = probe A.i2c[0].address: is out of range
+    add "probe": {"name": "A", "jtag": {"taps": [{"idcode": 1, "debug_port": {}}]}} = \
+        probe A.jtag: has a debug port, and there is no "swd" whose memory it reaches
     set "changes": {"name": "B"} = a probe's name cannot be changed
     set "changes": {"external_supply": 120, "pid": -1} = probe P.pid: is out of range
     show measured = 330 | set "changes": {"external_supply": 120, "pid": 9}
