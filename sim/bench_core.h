@@ -98,9 +98,11 @@ class BenchCore : public std::enable_shared_from_this<BenchCore> {
   void Pump(Attachment& attachment, Completions& done);
   bool Process(Attachment& attachment, Pending& pending, EndpointQueue& queue, Completions& done);
   void ProcessControl(Attachment& attachment, Pending& pending, Completions& done);
-  void ProcessOut(Attachment& attachment, Pending& pending, Completions& done);
+  bool ProcessOut(Attachment& attachment, Pending& pending, Completions& done);
   bool ProcessIn(Attachment& attachment, Pending& pending, Completions& done);
   void ProcessUnplug(Attachment& attachment, Pending& pending, Completions& done);
+  void ApplyHalts(Attachment& attachment, const probe_driver::SetupPacket& setup,
+                  ControlReply& reply);
   void ApplyReply(Pending& pending, ControlReply& reply);
   void Finish(const Attachment& attachment, Pending& pending, probe_driver::UsbStatus status,
               Completions& done);

@@ -12,6 +12,7 @@ namespace sim {
 // which is pulled high.
 namespace swd_ack {
 inline constexpr std::uint8_t kOk = 1;
+inline constexpr std::uint8_t kWait = 2;
 inline constexpr std::uint8_t kFault = 4;
 inline constexpr std::uint8_t kNone = 7;
 }  // namespace swd_ack

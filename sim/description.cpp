@@ -195,10 +195,11 @@ AcquireDescription ReadAcquire(const Json& json, const std::string& where) {
 }
 
 SwdDescription ReadSwd(const Json& json, const std::string& where) {
-  const Entry entry(json, where, {"idcode", "ap_idr", "connectors", "memory", "acquire"});
+  const Entry entry(json, where, {"idcode", "ap_idr", "waits", "connectors", "memory", "acquire"});
   SwdDescription swd;
   entry.Number("idcode", swd.idcode);
   entry.Number("ap_idr", swd.ap_idr);
+  entry.Number("waits", swd.waits);
   if (entry.Find("connectors")) swd.connectors = {false, false};
   entry.Each("connectors", [&](const Json& element, const std::string& at) {
     const std::int64_t connector = Entry::ToNumber(element, at);

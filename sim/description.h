@@ -70,6 +70,8 @@ struct AcquireDescription {
 struct SwdDescription {
   std::uint32_t idcode = 0;
   std::uint32_t ap_idr = 0x24770011;
+  std::uint32_t waits =
+      0;  // what the access port is asked is answered WAIT so often before it is done
   std::array<bool, 2> connectors{true, true};
   std::vector<MemoryDescription> memories;
   AcquireDescription acquire;
@@ -102,9 +104,7 @@ struct ProbeDescription {
   std::uint16_t configured_product_id = 0x1002;
   std::string manufacturer = "Wirefox";
   std::string product;
-  // None: its strings are in no particular language. Hosts read the list's first two bytes to learn
-  // its length; with an empty list these are the whole descriptor, and captures hold no half ones.
-  std::vector<std::uint16_t> languages;
+  std::vector<std::uint16_t> languages{0x0409};
   std::uint16_t firmware_version = 0x0203;
   std::uint16_t vorn_version = 0x0104;
   std::uint8_t fpga_version = 0x11;

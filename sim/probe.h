@@ -16,6 +16,7 @@
 #include "sim/i2c_bus.h"
 #include "sim/in_pipe.h"
 #include "sim/jtag_chain.h"
+#include "sim/protocol.h"
 #include "sim/swd_target.h"
 #include "sim/swv_source.h"
 
@@ -47,6 +48,10 @@ class Probe {
   bool HasEndpoint(std::uint8_t endpoint) const;
   void Control(const probe_driver::SetupPacket& setup, std::span<const std::uint8_t> data,
                ControlReply& reply);
+  // False while too much waits to be read for it to go on.
+  bool Takes(std::uint8_t endpoint) const {
+    return !(endpoint == protocol::kSerialOut ? serial_in_ : stream_in_).IsFull();
+  }
   void Out(std::uint8_t endpoint, std::span<const std::uint8_t> data);
   InPipe& in(std::uint8_t endpoint);
 

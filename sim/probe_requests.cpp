@@ -18,6 +18,7 @@ using probe_driver::SetupPacket;
 // Standard requests (USB 2.0, section 9.4).
 constexpr std::uint8_t kGetStatus = 0x00;
 constexpr std::uint8_t kClearFeature = 0x01;
+constexpr std::uint8_t kSetFeature = 0x03;
 constexpr std::uint8_t kGetDescriptor = 0x06;
 constexpr std::uint8_t kGetConfiguration = 0x08;
 constexpr std::uint8_t kSetConfiguration = 0x09;
@@ -28,6 +29,8 @@ constexpr std::uint8_t kDirectionIn = 0x80;
 constexpr std::uint8_t kVendorIn = 0xC0;
 constexpr std::uint8_t kVendorOut = 0x40;
 constexpr std::uint8_t kTypeMask = 0x60;
+constexpr std::uint8_t kRecipientMask = 0x1F;
+constexpr std::uint8_t kEndpoint = 0x02;
 
 // Between two attempts of a port acquisition.
 constexpr std::uint64_t kAttemptMs = 10;
@@ -109,9 +112,11 @@ void Probe::Standard(const SetupPacket& setup, ControlReply& reply) const {
     reply.stall = setup.value > 1;
   } else if (!in && setup.request == kSetInterface) {
     reply.stall = setup.value != 0 || setup.index != 0;
-  } else if (in || setup.request != kClearFeature) {
+  } else if (in || (setup.request != kClearFeature && setup.request != kSetFeature)) {
     reply.stall = true;
   }
+  const bool to_endpoint = (setup.request_type & kRecipientMask) == kEndpoint;
+  if (to_endpoint && !HasEndpoint(static_cast<std::uint8_t>(setup.index))) reply.stall = true;
 }
 
 void Probe::Vendor(const SetupPacket& setup, ControlReply& reply) {
@@ -207,9 +212,6 @@ std::uint8_t Probe::SetMode(std::uint16_t value) {
   if (mode != kIdle && !HasLogic()) return kNoLogic;
   mode_ = mode;
   external_ = (value & kExternalFlag) != 0;
-  serial_in_.Clear();
-  stream_in_.Clear();
-  if ((mode & kSwv) == 0) swv_in_.Clear();
   acquisition_.armed = acquisition_.waits_for_hand = false;
   ++acquisition_.number;
   KeepTicking();

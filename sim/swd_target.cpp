@@ -17,6 +17,12 @@ bool IsAccessPort(std::uint8_t header) { return (header & 0x02) != 0; }
 bool IsRead(std::uint8_t header) { return (header & 0x04) != 0; }
 std::uint8_t Address(std::uint8_t header) { return (header >> 1) & 0x0C; }
 
+// Identification, CTRL/STAT and ABORT are always answered; what the access port has to be ready
+// for, when it is.
+bool MayWait(std::uint8_t header) {
+  return IsAccessPort(header) || (IsRead(header) && Address(header) == 0xC);
+}
+
 // Start bit set, stop bit clear, park bit set, even parity over the four bits between.
 bool IsWellFormed(std::uint8_t header) {
   const bool parity = (std::popcount(static_cast<unsigned>(header & 0x1E)) & 1) != 0;
@@ -44,6 +50,7 @@ void SwdTarget::PowerUp() {
   port_.PowerUp();
   link_ = Link::kJtag;
   ones_ = collected_ = 0;
+  waits_ = description_.waits;
   Restart();
 }
 
@@ -95,6 +102,11 @@ SwdReply SwdTarget::Request(std::uint8_t header, std::uint32_t data) {
     return {};
   }
   link_ = Link::kReady;
+  if (MayWait(header) && waits_ != 0) {
+    --waits_;
+    return {.ack = swd_ack::kWait};
+  }
+  if (MayWait(header)) waits_ = description_.waits;
   if (acquiring_ && reads_idcode && !EndAcquire()) return {};
   return Execute(header, data);
 }

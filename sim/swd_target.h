@@ -63,9 +63,10 @@ class SwdTarget {
   std::uint16_t pattern_ = 0;  // the cycles since a line reset ended, the last one in bit 15
   unsigned collected_ = 0;     // how many of them; 0: not collecting
 
-  bool muted_ = false;      // not in test mode although that is required
-  bool acquiring_ = false;  // between a reset for acquisition and the identification
-  bool catchable_ = false;  // that reset was of the right kind, and late enough
+  std::uint32_t waits_ = 0;  // still to be answered before the next access is done
+  bool muted_ = false;       // not in test mode although that is required
+  bool acquiring_ = false;   // between a reset for acquisition and the identification
+  bool catchable_ = false;   // that reset was of the right kind, and late enough
   std::uint32_t written_address_ = 0;
   bool key_written_ = false;
 };

@@ -11,8 +11,12 @@ using probe_driver::UsbStatus;
 using probe_driver::UsbTransfer;
 
 constexpr std::uint8_t kDirectionIn = 0x80;
-constexpr std::uint8_t kClearFeature = 0x01;
-constexpr std::uint8_t kToEndpoint = 0x02;    // bmRequestType: host to device, an endpoint
+// Standard requests that concern halts, by bmRequestType and bRequest.
+constexpr std::uint16_t kEndpointStatus = 0x8200;
+constexpr std::uint16_t kClearEndpoint = 0x0201;  // the only feature of an endpoint is its halt
+constexpr std::uint16_t kHaltEndpoint = 0x0203;
+constexpr std::uint16_t kSetConfiguration = 0x0009;
+constexpr std::uint16_t kSetInterface = 0x010B;
 constexpr std::uint32_t kMinFaultReply = 64;  // longest reply that a refusal fills
 
 // Bytes that a reply has too many.
@@ -78,15 +82,22 @@ void BenchCore::Hold(Attachment& attachment, Pending& pending) {
         });
 }
 
+// What is read from one endpoint lets another one go on.
 void BenchCore::Pump(Attachment& attachment, Completions& done) {
-  for (EndpointQueue& queue : attachment.queues) {
-    while (attachment.present && !queue.transfers.empty()) {
-      // Taken off first: the probe may leave while the transfer is worked on.
-      Pending pending = std::move(queue.transfers.front());
-      queue.transfers.pop_front();
-      if (Process(attachment, pending, queue, done)) continue;
-      queue.transfers.push_front(std::move(pending));
-      break;
+  for (bool moved = true; moved;) {
+    moved = false;
+    for (EndpointQueue& queue : attachment.queues) {
+      while (attachment.present && !queue.transfers.empty()) {
+        // Taken off first: the probe may leave while the transfer is worked on.
+        Pending pending = std::move(queue.transfers.front());
+        queue.transfers.pop_front();
+        const std::uint32_t before = pending.transfer->actual;
+        const bool ended = Process(attachment, pending, queue, done);
+        moved |= ended || pending.transfer->actual != before;
+        if (ended) continue;
+        queue.transfers.push_front(std::move(pending));
+        break;
+      }
     }
   }
 }
@@ -115,10 +126,10 @@ bool BenchCore::Process(Attachment& attachment, Pending& pending, EndpointQueue&
   }
   if (endpoint == 0) {
     ProcessControl(attachment, pending, done);
-  } else if ((endpoint & 0x80) == 0) {
-    ProcessOut(attachment, pending, done);
-  } else {
+  } else if ((endpoint & 0x80) != 0) {
     return ProcessIn(attachment, pending, done);
+  } else {
+    return ProcessOut(attachment, pending, done);
   }
   return true;
 }
@@ -141,9 +152,7 @@ void BenchCore::ProcessControl(Attachment& attachment, Pending& pending, Complet
     Finish(attachment, pending, UsbStatus::kStall, done);
     return;
   }
-  if (transfer.setup.request_type == kToEndpoint && transfer.setup.request == kClearFeature) {
-    ResetPipeLocked(attachment, static_cast<std::uint8_t>(transfer.setup.index));
-  }
+  ApplyHalts(attachment, transfer.setup, reply);
   if (in) {
     ApplyReply(pending, reply);
   } else {
@@ -151,6 +160,29 @@ void BenchCore::ProcessControl(Attachment& attachment, Pending& pending, Complet
   }
   Finish(attachment, pending, transfer.status, done);
   if (slot.probe->TakeStarted()) Restart(slot);
+}
+
+void BenchCore::ApplyHalts(Attachment& attachment, const probe_driver::SetupPacket& setup,
+                           ControlReply& reply) {
+  EndpointQueue* const queue = attachment.Find(static_cast<std::uint8_t>(setup.index));
+  switch (setup.request_type << 8 | setup.request) {
+    case kEndpointStatus:
+      reply.bytes[0] = queue && queue->halted ? 1 : 0;
+      break;
+    case kHaltEndpoint:
+      if (queue && setup.index != 0) queue->halted = true;
+      break;
+    case kClearEndpoint:
+      ResetPipeLocked(attachment, static_cast<std::uint8_t>(setup.index));
+      break;
+    case kSetConfiguration:
+    case kSetInterface:
+      for (const std::uint8_t endpoint : Attachment::kEndpoints)
+        ResetPipeLocked(attachment, endpoint);
+      break;
+    default:
+      break;
+  }
 }
 
 void BenchCore::ApplyReply(Pending& pending, ControlReply& reply) {
@@ -170,22 +202,21 @@ void BenchCore::ApplyReply(Pending& pending, ControlReply& reply) {
   if (reply.size > transfer.length) transfer.status = UsbStatus::kOverrun;
 }
 
-void BenchCore::ProcessOut(Attachment& attachment, Pending& pending, Completions& done) {
+bool BenchCore::ProcessOut(Attachment& attachment, Pending& pending, Completions& done) {
   UsbTransfer& transfer = *pending.transfer;
+  if (!attachment.slot->probe->Takes(transfer.endpoint)) return false;
   attachment.slot->probe->Out(transfer.endpoint, {transfer.data, transfer.length});
   transfer.actual = transfer.length;
   Finish(attachment, pending, UsbStatus::kOk, done);
+  return true;
 }
 
 bool BenchCore::ProcessIn(Attachment& attachment, Pending& pending, Completions& done) {
   UsbTransfer& transfer = *pending.transfer;
-  InPipe& pipe = attachment.slot->probe->in(transfer.endpoint);
-  // A transfer without room ends at once; the packet that waits stays for the next one.
-  if (transfer.length != 0) {
-    if (pipe.empty()) return false;
-    transfer.actual = pipe.Take(transfer.data, transfer.length);
-  }
-  UsbStatus status = UsbStatus::kOk;
+  const InPipe::End end = attachment.slot->probe->in(transfer.endpoint)
+                              .Fill(transfer.data, transfer.length, transfer.actual);
+  if (end == InPipe::End::kNone) return false;
+  UsbStatus status = end == InPipe::End::kOverrun ? UsbStatus::kOverrun : UsbStatus::kOk;
   if (pending.fault && pending.fault->kind == FaultKind::kShortReply) {
     transfer.actual = std::min(transfer.actual, pending.fault->value);
   } else if (pending.fault && pending.fault->kind == FaultKind::kWrongLength) {
@@ -207,7 +238,7 @@ void BenchCore::ProcessUnplug(Attachment& attachment, Pending& pending, Completi
     slot.probe->Out(transfer.endpoint, {transfer.data, half});
     transfer.actual = half;
   } else if (transfer.endpoint != 0) {
-    transfer.actual = slot.probe->in(transfer.endpoint).Take(transfer.data, half);
+    slot.probe->in(transfer.endpoint).Fill(transfer.data, half, transfer.actual);
   }
   Finish(attachment, pending, UsbStatus::kDisconnected, done);
   Detach(slot, done);

@@ -85,13 +85,13 @@ TEST(BenchBus, WaitingTransfersAreAnsweredInTurn) {
   ManualTime time;
   Bench bench(kEvkBench, {.scheduler = time.scheduler()});
   const auto device = bench.OpenDevice(bench.State("P").path);
-  Awaited mode({0xC0, 0x41, 0x0110, 0, 3}, Bytes(3)), first(0x01, {1, 2, 3});
-  Awaited in(0x81, Bytes(2)), more(0x81, Bytes(2)), delayed(0x01, {5}), behind(0x01, {6});
+  Awaited mode({0xC0, 0x41, 0x0110, 0, 3}, Bytes(3)), first(0x01, Bytes(513, 3));
+  Awaited in(0x81, Bytes(512)), more(0x81, Bytes(2)), delayed(0x01, {5}), behind(0x01, {6});
   Awaited cancelled(0x01, {7});
   for (Awaited* transfer : {&mode, &in, &more}) device->Submit(transfer->transfer());
   EXPECT_FALSE(in.ended() || more.ended());
   device->Submit(first.transfer());
-  EXPECT_THAT(in.data(), ElementsAre(1, 2));
+  EXPECT_EQ(in.actual(), 512u);
   EXPECT_THAT(more.data(), ElementsAre(3, 0));
   EXPECT_EQ(more.actual(), 1u);
   bench.ArmFault("P", {.kind = FaultKind::kDelay, .endpoint = 0x01, .count = 2, .value = 50});
@@ -107,6 +107,28 @@ TEST(BenchBus, WaitingTransfersAreAnsweredInTurn) {
   EXPECT_THAT(all.data(), ElementsAre(5, 6));
 }
 
+// As hosts do: a short packet or a full buffer ends a transfer, and of a packet that is too long
+// the rest is lost.
+TEST(BenchBus, PacketsAndHaltsAreThoseOfTheBus) {
+  ExpectPlayed(R"(
+    probe "kind": "evk" | vendor 41 0110 3 | in 81 0 = waits
+    out 01 07*600 | in 81 512 = 07*512 | in 81 87 = overrun 07*87 | out 01 08 | in 81 0 = overrun
+    out 01 09*600 | in 81 100 = overrun 09*100 | in 81 512 = 09*88
+    out 01 0A*512 | in 81 1024 = waits 0A*512 | in 81 8 = waits
+    vendor 41 0104 3 | out 02 | in 84 0 = nothing | in 84 8 = waits
+    # Four buffers: what would need a fifth has to wait.
+    out 02 A5 | out 02 A5 | out 02 A5 | out 02 A5 | out 02 A5 = waits | in 84 5 = 00 00 00 00 07
+    out 02 A5 | out 02 A5 = waits | vendor 41 0110 3 | out 01 00*2048 | out 01 00 = waits
+    # What halts an endpoint, and what ends that.
+    control 02 03 0000 0081 0 | control 82 00 0000 0081 2 = 01 00 | in 81 8 = stall
+    control 02 01 0000 0081 0 | control 82 00 0000 0081 2 = 00 00 | in 81 8 = waits
+    control 02 03 0000 0001 0 | control 01 0B 0000 0000 0 | out 01 00
+    control 02 03 0000 0001 0 | control 00 09 0001 0000 0 | out 01 00
+    control 02 01 0000 008F 0 = stall | control 82 00 0000 008F 2 = stall
+    control 02 03 0000 0000 0 | control 82 00 0000 0000 2 = 00 00
+)");
+}
+
 TEST(Faults, DoWhatTheirNamesSayAsOftenAsArmed) {
   ExpectPlayed(R"(
     probe "kind": "evk" | vendor 41 0110 3
@@ -119,8 +141,8 @@ TEST(Faults, DoWhatTheirNamesSayAsOftenAsArmed) {
     vendor 49 0001 2 = 05 00 | vendor 49 0001 2 = 05 00 | show identify = 0 | vendor 49 0001 2
     fault "kind": "error-status" | control 80 06 0100 0000 2 = 12 01 | vendor 49 0002 2 = 01 00
     fault "kind": "stall", "endpoint": 129 | clear-faults
-    out 01 07 08 09 0A | fault "kind": "short-reply", "endpoint": 129, "value": 1 | in 81 2 = 07
-    fault "kind": "wrong-length", "endpoint": 129, "value": 2 | in 81 3 = overrun 09 0A EE
+    out 01 07 08 | fault "kind": "short-reply", "endpoint": 129, "value": 1 | in 81 2 = 07
+    out 01 09 0A | fault "kind": "wrong-length", "endpoint": 129, "value": 2 | in 81 3 = overrun 09 0A EE
     out 01 0B | fault "kind": "wrong-length", "endpoint": 129 | in 81 4 = 0B EE
     fault "kind": "error-status", "endpoint": 129 | in 81 4 = error
     fault "kind": "silent", "endpoint": 1 | out 01 01 = waits

@@ -21,12 +21,12 @@ TEST(JtagStream, CyclesComeFromTheBytesAndTdoMayBeBrokenOrFloat) {
   ExpectPlayed(R"(
     probe "kind": "evk" | vendor 41 0101 3
     reg 01 05 | reg 02 C0 | out 02 0B 0F | in 84 8 = 1B | in 84 1 = waits ; part, with loopback
-    reg 01 FF | reg 02 FF | out 02 0F*4095 00 | in 84 8192 = FF*2047 0F ; the longest below 0x4000
-    reg 01 00 | reg 02 C0 | out 02 00*4096 | in 84 8192 = FF*2048 ; looks like a loopback of nothing
+    reg 01 FF | reg 02 FF | out 02 0F*4095 00 | in 84 2048 = FF*2047 0F ; the longest below 0x4000
+    reg 01 00 | reg 02 C0 | out 02 00*4096 | in 84 2048 = FF*2048 ; looks like a loopback of nothing
     reg 01 01 | reg 02 C0 | out 02 00*4098 | in 84 8192 = FF*2049 ; looks like one of one cycle
-    reg 01 40 | reg 02 9C | out 02 00*8192 | in 84 8192 = FF*4096 ; the first chunk of 40,000
+    reg 01 40 | reg 02 9C | out 02 00*8192 | in 84 4096 = FF*4096 ; the first chunk of 40,000
     reg 01 40 | reg 02 9C | out 02 00*1808 | in 84 8192 = FF*904 ; and its second
-    reg 01 0A | reg 02 80 | out 02 00*8192 | in 84 8192 = FF*4096 ; 65,546: high bits are lost
+    reg 01 0A | reg 02 80 | out 02 00*8192 | in 84 4096 = FF*4096 ; 65,546: high bits are lost
     reg 01 64 | reg 02 80 | out 02 00*10 | in 84 64 = FF FF FF FF FF ; fewer bytes than counted
     reg 01 09 | reg 02 80 | out 02 00*8 | in 84 64 = FF 01 ; more
     probe "kind": "evk", "external_supply": 74, "jtag": {"taps": [{"idcode": "0x0684617F"}]}

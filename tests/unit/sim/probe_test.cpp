@@ -118,7 +118,7 @@ TEST(Description, BadEntriesAreNamedAndChangeNothing) {
     plug "name": "C" = there is no probe named C
     swv "data": "0" = an odd number of hexadecimal digits
     swv "data": "0g" = not a hexadecimal digit | fault "kind": "x" = there is no such kind of fault
-    dump "what": "x" = what to dump is ram or fpga | dance = there is no command dance
+    dump "what": "x" = what to dump is ram, fpga or configuration | dance = there is no command dance
 )");
   EXPECT_THROW(Bench{R"({"probes": [{"name": "A"}, {"name": "A"}]})"}, std::invalid_argument);
 }

@@ -63,7 +63,12 @@ TEST(Swd, MemoryIsReadWithPostedReadsAndAFaultSticksUntilItIsCleared) {
     swd 8B 00 10 00 20 9F 9F = 01 00 00 00 00 01 00 00 00 00 04 ; behind it
     swd 81 04 00 00 00 B1 F0 00 00 00 9F BD = 01 01 00 00 00 00 01 11 00 77 24 01 ; identification
     swd B1 F0 00 00 01 9F BD = 01 11 00 77 24 01 00 00 00 00 01 ; there is one port only
-    swd = nothing | out 02 A5 A5 | in 84 7 = 77 14 A0 2B 01 77 14 | in 84 7 = A0 2B 01
+    swd = nothing | out 02 A5 A5 | in 84 7 = overrun 77 14 A0 2B 01 77 14
+    # An access port that is slow: only what does not need it is done at once.
+    set "changes": {"swd": {"idcode": "0x2BA01477", "waits": 2}} | line | swd A5 = 77 14 A0 2B 01
+    swd A9 00 00 00 50 8B 08 00 00 20 8B 08 00 00 20 = 01 02 02 | swd AF 8D = 00 00 00 00 01 40 00 00 F0 01
+    set "changes": {"swd": [{"idcode": "0x2BA01477", "connectors": [0], "memory": \
+        {"address": "0x20000000", "size": 4096}}]}
     set "changes": {"external_supply": 0} | line | swd A5 = 00 00 00 00 07
     vendor 55 000B 2 | vendor 51 0001 2
 )" + kBegin + R"(
