@@ -10,7 +10,12 @@ TEST_F(Wire, CarriesTheseRequests) {
   Json({"mode", "WFX0001", "JTAG"});
   Json({"mode", "WFX0002", "SWD", "--port", "10"});
   holder.reset();
-  EXPECT_EQ(Capture("_ws.malformed || _ws.expert.severity == error", {}), "");
+  // But for the first look at the list of languages, of two bytes, in which the dissector misses
+  // one.
+  EXPECT_EQ(Capture("(_ws.malformed || _ws.expert.severity == error) && "
+                    "!(usb.bDescriptorType == 3 && usb.bLength == 4 && usb.data_len == 2)",
+                    {}),
+            "");
   const auto requests = [&](const std::string& numbers, const std::string& data = "") {
     Words fields = {"usb.bmRequestType", "usb.setup.bRequest", "usb.setup.wValue",
                     "usb.setup.wIndex", "usb.setup.wLength"};
