@@ -145,15 +145,14 @@ void DeviceFile::Complete(DeviceRequest& request) {
     return;
   }
   const auto of_completion = ObjectRef<DeviceRequest>::Adopt(&request);
-  std::unique_lock lock(mutex_);
+  // Taken first, and so let go last: who waits is woken when both locks are free. It passes this
+  // file's at once, and would be put to sleep again.
+  DispatcherLock wakes;
+  const std::lock_guard lock(mutex_);
   Unlink(request);
   fill_in(0);
-  DispatcherLock wakes;
   if (request.event) request.event->Set(wakes);
   request.completed = true;
-  // Before the other lock, which then wakes who waits: it passes this one at once, and would be put
-  // to sleep again.
-  lock.unlock();
 }
 
 bool DeviceFile::Cancel(const std::function<bool(const DeviceRequest&)>& chosen) {
