@@ -4,7 +4,6 @@
 
 #include "platform/linux/devices/bus_selection.h"
 #include "platform/linux/devices/driver_timers.h"
-#include "platform/linux/kernel/dispatcher.h"
 #include "platform/linux/kernel/handle_table.h"
 
 namespace linux_host {
@@ -137,21 +136,17 @@ void DeviceFile::Complete(DeviceRequest& request) {
     request.overlapped->InternalHigh = request.driver_request.bytes;
     Internal(*request.overlapped)
         .store(InternalOf(request.driver_request.error) | settled, std::memory_order_release);
+    if (request.event) request.event->Set();
   };
   if (t_starting == &request) {
     fill_in(kSettled);
-    if (request.event) request.event->Set();
     request.completed_at_once = true;
     return;
   }
   const auto of_completion = ObjectRef<DeviceRequest>::Adopt(&request);
-  // Taken first, and so let go last: who waits is woken when both locks are free. It passes this
-  // file's at once, and would be put to sleep again.
-  DispatcherLock wakes;
   const std::lock_guard lock(mutex_);
   Unlink(request);
   fill_in(0);
-  if (request.event) request.event->Set(wakes);
   request.completed = true;
 }
 

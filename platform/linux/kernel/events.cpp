@@ -24,10 +24,6 @@ void Event::Set() {
     if (state_.compare_exchange_weak(state, state | kSignalled, std::memory_order_acq_rel)) return;
   }
   DispatcherLock lock;
-  Set(lock);
-}
-
-void Event::Set(DispatcherLock& lock) {
   if (manual_reset_) {
     state_.fetch_or(kSignalled, std::memory_order_acq_rel);
     while (WaitEntry* waiter = FirstWaiter()) GrantTo(lock, *waiter, WAIT_OBJECT_0);

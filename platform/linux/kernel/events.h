@@ -16,8 +16,6 @@ class Event : public Waitable {
       : Waitable(kKind), manual_reset_(manual_reset), state_(signalled ? kSignalled : 0) {}
 
   void Set();
-  // The same under a lock that the caller has: who waits is woken when it is let go.
-  void Set(DispatcherLock& lock);
   void Reset() {
     if (state_.load(std::memory_order_acquire) & kSignalled) {
       state_.fetch_and(~kSignalled, std::memory_order_acq_rel);
