@@ -1,6 +1,6 @@
 // Random cycles through the bridge and the probe's packets, against the same chain clocked
 // directly.
-#include "client/jtag_bridge.h"
+#include "client/serve/jtag_bridge.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "client/tool_protocol.h"
+#include "client/serve/tool_protocol.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/tool_protocol.h"
+#include "client/serve/tool_protocol.h"
 
 namespace client {
 
@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view kInfo = "xvcServer_v1.0:8128\n";
 
 // A vector beyond this is no shift that a tool would make.
-constexpr std::uint32_t kMostBits = 1u << 23;
+constexpr std::uint32_t kMaxBits = 1u << 23;
 
 constexpr std::string_view kGetInfo = "getinfo:";
 constexpr std::string_view kSetTck = "settck:";
@@ -79,7 +79,7 @@ class Xvc : public ToolProtocol {
     const std::size_t head = kShift.size() + 4;
     if (input.size() < head) return 0;
     const std::uint32_t bits = LoadWord(input, kShift.size());
-    if (bits > kMostBits) {
+    if (bits > kMaxBits) {
       problem = "the tool wants to shift " + std::to_string(bits) + " bits at once";
       return 0;
     }

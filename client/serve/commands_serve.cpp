@@ -3,13 +3,13 @@
 
 #include "client/commands.h"
 #include "client/interface_names.h"
-#include "client/jtag_bridge.h"
 #include "client/options.h"
 #include "client/probe_advice.h"
-#include "client/served_chain.h"
+#include "client/serve/jtag_bridge.h"
+#include "client/serve/served_chain.h"
+#include "client/serve/tool_port.h"
+#include "client/serve/tool_protocol.h"
 #include "client/stop_signal.h"
-#include "client/tool_port.h"
-#include "client/tool_protocol.h"
 
 namespace client {
 

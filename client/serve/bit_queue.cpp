@@ -1,4 +1,4 @@
-#include "client/bit_queue.h"
+#include "client/serve/bit_queue.h"
 
 #include <algorithm>
 

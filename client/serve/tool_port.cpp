@@ -1,4 +1,4 @@
-#include "client/tool_port.h"
+#include "client/serve/tool_port.h"
 
 #include <afunix.h>
 #include <mstcpip.h>
@@ -16,10 +16,13 @@ namespace {
 
 // What may wait for the probe. A tool that sends more before it reads an answer has to wait, for
 // which OpenOCD is not made: it gives up when it cannot send.
-constexpr std::size_t kMostWaiting = 256u << 20;
+constexpr std::size_t kMaxWaitingBytes = 256u << 20;
 
 // Those that have ended their part and wait for its end, and the one behind them.
-constexpr std::size_t kMostTools = 16;
+constexpr std::size_t kMaxTools = 16;
+
+// Connections that wait to be taken.
+constexpr int kBacklog = 64;
 
 constexpr int kSendTimeoutMs = 5000;
 // How often a thread that waits looks whether the port is closed.
@@ -149,7 +152,11 @@ std::unique_ptr<ToolPort> ToolPort::Open(const std::string& where, bool local_al
   ioctlsocket(made.socket, FIONBIO, &does_not_wait);
   // Connections inherit it.
   SetOption(made.socket, SOL_SOCKET, SO_RCVBUF, 4 << 20);
-  listen(made.socket, 64);
+  if (listen(made.socket, kBacklog) != 0) {
+    problem = "cannot listen on " + made.name + ": " + WhyNot();
+    closesocket(made.socket);
+    return nullptr;
+  }
   return std::unique_ptr<ToolPort>(
       new ToolPort(made.socket, std::move(made.name), std::move(made.local_path)));
 }
@@ -189,7 +196,7 @@ void ToolPort::Run() {
     ioctlsocket(accepted, FIONBIO, &does_not_wait);
     {
       std::unique_lock lock(mutex_);
-      taken_.wait(lock, [this] { return tools_.size() < kMostTools || stops_; });
+      taken_.wait(lock, [this] { return tools_.size() < kMaxTools || stops_; });
       tools_.push_back(tool);
       SetEvent(event_);
     }
@@ -225,7 +232,7 @@ bool ToolPort::Keep(Tool& tool, std::span<const char> bytes) {
   tool.input.ends = bytes.empty();
   if (is_news) SetEvent(event_);
   taken_.wait(lock,
-              [&] { return tool.input.bytes.size() < kMostWaiting || tool.dropped || stops_; });
+              [&] { return tool.input.bytes.size() < kMaxWaitingBytes || tool.dropped || stops_; });
   return !tool.input.ends && !tool.dropped;
 }
 

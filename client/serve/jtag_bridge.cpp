@@ -1,4 +1,4 @@
-#include "client/jtag_bridge.h"
+#include "client/serve/jtag_bridge.h"
 
 #include <algorithm>
 #include <array>
@@ -12,7 +12,7 @@ constexpr std::size_t kGroup = 8;
 
 // From 0x4000 on the probe's cycle count shares its bits with flags, and the service splits
 // packets.
-constexpr std::size_t kMostCycles = 0x4000 - kGroup;
+constexpr std::size_t kMaxCycles = 0x4000 - kGroup;
 
 // Eight cycles at once.
 struct Step {
@@ -152,8 +152,8 @@ bool JtagBridge::Run(Bytes& tdo) {
 }
 
 bool JtagBridge::Clock(Bytes& replies) {
-  for (std::size_t at = 0; at < tms_.size(); at += kMostCycles) {
-    const std::size_t end = std::min(at + kMostCycles, tms_.size());
+  for (std::size_t at = 0; at < tms_.size(); at += kMaxCycles) {
+    const std::size_t end = std::min(at + kMaxCycles, tms_.size());
     Bytes packet((end - at) / 4);
     for (std::size_t i = 0; i < packet.size() / 2; ++i) {
       const std::uint8_t tms = tms_.bytes()[at / 8 + i];

@@ -8,8 +8,8 @@
 #include <span>
 #include <string>
 
-#include "client/jtag_bridge.h"
 #include "client/numbers.h"
+#include "client/serve/jtag_bridge.h"
 
 namespace client {
 

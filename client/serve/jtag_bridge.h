@@ -6,8 +6,8 @@
 #include <functional>
 #include <span>
 
-#include "client/bit_queue.h"
-#include "client/tap_state.h"
+#include "client/serve/bit_queue.h"
+#include "client/serve/tap_state.h"
 
 namespace client {
 

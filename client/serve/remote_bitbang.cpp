@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "client/tool_protocol.h"
+#include "client/serve/tool_protocol.h"
 
 namespace client {
 

@@ -1,4 +1,4 @@
-#include "client/served_chain.h"
+#include "client/serve/served_chain.h"
 
 #include <algorithm>
 #include <iterator>
