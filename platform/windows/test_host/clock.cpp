@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/windows/test_host/made_once.h"
 #include "platform/windows/test_host/system_calls.h"
 
 namespace test_host::clock {
@@ -64,10 +65,7 @@ struct State {
   CONDITION_VARIABLE settled = CONDITION_VARIABLE_INIT;
 };
 
-State& TheState() {
-  static auto& state = *new State;
-  return state;
-}
+constinit MadeOnce<State> TheState;
 
 // The slot is made before any thread can take part; until then no thread has a record.
 DWORD Slot() {

@@ -14,6 +14,7 @@
 #include "platform/probe_driver/probe_driver.h"
 #include "platform/test_host.h"
 #include "platform/windows/test_host/driver_timers.h"
+#include "platform/windows/test_host/made_once.h"
 #include "platform/windows/test_host/system_calls.h"
 #include "platform/windows/test_host/taken_calls.h"
 
@@ -37,10 +38,7 @@ struct BusState {
   Listener listener;
 };
 
-BusState& TheBus() {
-  static auto& bus = *new BusState;
-  return bus;
-}
+constinit MadeOnce<BusState> TheBus;
 
 // What a block's Internal holds: 0, STATUS_PENDING, or a failure with the system error in its lower
 // half.

@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "platform/windows/test_host/device_files.h"
+#include "platform/windows/test_host/made_once.h"
 #include "platform/windows/test_host/taken_calls.h"
 
 namespace test_host::taken {
@@ -24,10 +25,7 @@ struct DeviceSets {
   std::map<std::uintptr_t, std::shared_ptr<const DeviceSet>> sets;
 };
 
-DeviceSets& TheSets() {
-  static auto& sets = *new DeviceSets;
-  return sets;
-}
+constinit MadeOnce<DeviceSets> TheSets;
 
 std::shared_ptr<const DeviceSet> FindSet(HDEVINFO set) {
   DeviceSets& sets = TheSets();

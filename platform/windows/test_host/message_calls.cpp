@@ -12,6 +12,7 @@
 #include "platform/probe_driver/probe_driver.h"
 #include "platform/windows/test_host/clock.h"
 #include "platform/windows/test_host/device_files.h"
+#include "platform/windows/test_host/made_once.h"
 #include "platform/windows/test_host/system_calls.h"
 #include "platform/windows/test_host/taken_calls.h"
 
@@ -40,10 +41,7 @@ struct Messages {
   std::uintptr_t next_registration = 1;
 };
 
-Messages& TheMessages() {
-  static auto& messages = *new Messages;
-  return messages;
-}
+constinit MadeOnce<Messages> TheMessages;
 
 bool IsOfThisThread(HWND window) {
   return GetWindowThreadProcessId(window, nullptr) == GetCurrentThreadId();

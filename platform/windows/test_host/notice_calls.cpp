@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/test_host.h"
+#include "platform/windows/test_host/made_once.h"
 #include "platform/windows/test_host/taken_calls.h"
 
 namespace test_host {
@@ -19,10 +20,7 @@ struct Notices {
   std::uintptr_t next_source = 0x10000001;
 };
 
-Notices& TheNotices() {
-  static auto& notices = *new Notices;
-  return notices;
-}
+constinit MadeOnce<Notices> TheNotices;
 
 }  // namespace
 

@@ -4,6 +4,7 @@
 
 #include "platform/windows/test_host/clock.h"
 #include "platform/windows/test_host/device_files.h"
+#include "platform/windows/test_host/made_once.h"
 #include "platform/windows/test_host/system_calls.h"
 #include "platform/windows/test_host/taken_calls.h"
 
@@ -42,10 +43,7 @@ class OwnHandles {
   std::set<HANDLE> handles_;
 };
 
-OwnHandles& TheOwnHandles() {
-  static auto& handles = *new OwnHandles;
-  return handles;
-}
+constinit MadeOnce<OwnHandles> TheOwnHandles;
 
 // Keeps the error that a call has left, over what follows it.
 HANDLE AddKeepingError(HANDLE handle) {
