@@ -13,7 +13,7 @@ namespace client {
 namespace {
 
 constexpr std::int64_t kMaxWords = 1 << 22;  // 16 MiB
-constexpr std::int64_t kHighestAddress = 0xFFFFFFFC;
+constexpr std::int64_t kMaxAddress = 0xFFFFFFFC;
 
 struct Options {
   TransferTarget target;
@@ -42,8 +42,8 @@ constexpr OperationKind kOperationKinds[] = {
     {"write-dp", Operation::Kind::kWriteDp, 0xC},
     {"read-ap", Operation::Kind::kReadAp, 0xFC},
     {"write-ap", Operation::Kind::kWriteAp, 0xFC},
-    {"read-mem", Operation::Kind::kReadMemory, kHighestAddress},
-    {"write-mem", Operation::Kind::kWriteMemory, kHighestAddress},
+    {"read-mem", Operation::Kind::kReadMemory, kMaxAddress},
+    {"write-mem", Operation::Kind::kWriteMemory, kMaxAddress},
 };
 
 const OperationKind* FindKind(const std::string& word) {

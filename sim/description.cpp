@@ -13,7 +13,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr std::uint32_t kLargestMemory = 64u << 20;
+constexpr std::uint32_t kMaxMemoryBytes = 64u << 20;
 
 [[noreturn]] void Refuse(const std::string& where, const std::string& why) {
   throw std::invalid_argument(where + ": " + why);
@@ -210,7 +210,7 @@ SwdDescription ReadSwd(const Json& json, const std::string& where) {
     const Entry range(element, at, {"address", "size"});
     MemoryDescription memory;
     range.Number("address", memory.address);
-    range.Number("size", memory.size, 0, kLargestMemory);
+    range.Number("size", memory.size, 0, kMaxMemoryBytes);
     swd.memories.push_back(memory);
   });
   if (const Json* acquire = entry.Find("acquire")) {
@@ -288,7 +288,7 @@ void ReadTargets(const Entry& entry, ProbeDescription& probe) {
   if (const Json* json = entry.Find("swv")) {
     const Entry swv(*json, entry.Where("swv"), {"bytes_per_ms", "buffer", "rate_hz", "manchester"});
     swv.Number("bytes_per_ms", probe.swv.bytes_per_ms, 0, 65536);
-    swv.Number("buffer", probe.swv.buffer, 1, kLargestMemory);
+    swv.Number("buffer", probe.swv.buffer, 1, kMaxMemoryBytes);
     swv.Number("rate_hz", probe.swv.rate_hz);
     swv.Flag("manchester", probe.swv.manchester);
   }

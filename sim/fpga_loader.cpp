@@ -8,7 +8,7 @@ namespace sim {
 namespace {
 
 // What the bench keeps of an image; longer ones are counted but not kept.
-constexpr std::size_t kLargestImage = 256u << 20;
+constexpr std::size_t kMaxImageBytes = 256u << 20;
 
 }  // namespace
 
@@ -38,7 +38,7 @@ std::uint8_t FpgaLoader::Announce(std::uint16_t low, std::uint16_t high) {
 
 void FpgaLoader::Receive(std::span<const std::uint8_t> data) {
   received_ += data.size();
-  const std::size_t room = kLargestImage - std::min(kLargestImage, image_.size());
+  const std::size_t room = kMaxImageBytes - std::min(kMaxImageBytes, image_.size());
   const auto kept = data.first(std::min(room, data.size()));
   image_.insert(image_.end(), kept.begin(), kept.end());
 }

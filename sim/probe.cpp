@@ -12,7 +12,7 @@ namespace {
 using namespace protocol;
 
 // In units of 10 mV. Below the first the target counts as unpowered.
-constexpr std::uint16_t kLowestSupply = 75;
+constexpr std::uint16_t kMinSupply = 75;
 
 std::uint16_t SupplyOfCode(std::uint8_t code) {
   switch (code) {
@@ -161,7 +161,7 @@ std::uint16_t Probe::MeasuredSupply() const {
   return supply_on_ ? SupplyOfCode(voltage_code_) : description_.external_supply;
 }
 
-bool Probe::TargetPowered() const { return MeasuredSupply() >= kLowestSupply; }
+bool Probe::TargetPowered() const { return MeasuredSupply() >= kMinSupply; }
 
 void Probe::SetSupply(bool on, std::uint8_t code) {
   const bool was_powered = TargetPowered();

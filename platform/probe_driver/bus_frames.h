@@ -52,7 +52,7 @@ namespace probe_driver {
 inline constexpr std::string_view kBusGreeting = "WFXBUS1\n";
 
 inline constexpr std::size_t kFrameHeaderSize = 48;
-inline constexpr std::uint32_t kLargestTransfer = 64u << 20;  // bytes in one transfer
+inline constexpr std::uint32_t kMaxTransferBytes = 64u << 20;  // bytes in one transfer
 inline constexpr std::uint32_t kMaxPathBytes = 255;
 inline constexpr std::uint32_t kMaxFactBytes = 18 + 2 * 255;
 
@@ -114,7 +114,7 @@ inline std::optional<std::uint32_t> LargestPayload(FrameType type) {
       return kMaxPathBytes;
     case FrameType::kSubmit:
     case FrameType::kCompleted:
-      return kLargestTransfer;
+      return kMaxTransferBytes;
     case FrameType::kOpened:
       return kMaxFactBytes;
     case FrameType::kClose:
@@ -154,7 +154,7 @@ inline std::optional<Frame> DecodeFrame(const FrameHeader& bytes) {
   if (!largest || frame.payload > *largest) return std::nullopt;
   if (frame.type == FrameType::kSubmit) {
     const bool in = IsInTransfer(frame.endpoint, frame.setup);
-    if (frame.length > kLargestTransfer || frame.payload != (in ? 0 : frame.length)) {
+    if (frame.length > kMaxTransferBytes || frame.payload != (in ? 0 : frame.length)) {
       return std::nullopt;
     }
   }

@@ -299,7 +299,7 @@ void SimulatorLink::Submit(std::uint32_t device,
   transfer.actual = transfer.bus_status = transfer.driver_status = 0;
   owner->Begin();
   Waiting waiting{&transfer, owner};
-  if (transfer.length > probe_driver::kLargestTransfer) {
+  if (transfer.length > probe_driver::kMaxTransferBytes) {
     Complete(waiting, UsbStatus::kError);
     return;
   }

@@ -40,7 +40,7 @@ struct NameLess {
 // In characters, as on Windows.
 inline constexpr std::size_t kMaxKeyName = 255;
 inline constexpr std::size_t kMaxValueName = 16383;
-inline constexpr std::size_t kDeepestKey = 512;
+inline constexpr std::size_t kMaxKeyDepth = 512;
 
 struct RegistryValue {
   std::uint32_t type = 0;  // REG_...

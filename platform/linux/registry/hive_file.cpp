@@ -124,9 +124,9 @@ void HiveFile::Load() {
   HiveFault fault;
   if (!S_ISREG(file_state_.st_mode)) {
     fault = {1, "this is not a file"};
-  } else if (static_cast<std::size_t>(file_state_.st_size) > kLargestHive) {
+  } else if (static_cast<std::size_t>(file_state_.st_size) > kMaxHiveBytes) {
     fault = {1, "the file is too large"};
-  } else if (const auto text = ReadAll(file.get(), kLargestHive)) {
+  } else if (const auto text = ReadAll(file.get(), kMaxHiveBytes)) {
     fault = ParseHive(*text, root_);
   } else {
     status_ = ERROR_READ_FAULT;
@@ -193,7 +193,7 @@ std::uint32_t HiveFile::PutAside() {
 
 std::uint32_t HiveFile::Save() {
   const std::string text = FormatHive(root_);
-  if (text.size() > kLargestHive) return ERROR_NO_SYSTEM_RESOURCES;
+  if (text.size() > kMaxHiveBytes) return ERROR_NO_SYSTEM_RESOURCES;
   const std::string new_path = path_ + ".new";
   // One that a crash has left is worth nothing, and not to be followed if it is a link.
   unlink(new_path.c_str());

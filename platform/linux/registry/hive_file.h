@@ -12,7 +12,7 @@
 namespace linux_host {
 
 // Greater files are taken for damaged, and none is made.
-inline constexpr std::size_t kLargestHive = 4 << 20;
+inline constexpr std::size_t kMaxHiveBytes = 4 << 20;
 
 // Not safe for several threads: the registry's lock is held at every call.
 class HiveFile {

@@ -192,7 +192,7 @@ class HiveParser {
     const auto path = WellFormedWide(line.substr(1, line.size() - 2));
     if (!path) return "a key's path is not UTF-8";
     const auto components = SplitKeyPath(*path);
-    if (components.size() > kDeepestKey) return "a key lies too deep";
+    if (components.size() > kMaxKeyDepth) return "a key lies too deep";
     for (const std::wstring& name : components) {
       if (!IsKeyName(name)) return "a key's name is not allowed";
     }

@@ -51,7 +51,7 @@ std::uint32_t AppendPath(LPCWSTR subkey, KeyPath& path) {
     if (!linux_host::IsKeyName(name)) return ERROR_INVALID_PARAMETER;
     path.push_back(std::move(name));
   }
-  return path.size() > linux_host::kDeepestKey ? ERROR_FILENAME_EXCED_RANGE : ERROR_SUCCESS;
+  return path.size() > linux_host::kMaxKeyDepth ? ERROR_FILENAME_EXCED_RANGE : ERROR_SUCCESS;
 }
 
 // The rights that a handle carries; views and generic parts of the request are no rights.

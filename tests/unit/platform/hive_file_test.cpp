@@ -158,7 +158,7 @@ TEST_F(HiveFileTest, WhatIsNoHiveIsRefusedAtOnceThenKeptAside) {
       [&] { WriteText(cut); },
       [&] { ASSERT_EQ(0, mkfifo(path_.c_str(), 0600)); },
       [&] { std::filesystem::create_directory(path_); },
-      [&] { WriteText(std::string(linux_host::kLargestHive + 1, ';')); },
+      [&] { WriteText(std::string(linux_host::kMaxHiveBytes + 1, ';')); },
   };
   for (const auto& make : cases) {
     make();

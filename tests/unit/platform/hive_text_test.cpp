@@ -82,10 +82,10 @@ TEST(HiveText, MalformedLinesAreNamed) {
     EXPECT_EQ(line, ParseHive(text, root).line) << testing::PrintToString(text);
   }
   std::string too_deep = "[k";
-  for (std::size_t i = 0; i < linux_host::kDeepestKey; ++i) too_deep += "\\k";
+  for (std::size_t i = 0; i < linux_host::kMaxKeyDepth; ++i) too_deep += "\\k";
   std::vector<std::string> second_lines = {
       "[\xFF]", too_deep + "]", "[" + std::string(256, 'k') + "]",
-      "[" + std::string(2 * linux_host::kDeepestKey, '\\') + "]"};
+      "[" + std::string(2 * linux_host::kMaxKeyDepth, '\\') + "]"};
   // No key, no value, and no data of each kind; separated by bars.
   std::istringstream others(
       "[A|[]|[A\\\\B]|[\\A]|[A\x01]"

@@ -247,7 +247,7 @@ TEST_F(HostilePeer, EachBrokenRuleEndsTheConnection) {
   const Sent submit{Transfer(0x84, 5, 8)};
   std::vector<Sent> too_many(10, open);
   for (std::uint64_t id = 1; id <= 9; ++id) {
-    too_many[id] = {Transfer(0x84, id, probe_driver::kLargestTransfer)};
+    too_many[id] = {Transfer(0x84, id, probe_driver::kMaxTransferBytes)};
   }
   const struct {
     const char* what;
