@@ -10,10 +10,10 @@ namespace sim {
 using probe_driver::UsbStatus;
 
 BenchCore::Session::~Session() {
-  const bool told = !core_.events_.empty();
+  const bool has_news = std::exchange(core_.has_news_, false);
   lock_.unlock();
   done_.Run();
-  if (told) core_.Deliver();
+  if (has_news) core_.news_.Tell();
 }
 
 BenchCore::BenchCore(BenchDescription description, Scheduler scheduler, std::string instance)
@@ -35,7 +35,7 @@ void BenchCore::Start() {
 }
 
 void BenchCore::Close() {
-  SetListener(nullptr);
+  news_.SetListener(nullptr);
   Session session(*this);
   closed_ = true;
   for (const auto& slot : slots_) Detach(*slot, session.done());
@@ -73,7 +73,12 @@ void BenchCore::Attach(ProbeSlot& slot, bool with_firmware) {
   slot.attachment = attachment;
   slot.restarting = false;
   present_.emplace(attachment->path, attachment);
-  events_.emplace_back(true, attachment->path);
+  Note(true, attachment->path);
+}
+
+void BenchCore::Note(bool arrived, const std::string& path) {
+  news_.Add(arrived, path);
+  has_news_ = true;
 }
 
 std::string BenchCore::PathOf(const ProbeSlot& slot) const {
@@ -103,7 +108,7 @@ void BenchCore::Detach(ProbeSlot& slot, Completions& done) {
     queue.transfers.clear();
   }
   present_.erase(attachment->path);
-  events_.emplace_back(false, attachment->path);
+  Note(false, attachment->path);
 }
 
 // The request that released the processor has been answered; the firmware takes a moment to drop
@@ -141,33 +146,6 @@ std::shared_ptr<Attachment> BenchCore::Find(const std::string& path) {
   const std::lock_guard lock(mutex_);
   const auto it = present_.find(path);
   return it == present_.end() ? nullptr : it->second;
-}
-
-void BenchCore::SetListener(probe_driver::UsbBusListener* listener) {
-  std::unique_lock lock(mutex_);
-  probe_driver::UsbBusListener* const previous = std::exchange(listener_, listener);
-  if (caller_ == std::this_thread::get_id()) return;
-  delivered_.wait(lock, [&] { return !calling_ || calling_ != previous; });
-}
-
-void BenchCore::Deliver() {
-  std::unique_lock lock(mutex_);
-  if (delivering_) return;  // whoever delivers takes these events, too
-  delivering_ = true;
-  caller_ = std::this_thread::get_id();
-  while (!events_.empty()) {
-    const auto [arrived, path] = std::move(events_.front());
-    events_.pop_front();
-    calling_ = listener_;
-    if (!calling_) continue;
-    lock.unlock();
-    arrived ? calling_->OnDeviceArrived(path) : calling_->OnDeviceRemoved(path);
-    lock.lock();
-    calling_ = nullptr;
-    delivered_.notify_all();
-  }
-  caller_ = {};
-  delivering_ = false;
 }
 
 bool BenchCore::Plug(const std::string& name) {

@@ -1,18 +1,16 @@
 // The inside of a bench: the probes, who is on the bus, and the transfers between, under one lock.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
+#include "platform/probe_driver/bus_news.h"
 #include "sim/attachment.h"
 #include "sim/bench.h"
 #include "sim/capture.h"
@@ -45,7 +43,7 @@ class BenchCore : public std::enable_shared_from_this<BenchCore> {
 
   std::vector<std::string> Paths();
   std::shared_ptr<Attachment> Find(const std::string& path);
-  void SetListener(probe_driver::UsbBusListener* listener);
+  void SetListener(probe_driver::UsbBusListener* listener) { news_.SetListener(listener); }
 
   void Submit(const std::shared_ptr<Attachment>& attachment, const std::shared_ptr<InFlight>& owner,
               probe_driver::UsbTransfer& transfer);
@@ -91,7 +89,7 @@ class BenchCore : public std::enable_shared_from_this<BenchCore> {
   // Runs an action under the lock unless the probe was attached or removed meanwhile.
   void Later(ProbeSlot& slot, std::uint64_t delay_ms,
              std::function<void(ProbeSlot&, Completions&)> action);
-  void Deliver();
+  void Note(bool arrived, const std::string& path);
   ProbeState StateOf(const ProbeSlot& slot) const;
 
   // Transfers (transfers.cpp).
@@ -125,12 +123,8 @@ class BenchCore : public std::enable_shared_from_this<BenchCore> {
   std::uint64_t held_ = 0;         // numbers transfers that a fault holds
   Capture capture_;
 
-  probe_driver::UsbBusListener* listener_ = nullptr;
-  probe_driver::UsbBusListener* calling_ = nullptr;  // the listener that is being called
-  std::thread::id caller_;                           // by this thread
-  bool delivering_ = false;
-  std::deque<std::pair<bool, std::string>> events_;  // arrived or removed, path
-  std::condition_variable delivered_;
+  probe_driver::BusNews news_;
+  bool has_news_ = false;
 };
 
 }  // namespace sim

@@ -159,11 +159,9 @@ bool SimulatorLink::HandlePath(FrameSocket& socket, const Frame& frame) {
   return true;
 }
 
-// The caller holds mutex_. Without a listener nobody has seen the list of before, and there is
-// nothing to tell.
+// The caller holds mutex_.
 void SimulatorLink::Note(bool arrived, const std::string& path) {
-  if (!listener_) return;
-  events_.emplace_back(arrived, path);
+  news_.Add(arrived, path);
   changed_.notify_all();
 }
 
@@ -186,28 +184,12 @@ void SimulatorLink::Lose(FrameSocket& socket) {
 
 void SimulatorLink::Tell() {
   std::unique_lock lock(mutex_);
-  teller_ = std::this_thread::get_id();
-  while (true) {
-    changed_.wait(lock, [&] { return ending_ || !events_.empty(); });
-    if (ending_) return;
-    const auto [arrived, path] = std::move(events_.front());
-    events_.pop_front();
-    calling_ = listener_;
-    if (!calling_) continue;
+  while (!ending_) {
     lock.unlock();
-    arrived ? calling_->OnDeviceArrived(path) : calling_->OnDeviceRemoved(path);
+    news_.Tell();
     lock.lock();
-    calling_ = nullptr;
-    changed_.notify_all();
+    changed_.wait(lock, [&] { return ending_ || !news_.IsEmpty(); });
   }
-}
-
-void SimulatorLink::SetListener(probe_driver::UsbBusListener* listener) {
-  std::unique_lock lock(mutex_);
-  events_.clear();
-  probe_driver::UsbBusListener* const previous = std::exchange(listener_, listener);
-  if (teller_ == std::this_thread::get_id()) return;
-  changed_.wait(lock, [&] { return !calling_ || calling_ != previous; });
 }
 
 std::vector<std::string> SimulatorLink::Paths() {

@@ -3,18 +3,17 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
 #include <string>
-#include <thread>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "platform/probe_driver/bus_frames.h"
+#include "platform/probe_driver/bus_news.h"
 #include "platform/probe_driver/frame_socket.h"
 #include "platform/probe_driver/in_flight.h"
 #include "platform/probe_driver/usb_bus.h"
@@ -42,7 +41,7 @@ class SimulatorLink {
   void AwaitFirstList();
 
   std::vector<std::string> Paths();
-  void SetListener(probe_driver::UsbBusListener* listener);
+  void SetListener(probe_driver::UsbBusListener* listener) { news_.SetListener(listener); }
 
   std::optional<Opened> Open(const std::string& path);
   // Returns when `of_device`, which counts what the device has in flight, counts nothing.
@@ -103,10 +102,7 @@ class SimulatorLink {
   std::unordered_map<std::uint64_t, Waiting> in_flight_;
   std::unordered_map<std::uint64_t, Answer*> answers_;
 
-  probe_driver::UsbBusListener* listener_ = nullptr;
-  probe_driver::UsbBusListener* calling_ = nullptr;
-  std::thread::id teller_;
-  std::deque<std::pair<bool, std::string>> events_;
+  probe_driver::BusNews news_;
 };
 
 }  // namespace linux_host

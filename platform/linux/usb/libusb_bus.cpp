@@ -18,12 +18,12 @@
 #include "platform/linux/usb/attachment.h"
 #include "platform/linux/usb/open_device.h"
 #include "platform/linux/usb/usb_errors.h"
+#include "platform/probe_driver/bus_news.h"
 
 namespace linux_host {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using probe_driver::UsbBusListener;
 
 constexpr std::chrono::seconds kBetweenScans(1);
 constexpr std::chrono::seconds kMaxSleep(60);
@@ -96,7 +96,7 @@ class LibusbBus : public probe_driver::UsbBus {
 
   std::vector<std::string> ListDevices() override;
   std::unique_ptr<probe_driver::UsbDevice> OpenDevice(const std::string& path) override;
-  void SetListener(UsbBusListener* listener) override;
+  void SetListener(probe_driver::UsbBusListener* listener) override { news_.SetListener(listener); }
 
  private:
   struct Entry {
@@ -123,7 +123,6 @@ class LibusbBus : public probe_driver::UsbBus {
   void Add(libusb_device* device, const Attachment::Place& place);
   void Remove(std::vector<Entry>::iterator entry);
   void TryAccess(Entry& entry);
-  void TellListener();
 
   const std::set<UsbIds> probes_;
 
@@ -134,14 +133,13 @@ class LibusbBus : public probe_driver::UsbBus {
   std::vector<Event> events_;
   std::uint64_t count_ = 0;
 
+  probe_driver::BusNews news_;
+
   std::mutex mutex_;
   std::condition_variable changed_;
   libusb_context* context_ = nullptr;
   bool ending_ = false;
   std::vector<Entry> entries_;
-  std::vector<std::pair<bool, std::string>> news_;  // arrivals and removals to tell
-  UsbBusListener* listener_ = nullptr;
-  UsbBusListener* calling_ = nullptr;
 
   std::thread thread_;
 };
@@ -193,7 +191,7 @@ void LibusbBus::Run() {
       // It comes back for every transfer that ends; there is seldom something to look at.
       if (!events_.empty() || Clock::now() >= wake) wake = Look();
     }
-    TellListener();
+    news_.Tell();
     lock.lock();
   }
 }
@@ -282,7 +280,7 @@ void LibusbBus::Add(libusb_device* device, const Attachment::Place& place) {
 // The caller holds mutex_.
 void LibusbBus::Remove(std::vector<Entry>::iterator entry) {
   entry->attachment->MarkGone();
-  if (entry->told) news_.emplace_back(false, entry->attachment->path());
+  if (entry->told) news_.Add(false, entry->attachment->path());
   entries_.erase(entry);
 }
 
@@ -299,29 +297,8 @@ void LibusbBus::TryAccess(Entry& entry) {
     }
   }
   if (entry.listed && !std::exchange(entry.told, true)) {
-    news_.emplace_back(true, entry.attachment->path());
+    news_.Add(true, entry.attachment->path());
   }
-}
-
-void LibusbBus::TellListener() {
-  std::unique_lock lock(mutex_);
-  for (const auto& [arrived, path] : std::exchange(news_, {})) {
-    calling_ = listener_;
-    if (!calling_) continue;
-    lock.unlock();
-    arrived ? calling_->OnDeviceArrived(path) : calling_->OnDeviceRemoved(path);
-    lock.lock();
-    calling_ = nullptr;
-    changed_.notify_all();
-  }
-}
-
-void LibusbBus::SetListener(UsbBusListener* listener) {
-  std::unique_lock lock(mutex_);
-  news_.clear();
-  UsbBusListener* const previous = std::exchange(listener_, listener);
-  if (thread_.get_id() == std::this_thread::get_id()) return;
-  changed_.wait(lock, [&] { return !calling_ || calling_ != previous; });
 }
 
 std::vector<std::string> LibusbBus::ListDevices() {
