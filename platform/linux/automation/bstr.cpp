@@ -56,6 +56,6 @@ void SysFreeString(BSTR string) {
   if (string) std::free(reinterpret_cast<char*>(string) - linux_host::kBstrPrefixBytes);
 }
 
-UINT SysStringLen(BSTR string) { return SysStringByteLen(string) / sizeof(OLECHAR); }
-
-UINT SysStringByteLen(BSTR string) { return string ? linux_host::LoadByteCount(string) : 0; }
+UINT SysStringLen(BSTR string) {
+  return string ? linux_host::LoadByteCount(string) / sizeof(OLECHAR) : 0;
+}

@@ -13,8 +13,7 @@ extern "C" {
 BSTR SysAllocString(const OLECHAR* text);
 BSTR SysAllocStringLen(const OLECHAR* text, UINT length);  // a null text leaves it uninitialised
 void SysFreeString(BSTR string);
-UINT SysStringLen(BSTR string);      // in characters, a last partial one not counted
-UINT SysStringByteLen(BSTR string);  // in bytes
+UINT SysStringLen(BSTR string);  // in characters, a last partial one not counted
 
 // Arrays of one dimension whose elements are integers, booleans or strings. The elements begin as
 // zero or null. Null when the type or the dimension count is not modelled, or memory is short.
