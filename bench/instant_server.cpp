@@ -1,6 +1,6 @@
 // The service itself, with a bus inside that answers at once. Linked with the service's own entry.
 #include "bench/instant_bus.h"
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "bench/rows.h"
 #include "bench/table.h"
 #include "device/wfx_device.h"
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 
 namespace bench {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 
 #include <utility>
 

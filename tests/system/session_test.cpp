@@ -1,4 +1,8 @@
 // The way from a fresh probe to replies of its targets, seen from the client and from the probe.
+#include <gmock/gmock.h>
+
+#include <regex>
+
 #include "tests/system/harness.h"
 
 namespace system_test {
@@ -81,6 +85,36 @@ TEST_F(Session, PacketsOfNoBytesAndOf16MebibytesGoThrough) {
     wrong += std::stoi(reply.substr(i * 2, 2), nullptr, 16) != expected_byte(i);
   }
   EXPECT_EQ(wrong, 0u);
+}
+
+TEST_F(SystemTest, TheLogHoldsWholeLinesOfTimeSourceAndMessage) {
+  const std::string log = (home() / "service.log").string();
+  ASSERT_NO_FATAL_FAILURE(Begin(std::string("LOGFILE=") + log + "\r\nLOGLEVEL=31\r\n"));
+  Json({"mode", "WFX0001", "JTAG"});
+  Json({"targets", "WFX0001"});
+  EXPECT_EQ(Wfx({"status", "nobody"}).exit_status, 15);
+  holder.reset();
+  ASSERT_TRUE(ServiceEnds());
+  const std::string text = ReadFile(log);
+  const std::regex line(
+      "(Mon|Tue|Wed|Thu|Fri|Sat|Sun) "
+      "(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) "
+      "[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9] 20[0-9]{2} "
+      "(\\[[^\\]]+\\][^\r\n]*)\r\n");
+  Words messages;
+  std::ptrdiff_t matched = 0;
+  for (std::sregex_iterator found(text.begin(), text.end(), line), end; found != end; ++found) {
+    matched += found->length();
+    messages.push_back((*found)[3]);
+  }
+  EXPECT_EQ(matched, std::ssize(text)) << "something else stands in it";
+  EXPECT_THAT(messages,
+              testing::IsSupersetOf<std::string>(
+                  {"[CTzWirefox::SetMode]", "[CTzDevice::SetMode()]mode=1 external=1",
+                   "[CTzWirefox::GetWirefoxStatus]Error 5 occured.", "[CTzDevice::JTAG_Reset()]",
+                   "[CTzWfxConfigure::ConfigureKX7())]Programming KX7 of device VID=0F0F, PID=1001 "
+                   "with hex file " +
+                       (bin / "wirefox.hex").string()}));
 }
 
 TEST_F(SystemTest, EachCommandOnItsOwnStartsTheServiceAgainAndStillReachesTheTarget) {

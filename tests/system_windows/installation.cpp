@@ -10,12 +10,6 @@
 namespace system_windows {
 namespace {
 
-std::filesystem::path TemporaryFolder() {
-  wchar_t path[MAX_PATH] = {};
-  GetTempPathW(MAX_PATH, path);
-  return path;
-}
-
 class ServiceHandle {
  public:
   explicit ServiceHandle(SC_HANDLE handle) : handle_(handle) {}
@@ -81,12 +75,12 @@ void Installation::Clean() const {
   }
 }
 
-void Installation::Install(const std::wstring& folder, const std::filesystem::path& program) {
-  const std::filesystem::path target = TemporaryFolder() / folder;
+void Installation::Install(const std::wstring& folder) {
+  const std::filesystem::path target = std::filesystem::temp_directory_path() / folder;
   std::filesystem::remove_all(target);
   std::filesystem::create_directories(target);
   program_ = target / "TzWirefoxService.exe";
-  std::filesystem::copy_file(program.empty() ? ServiceProgram() : program, program_);
+  std::filesystem::copy_file(ServiceProgram(), program_);
 }
 
 int Installation::Run(Words options) {

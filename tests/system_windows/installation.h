@@ -19,8 +19,8 @@ class Installation : public testing::Test {
   // Ends the service's processes, deletes the service and every entry of registration.
   ~Installation() override;
 
-  // Copies the program under the service's name into the folder, made anew below the temporary one.
-  void Install(const std::wstring& folder = L"wirefox", const std::filesystem::path& program = {});
+  // Copies the service's program into the folder, made anew below the temporary one.
+  void Install(const std::wstring& folder = L"wirefox");
 
   // Runs the installed program to its end; its exit status.
   int Run(Words options);

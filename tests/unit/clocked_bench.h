@@ -5,7 +5,7 @@
 #include <functional>
 #include <utility>
 
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 #include "sim/bench.h"
 
 namespace unit {

@@ -42,8 +42,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/test_host.h"
 #include "platform/probe_driver/usb_bus.h"
-#include "platform/test_host.h"
 #include "tests/unit/hex_bytes.h"
 
 namespace unit {

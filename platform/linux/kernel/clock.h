@@ -1,6 +1,6 @@
 // The clock behind sleeps, tick counts, timers and time-outs: the monotonic one, or the test clock
-// of platform/test_host.h while one lives. The functions here want the dispatcher lock held, apart
-// from TestClockLives and MonotonicNow.
+// of platform/linux/test_host.h while one lives. The functions here want the dispatcher lock held,
+// apart from TestClockLives and MonotonicNow.
 #pragma once
 
 #include <atomic>

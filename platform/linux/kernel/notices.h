@@ -24,7 +24,7 @@ void ShowMessage(int priority, std::string_view title, std::string_view text);
 // Keeps `notice` for TakeNotices. A process that nobody asks keeps the latest 256 only.
 void AddNotice(std::wstring notice);
 
-// The notices since the last call, in order, in the form that platform/test_host.h describes.
+// The notices since the last call, in order, in the form that platform/linux/test_host.h describes.
 std::vector<std::wstring> TakeNotices();
 
 }  // namespace linux_host

@@ -24,7 +24,7 @@ constexpr char kBench[] = R"({
 
 }  // namespace
 
-SystemTest::SystemTest() {
+SystemTest::SystemTest() : bin(fs::temp_directory_path() / "wirefox"), home_(bin) {
   EXPECT_TRUE(system_windows::DriverIsInstalled());
   EXPECT_TRUE(system_windows::DevicesBecome(0)) << "probes of an earlier test";
 }
@@ -42,7 +42,6 @@ fs::path SystemTest::devices_changed_path() const { return bin.parent_path() / "
 
 void SystemTest::Install(const std::string& settings) {
   Installation::Install();
-  home_ = bin = program().parent_path();
   CopyImagesAndSettings(settings);
 }
 

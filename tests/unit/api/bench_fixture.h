@@ -8,7 +8,7 @@
 #include "config/device_discovery.h"
 #include "config/evk_configure.h"
 #include "config/wfx_configure.h"
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 #include "sim/bench.h"
 #include "support/settings_file.h"
 #include "tests/unit/api/api_fixture.h"

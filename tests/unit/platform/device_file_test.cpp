@@ -10,7 +10,7 @@
 
 #include "platform/linux/kernel/dispatcher.h"
 #include "platform/probe_driver/driver_requests.h"
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 #include "tests/unit/platform/fake_probe.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 #include "tests/unit/platform/fake_probe.h"
 
 namespace {

@@ -12,7 +12,7 @@
 
 #include "api/identifiers.h"
 #include "api/tz_wirefox_object.h"
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 #include "service/module_path.h"
 #include "service/registry_key.h"
 #include "service/service_module.h"

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 
 namespace {
 

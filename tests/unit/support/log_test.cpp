@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 #include "tests/unit/scratch_folder.h"
 
 namespace {

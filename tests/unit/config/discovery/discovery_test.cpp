@@ -13,7 +13,7 @@
 
 #include "config/device_discovery.h"
 #include "config/device_table.h"
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 #include "sim/bench.h"
 #include "support/settings_file.h"
 #include "tests/unit/eventually.h"

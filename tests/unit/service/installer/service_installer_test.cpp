@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "api/identifiers.h"
-#include "platform/test_host.h"
+#include "platform/linux/test_host.h"
 #include "service/module_path.h"
 #include "service/registration.h"
 #include "service/registry_key.h"

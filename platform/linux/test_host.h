@@ -1,5 +1,5 @@
 // What a test of product classes controls of the host: the USB bus behind the probe driver, the
-// clock, and what the host would show or record. One header, one implementation per host.
+// clock, and what the host would show or record.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // Clients in other processes than the server's: early-bound and late-bound, and those that run
-// scripts. The server has a simulated bench of probes.
+// scripts. The server has the probes of a simulator.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -14,18 +14,16 @@
 
 #include "api/interface_table.h"
 #include "platform/windows/com_pointer.h"
+#include "tests/system/harness.h"
 #include "tests/system_windows/automation.h"
 #include "tests/system_windows/client.h"
-#include "tests/system_windows/installation.h"
-#include "tests/system_windows/programs.h"
-#include "tests/system_windows/text.h"
 
 namespace system_windows {
 namespace {
 
 using windows_host::ComPointer;
 
-Finished RunScript(const std::filesystem::path& script, const Words& arguments = {}) {
+Finished RunCscript(const std::filesystem::path& script, const Words& arguments = {}) {
   wchar_t system[MAX_PATH] = {};
   GetSystemDirectoryW(system, MAX_PATH);
   Words command = {(std::filesystem::path(system) / "cscript.exe").string(), "//nologo",
@@ -34,28 +32,12 @@ Finished RunScript(const std::filesystem::path& script, const Words& arguments =
   return RunToEnd(command);
 }
 
-class Clients : public Installation {
+class Clients : public system_test::SystemTest {
  protected:
-  Clients() {
-    Install(L"wirefox bench", TestProgramFolder() / "bench_service.exe");
-    const auto folder = program().parent_path();
-    std::ofstream(folder / "fw.hex") << ":0400000001020304F2\n:00000001FF\n";
-    std::ofstream(folder / "fpga.bin") << std::string(1000, 'F');
-    std::ofstream(folder / "wfxusb.ini")
-        << "0F0F_1001_WFXDEVICE=UNCONFIGURED\n0F0F_1001_KX7=" << (folder / "fw.hex").string()
-        << "\n0F0F_1002_WFXDEVICE=CONFIGURED\n0F0F_1002_FPGA=" << (folder / "fpga.bin").string()
-        << "\n0F0F_2002_EVKDEVICE=CONFIGURED\n";
-    Register("-RegServer");
+  void SetUp() override {
+    ASSERT_NO_FATAL_FAILURE(Begin());
     object_ = Connect();
-  }
-
-  // Until the probe is in the table: a fresh one gets there by its own arrival.
-  bool ProbeIsThere(const std::wstring& name) {
-    return WaitUntil([&] {
-      Array names;
-      return object_->EnumerateWirefoxs(names.Receive(), &error_) == S_OK &&
-             std::ranges::count(names.AsStrings(), name) == 1;
-    });
+    ASSERT_TRUE(object_);
   }
 
   static LONG OwnId() { return static_cast<LONG>(GetCurrentProcessId()); }
@@ -66,8 +48,6 @@ class Clients : public Installation {
 };
 
 TEST_F(Clients, StatusRecordArrivesWithItsFieldsInTheirPlaces) {
-  ASSERT_TRUE(object_);
-  ASSERT_TRUE(ProbeIsThere(L"WFX0002"));
   const Bstr probe(L"WFX0002");
   ASSERT_EQ(object_->SetVTarg(probe.Get(), TzVTargVoltage::VTARG_3_3, 1, OwnId(), &error_), S_OK);
   ASSERT_EQ(object_->SetMode(probe.Get(), TzTransferMode::SWD, 1, OwnId(), &error_), S_OK);
@@ -85,7 +65,6 @@ TEST_F(Clients, StatusRecordArrivesWithItsFieldsInTheirPlaces) {
 }
 
 TEST_F(Clients, NullArraysAndStringsCountAsEmpty) {
-  ASSERT_TRUE(object_);
   Array reply;
   ASSERT_EQ(object_->SendSwdPacket(nullptr, -1, reply.Receive(), &error_), S_OK);
   EXPECT_EQ(error_, TzErrorCode::NOT_ACQUIRED);
@@ -127,7 +106,6 @@ DISPID IdOf(IDispatch* object, const wchar_t* name) {
 }
 
 TEST_F(Clients, LateBoundOnesFindTheMethodsUnderTheirIds) {
-  ASSERT_TRUE(object_);
   for (const auto* entry : api::kLibrary.interfaces) {
     for (const auto& method : entry->methods) {
       // Of two methods of one name the newest is found by it.
@@ -143,8 +121,6 @@ TEST_F(Clients, LateBoundOnesFindTheMethodsUnderTheirIds) {
 }
 
 TEST_F(Clients, LateBoundCallsGiveTheirOutputsByReference) {
-  ASSERT_TRUE(object_);
-  ASSERT_TRUE(ProbeIsThere(L"WFX0002"));
   const Bstr probe(L"WFX0002");
   const VARIANT name = Variant(VT_BSTR, probe.Get());
   const VARIANT owner = Variant(VT_I4, OwnId());
@@ -187,8 +163,6 @@ TEST_F(Clients, LateBoundCallsGiveTheirOutputsByReference) {
 }
 
 TEST_F(Clients, ScriptsReachTheServiceByItsProgramId) {
-  ASSERT_TRUE(object_);
-  ASSERT_TRUE(ProbeIsThere(L"WFX0002"));
   const auto script = program().parent_path() / "client.vbs";
   std::ofstream(script) << "Set probes = CreateObject(\"TzWirefoxService.TzWirefox\")\r\n"
                            "WScript.Echo probes.GetVersion()\r\n"
@@ -196,13 +170,11 @@ TEST_F(Clients, ScriptsReachTheServiceByItsProgramId) {
                            "WScript.Echo probes.SetMode(\"nobody\", 4, 0, 0)\r\n"
                            "WScript.Echo probes.ReleaseDevice(5)\r\n"
                            "WScript.Echo Right(probes.GetDevicesChangedLocation(), 8)\r\n";
-  EXPECT_EQ(RunScript(script).out, "33554944\n0\n5\n2\n\\wfx.log\n");
+  EXPECT_EQ(RunCscript(script).out, "33554944\n0\n5\n2\n\\wfx.log\n");
 }
 
 // The one for PowerShell is not run here: Wine has none.
 TEST_F(Clients, SamplesRun) {
-  ASSERT_TRUE(object_);
-  ASSERT_TRUE(ProbeIsThere(L"WFX0001"));
   const Finished listed = RunToEnd({(TestProgramFolder() / "list_probes.exe").string()});
   EXPECT_EQ(listed.exit_status, 0);
   for (const char* name : {"EVK0001", "WFX0001", "WFX0002"}) {
@@ -211,9 +183,9 @@ TEST_F(Clients, SamplesRun) {
   const auto identify =
       std::filesystem::absolute(WIREFOX_SOURCE_DIR "/client/samples/identify.vbs");
   for (const Words& arguments : {Words{"WFX0001"}, Words{"WFX0001", "off"}}) {
-    EXPECT_EQ(RunScript(identify, arguments).out, "service version 2.0.2.0\ndone\n");
+    EXPECT_EQ(RunCscript(identify, arguments).out, "service version 2.0.2.0\ndone\n");
   }
-  EXPECT_EQ(RunScript(identify).exit_status, 2) << "says how it is called";
+  EXPECT_EQ(RunCscript(identify).exit_status, 2) << "says how it is called";
 }
 
 }  // namespace
