@@ -44,14 +44,6 @@ TEST_F(Lifetime, ClientsThatStartTogetherGetOneService) {
   EXPECT_EQ(ServicePids().size(), 1u);
 }
 
-TEST_F(Lifetime, AClientThatComesWhenTheServiceEndsGetsAnother) {
-  ASSERT_NO_FATAL_FAILURE(InstallAll());
-  for (int i = 0; i < 15; ++i) {
-    const Finished version = Wfx({"version"});
-    EXPECT_EQ(version.exit_status, 0) << i << ": " << version.err;
-  }
-}
-
 TEST_F(Lifetime, UnregistrationTakesTheServiceAway) {
   ASSERT_NO_FATAL_FAILURE(InstallAll());
   const auto hold = Hold();

@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "platform/linux/kernel/dispatcher.h"
-#include "platform/probe_driver/driver_requests.h"
 #include "platform/linux/test_host.h"
+#include "platform/probe_driver/driver_requests.h"
 #include "tests/unit/platform/fake_probe.h"
 
 namespace {
@@ -37,7 +37,7 @@ class DeviceFile : public testing::Test {
   }
 
   static HANDLE Open() {
-    const std::string path = FakeProbe::PathOf("wfx0001");
+    const std::string path = FakeProbe::kPath;
     return CreateFileW(std::wstring(path.begin(), path.end()).c_str(), GENERIC_READ | GENERIC_WRITE,
                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                        FILE_FLAG_OVERLAPPED, nullptr);

@@ -22,9 +22,7 @@ class FakeProbe : public probe_driver::UsbBus {
   using Transfer = probe_driver::UsbTransfer;
   using Status = probe_driver::UsbStatus;
 
-  static std::string PathOf(const std::string& name) {
-    return "\\\\?\\usb#vid_0f0f&pid_1002#" + name;
-  }
+  static constexpr char kPath[] = R"(\\?\usb#vid_0f0f&pid_1002#wfx0001)";
 
   // Answers a transfer: returns true after filling in status and bytes, or false to leave it in
   // flight. Runs with no lock held.
@@ -43,21 +41,13 @@ class FakeProbe : public probe_driver::UsbBus {
     End([](auto&) { return true; }, status, data);
   }
 
-  // Another with this serial number takes its place. The listener is told.
-  void Replace(const std::string& name) {
-    const std::string before = std::exchange(path_, PathOf(name));
-    if (!listener_) return;
-    listener_->OnDeviceRemoved(before);
-    listener_->OnDeviceArrived(path_);
-  }
-
   std::unique_ptr<probe_driver::UsbDevice> Open() { return std::make_unique<Opening>(*this); }
 
-  std::vector<std::string> ListDevices() override { return {path_}; }
+  std::vector<std::string> ListDevices() override { return {kPath}; }
   std::unique_ptr<probe_driver::UsbDevice> OpenDevice(const std::string& path) override {
-    return path == path_ ? Open() : nullptr;
+    return path == kPath ? Open() : nullptr;
   }
-  void SetListener(probe_driver::UsbBusListener* listener) override { listener_ = listener; }
+  void SetListener(probe_driver::UsbBusListener*) override {}
 
  private:
   class Opening : public probe_driver::UsbDevice {
@@ -146,8 +136,6 @@ class FakeProbe : public probe_driver::UsbBus {
   std::mutex mutex_;
   std::vector<std::string> log_;
   std::vector<Transfer*> in_flight_;
-  std::string path_ = PathOf("wfx0001");
-  probe_driver::UsbBusListener* listener_ = nullptr;
 };
 
 }  // namespace unit

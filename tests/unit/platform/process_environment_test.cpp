@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/kernel/notices.h"
 #include "tests/unit/platform/child_process.h"
 #include "tests/unit/platform/scratch_home.h"
 
@@ -48,22 +47,6 @@ TEST(TemporaryPath, LiesBelowTheInstallationsHome) {
   GetTempPathW(MAX_PATH, path);
   EXPECT_EQ(home.directory().wstring() + L"/tmp/", path);
   EXPECT_TRUE(std::filesystem::is_directory(home.directory() / "tmp"));
-}
-
-TEST(Notices, HoldBoxesAndEventsInOrder) {
-  linux_host::TakeNotices();
-  EXPECT_EQ(IDOK, MessageBoxW(nullptr, L"text\r\nmore", L"title", MB_OK | MB_ICONERROR));
-  const HANDLE log = RegisterEventSourceW(nullptr, L"Application");
-  const wchar_t* texts[] = {L"one", L"two"};
-  EXPECT_TRUE(ReportEventW(log, EVENTLOG_ERROR_TYPE, 1, 11, nullptr, 2, 0, texts, nullptr));
-  EXPECT_EQ((std::vector<std::wstring>{L"box|title|text\r\nmore",
-                                       L"event|Application|1|1|11|one\r\ntwo"}),
-            linux_host::TakeNotices());
-
-  EXPECT_TRUE(DeregisterEventSource(log));
-  EXPECT_FALSE(ReportEventW(log, EVENTLOG_ERROR_TYPE, 1, 11, nullptr, 1, 0, texts, nullptr));
-  EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
-  EXPECT_FALSE(DeregisterEventSource(log));
 }
 
 TEST(ChangeNotification, AChangeBetweenWaitAndNextIsNotLost) {

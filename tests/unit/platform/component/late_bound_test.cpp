@@ -41,6 +41,7 @@ struct Outcome {
 };
 
 using InfoPointer = std::unique_ptr<ITypeInfo, Releaser>;
+using LibraryPointer = std::unique_ptr<ITypeLib, Releaser>;
 
 constexpr DISPID kEcho = 1;
 constexpr DISPID kEchoBytes = 2;
@@ -179,13 +180,25 @@ TEST_F(LateBound, AFailingMethodIsAnException) {
   EXPECT_EQ(outcome.result.vt, VT_EMPTY);
 }
 
+TEST_F(LateBound, OnlyARegisteredLibraryOfThisProgramIsLoadedById) {
+  ITypeLib* library = nullptr;
+  EXPECT_EQ(LoadRegTypeLib(sample::kLibraryId, 1, 0, 0x409, &library), TYPE_E_LIBNOTREGISTERED);
+  const LibraryPointer own(linux_host::MakeTypeLibrary(sample::kLibrary));
+  ASSERT_EQ(RegisterTypeLib(own.get(), L"/proc/self/exe", nullptr), S_OK);
+  EXPECT_EQ(LoadRegTypeLib(sample::kLibraryId, 2, 0, 0x409, &library), TYPE_E_LIBNOTREGISTERED);
+  ASSERT_EQ(LoadRegTypeLib(sample::kLibraryId, 1, 0, 0, &library), S_OK) << "in another locale";
+  library->Release();
+  ASSERT_EQ(RegisterTypeLib(own.get(), L"/nonexistent/server", nullptr), S_OK);
+  EXPECT_EQ(LoadRegTypeLib(sample::kLibraryId, 1, 0, 0x409, &library), TYPE_E_CANTLOADLIBRARY);
+}
+
 TEST_F(LateBound, AClientsObjectTakesItsTypesFromTheRegisteredLibrary) {
   ServerThread server;
   const SamplePointer client = CreateSample();
   ASSERT_NE(client, nullptr);
   ITypeInfo* info = nullptr;
   EXPECT_EQ(client->GetTypeInfo(0, 0, &info), TYPE_E_LIBNOTREGISTERED);
-  const std::unique_ptr<ITypeLib, Releaser> library(linux_host::MakeTypeLibrary(sample::kLibrary));
+  const LibraryPointer library(linux_host::MakeTypeLibrary(sample::kLibrary));
   ASSERT_EQ(RegisterTypeLib(library.get(), L"/proc/self/exe", nullptr), S_OK);
   EXPECT_EQ(client->GetTypeInfo(1, 0, &info), DISP_E_BADINDEX);
   ASSERT_EQ(client->GetTypeInfo(0, 0, &info), S_OK);
