@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "sim/bench_core.h"
-#include "sim/description.h"
+#include "sim/description/description.h"
 #include "sim/timer_thread.h"
 
 namespace sim {

@@ -14,7 +14,7 @@
 #include "sim/attachment.h"
 #include "sim/bench.h"
 #include "sim/capture.h"
-#include "sim/description.h"
+#include "sim/description/description.h"
 #include "sim/probe.h"
 
 namespace sim {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "sim/description.h"
+#include "sim/description/description.h"
 
 namespace sim {
 

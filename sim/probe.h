@@ -11,14 +11,14 @@
 
 #include "sim/bench.h"
 #include "sim/controller.h"
-#include "sim/description.h"
+#include "sim/description/description.h"
 #include "sim/fpga_loader.h"
-#include "sim/i2c_bus.h"
 #include "sim/in_pipe.h"
-#include "sim/jtag_chain.h"
 #include "sim/protocol.h"
-#include "sim/swd_target.h"
 #include "sim/swv_source.h"
+#include "sim/targets/i2c_bus.h"
+#include "sim/targets/jtag_chain.h"
+#include "sim/targets/swd_target.h"
 
 namespace sim {
 

@@ -5,9 +5,9 @@
 #include <span>
 #include <vector>
 
-#include "sim/description.h"
+#include "sim/description/description.h"
 #include "sim/in_pipe.h"
-#include "sim/itm_stream.h"
+#include "sim/targets/itm_stream.h"
 
 namespace sim {
 

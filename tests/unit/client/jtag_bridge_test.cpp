@@ -6,8 +6,8 @@
 
 #include <random>
 
-#include "sim/jtag_chain.h"
 #include "sim/jtag_stream.h"
+#include "sim/targets/jtag_chain.h"
 #include "tests/unit/random_seed.h"
 
 namespace client {

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "sim/jtag_chain.h"
 #include "sim/jtag_stream.h"
+#include "sim/targets/jtag_chain.h"
 
 namespace client {
 namespace {

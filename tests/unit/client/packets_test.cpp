@@ -6,7 +6,7 @@
 
 #include "client/swd_link.h"
 #include "client/swd_packet.h"
-#include "sim/debug_port.h"
+#include "sim/targets/debug_port.h"
 
 namespace client {
 namespace {

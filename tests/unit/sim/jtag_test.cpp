@@ -1,4 +1,4 @@
-#include "sim/jtag_chain.h"
+#include "sim/targets/jtag_chain.h"
 #include "tests/unit/sim/bench_script.h"
 
 namespace sim {

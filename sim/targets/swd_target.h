@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
-#include "sim/debug_port.h"
-#include "sim/description.h"
-#include "sim/target_memory.h"
+#include "sim/description/description.h"
+#include "sim/targets/debug_port.h"
+#include "sim/targets/target_memory.h"
 
 namespace sim {
 

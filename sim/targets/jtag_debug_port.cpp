@@ -1,4 +1,4 @@
-#include "sim/jtag_debug_port.h"
+#include "sim/targets/jtag_debug_port.h"
 
 namespace sim {
 

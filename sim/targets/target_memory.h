@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "sim/description.h"
+#include "sim/description/description.h"
 
 namespace sim {
 

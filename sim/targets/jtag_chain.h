@@ -6,9 +6,9 @@
 #include <span>
 #include <vector>
 
-#include "sim/description.h"
-#include "sim/jtag_tap.h"
-#include "sim/tap_state.h"
+#include "sim/description/description.h"
+#include "sim/targets/jtag_tap.h"
+#include "sim/targets/tap_state.h"
 
 namespace sim {
 

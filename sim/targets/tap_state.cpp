@@ -1,4 +1,4 @@
-#include "sim/tap_state.h"
+#include "sim/targets/tap_state.h"
 
 namespace sim {
 

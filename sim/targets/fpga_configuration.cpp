@@ -1,4 +1,4 @@
-#include "sim/fpga_configuration.h"
+#include "sim/targets/fpga_configuration.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/memory_access_port.h"
+#include "sim/targets/memory_access_port.h"
 
 namespace sim {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "sim/target_memory.h"
+#include "sim/targets/target_memory.h"
 
 namespace sim {
 

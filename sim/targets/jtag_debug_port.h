@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "sim/debug_port.h"
+#include "sim/targets/debug_port.h"
 
 namespace sim {
 

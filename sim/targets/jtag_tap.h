@@ -6,9 +6,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "sim/description.h"
-#include "sim/fpga_configuration.h"
-#include "sim/jtag_debug_port.h"
+#include "sim/description/description.h"
+#include "sim/targets/fpga_configuration.h"
+#include "sim/targets/jtag_debug_port.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/swd_target.h"
+#include "sim/targets/swd_target.h"
 
 #include <bit>
 

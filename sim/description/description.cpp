@@ -1,4 +1,4 @@
-#include "sim/description.h"
+#include "sim/description/description.h"
 
 #include <algorithm>
 #include <initializer_list>

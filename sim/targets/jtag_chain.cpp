@@ -1,4 +1,4 @@
-#include "sim/jtag_chain.h"
+#include "sim/targets/jtag_chain.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/itm_stream.h"
+#include "sim/targets/itm_stream.h"
 
 #include <string>
 

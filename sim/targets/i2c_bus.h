@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "sim/description.h"
+#include "sim/description/description.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/debug_port.h"
+#include "sim/targets/debug_port.h"
 
 namespace sim {
 namespace {

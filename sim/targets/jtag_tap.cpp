@@ -1,4 +1,4 @@
-#include "sim/jtag_tap.h"
+#include "sim/targets/jtag_tap.h"
 
 namespace sim {
 

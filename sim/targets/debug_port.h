@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "sim/memory_access_port.h"
+#include "sim/targets/memory_access_port.h"
 
 namespace sim {
 

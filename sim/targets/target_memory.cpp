@@ -1,4 +1,4 @@
-#include "sim/target_memory.h"
+#include "sim/targets/target_memory.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "sim/i2c_bus.h"
+#include "sim/targets/i2c_bus.h"
 
 #include <algorithm>
 
