@@ -15,12 +15,13 @@
 #include <stdexcept>
 
 #include "platform/linux/usb/libusb_bus.h"
+#include "platform/probe_driver/bus_frames.h"
 #include "platform/probe_driver/driver_requests.h"
 #include "platform/probe_driver/probe_driver.h"
 #include "tests/kernel_usb/gadget.h"
 #include "tests/kernel_usb/iso_device.h"
 #include "tests/support/process.h"
-#include "tests/unit/hex_bytes.h"
+#include "tests/unit/awaited.h"
 
 namespace kernel_usb {
 namespace {
@@ -38,53 +39,29 @@ using unit::Bytes;
 
 constexpr UsbIds kIds{0x0F0F, 0x2002};
 
-// A transfer and its buffer, until it has ended.
-class Job {
+// A transfer that is on its way.
+class Job : public unit::Awaited {
  public:
   Job(UsbDevice& device, std::uint8_t endpoint, Bytes data, SetupPacket setup = {})
-      : device_(device), data_(std::move(data)) {
-    transfer_.endpoint = endpoint;
-    transfer_.setup = setup;
-    transfer_.data = data_.data();
-    transfer_.length = static_cast<std::uint32_t>(data_.size());
-    transfer_.complete = [this](UsbTransfer&) {
-      const std::lock_guard lock(mutex_);
-      done_ = true;
-      changed_.notify_all();
-    };
-    device.Submit(transfer_);
+      : Awaited(endpoint, std::move(data)), device_(device) {
+    transfer().setup = setup;
+    device.Submit(transfer());
   }
-  ~Job() { EXPECT_TRUE(done_) << "still in flight"; }
+  ~Job() { EXPECT_TRUE(ended()) << "still in flight"; }
 
-  void Cancel() { device_.Cancel(transfer_); }
-  bool done() {
-    const std::lock_guard lock(mutex_);
-    return done_;
-  }
-  // "STATUS BYTES", the bytes for what came in or as their number. "pending" after ten seconds.
+  void Cancel() { device_.Cancel(transfer()); }
+  // "STATUS BYTES", the bytes for what came in or as their number.
   std::string Outcome() {
-    std::unique_lock lock(mutex_);
-    if (!changed_.wait_for(lock, std::chrono::seconds(10), [&] { return done_; })) {
-      return "pending";
-    }
     constexpr const char* kNames[] = {"ok", "stall", "aborted", "gone", "overrun", "error"};
-    const bool in =
-        (transfer_.endpoint == 0 ? transfer_.setup.request_type : transfer_.endpoint) & 0x80;
-    std::string text = kNames[static_cast<int>(transfer_.status)];
-    if (!in || transfer_.actual > 64) return text + " " + std::to_string(transfer_.actual);
-    data_.resize(transfer_.actual);
-    if (!data_.empty()) text.append(" ").append(unit::HexText(data_));
-    return text;
+    std::string text = kNames[static_cast<int>(Wait())];
+    const bool in = probe_driver::IsInTransfer(transfer().endpoint, transfer().setup);
+    if (!in || actual() > 64) return text + " " + std::to_string(actual());
+    const Bytes came(data().begin(), data().begin() + actual());
+    return text + (came.empty() ? "" : " ") + unit::HexText(came);
   }
-  const Bytes& data() const { return data_; }
 
  private:
   UsbDevice& device_;
-  Bytes data_;
-  UsbTransfer transfer_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool done_ = false;
 };
 
 class NoTimers : public probe_driver::DriverTimers {
@@ -257,14 +234,14 @@ TEST_F(UsbBus, CancelEndsOneTransferAndAbortAPipesAll) {
       third(*device_, in_[0], Bytes(512));
   second.Cancel();
   EXPECT_EQ("aborted", second.Outcome());
-  EXPECT_FALSE(first.done() || third.done());
+  EXPECT_FALSE(first.ended() || third.ended());
   EXPECT_EQ("ok 2", Move(out_[0], {1, 2}));
   EXPECT_EQ("ok 01 02", first.Outcome());
   const auto other = bus_->OpenDevice(path_);
   Job of_other(*other, in_[0], Bytes(512));
   device_->AbortPipe(in_[0]);
   EXPECT_EQ("aborted", third.Outcome());
-  EXPECT_FALSE(of_other.done());
+  EXPECT_FALSE(of_other.ended());
   EXPECT_EQ("ok 1", Move(out_[0], {3}));
   EXPECT_EQ("ok 03", of_other.Outcome());
   Job last(*device_, in_[0], Bytes(512));

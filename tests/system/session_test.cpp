@@ -55,6 +55,15 @@ TEST_F(Session, MemoryBehindSwdAndI2cKeepsWhatIsWritten) {
   }
   EXPECT_EQ(Json({"mode", "WFX0002", "I2C"})["error"], "SUCCESS");
   Json({"vtarg", "WFX0002", "3.3", "--supply", "on"});
+  // As one record, each field in its place.
+  EXPECT_EQ(Wfx({"--json", "status", "WFX0002"}).out,
+            R"({"error":"SUCCESS","status":{"RESULT":0,"VTARG_SET":11,"VTARG_MEASURED":330,)"
+            R"("ACTIVE_INTERFACE":2,"ACTIVE_PORT":0,"WFX_VERSION":515,"VORN_VERSION":260,)"
+            R"("FPGA_VERSION":17,"BOOTLOADER_VERSION":256,"WFX_FLAGS_FPGA_POWER_STATE":3,)"
+            R"("WFX_FLAGS_SW_VALID":1,"WFX_FLAGS_VTARG_FAULT":0,"WFX_FLAGS_VTARG_ON":1,)"
+            R"("WFX_FLAGS_VCC1_3_ON":1,"WFX_FLAGS_FPGA_MBX_ERR":0,"WFX_FLAGS_VORN_I2C_ERR":0,)"
+            R"("CLOCK_FREQUENCY":0}})"
+            "\n");
   EXPECT_EQ(Json({"i2c", "WFX0002", "scan"})["addresses"], std::vector<int>({0x50}));
   Json({"i2c", "WFX0002", "write", "0x50", "10", "aa", "bb"});
   EXPECT_EQ(Json({"i2c", "WFX0002", "read", "0x50", "2", "--after", "10"})["data"], "aabb");

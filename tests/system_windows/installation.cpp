@@ -4,32 +4,25 @@
 
 #include <winsvc.h>
 
+#include <memory>
+
 #include "api/identifiers.h"
 #include "tests/system_windows/text.h"
 
 namespace system_windows {
 namespace {
 
-class ServiceHandle {
- public:
-  explicit ServiceHandle(SC_HANDLE handle) : handle_(handle) {}
-  ServiceHandle(const ServiceHandle&) = delete;
-  ServiceHandle& operator=(const ServiceHandle&) = delete;
-  ~ServiceHandle() {
-    if (handle_) CloseServiceHandle(handle_);
-  }
-  SC_HANDLE Get() const { return handle_; }
-
- private:
-  SC_HANDLE handle_;
+struct ServiceCloser {
+  void operator()(SC_HANDLE handle) const { CloseServiceHandle(handle); }
 };
+using ServiceHandle = std::unique_ptr<SC_HANDLE__, ServiceCloser>;
 
 // Calls with the handle of the service, null when it is not installed.
 template <typename Call>
 auto WithService(Call call) {
   const ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-  const ServiceHandle service(OpenServiceW(manager.Get(), kServiceName, SERVICE_ALL_ACCESS));
-  return call(service.Get());
+  const ServiceHandle service(OpenServiceW(manager.get(), kServiceName, SERVICE_ALL_ACCESS));
+  return call(service.get());
 }
 
 void DeleteClassesKey(const std::wstring& path) {

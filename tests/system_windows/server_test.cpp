@@ -18,35 +18,24 @@ using windows_host::ComPointer;
 
 constexpr wchar_t kDeniedToAll[] = L"D:(D;;GA;;;WD)";
 
-// A named mutex of the test's own.
-class NamedMutex {
- public:
-  // `descriptor` says who may open it; null: the same account.
-  explicit NamedMutex(const wchar_t* name, const wchar_t* descriptor = nullptr) {
-    SECURITY_ATTRIBUTES attributes = {sizeof(attributes), nullptr, FALSE};
-    if (descriptor) {
-      ConvertStringSecurityDescriptorToSecurityDescriptorW(
-          descriptor, SDDL_REVISION_1, &attributes.lpSecurityDescriptor, nullptr);
-    }
-    mutex_ = CreateMutexW(&attributes, FALSE, name);
-    LocalFree(attributes.lpSecurityDescriptor);
+// A named mutex of the test's own; `descriptor` says who may open it, null: the same account.
+KernelHandle NamedMutex(const wchar_t* name, const wchar_t* descriptor = nullptr) {
+  SECURITY_ATTRIBUTES attributes = {sizeof(attributes), nullptr, FALSE};
+  if (descriptor) {
+    ConvertStringSecurityDescriptorToSecurityDescriptorW(descriptor, SDDL_REVISION_1,
+                                                         &attributes.lpSecurityDescriptor, nullptr);
   }
-  ~NamedMutex() { CloseHandle(mutex_); }
-  NamedMutex(const NamedMutex&) = delete;
-  NamedMutex& operator=(const NamedMutex&) = delete;
+  KernelHandle mutex(CreateMutexW(&attributes, FALSE, name));
+  LocalFree(attributes.lpSecurityDescriptor);
+  return mutex;
+}
 
-  HANDLE Get() const { return mutex_; }
-
-  // Handles of it that are open in the whole system.
-  ULONG CountHandles() const {
-    PUBLIC_OBJECT_BASIC_INFORMATION information = {};
-    NtQueryObject(mutex_, ObjectBasicInformation, &information, sizeof(information), nullptr);
-    return information.HandleCount;
-  }
-
- private:
-  HANDLE mutex_;
-};
+// Handles of an object that are open in the whole system.
+ULONG CountHandles(const KernelHandle& object) {
+  PUBLIC_OBJECT_BASIC_INFORMATION information = {};
+  NtQueryObject(object.Get(), ObjectBasicInformation, &information, sizeof(information), nullptr);
+  return information.HandleCount;
+}
 
 class Server : public Installation {
  protected:
@@ -57,7 +46,7 @@ TEST_F(Server, ThatMayNotRunEndsWithTheReason) {
   Install();
   EXPECT_EQ(Run({}), 2) << "never registered";
   {
-    const NamedMutex mutex(L"TzWirefoxService");
+    const KernelHandle mutex = NamedMutex(L"TzWirefoxService");
     EXPECT_EQ(Run({}), 2) << "passes the guard beside one of the same account";
   }
   Register("-Service");
@@ -73,7 +62,7 @@ TEST_F(Server, TellsItsVersionWhereItsOutputIsRedirectedTo) {
 
 TEST_F(Server, WhoseMutexCannotBeOpenedTellsTheUserAndEnds) {
   Install();
-  const NamedMutex mutex(L"TzWirefoxService", kDeniedToAll);
+  const KernelHandle mutex = NamedMutex(L"TzWirefoxService", kDeniedToAll);
   Process server({program().string()});
   HWND box = nullptr;
   ASSERT_TRUE(WaitUntil([&] {
@@ -87,7 +76,7 @@ TEST_F(Server, WhoseMutexCannotBeOpenedTellsTheUserAndEnds) {
 
 TEST_F(Server, OnAWindowStationThatNobodySeesWritesTheTextInsteadOfABox) {
   Install();
-  const NamedMutex mutex(L"TzWirefoxService", kDeniedToAll);
+  const KernelHandle mutex = NamedMutex(L"TzWirefoxService", kDeniedToAll);
   const Finished server = RunToEnd({program().string()}, {.desktop = L"WirefoxHidden\\Default"});
   EXPECT_EQ(server.exit_status, -1);
   EXPECT_EQ(server.out,
@@ -147,7 +136,7 @@ TEST_F(Server, StopWaitsForTheCallInProgress) {
   ASSERT_TRUE(client);
   EXPECT_EQ(ServiceState(), static_cast<DWORD>(SERVICE_RUNNING)) << "started for the client";
   // The call waits for the lock of the device table, which this test holds.
-  const NamedMutex lock(L"WfxDeviceLock");
+  const KernelHandle lock = NamedMutex(L"WfxDeviceLock");
   ASSERT_EQ(WaitForSingleObject(lock.Get(), kPatienceMs), WAIT_OBJECT_0);
   HRESULT status = E_FAIL;
   TzErrorCode error = TzErrorCode::UNKNOWN;
@@ -159,7 +148,7 @@ TEST_F(Server, StopWaitsForTheCallInProgress) {
   });
   // Each thread of the service that waits for the lock has a handle of its own: the one that hears
   // of probes comes every few seconds, the other one serves the call.
-  EXPECT_TRUE(WaitUntil([&] { return lock.CountHandles() == 3; }));
+  EXPECT_TRUE(WaitUntil([&] { return CountHandles(lock) == 3; }));
   EXPECT_TRUE(SendControl(SERVICE_CONTROL_STOP));
   EXPECT_EQ(ServiceState(), static_cast<DWORD>(SERVICE_STOP_PENDING));
   EXPECT_EQ(ProcessesOf(program()).size(), 1u);

@@ -60,33 +60,34 @@ std::string TypeText(ITypeInfo* type, const TYPEDESC& described) {
   }
 }
 
-std::string ParameterFlags(USHORT flags) {
-  static constexpr std::pair<USHORT, const char*> kFlags[] = {
-      {PARAMFLAG_FIN, "in"}, {PARAMFLAG_FOUT, "out"}, {PARAMFLAG_FRETVAL, "retval"}};
+using FlagNames = std::vector<std::pair<unsigned, const char*>>;
+
+// The names of the flags, with what stands between them, and whatever else is set.
+std::string FlagsText(unsigned flags, const FlagNames& names, const std::string& between) {
   std::string text;
-  for (const auto& [flag, name] : kFlags) {
-    if ((flags & flag) == 0) continue;
-    text.append(text.empty() ? "[" : ", ").append(name);
-    flags = static_cast<USHORT>(flags & ~flag);
+  for (const auto& [flag, name] : names) {
+    if ((flags & flag) != 0) text.append(text.empty() ? "" : between).append(name);
+    flags &= ~flag;
   }
-  if (flags != 0) text.append(" flags ").append(std::to_string(flags));
-  return text.append("] ");
+  return flags == 0 ? text : text.append(" flags ").append(std::to_string(flags));
+}
+
+std::string ParameterFlags(USHORT flags) {
+  return "[" +
+         FlagsText(flags,
+                   {{PARAMFLAG_FIN, "in"}, {PARAMFLAG_FOUT, "out"}, {PARAMFLAG_FRETVAL, "retval"}},
+                   ", ") +
+         "] ";
 }
 
 std::string TypeFlags(WORD flags) {
-  static constexpr std::pair<WORD, const char*> kFlags[] = {
-      {TYPEFLAG_FCANCREATE, "creatable"},
-      {TYPEFLAG_FDUAL, "dual"},
-      {TYPEFLAG_FOLEAUTOMATION, "automation"},
-      {TYPEFLAG_FNONEXTENSIBLE, "nonextensible"},
-      {TYPEFLAG_FDISPATCHABLE, "dispatchable"}};
-  std::string text;
-  for (const auto& [flag, name] : kFlags) {
-    if ((flags & flag) != 0) text.append(" ").append(name);
-    flags = static_cast<WORD>(flags & ~flag);
-  }
-  if (flags != 0) text.append(" flags ").append(std::to_string(flags));
-  return text;
+  return " " + FlagsText(flags,
+                         {{TYPEFLAG_FCANCREATE, "creatable"},
+                          {TYPEFLAG_FDUAL, "dual"},
+                          {TYPEFLAG_FOLEAUTOMATION, "automation"},
+                          {TYPEFLAG_FNONEXTENSIBLE, "nonextensible"},
+                          {TYPEFLAG_FDISPATCHABLE, "dispatchable"}},
+                         " ");
 }
 
 // One type, with what the system keeps of it while it is looked at.

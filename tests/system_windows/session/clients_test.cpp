@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <fstream>
 #include <string>
 #include <type_traits>
@@ -46,23 +45,6 @@ class Clients : public system_test::SystemTest {
   ComPointer<ITzWirefox_v3> object_;
   TzErrorCode error_ = TzErrorCode::UNKNOWN;
 };
-
-TEST_F(Clients, StatusRecordArrivesWithItsFieldsInTheirPlaces) {
-  const Bstr probe(L"WFX0002");
-  ASSERT_EQ(object_->SetVTarg(probe.Get(), TzVTargVoltage::VTARG_3_3, 1, OwnId(), &error_), S_OK);
-  ASSERT_EQ(object_->SetMode(probe.Get(), TzTransferMode::SWD, 1, OwnId(), &error_), S_OK);
-  TzWFXStatus status;
-  std::memset(&status, 0xEE, sizeof(status));
-  ASSERT_EQ(object_->GetWirefoxStatus(probe.Get(), &status, &error_), S_OK);
-  EXPECT_EQ(error_, TzErrorCode::SUCCESS);
-  EXPECT_EQ(status.RESULT, 0);
-  EXPECT_EQ(status.VTARG_SET, 11);
-  EXPECT_EQ(status.VTARG_MEASURED, 330);
-  EXPECT_EQ(status.ACTIVE_INTERFACE, 4);
-  EXPECT_EQ(status.ACTIVE_PORT, 1);
-  EXPECT_EQ(status.WFX_FLAGS_VTARG_ON, 1);
-  EXPECT_EQ(status.CLOCK_FREQUENCY, 0);
-}
 
 TEST_F(Clients, NullArraysAndStringsCountAsEmpty) {
   Array reply;

@@ -1,13 +1,12 @@
 // The class as tools of the message bus meet it: on its own socket and on a bus.
 
 #include <poll.h>
-#include <signal.h>
 #include <systemd/sd-bus.h>
 
-#include <cstdio>
 #include <cstdlib>
 
 #include "platform/linux/dbus/dbus_link.h"
+#include "tests/support/process.h"
 #include "tests/unit/platform/component/component_fixture.h"
 
 namespace component_test {
@@ -144,27 +143,13 @@ TEST_F(ComponentSocket, WhoDoesNotTakeItsRepliesKeepsNobodyWaiting) {
   EXPECT_TRUE(Answers(CreateSample()));
 }
 
-// A bus of the test's own, which the process takes for its session's.
-class DBusDaemon {
- public:
-  DBusDaemon() {
-    FILE* told =
-        popen("dbus-daemon --session --fork --nosyslog --print-address=1 --print-pid=1", "r");
-    char address[256] = "";
-    EXPECT_EQ(std::fscanf(told, "%255s %d", address, &process_), 2);
-    pclose(told);
-    setenv("DBUS_SESSION_BUS_ADDRESS", address, 1);
-  }
-  ~DBusDaemon() {
-    if (process_ > 0) kill(process_, SIGTERM);
-  }
-
- private:
-  pid_t process_ = 0;
-};
-
+// On a bus of the test's own, which the process takes for its session's.
 class ComponentBus : public ComponentTest {
  protected:
+  ComponentBus() {
+    setenv("DBUS_SESSION_BUS_ADDRESS", daemon_.ReadLine().value_or("").c_str(), 1);
+    server_ = std::make_unique<ServerThread>();
+  }
   DBusHandle Open() {
     sd_bus* bus = nullptr;
     EXPECT_GE(sd_bus_open_user(&bus), 0);
@@ -174,8 +159,9 @@ class ComponentBus : public ComponentTest {
     return DBusHandle(bus);
   }
 
-  DBusDaemon daemon_;
-  ServerThread server_;
+  support::Process daemon_{
+      {"/usr/bin/dbus-daemon", "--session", "--nofork", "--nosyslog", "--print-address"}};
+  std::unique_ptr<ServerThread> server_;
 };
 
 TEST_F(ComponentBus, ANameThatCallsHasAnObjectUntilItGoes) {
