@@ -56,15 +56,7 @@ TEST_F(Lifetime, UnregistrationTakesTheServiceAway) {
   EXPECT_EQ(Wfx({"version"}).exit_status, 3);
 }
 
-TEST_F(Lifetime, AServiceThatCannotBeStartedIsReported) {
-  ASSERT_NO_FATAL_FAILURE(InstallAll());
-  std::filesystem::remove(service_path());
-  const Finished version = Wfx({"version"});
-  EXPECT_EQ(version.exit_status, 3);
-  EXPECT_NE(version.err, "");
-}
-
-TEST_F(Lifetime, AKilledServiceIsNoticedByItsClients) {
+TEST_F(Lifetime, AKilledServiceIsNoticedByItsClientsAndOneThatCannotBeStartedIsReported) {
   ASSERT_NO_FATAL_FAILURE(InstallAll());
   const auto hold = Hold();
   const auto watch = StartWfx({"watch"});
@@ -73,7 +65,10 @@ TEST_F(Lifetime, AKilledServiceIsNoticedByItsClients) {
   kill(ServicePids()[0], SIGKILL);
   EXPECT_EQ(hold->Wait(), 3);
   EXPECT_EQ(watch->Wait(), 3);
-  EXPECT_EQ(Wfx({"version"}).exit_status, 0);
+  std::filesystem::remove(service_path());
+  const Finished version = Wfx({"version"});
+  EXPECT_EQ(version.exit_status, 3);
+  EXPECT_NE(version.err, "");
 }
 
 TEST_F(Lifetime, AClientKilledInACallLeavesTheServiceToOthersAndItsTargetToTheSweep) {

@@ -111,24 +111,6 @@ TEST_F(Server, StartedForAClientEndsWithItsLastOne) {
   EXPECT_TRUE(ServiceProcessesEnd());
 }
 
-TEST_F(Server, StartedByTheServiceManagerServesOnWithoutClients) {
-  Install();
-  Register("-Service");
-  EXPECT_TRUE(StartInstalledService());
-  ASSERT_TRUE(WaitUntil([] { return ServiceState() == SERVICE_RUNNING; }));
-  const auto servers = ProcessesOf(program());
-  EXPECT_TRUE(Connect());
-  EXPECT_TRUE(Connect());
-  EXPECT_EQ(ProcessesOf(program()), servers) << "the same process as before";
-  // Neither a control that it knows nor one that it does not ends it.
-  EXPECT_TRUE(SendControl(SERVICE_CONTROL_INTERROGATE));
-  EXPECT_TRUE(SendControl(200));
-  EXPECT_EQ(ServiceState(), static_cast<DWORD>(SERVICE_RUNNING));
-  EXPECT_TRUE(SendControl(SERVICE_CONTROL_STOP));
-  EXPECT_TRUE(ServiceProcessesEnd());
-  EXPECT_TRUE(WaitUntil([] { return ServiceState() == SERVICE_STOPPED; }));
-}
-
 TEST_F(Server, StopWaitsForTheCallInProgress) {
   Install();
   Register("-Service");

@@ -73,21 +73,18 @@ std::string FlagsText(unsigned flags, const FlagNames& names, const std::string&
 }
 
 std::string ParameterFlags(USHORT flags) {
-  return "[" +
-         FlagsText(flags,
-                   {{PARAMFLAG_FIN, "in"}, {PARAMFLAG_FOUT, "out"}, {PARAMFLAG_FRETVAL, "retval"}},
-                   ", ") +
-         "] ";
+  static const FlagNames kNames = {
+      {PARAMFLAG_FIN, "in"}, {PARAMFLAG_FOUT, "out"}, {PARAMFLAG_FRETVAL, "retval"}};
+  return std::string("[").append(FlagsText(flags, kNames, ", ")).append("] ");
 }
 
 std::string TypeFlags(WORD flags) {
-  return " " + FlagsText(flags,
-                         {{TYPEFLAG_FCANCREATE, "creatable"},
-                          {TYPEFLAG_FDUAL, "dual"},
-                          {TYPEFLAG_FOLEAUTOMATION, "automation"},
-                          {TYPEFLAG_FNONEXTENSIBLE, "nonextensible"},
-                          {TYPEFLAG_FDISPATCHABLE, "dispatchable"}},
-                         " ");
+  static const FlagNames kNames = {{TYPEFLAG_FCANCREATE, "creatable"},
+                                   {TYPEFLAG_FDUAL, "dual"},
+                                   {TYPEFLAG_FOLEAUTOMATION, "automation"},
+                                   {TYPEFLAG_FNONEXTENSIBLE, "nonextensible"},
+                                   {TYPEFLAG_FDISPATCHABLE, "dispatchable"}};
+  return std::string(" ").append(FlagsText(flags, kNames, " "));
 }
 
 // One type, with what the system keeps of it while it is looked at.

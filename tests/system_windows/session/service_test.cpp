@@ -7,16 +7,23 @@ namespace {
 
 using namespace system_windows;
 
-TEST_F(SystemTest, TheServiceManagerStartsTheServiceThatFindsTheProbes) {
+TEST_F(SystemTest, TheServiceManagerStartsTheServiceThatFindsTheProbesAndServesOnWithoutClients) {
   Install();
   ASSERT_NO_FATAL_FAILURE(Installation::Register("-Service"));
   ASSERT_NO_FATAL_FAILURE(StartBench());
   ASSERT_TRUE(StartInstalledService());
   ASSERT_TRUE(ProbesBecome(kAllProbes));
-  EXPECT_EQ(ServiceState(), static_cast<DWORD>(SERVICE_RUNNING));
+  const auto servers = ProcessesOf(program());
   EXPECT_EQ(Wfx({"mode", "WFX0002", "SWD"}).exit_status, 0);
   EXPECT_EQ(Wfx({"swd", "WFX0002", "read-dp", "0"}).out, "read-dp 0x00000000  0x2ba01477\n");
+  EXPECT_EQ(ProcessesOf(program()), servers) << "the same process as before";
+  // Neither a control that it knows nor one that it does not ends it.
+  EXPECT_TRUE(SendControl(SERVICE_CONTROL_INTERROGATE));
+  EXPECT_TRUE(SendControl(200));
+  EXPECT_EQ(ServiceState(), static_cast<DWORD>(SERVICE_RUNNING));
   EXPECT_TRUE(SendControl(SERVICE_CONTROL_STOP));
+  EXPECT_TRUE(ServiceProcessesEnd());
+  EXPECT_TRUE(WaitUntil([] { return ServiceState() == SERVICE_STOPPED; }));
 }
 
 TEST_F(SystemTest, TheSettingsBesideTheExecutableAreRead) {
