@@ -98,8 +98,8 @@ class SystemTest : public Host {
   std::unique_ptr<Client> StartCallThatStays(const std::filesystem::path& log);
 
   // What tshark tells of the bench's capture, which ends with this: the fields of the packets that
-  // the filter takes, a line each.
-  std::string Capture(const std::string& filter, const Words& fields);
+  // the filter takes, a line each. Of several `-r`, which `options` may hold, the last one counts.
+  std::string Capture(const std::string& filter, const Words& fields, const Words& options = {});
 
   // The processes of this installation's service, whoever started them.
   std::vector<pid_t> ServicePids() const;

@@ -78,13 +78,15 @@ std::unique_ptr<Client> SystemTest::StartCallThatStays(const fs::path& log) {
   return client;
 }
 
-std::string SystemTest::Capture(const std::string& filter, const Words& fields) {
+std::string SystemTest::Capture(const std::string& filter, const Words& fields,
+                                const Words& options) {
   if (bench->IsRunning()) {
     EXPECT_EQ(Ctl({"stop"}).exit_status, 0);
     EXPECT_EQ(bench->Wait(), 0);
   }
   environment["HOME"] = home_;
   Words command = {"/usr/bin/tshark", "-n", "-r", capture_path(), "-Y", filter};
+  command.insert(command.end(), options.begin(), options.end());
   if (!fields.empty()) command.insert(command.end(), {"-T", "fields", "-E", "separator=/s"});
   for (const std::string& field : fields) command.insert(command.end(), {"-e", field});
   const Finished told = Run(command);
