@@ -39,4 +39,18 @@ export WIREFOX_BUS=sim:$scratch/bench/sim.socket
 until "$bin/bin/wfxsim" ctl --socket "$scratch/bench/sim.socket" list >/dev/null 2>&1; do sleep 0.1; done
 "$scratch/bench/bin/TzWirefoxService" -RegServer
 "$bin/bench/wirefox_bench" through "$scratch/bench/bin/TzWirefoxService" || status=1
+kill "$bench_pid"
+wait "$bench_pid" || true
+
+# A chain with an FPGA, lent to tools.
+rm "$scratch/bench/sim.socket" 2>/dev/null || true
+"$bin/bin/wfxsim" --bench demo --socket "$scratch/bench/sim.socket" >/dev/null &
+bench_pid=$!
+until "$bin/bin/wfxsim" ctl --socket "$scratch/bench/sim.socket" list >/dev/null 2>&1; do sleep 0.1; done
+coproc serve { exec "$bin/bin/wfx" serve WFX0001 --clock FREQ_A_48_0 --xvc 0 --json; }
+read -r listening <&"${serve[0]}"
+port=$(sed -n 's/.*127\.0\.0\.1:\([0-9]*\).*/\1/p' <<<"$listening")
+"$bin/bench/wirefox_bench" xvc "$port" || status=1
+kill -INT "$serve_PID"
+wait "$serve_PID" || status=1
 exit $status

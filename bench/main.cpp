@@ -19,8 +19,12 @@ int main(int argc, char** argv) {
     bench::InstantServiceRows();
   } else if (group == "through" && !argument.empty()) {
     bench::BenchServiceRows(argument);
+  } else if (group == "xvc" && !argument.empty()) {
+    bench::XvcRow(static_cast<std::uint16_t>(std::stoi(argument)));
   } else {
-    std::fprintf(stderr, "usage: wirefox_bench heading | inside FOLDER | calls | through SERVER\n");
+    std::fprintf(
+        stderr,
+        "usage: wirefox_bench heading | inside FOLDER | calls | through SERVER | xvc PORT\n");
     return 2;
   }
   return bench::AllTargetsMet() ? 0 : 1;

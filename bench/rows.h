@@ -1,6 +1,7 @@
 // The rows of the benchmark table, a function for each group.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace bench {
@@ -22,5 +23,9 @@ void InstantServiceRows();
 // Calls to the registered server through to the probe WFX0001 of a simulated bench, and the
 // server's resident memory while idle. `server` is the path of its executable.
 void BenchServiceRows(const std::string& server);
+
+// A bitstream loaded through `wfx serve`, which lends the demo bench's chain on this port, against
+// a bare server.
+void XvcRow(std::uint16_t port);
 
 }  // namespace bench
