@@ -21,7 +21,7 @@ constexpr Parameter Choice(const wchar_t* name, const wchar_t* enumeration) {
 }
 
 constexpr Parameter kWirefox = In(L"wirefox", kBstr);
-constexpr Parameter kOwner = In(L"ownerPID", kLong);
+constexpr Parameter kOwner = In(L"ownerPID", kProcessId);
 constexpr Parameter kHandle = In(L"wfxHandle", kInt64);
 constexpr Parameter kResult = Out(L"RESULT", kByteArray);
 

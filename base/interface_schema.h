@@ -18,6 +18,7 @@ namespace interface_schema {
 enum class ValueType : std::uint8_t {
   kBstr,         // BSTR
   kLong,         // signed 32-bit
+  kProcessId,    // the same, the id of a process on the machine of the object
   kShort,        // signed 16-bit
   kChar,         // signed 8-bit
   kInt64,        // signed 64-bit

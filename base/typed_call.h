@@ -34,7 +34,8 @@ CallWord ToWord(T value) {
 template <typename T>
 constexpr bool Is(ValueType type) {
   using enum ValueType;
-  return (type == kBstr && std::is_same_v<T, BSTR>) || (type == kLong && std::is_same_v<T, LONG>) ||
+  return (type == kBstr && std::is_same_v<T, BSTR>) ||
+         ((type == kLong || type == kProcessId) && std::is_same_v<T, LONG>) ||
          (type == kShort && std::is_same_v<T, SHORT>) ||
          (type == kChar && std::is_same_v<T, CHAR>) ||
          (type == kInt64 && std::is_integral_v<T> && std::is_signed_v<T> && sizeof(T) == 8) ||

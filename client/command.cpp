@@ -25,14 +25,16 @@ std::string CommandNames(bool in_script) {
 bool Context::Connect(int& exit_status) {
   if (service_) return true;
   HRESULT status = S_OK;
-  service_ = connector_(status);
+  service_ = connector_(host, status);
   if (service_) return true;
-  exit_status = output.ReportUnreachable(status);
+  exit_status = output.ReportUnreachable(status, host);
   return false;
 }
 
 int Context::Report(const Result& result) {
-  if (FAILED(service_->call_failure())) return output.ReportUnreachable(service_->call_failure());
+  if (FAILED(service_->call_failure())) {
+    return output.ReportUnreachable(service_->call_failure(), host);
+  }
   return output.Report(result);
 }
 

@@ -26,11 +26,12 @@ struct Session {
 // What a command works with. One for a whole script.
 class Context {
  public:
-  Context(Output& output, std::istream* input, Connector connector)
-      : output(output), input(input), connector_(std::move(connector)) {}
+  Context(Output& output, std::istream* input, Connector connector, std::string host = "")
+      : output(output), input(input), host(std::move(host)), connector_(std::move(connector)) {}
 
   Output& output;
-  std::istream* input;  // standard input; null when the script itself comes from there
+  std::istream* input;     // standard input; null when the script itself comes from there
+  const std::string host;  // whose service it is; empty for this machine's
   std::map<std::string, Session> sessions;
   std::string assign_to;  // the variable in front of the command that runs, or empty
 
@@ -64,7 +65,8 @@ struct Command {
   // Adds the command's options to `app`. The action holds what was parsed into them, and runs after
   // the parsing, if at all.
   Action (*define)(CLI::App& app);
-  bool needs_service = true;  // false: the action connects when it needs to
+  bool needs_service = true;         // false: the action connects when it needs to
+  bool takes_several_hosts = false;  // it may run for several machines at once
 };
 
 // In the order of the overview; null for an unknown name.

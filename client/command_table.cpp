@@ -7,8 +7,9 @@ std::span<const Command> AllCommands() {
   static constexpr auto kCommandLineOnly = CommandPlace::kCommandLineOnly;
   static constexpr auto kScriptOnly = CommandPlace::kScriptOnly;
   static constexpr Command kCommands[] = {
-      {"list", "Name the probes", kEverywhere, DefineList},
-      {"watch", "Name the probes now and whenever they change", kCommandLineOnly, DefineWatch},
+      {"list", "Name the probes", kEverywhere, DefineList, true, true},
+      {"watch", "Name the probes now and whenever they change", kCommandLineOnly, DefineWatch, true,
+       true},
       {"version", "Print the service's version", kEverywhere, DefineVersion},
       {"hold", "Keep the service running until interrupted", kCommandLineOnly, DefineHold},
       {"status", "Print what a probe says of itself", kEverywhere, DefineStatus},

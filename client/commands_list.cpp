@@ -41,7 +41,10 @@ Action DefineList(CLI::App&) {
     result.error = context.service().EnumerateWirefoxs(names);
     result.outputs["wirefoxs"] = names;
     for (const std::string& name : names) result.text += name + "\n";
-    if (names.empty() && !context.output.json()) result.note = NoProbesNote(LookForProbes());
+    if (names.empty() && !context.output.json()) {
+      result.note =
+          context.host.empty() ? NoProbesNote(LookForProbes()) : "no probe is ready there";
+    }
     return context.Report(result);
   };
 }

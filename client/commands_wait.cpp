@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -82,7 +83,31 @@ std::string ListText(const std::vector<std::string>& names) {
   return text + "\n";
 }
 
+// Prints the list unless it is the one that was shown. False when that did not go well.
+bool ShowList(Context& context, std::optional<std::vector<std::string>>& shown, int& exit_status) {
+  Result result;
+  std::vector<std::string> names;
+  result.error = context.service().EnumerateWirefoxs(names);
+  if (shown == names && result.error == TzErrorCode::SUCCESS) return true;
+  result.outputs["wirefoxs"] = names;
+  result.text = ListText(names);
+  shown = names;
+  exit_status = context.Report(result);
+  return exit_status == kExitSuccess;
+}
+
+// The file that tells of changes is on the other machine: asks now and then instead.
+int WatchFromAfar(Context& context) {
+  const StopSignal stop;
+  std::optional<std::vector<std::string>> shown;
+  int exit_status = kExitSuccess;
+  while (ShowList(context, shown, exit_status) && !stop.Wait(kHeartbeatMs)) {
+  }
+  return exit_status;
+}
+
 int Watch(Context& context) {
+  if (!context.host.empty()) return WatchFromAfar(context);
   std::string location;
   context.service().GetDevicesChangedLocation(location);
   const std::filesystem::path file(std::u8string(location.begin(), location.end()));
@@ -92,21 +117,12 @@ int Watch(Context& context) {
     if (FAILED(context.service().call_failure())) return context.Report(Result());
     return context.output.ReportUsage("cannot watch the folder of " + location);
   }
-  std::vector<std::string> shown;
-  for (bool first = true;; first = false) {
+  std::optional<std::vector<std::string>> shown;
+  for (int exit_status = kExitSuccess;;) {
     // The stamp is taken before the question, so that no change falls between the two. The question
     // itself may find a change and have the file written.
     const FileStamp stamp = StampOf(file);
-    Result result;
-    std::vector<std::string> names;
-    result.error = context.service().EnumerateWirefoxs(names);
-    if (first || names != shown || result.error != TzErrorCode::SUCCESS) {
-      result.outputs["wirefoxs"] = names;
-      result.text = ListText(names);
-      const int exit_status = context.Report(result);
-      if (exit_status != kExitSuccess) return exit_status;
-      shown = names;
-    }
+    if (!ShowList(context, shown, exit_status)) return exit_status;
     while (StampOf(file) == stamp) {
       const auto event = changes.Wait(stop, kHeartbeatMs);
       if (event == ChangeNotification::Event::kStopped) return kExitSuccess;

@@ -1,5 +1,7 @@
 #include "client/output.h"
 
+#include <sstream>
+
 #include "client/interface_names.h"
 #include "client/numbers.h"
 
@@ -47,8 +49,13 @@ std::string ErrorAdvice(TzErrorCode error) {
   return "an error code that this client does not know";
 }
 
-std::string UnreachableAdvice(HRESULT status) {
+std::string UnreachableAdvice(HRESULT status, const std::string& host) {
   const std::string code = " (" + HexWord(static_cast<std::uint32_t>(status)) + ")";
+  if (!host.empty() && status == kClassNotRegistered) return "it is not installed there" + code;
+  if (!host.empty() && status == kServerExecFailure) return "it could not be started there" + code;
+  if (!host.empty() && status == kServerUnavailable) {
+    return "the connection was not made, or is lost; see whether ssh reaches that machine" + code;
+  }
   switch (status) {
     case kClassNotRegistered:
       return "the service is not registered on this computer; run `TzWirefoxService -RegServer` "
@@ -86,7 +93,7 @@ int Output::Report(const Result& result) {
     if (!result.target_problem.empty()) line["problem"] = result.target_problem;
     PrintLine(line);
   } else {
-    out_ << result.text;
+    PrintText(result.text);
   }
   if (result.error != TzErrorCode::SUCCESS) {
     const int code = static_cast<int>(result.error);
@@ -103,9 +110,11 @@ int Output::Report(const Result& result) {
 
 int Output::ReportUsage(const std::string& problem) { return Fail("USAGE", problem, kExitUsage); }
 
-int Output::ReportUnreachable(HRESULT status) {
-  if (status == kOutOfMemory) return ReportUsage(UnreachableAdvice(status));
-  return Fail("UNREACHABLE", "cannot reach TzWirefoxService: " + UnreachableAdvice(status),
+int Output::ReportUnreachable(HRESULT status, const std::string& host) {
+  const std::string advice = UnreachableAdvice(status, host);
+  if (status == kOutOfMemory) return ReportUsage(advice);
+  const std::string where = host.empty() ? "" : " on " + host;
+  return Fail("UNREACHABLE", "cannot reach TzWirefoxService" + where + ": " + advice,
               kExitUnreachable);
 }
 
@@ -130,7 +139,17 @@ void Output::EndProgress() {
   progress_width_ = 0;
 }
 
-void Output::PrintLine(const nlohmann::ordered_json& line) {
+void Output::PrintText(const std::string& text) {
+  if (host_.empty()) {
+    out_ << text;
+    return;
+  }
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) out_ << host_ << ": " << line << '\n';
+}
+
+void Output::PrintLine(nlohmann::ordered_json line) {
+  if (!host_.empty()) line["host"] = host_;
   out_ << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
 }
 
@@ -149,7 +168,7 @@ int Output::Finish(int exit_status) {
 
 void Output::Complain(const std::string& problem) {
   EndProgress();
-  err_ << "wfx: " << place_ << problem << std::endl;
+  err_ << "wfx: " << (host_.empty() ? "" : host_ + ": ") << place_ << problem << std::endl;
 }
 
 }  // namespace client

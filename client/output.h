@@ -51,13 +51,17 @@ class Output {
   // Put before each problem, such as a script's line; empty for none.
   void SetPlace(const std::string& place) { place_ = place; }
 
+  // What is printed comes from that machine, beside others: its name stands before each line, and
+  // with JSON in each object.
+  void SetHost(const std::string& host) { host_ = host; }
+
   // Prints the result, and for a failure what it means and what to do. Returns the exit status.
   int Report(const Result& result);
 
   // Each reports a failure of the client's own and returns its exit status. With JSON the object on
   // standard output names the error USAGE or UNREACHABLE.
   int ReportUsage(const std::string& problem);
-  int ReportUnreachable(HRESULT status);
+  int ReportUnreachable(HRESULT status, const std::string& host = "");
 
   // Prints what is no result, such as help. Returns the exit status.
   int Print(const std::string& text);
@@ -67,7 +71,8 @@ class Output {
   void EndProgress();
 
  private:
-  void PrintLine(const nlohmann::ordered_json& line);
+  void PrintText(const std::string& text);
+  void PrintLine(nlohmann::ordered_json line);
   int Fail(const char* name, const std::string& problem, int exit_status);
   // Returns `exit_status`, unless what was printed has not arrived.
   int Finish(int exit_status);
@@ -78,6 +83,7 @@ class Output {
   bool progress_;
   bool json_ = false;
   std::string place_;
+  std::string host_;
   std::size_t progress_width_ = 0;
   std::chrono::steady_clock::time_point next_progress_{};
 };
@@ -85,7 +91,8 @@ class Output {
 // What an error code means for who typed the command, and what helps.
 std::string ErrorAdvice(TzErrorCode error);
 
-std::string UnreachableAdvice(HRESULT status);
+// Why the service of `host` cannot be reached, or has been lost; of this machine when it is empty.
+std::string UnreachableAdvice(HRESULT status, const std::string& host);
 
 // The outputs of the status record, each field under its name.
 nlohmann::ordered_json StatusOutputs(const TzWFXStatus& status);

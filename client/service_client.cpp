@@ -3,11 +3,12 @@
 #include <objbase.h>
 
 #include "client/automation.h"
+#include "client/text.h"
 
 namespace client {
 
-ServiceClient::ServiceClient(ITzWirefox_v3* object)
-    : object_(object), process_id_(static_cast<LONG>(GetCurrentProcessId())) {}
+ServiceClient::ServiceClient(ITzWirefox_v3* object, Place place)
+    : object_(object), place_(place), process_id_(static_cast<LONG>(GetCurrentProcessId())) {}
 
 template <typename Call>
 TzErrorCode ServiceClient::Run(Call call) {
@@ -118,7 +119,14 @@ TzErrorCode ServiceClient::SetupSWV(const std::string& probe, std::int32_t frequ
 TzErrorCode ServiceClient::AcquireDevice(const std::string& probe, std::int32_t target,
                                          std::int64_t& handle) {
   handle = 0;
-  return RunOnProbe(&ITzWirefox_v1::AcquireDevice, probe, target, process_id_, &handle);
+  const auto acquire = [&] {
+    return RunOnProbe(&ITzWirefox_v1::AcquireDevice, probe, target, process_id_, &handle);
+  };
+  const TzErrorCode error = acquire();
+  if (error != TzErrorCode::INVALID_PARAM || place_ == Place::kThisMachine) return error;
+  // This process is nobody there, and nothing stands for it: the session has no owner.
+  process_id_ = 0;
+  return acquire();
 }
 
 TzErrorCode ServiceClient::ReleaseDevice(std::int64_t handle) {
@@ -193,12 +201,18 @@ TzErrorCode ServiceClient::GetPortAcquireStatus(const std::string& probe,
   return error;
 }
 
-std::unique_ptr<ServiceClient> ConnectToService(HRESULT& status) {
-  void* object = nullptr;
-  status =
-      CoCreateInstance(api::kClassId, nullptr, CLSCTX_LOCAL_SERVER, api::kInterfaceIdV3, &object);
+std::unique_ptr<ServiceClient> ConnectToService(const std::string& host, HRESULT& status) {
+  const bool is_here = host.empty();
+  std::wstring name = WideFromUtf8(host);
+  COSERVERINFO machine = {0, name.data(), nullptr, 0};
+  MULTI_QI wanted = {&api::kInterfaceIdV3, nullptr, S_OK};
+  status = CoCreateInstanceEx(api::kClassId, nullptr,
+                              is_here ? CLSCTX_LOCAL_SERVER : CLSCTX_REMOTE_SERVER,
+                              is_here ? nullptr : &machine, 1, &wanted);
   if (FAILED(status)) return nullptr;
-  return std::make_unique<ServiceClient>(static_cast<ITzWirefox_v3*>(object));
+  using enum ServiceClient::Place;
+  return std::make_unique<ServiceClient>(static_cast<ITzWirefox_v3*>(wanted.pItf),
+                                         is_here ? kThisMachine : kAnotherMachine);
 }
 
 }  // namespace client

@@ -21,8 +21,10 @@ namespace client {
 // UNKNOWN, and from then on call_failure() is the call's status and no further call is made.
 class ServiceClient {
  public:
-  // Takes over one reference to the object.
-  explicit ServiceClient(ITzWirefox_v3* object);
+  enum class Place { kThisMachine, kAnotherMachine };
+
+  // Takes over one reference to the object, which is there.
+  explicit ServiceClient(ITzWirefox_v3* object, Place place = Place::kThisMachine);
 
   HRESULT call_failure() const { return call_failure_; }
 
@@ -90,14 +92,16 @@ class ServiceClient {
 
   std::unique_ptr<ITzWirefox_v3, Release> object_;
   HRESULT call_failure_ = S_OK;
+  Place place_;
   LONG process_id_;
 };
 
-// Makes a service out of nothing: connects, and starts the server if need be. On failure gives null
-// and the status.
-using Connector = std::function<std::unique_ptr<ServiceClient>(HRESULT& status)>;
+// Makes a service out of nothing: connects, and starts the server if need be; on this machine when
+// `host` is empty. On failure gives null and the status. Called on any thread.
+using Connector =
+    std::function<std::unique_ptr<ServiceClient>(const std::string& host, HRESULT& status)>;
 
 // Through the component library, which the calling thread has initialised.
-std::unique_ptr<ServiceClient> ConnectToService(HRESULT& status);
+std::unique_ptr<ServiceClient> ConnectToService(const std::string& host, HRESULT& status);
 
 }  // namespace client

@@ -1,5 +1,7 @@
 #include "client/stop_signal.h"
 
+#include <mutex>
+
 namespace client {
 
 namespace {
@@ -11,6 +13,9 @@ HANDLE StopEvent() {
   return event;
 }
 
+std::mutex mutex;
+int signals = 0;  // that live
+
 BOOL WINAPI OnControl(DWORD) {
   SetEvent(StopEvent());
   return TRUE;
@@ -19,11 +24,16 @@ BOOL WINAPI OnControl(DWORD) {
 }  // namespace
 
 StopSignal::StopSignal() {
+  const std::lock_guard lock(mutex);
+  if (signals++ > 0) return;
   ResetEvent(StopEvent());
   SetConsoleCtrlHandler(OnControl, TRUE);
 }
 
-StopSignal::~StopSignal() { SetConsoleCtrlHandler(OnControl, FALSE); }
+StopSignal::~StopSignal() {
+  const std::lock_guard lock(mutex);
+  if (--signals == 0) SetConsoleCtrlHandler(OnControl, FALSE);
+}
 
 HANDLE StopSignal::event() const { return StopEvent(); }
 

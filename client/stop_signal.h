@@ -5,7 +5,7 @@
 
 namespace client {
 
-// One at a time. While it lives, an interruption does not end the process but sets the signal.
+// While one lives, an interruption does not end the process but sets the signal, for all that live.
 class StopSignal {
  public:
   StopSignal();

@@ -141,12 +141,7 @@ TEST_F(Clients, TraceDataArrivesAsItWasSent) {
 }
 
 TEST_F(SystemTest, AnyToolOfTheMessageBusCanCallTheService) {
-  // A bus of the test's own, with its processes.
-  Process daemon({"/usr/bin/dbus-daemon", "--session", "--nofork", "--print-address"},
-                 {.environment = environment, .error_file = home() / "dbus.err"});
-  const auto address = daemon.ReadLine();
-  ASSERT_TRUE(address);
-  environment["DBUS_SESSION_BUS_ADDRESS"] = *address;
+  StartMessageBus();
   ASSERT_NO_FATAL_FAILURE(Begin());
   const auto call = [&](Words arguments) {
     Words command = {"/usr/bin/busctl", "--user", "call", "org.wirefox.TzWirefox",

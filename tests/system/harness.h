@@ -86,6 +86,7 @@ class SystemTest : public Host {
   std::filesystem::path devices_changed_path() const;
 
   std::unique_ptr<Process> bench;
+  std::unique_ptr<Process> message_bus;
   std::unique_ptr<Client> holder;
   std::filesystem::path bin;  // where the service is installed to
   Environment environment;    // of the programs; on Windows they have the test's own
@@ -100,6 +101,10 @@ class SystemTest : public Host {
   // What tshark tells of the bench's capture, which ends with this: the fields of the packets that
   // the filter takes, a line each. Of several `-r`, which `options` may hold, the last one counts.
   std::string Capture(const std::string& filter, const Words& fields, const Words& options = {});
+
+  // Starts a message bus with nothing on it. The programs that are run from now on use it as their
+  // session's. Returns its address.
+  std::string StartMessageBus();
 
   // The processes of this installation's service, whoever started them.
   std::vector<pid_t> ServicePids() const;

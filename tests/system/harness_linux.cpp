@@ -94,6 +94,15 @@ std::string SystemTest::Capture(const std::string& filter, const Words& fields,
   return told.out;
 }
 
+std::string SystemTest::StartMessageBus() {
+  message_bus = std::make_unique<Process>(
+      Words{"/usr/bin/dbus-daemon", "--session", "--nofork", "--print-address"},
+      support::Surroundings{.environment = environment, .error_file = home_ / "dbus.err"});
+  const auto address = message_bus->ReadLine();
+  EXPECT_TRUE(address);
+  return environment["DBUS_SESSION_BUS_ADDRESS"] = address.value_or("");
+}
+
 std::vector<pid_t> SystemTest::ServicePids() const {
   std::vector<pid_t> pids;
   std::error_code problem;

@@ -41,6 +41,7 @@ std::string Signature(const ParameterPlan& parameter) {
     case ValueType::kBstr:
       return "s";
     case ValueType::kLong:
+    case ValueType::kProcessId:
     case ValueType::kEnumeration:
       return "i";
     case ValueType::kShort:

@@ -35,6 +35,7 @@ VARTYPE VariantType(ValueType type) {
     case ValueType::kRecord:
       return VT_RECORD;
     case ValueType::kLong:
+    case ValueType::kProcessId:
     case ValueType::kEnumeration:
       break;
   }

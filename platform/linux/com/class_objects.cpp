@@ -16,6 +16,7 @@
 #include "platform/linux/com/apartment.h"
 #include "platform/linux/com/class_server.h"
 #include "platform/linux/com/dbus_proxy.h"
+#include "platform/linux/com/remote_activation.h"
 
 namespace linux_host {
 namespace {
@@ -77,6 +78,19 @@ HRESULT Publish(REFCLSID id, IClassFactory* factory, DWORD* cookie) {
   return S_OK;
 }
 
+HRESULT CreateRemotely(REFCLSID id, LPUNKNOWN outer, DWORD context, const wchar_t* host, REFIID iid,
+                       LPVOID* object) {
+  if (!IsComponentLibraryUsable()) return CO_E_NOTINITIALIZED;
+  const ClassPlan* plan = PlanFor(id);
+  if (!plan || (context & CLSCTX_REMOTE_SERVER) == 0) return REGDB_E_CLASSNOTREG;
+  if (outer) return CLASS_E_NOAGGREGATION;
+  SettleSecurity();
+  DBusHandle connection;
+  CallRoute route;
+  const HRESULT status = ActivateRemotely(host, *plan, connection, route);
+  return FAILED(status) ? status : CreateProxy(std::move(connection), *plan, route, iid, object);
+}
+
 }  // namespace
 }  // namespace linux_host
 
@@ -127,5 +141,19 @@ HRESULT CoCreateInstance(REFCLSID id, LPUNKNOWN outer, DWORD context, REFIID iid
   linux_host::DBusHandle connection;
   const HRESULT status = linux_host::ActivateClass(id, *plan, connection);
   if (FAILED(status)) return status;
-  return linux_host::CreateProxy(std::move(connection), *plan, iid, object);
+  return linux_host::CreateProxy(std::move(connection), *plan, {}, iid, object);
+}
+
+HRESULT CoCreateInstanceEx(REFCLSID id, LPUNKNOWN outer, DWORD context, COSERVERINFO* server,
+                           DWORD count, MULTI_QI* results) {
+  if (count != 1 || !results || !results->pIID) return E_INVALIDARG;
+  void* object = nullptr;
+  if (!server || !server->pwszName || *server->pwszName == 0) {
+    results->hr = CoCreateInstance(id, outer, context, *results->pIID, &object);
+  } else {
+    results->hr =
+        linux_host::CreateRemotely(id, outer, context, server->pwszName, *results->pIID, &object);
+  }
+  results->pItf = static_cast<IUnknown*>(object);
+  return results->hr;
 }

@@ -22,8 +22,8 @@ struct DBusError {
 
 class DBusProxy final : public interface_schema::RemoteObject {
  public:
-  DBusProxy(DBusHandle connection, const ClassPlan& plan)
-      : plan_(plan), connection_(std::move(connection)) {}
+  DBusProxy(DBusHandle connection, const ClassPlan& plan, const CallRoute& route)
+      : plan_(plan), route_(route), connection_(std::move(connection)) {}
 
   HRESULT Call(MethodCall method_call, const CallWord* words) override;
   bool Answers(REFIID iid) const override { return plan_.Answers(iid); }
@@ -31,6 +31,7 @@ class DBusProxy final : public interface_schema::RemoteObject {
 
  private:
   const ClassPlan& plan_;
+  const CallRoute route_;
   std::mutex mutex_;  // orders calls on the connection
   DBusHandle connection_;
 };
@@ -52,13 +53,14 @@ HRESULT DBusProxy::Call(MethodCall method_call, const CallWord* words) {
   if (FAILED(status)) return status;
   std::lock_guard lock(mutex_);
   sd_bus_message* created = nullptr;
-  int result = sd_bus_message_new_method_call(connection_.get(), &created, nullptr,
-                                              plan_.object_path().c_str(), method.interface_name,
-                                              method.name.c_str());
+  const std::string& destination = route_.destination;
+  int result = sd_bus_message_new_method_call(
+      connection_.get(), &created, destination.empty() ? nullptr : destination.c_str(),
+      plan_.object_path().c_str(), method.interface_name, method.name.c_str());
   const MessageHandle call(created);
   DBusError error;
   if (result < 0) return StatusOfError(result, error.error);
-  status = AppendInputs(call.get(), method, words, kPrivateLimits);
+  status = AppendInputs(call.get(), method, words, route_);
   if (FAILED(status)) return status;
   sd_bus_message* received = nullptr;
   result = sd_bus_call(connection_.get(), call.get(), UINT64_MAX, &error.error, &received);
@@ -75,9 +77,10 @@ HRESULT ServerStatus(const char* text) {
 
 }  // namespace
 
-HRESULT CreateProxy(DBusHandle connection, const ClassPlan& plan, REFIID iid, void** object) {
+HRESULT CreateProxy(DBusHandle connection, const ClassPlan& plan, const CallRoute& route,
+                    REFIID iid, void** object) {
   IUnknown* proxy =
-      plan.component().make_proxy(std::make_unique<DBusProxy>(std::move(connection), plan));
+      plan.component().make_proxy(std::make_unique<DBusProxy>(std::move(connection), plan, route));
   const HRESULT status = proxy->QueryInterface(iid, object);
   proxy->Release();
   return status;
@@ -86,6 +89,12 @@ HRESULT CreateProxy(DBusHandle connection, const ClassPlan& plan, REFIID iid, vo
 HRESULT StatusOfError(int error_number, const sd_bus_error& error) {
   if (sd_bus_error_has_name(&error, kStatusError)) return ServerStatus(error.message);
   if (sd_bus_error_has_name(&error, SD_BUS_ERROR_LIMITS_EXCEEDED)) return E_OUTOFMEMORY;
+  if (sd_bus_error_has_name(&error, SD_BUS_ERROR_ACCESS_DENIED)) return E_ACCESSDENIED;
+  // A bus tells so that the server has gone, before the call or during it.
+  for (const char* name : {SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER,
+                           SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_DISCONNECTED}) {
+    if (sd_bus_error_has_name(&error, name)) return HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE);
+  }
   switch (-error_number) {
     case ECONNRESET:
     case ENOTCONN:

@@ -5,6 +5,7 @@
 
 #include "platform/linux/automation/interface_plan.h"
 #include "platform/linux/dbus/dbus_link.h"
+#include "platform/linux/dbus/dbus_marshal.h"
 
 namespace linux_host {
 
@@ -17,7 +18,8 @@ namespace linux_host {
 // statuses, S_OK for every success; 0x800706BA once the server is lost; 0x800706F4 for a null
 // pointer to an output; E_OUTOFMEMORY for what is larger than a message may be. After a failure
 // all outputs are zero or null.
-HRESULT CreateProxy(DBusHandle connection, const ClassPlan& plan, REFIID iid, void** object);
+HRESULT CreateProxy(DBusHandle connection, const ClassPlan& plan, const CallRoute& route,
+                    REFIID iid, void** object);
 
 // The status that an error of a call to the server comes to.
 HRESULT StatusOfError(int error_number, const sd_bus_error& error);

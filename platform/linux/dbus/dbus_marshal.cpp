@@ -1,6 +1,7 @@
 #include "platform/linux/dbus/dbus_marshal.h"
 
 #include <oleauto.h>
+#include <unistd.h>
 
 #include <bit>
 #include <cerrno>
@@ -24,6 +25,7 @@ static_assert(std::endian::native == std::endian::little, "narrow values begin t
 char IntegerCode(ValueType type) {
   switch (type) {
     case ValueType::kLong:
+    case ValueType::kProcessId:
     case ValueType::kEnumeration:
       return 'i';
     case ValueType::kShort:
@@ -259,18 +261,22 @@ HRESULT ClearOutputs(const MethodPlan& method, const CallWord* words) {
 }
 
 HRESULT AppendInputs(sd_bus_message* message, const MethodPlan& method, const CallWord* words,
-                     const MessageLimits& limits) {
+                     const CallRoute& route) {
   std::size_t total = 0;
   for (std::size_t i = 0; i < method.parameters.size(); ++i) {
     const ParameterPlan& parameter = method.parameters[i];
     if (parameter.is_output) continue;
     if (IsPointerValue(parameter.type)) {
       const HRESULT status =
-          CheckValue(parameter.type, FromWord<void*>(words[i]), limits, E_INVALIDARG, total);
+          CheckValue(parameter.type, FromWord<void*>(words[i]), route.limits, E_INVALIDARG, total);
       if (FAILED(status)) return status;
     }
+    const bool names_this_process =
+        parameter.type == ValueType::kProcessId && FromWord<LONG>(words[i]) == getpid();
+    const bool is_replaced = names_this_process && route.stand_in != 0;
     // On little-endian hosts a narrow value stands in the first bytes of its word.
-    if (AppendValue(message, parameter, &words[i]) < 0) return E_OUTOFMEMORY;
+    const void* value = is_replaced ? static_cast<const void*>(&route.stand_in) : &words[i];
+    if (AppendValue(message, parameter, value) < 0) return E_OUTOFMEMORY;
   }
   return S_OK;
 }

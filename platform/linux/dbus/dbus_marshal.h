@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "platform/linux/automation/interface_plan.h"
 #include "platform/linux/automation/safearray.h"
@@ -74,9 +75,17 @@ class CallFrame {
 
 // Sets every output to zero or null; the failure when a pointer to an output is null.
 HRESULT ClearOutputs(const MethodPlan& method, const CallWord* words);
+// Where calls go to and how they travel.
+struct CallRoute {
+  MessageLimits limits = kPrivateLimits;
+  std::string destination = {};  // the server's name on the bus; empty on a private connection
+  // The process that stands for this one on the machine of the server; 0 when that is this one.
+  std::int32_t stand_in = 0;
+};
+
 // E_INVALIDARG for an array that is not of the method's type, E_OUTOFMEMORY beyond the limits.
 HRESULT AppendInputs(sd_bus_message* message, const MethodPlan& method, const CallWord* words,
-                     const MessageLimits& limits);
+                     const CallRoute& route);
 // Stores the outputs, which are then the caller's; none is left behind on failure.
 HRESULT ReadOutputs(sd_bus_message* reply, const MethodPlan& method, const CallWord* words);
 

@@ -49,6 +49,28 @@ HRESULT CoRevokeClassObject(DWORD cookie);
 // thread; calls on one object wait for each other.
 HRESULT CoCreateInstance(REFCLSID id, LPUNKNOWN outer, DWORD context, REFIID iid, LPVOID* object);
 
+struct COSERVERINFO {
+  DWORD dwReserved1;
+  LPWSTR pwszName;  // the machine; null or empty for this one
+  struct COAUTHINFO* pAuthInfo;
+  DWORD dwReserved2;
+};
+
+struct MULTI_QI {
+  const IID* pIID;
+  IUnknown* pItf;
+  HRESULT hr;
+};
+
+// The same on another machine, whose system bus is reached through ssh: [USER@]HOST[:PORT], keys
+// and hosts as ssh has them. There the process at that end of ssh stands for this one where a call
+// names a process. One interface is asked for.
+//
+// 0x800706BA: ssh does not reach the machine, or has no bus there. REGDB_E_CLASSNOTREG: no service
+// of the class is installed there. E_ACCESSDENIED: the account may not use it.
+HRESULT CoCreateInstanceEx(REFCLSID id, LPUNKNOWN outer, DWORD context, COSERVERINFO* server,
+                           DWORD count, MULTI_QI* results);
+
 // Braces, upper case, 39 characters with the final zero: the count written, 0 when it does not fit.
 int StringFromGUID2(REFGUID id, LPOLESTR text, int capacity);
 

@@ -38,6 +38,7 @@ VARTYPE TypeOf(ValueType type) {
     case ValueType::kBstr:
       return VT_BSTR;
     case ValueType::kLong:
+    case ValueType::kProcessId:
       return VT_I4;
     case ValueType::kShort:
       return VT_I2;

@@ -117,11 +117,15 @@ class Recorder final : public RemoteObject {
 
 std::string Transcript(FakeService& fake, const std::string& line,
                        const std::string& standard_input, bool closed) {
-  const auto connect = [&fake](HRESULT& status) -> std::unique_ptr<client::ServiceClient> {
+  using enum client::ServiceClient::Place;
+  const auto connect = [&fake](const std::string& host,
+                               HRESULT& status) -> std::unique_ptr<client::ServiceClient> {
+    if (!host.empty()) fake.calls.push_back("connect to " + host);
     status = fake.connection_failure;
     return FAILED(status) ? nullptr
                           : std::make_unique<client::ServiceClient>(
-                                new api::TzWirefoxProxy(std::make_unique<Recorder>(fake)));
+                                new api::TzWirefoxProxy(std::make_unique<Recorder>(fake)),
+                                host.empty() ? kThisMachine : kAnotherMachine);
   };
   std::istringstream words(line);
   const std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};

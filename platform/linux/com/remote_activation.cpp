@@ -1,0 +1,103 @@
+#include "platform/linux/com/remote_activation.h"
+
+#include <objbase.h>
+
+#include <cerrno>
+
+#include "platform/linux/com/dbus_proxy.h"
+#include "platform/linux/kernel/text.h"
+
+namespace linux_host {
+namespace {
+
+constexpr char kDaemonName[] = "org.freedesktop.DBus";
+constexpr char kDaemonPath[] = "/org/freedesktop/DBus";
+
+// One question to the bus itself, about a name on it.
+class Question {
+ public:
+  Question(sd_bus* bus, const char* member, const std::string& name) {
+    sd_bus_message* call = nullptr;
+    result_ =
+        sd_bus_message_new_method_call(bus, &call, kDaemonName, kDaemonPath, kDaemonName, member);
+    call_.reset(call);
+    if (result_ >= 0) result_ = sd_bus_message_append(call, "s", name.c_str());
+  }
+  ~Question() { sd_bus_error_free(&error_); }
+  Question(const Question&) = delete;
+  Question& operator=(const Question&) = delete;
+
+  sd_bus_message* call() const { return call_.get(); }
+
+  // Reads the answer into `value`. Waits without limit: ssh may ask for a password first. It gives
+  // up by itself on a machine that does not answer, and the bus on a server that does not start.
+  template <typename Value>
+  HRESULT Ask(sd_bus* bus, const char* type, Value& value) {
+    sd_bus_message* received = nullptr;
+    if (result_ >= 0) result_ = sd_bus_call(bus, call(), UINT64_MAX, &error_, &received);
+    reply_.reset(received);
+    if (result_ >= 0) result_ = sd_bus_message_read(received, type, &value);
+    return result_ < 0 ? Status() : S_OK;
+  }
+
+ private:
+  HRESULT Status() const {
+    for (const char* name : {SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER}) {
+      if (sd_bus_error_has_name(&error_, name)) return REGDB_E_CLASSNOTREG;
+    }
+    const HRESULT status = StatusOfError(result_, error_);
+    return status == RPC_E_SERVERFAULT ? CO_E_SERVER_EXEC_FAILURE : status;
+  }
+
+  int result_;
+  sd_bus_error error_ = SD_BUS_ERROR_NULL;
+  MessageHandle call_;
+  MessageHandle reply_;
+};
+
+HRESULT FindOwner(sd_bus* bus, const std::string& service, std::string& name) {
+  const char* owner = nullptr;
+  Question question(bus, "GetNameOwner", service);
+  const HRESULT status = question.Ask(bus, "s", owner);
+  if (SUCCEEDED(status)) name = owner;
+  return status;
+}
+
+// Starts the server if need be. Gives its own name on the bus, and not that of the service: who
+// held sessions with one server must not talk to the next without knowing.
+HRESULT FindServer(sd_bus* bus, const std::string& service, std::string& name) {
+  HRESULT status = FindOwner(bus, service, name);
+  if (status != REGDB_E_CLASSNOTREG) return status;
+  Question start(bus, "StartServiceByName", service);
+  if (sd_bus_message_append(start.call(), "u", 0) < 0) return E_OUTOFMEMORY;
+  std::uint32_t started = 0;
+  status = start.Ask(bus, "u", started);
+  return FAILED(status) ? status : FindOwner(bus, service, name);
+}
+
+// The process that the bus there sees at the other end of this connection. It lives as long as the
+// connection does.
+HRESULT FindStandIn(sd_bus* bus, std::int32_t& process) {
+  const char* own_name = nullptr;
+  if (sd_bus_get_unique_name(bus, &own_name) < 0) return E_OUTOFMEMORY;
+  std::uint32_t id = 0;
+  Question question(bus, "GetConnectionUnixProcessID", own_name);
+  const HRESULT status = question.Ask(bus, "u", id);
+  process = static_cast<std::int32_t>(id);
+  return status;
+}
+
+}  // namespace
+
+HRESULT ActivateRemotely(const wchar_t* host, const ClassPlan& plan, DBusHandle& connection,
+                         CallRoute& route) {
+  sd_bus* opened = nullptr;
+  const int result = sd_bus_open_system_remote(&opened, WideToUtf8(host).c_str());
+  if (result < 0) return result == -EINVAL ? E_INVALIDARG : E_OUTOFMEMORY;
+  connection.reset(opened);
+  route.limits = kBusLimits;
+  const HRESULT status = FindServer(opened, plan.bus_name(), route.destination);
+  return FAILED(status) ? status : FindStandIn(opened, route.stand_in);
+}
+
+}  // namespace linux_host
