@@ -13,8 +13,8 @@
 
 #include "base/little_endian.h"
 #include "sim/bench.h"
-#include "sim/description.h"
-#include "sim/jtag_chain.h"
+#include "sim/description/description.h"
+#include "sim/targets/jtag_chain.h"
 
 namespace bench {
 namespace {
