@@ -3,6 +3,7 @@
 
 #include "client/commands.h"
 #include "client/interface_names.h"
+#include "client/jtag_clocks.h"
 #include "client/options.h"
 #include "client/probe_advice.h"
 #include "client/serve/jtag_bridge.h"
@@ -19,7 +20,7 @@ struct Options {
   std::string probe;
   std::string xvc;
   std::string remote_bitbang;
-  std::int64_t clock = static_cast<std::int64_t>(TzJtagClock::FREQ_A_06_0);
+  std::int64_t clock = static_cast<std::int64_t>(kDefaultJtagClock);
 };
 
 // How often it is made sure that the service still lives when no tool has anything to do.

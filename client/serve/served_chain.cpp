@@ -1,31 +1,15 @@
 #include "client/serve/served_chain.h"
 
 #include <algorithm>
-#include <iterator>
 
+#include "client/jtag_clocks.h"
 #include "client/probe_advice.h"
 
 namespace client {
 
 namespace {
 
-struct Frequency {
-  TzJtagClock code;
-  std::uint32_t hertz;
-};
-
-// One code for each frequency, the fastest first.
-constexpr Frequency kFrequencies[] = {
-    {TzJtagClock::FREQ_A_48_0, 48000000}, {TzJtagClock::FREQ_A_24_0, 24000000},
-    {TzJtagClock::FREQ_A_16_0, 16000000}, {TzJtagClock::FREQ_A_12_0, 12000000},
-    {TzJtagClock::FREQ_A_08_0, 8000000},  {TzJtagClock::FREQ_A_06_0, 6000000},
-    {TzJtagClock::FREQ_B_04_0, 4000000},  {TzJtagClock::FREQ_A_03_2, 3200000},
-    {TzJtagClock::FREQ_A_03_0, 3000000},  {TzJtagClock::FREQ_A_01_6, 1600000},
-    {TzJtagClock::FREQ_A_01_5, 1500000},  {TzJtagClock::FREQ_B_00_8, 800000},
-    {TzJtagClock::FREQ_C_00_4, 400000},   {TzJtagClock::FREQ_C_00_2, 200000},
-};
-
-std::uint32_t PeriodOf(const Frequency& clock) {
+std::uint32_t PeriodOf(const JtagClock& clock) {
   return (1000000000u + clock.hertz - 1) / clock.hertz;
 }
 
@@ -61,18 +45,23 @@ Result ServedChain::Open() {
 }
 
 void ServedChain::SetPeriod(std::uint32_t period_ns) {
-  const auto fits = [&](const Frequency& clock) { return PeriodOf(clock) >= period_ns; };
-  const auto* const found = std::ranges::find_if(kFrequencies, fits);
-  const TzJtagClock clock = found == std::end(kFrequencies) ? std::prev(found)->code : found->code;
-  if (clock == clock_) return;
+  const auto clocks = JtagClocks();
+  const auto fits = [&](const JtagClock& clock) { return PeriodOf(clock) >= period_ns; };
+  const auto found = std::ranges::find_if(clocks, fits);
+  SetClock(found == clocks.end() ? clocks.back().code : found->code);
+}
+
+bool ServedChain::SetClock(TzJtagClock clock) {
+  if (clock == clock_) return true;
   error_ = service_.SetJtagClock(probe_, clock);
   if (error_ == TzErrorCode::SUCCESS) clock_ = clock;
+  return error_ == TzErrorCode::SUCCESS;
 }
 
 std::uint32_t ServedChain::period_ns() const {
-  const auto* const found = std::ranges::find(kFrequencies, clock_, &Frequency::code);
+  const std::uint32_t hertz = HertzOf(clock_);
   // A code that only the probe knows.
-  return found == std::end(kFrequencies) ? 0 : PeriodOf(*found);
+  return hertz == 0 ? 0 : PeriodOf({clock_, hertz});
 }
 
 TzErrorCode ServedChain::Clock(std::span<const std::uint8_t> packet, Bytes& tdo) {

@@ -34,6 +34,10 @@ class ServedChain {
 
   // The fastest clock whose period is at least this long, or the slowest.
   void SetPeriod(std::uint32_t period_ns);
+  // Sets it unless it is set. False: error() tells why. TCK stands still meanwhile: the probe
+  // leaves its mode and comes back to it.
+  bool SetClock(TzJtagClock clock);
+  TzJtagClock clock() const { return clock_; }
   TzErrorCode DriveReset(bool active) { return service_.ToggleXres(probe_, active); }
 
   // Nanoseconds.
