@@ -1,11 +1,15 @@
+#include <fstream>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "client/commands.h"
+#include "client/jtag_clocks.h"
 #include "client/jtag_scan.h"
 #include "client/options.h"
 #include "client/target_session.h"
+#include "client/vcd_file.h"
 
 namespace client {
 
@@ -17,6 +21,53 @@ struct Options {
   bool no_read = false;
   bool from_idle = false;
   bool text = false;
+  std::string vcd_path;
+};
+
+// The transfer of both forms. `exit_status` tells of what failed before it.
+class Transfer {
+ public:
+  Transfer(Context& context, const Options& options)
+      : context_(context), options_(options), session_(context, kJtagModes) {}
+
+  // False: `exit_status` is the outcome.
+  bool Run(std::span<const std::uint8_t> packet, bool read, int& exit_status) {
+    std::ofstream file;
+    if (!options_.vcd_path.empty() && !OpenToWrite(options_.vcd_path, file)) {
+      exit_status = ReportNoFile();
+      return false;
+    }
+    if (!session_.Open(options_.target, exit_status)) return false;
+    std::uint32_t hertz = 0;
+    if (file.is_open()) hertz = AskForClock();
+    result.error = context_.service().SendJtagPacket(packet, read, session_.handle(), reply);
+    result.outputs["RESULT"] = HexFromBytes(reply);
+    if (!file.is_open() || result.error != TzErrorCode::SUCCESS) return true;
+    VcdFile vcd(file, hertz);
+    vcd.Add(packet, read ? reply : Bytes());
+    if (vcd.End()) return true;
+    exit_status = ReportNoFile();
+    return false;
+  }
+
+  int Report() { return session_.Report(result); }
+
+  Result result;
+  Bytes reply;
+
+ private:
+  int ReportNoFile() { return context_.output.ReportUsage("cannot write " + options_.vcd_path); }
+
+  std::uint32_t AskForClock() {
+    TzWFXStatus status{};
+    const TzErrorCode asked = context_.service().GetWirefoxStatus(session_.probe(), status);
+    if (asked != TzErrorCode::SUCCESS) return 0;
+    return HertzOf(static_cast<TzJtagClock>(status.CLOCK_FREQUENCY));
+  }
+
+  Context& context_;
+  const Options& options_;
+  TargetSession session_;
 };
 
 // Adds the scans' results to a result that holds the raw reply.
@@ -41,31 +92,26 @@ int RunProgram(Context& context, const Options& options) {
   std::string problem;
   const auto program = ParseJtagProgram(options.words, options.from_idle, problem);
   if (!program) return context.output.ReportUsage(problem);
-  TargetSession session(context, kJtagModes);
+  Transfer transfer(context, options);
   int exit_status = kExitSuccess;
-  if (!session.Open(options.target, exit_status)) return exit_status;
-  Result result;
-  Bytes reply;
-  result.error = context.service().SendJtagPacket(program->Packet(), true, session.handle(), reply);
-  result.outputs["RESULT"] = HexFromBytes(reply);
-  if (result.error == TzErrorCode::SUCCESS) AddScans(*program, reply, result);
-  return session.Report(result);
+  if (!transfer.Run(program->Packet(), true, exit_status)) return exit_status;
+  Result& result = transfer.result;
+  if (result.error == TzErrorCode::SUCCESS) AddScans(*program, transfer.reply, result);
+  return transfer.Report();
 }
 
 int RunPacket(Context& context, const Options& options) {
   std::string problem;
   const auto packet = ReadPacket(context, options.words, options.text, problem);
   if (!packet) return context.output.ReportUsage(problem);
-  TargetSession session(context, kJtagModes);
+  Transfer transfer(context, options);
   int exit_status = kExitSuccess;
-  if (!session.Open(options.target, exit_status)) return exit_status;
-  Result result;
-  Bytes reply;
-  result.error =
-      context.service().SendJtagPacket(*packet, !options.no_read, session.handle(), reply);
-  result.outputs["RESULT"] = HexFromBytes(reply);
-  if (result.error == TzErrorCode::SUCCESS && !options.no_read) result.text = HexDump(reply);
-  return session.Report(result);
+  if (!transfer.Run(*packet, !options.no_read, exit_status)) return exit_status;
+  Result& result = transfer.result;
+  if (result.error == TzErrorCode::SUCCESS && !options.no_read) {
+    result.text = HexDump(transfer.reply);
+  }
+  return transfer.Report();
 }
 
 }  // namespace
@@ -78,6 +124,7 @@ Action DefineJtag(CLI::App& app) {
   app.add_flag("--from-idle", options->from_idle,
                "Scans only: the TAPs are in Run-Test/Idle already, do not reset them first");
   app.add_flag("--text", options->text, "@FILE holds hexadecimal text");
+  AddVcd(app, options->vcd_path);
   app.footer(
       std::string(
           "Cycles: four in a byte, TMS in the high nibble and TDI in the low one, the first\n"

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <filesystem>
-#include <fstream>
 
 #include "client/text.h"
 
@@ -80,6 +79,10 @@ void AddTransferTarget(CLI::App& app, TransferTarget& target) {
             "Number of the target behind the probe (default 0, the first)");
 }
 
+void AddVcd(CLI::App& app, std::string& path) {
+  app.add_option("--vcd", path, "Write TCK, TMS, TDI and TDO to this file, a Value Change Dump");
+}
+
 std::optional<std::string> ReadWholeFile(const std::string& path, std::string& problem) {
   std::string content;
   std::error_code unknown;
@@ -126,8 +129,14 @@ std::optional<Bytes> ReadPacket(Context& context, std::span<const std::string> w
   return std::nullopt;
 }
 
+bool OpenToWrite(const std::string& path, std::ofstream& file) {
+  file.open(PathOf(path), std::ios::binary | std::ios::trunc);
+  return file.good();
+}
+
 bool WriteFile(const std::string& path, std::span<const std::uint8_t> bytes) {
-  std::ofstream file(PathOf(path), std::ios::binary | std::ios::trunc);
+  std::ofstream file;
+  OpenToWrite(path, file);
   file.write(reinterpret_cast<const char*>(bytes.data()),
              static_cast<std::streamsize>(bytes.size()));
   file.close();

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdint>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,6 +36,8 @@ struct TransferTarget {
 };
 void AddTransferTarget(CLI::App& app, TransferTarget& target);
 
+void AddVcd(CLI::App& app, std::string& path);
+
 // All of a file, byte by byte. On failure returns nothing and says why in `problem`.
 std::optional<std::string> ReadWholeFile(const std::string& path, std::string& problem);
 
@@ -52,6 +55,9 @@ std::optional<Bytes> ReadPacket(Context& context, std::span<const std::string> w
 // The help that goes with them.
 inline constexpr const char* kBytesHelp =
     "bytes in hexadecimal, @FILE for a file's bytes, or - for hexadecimal text on standard input";
+
+// False when the file cannot be written.
+bool OpenToWrite(const std::string& path, std::ofstream& file);
 
 // False when the file cannot be written whole.
 bool WriteFile(const std::string& path, std::span<const std::uint8_t> bytes);
