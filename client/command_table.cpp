@@ -29,6 +29,7 @@ std::span<const Command> AllCommands() {
       {"bulk", "Move bytes through an endpoint", kEverywhere, DefineBulk},
       {"swv", "Fetch trace data", kEverywhere, DefineSwv},
       {"acquire-port", "Catch a target in its test mode", kEverywhere, DefineAcquirePort},
+      {"play", "Play an SVF file through a JTAG chain", kEverywhere, DefinePlay},
       {"serve", "Let OpenOCD and other tools use a JTAG chain", kCommandLineOnly, DefineServe},
       {"script", "Run commands from a file, in one process", kCommandLineOnly, DefineScript, false},
       {"acquire", "Hold a target: NAME = acquire PROBE", kScriptOnly, DefineAcquire},

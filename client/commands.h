@@ -41,6 +41,9 @@ Action DefineAcquirePort(CLI::App& app);
 // commands_serve.cpp
 Action DefineServe(CLI::App& app);
 
+// commands_play.cpp
+Action DefinePlay(CLI::App& app);
+
 // commands_script.cpp
 Action DefineAcquire(CLI::App& app);
 Action DefineRelease(CLI::App& app);

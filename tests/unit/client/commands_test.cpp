@@ -101,6 +101,58 @@ TEST(Commands, ReadTheirBytesFromFilesAndWriteThemThere) {
     EXPECT_EQ(Transcript(fake, line), "wfx: " + problem + "\n= 2\n") << line;
 }
 
+TEST(Commands, PlayHoldsTheChainSetsItsClockAndNamesFileAndLine) {
+  FakeService fake;
+  fake.reply = [](const client::Bytes& packet) { return client::Bytes(packet.size() / 2); };
+  const unit::ScratchFolder folder;
+  const auto play = [&](const std::string& svf, const std::string& options = "") {
+    return Transcript(fake, "play P " + folder.Write("f", svf) + options);
+  };
+  const std::string held =
+      "> EnumerateWirefoxs\n> SetMode P 272 0 1\n> EnumerateDevices P\n> AcquireDevice P 0 1\n"
+      "> SetMode P 1 0 1\n> SetJtagClock P ";
+  const std::string reset = "> SendJtagPacket 1 260 f0f0\n";
+  const std::string end = "> ReleaseDevice 260\n> EnumerateDevices P\n";
+  const std::string at = "wfx: " + folder.Path("f");
+  EXPECT_EQ(play("FREQUENCY 2E6 HZ;FREQUENCY;\nSDR 3 TDI (5) TDO (0);"),
+            held + "96 1\n" + reset + "> SetJtagClock P 152 1\n> SetJtagClock P 96 1\n" +
+                "> SendJtagPacket 1 260 20c50000\n" + end +
+                "3 steps played, the TDO bits of 1 scans are as they should be\n");
+  EXPECT_EQ(
+      play("FREQUENCY 1 HZ;\nSDR 3 TDI (5) TDO (2);", " --clock FREQ_B_24_0 --json"),
+      held + "1 1\n" + reset + "> SendJtagPacket 1 260 20c50000\n" + end +
+          R"({"error":"SUCCESS","line":2,"scan":"SDR","bits":3,"tdo":"0x0","expected":"0x2",)" +
+          R"("mask":"0x7","problem":")" + folder.Path("f") +
+          ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)\"}\n" + at +
+          ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)\n= 1\n");
+  EXPECT_EQ(play("\nFREQUENCY 199999 HZ;"),
+            at + ":2: FREQUENCY: the slowest clock is FREQ_C_00_2 (200000 Hz); --clock sets one "
+                 "whatever the file says\n= 2\n");
+  EXPECT_EQ(play("\nPIO (H);"), at + ":2: PIO: the probe has no parallel pins\n= 2\n");
+  fake.outcomes["SendJtagPacket"] = {TzErrorCode::SUCCESS, TzErrorCode::NOT_ACQUIRED};
+  EXPECT_EQ(play("STATE IDLE;"),
+            held + "96 1\n" + reset + "> SendJtagPacket 1 260 0000\n" + end +
+                "wfx: NOT_ACQUIRED (error 2): " + folder.Path("f") +
+                ":1: another program has looked for targets, which moves the chain (or the probe "
+                "was unplugged)\n= 12\n");
+  fake.outcomes["SetJtagClock"] = {TzErrorCode::SUCCESS, TzErrorCode::WFX_ERROR};
+  EXPECT_TRUE(play("\nFREQUENCY 2E5 HZ;").ends_with("plug the probe in again\n= 16\n"));
+  const std::string nowhere = " --vcd " + folder.Path("no/file");
+  for (const std::string& command : {"play P " + folder.Path("f"), std::string("jtag P 00")}) {
+    EXPECT_EQ(Transcript(fake, command + nowhere),
+              "wfx: cannot write " + folder.Path("no/file") + "\n= 2\n");
+  }
+  // The clock is asked for, and what was not read is unknown.
+  Transcript(fake, "jtag P 05 00 --no-read --vcd " + folder.Path("vcd"));
+  EXPECT_TRUE(
+      folder.Read("vcd").ends_with("#0\n0!\n0\"\n1#\n#10416\n1!\n#20833\n0!\n0#\n"
+                                   "#31250\n1!\n#41666\n0!\n1#\n#52083\n1!\n#62500\n"
+                                   "0!\n0#\n#72916\n1!\n#83333\n0!\n#93750\n1!\n"
+                                   "#104166\n0!\n#114583\n1!\n#125000\n0!\n#135416\n"
+                                   "1!\n#145833\n0!\n#156250\n1!\n#166666\n0!\n"))
+      << folder.Read("vcd");
+}
+
 TEST(Commands, WrongWordsAreUsageBeforeTheServiceIsAskedForAnything) {
   // Of those that the command line's own reading refuses, not even a connection is made.
   FakeService none;
