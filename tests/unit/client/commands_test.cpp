@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <utility>
 
@@ -122,9 +123,9 @@ TEST(Commands, PlayHoldsTheChainSetsItsClockAndNamesFileAndLine) {
       play("FREQUENCY 1 HZ;\nSDR 3 TDI (5) TDO (2);", " --clock FREQ_B_24_0 --json"),
       held + "1 1\n" + reset + "> SendJtagPacket 1 260 20c50000\n" + end +
           R"({"error":"SUCCESS","line":2,"scan":"SDR","bits":3,"tdo":"0x0","expected":"0x2",)" +
-          R"("mask":"0x7","problem":")" + folder.Path("f") +
-          ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)\"}\n" + at +
-          ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)\n= 1\n");
+          R"("mask":"0x7","problem":)" +
+          nlohmann::json(folder.Path("f") + ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)").dump() +
+          "}\n" + at + ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)\n= 1\n");
   EXPECT_EQ(play("\nFREQUENCY 199999 HZ;"),
             at + ":2: FREQUENCY: the slowest clock is FREQ_C_00_2 (200000 Hz); --clock sets one "
                  "whatever the file says\n= 2\n");
