@@ -1,5 +1,6 @@
 // Programs that we did not write work on a probe's targets through `wfx serve`.
 #include <fstream>
+#include <iomanip>
 #include <random>
 #include <sstream>
 
@@ -186,6 +187,210 @@ TEST_F(Serve, AWholeBitstreamReachesTheFpgaBitByBit) {
     ASSERT_TRUE(IsConfigured());
     ASSERT_NO_FATAL_FAILURE(ExpectConfiguration(stream));
   }
+}
+
+// The last 32 bits of the number behind a word that OpenOCD prints: it shows the trailer as well.
+std::string BitsBehind(const std::string& text, const std::string& word) {
+  const std::size_t at = text.find(word);
+  if (at == std::string::npos) return "";
+  const std::string line = text.substr(at, text.find('\n', at) - at);
+  return line.substr(line.size() - 8);
+}
+
+// OpenOCD reads one statement of a line.
+TEST_F(Serve, OpenOcdAndPlayFindTheSameInAnSvf) {
+  ASSERT_NO_FATAL_FAILURE(Bring({"--bench", "demo"}));
+  const std::string begin =
+      "TRST OFF;\nENDIR IDLE;\nENDDR IDLE;\nSTATE RESET IDLE;\nSDR 64 TDI (0) TDO "
+      "(4BA0047704008093);\nTIR 4 TDI (F);\nTDR 1 TDI (0);\nSIR 6 TDI (02) TDO (11) MASK (03);\n"
+      "SDR 32 TDI (12345678);\n";
+  const std::string pauses =
+      "ENDDR DRPAUSE;\nSDR 32 TDI (DEADBEEF) TDO (12345678) MASK (FFFFFF00);\nSTATE DRPAUSE;\n"
+      "STATE IDLE;\nRUNTEST IDLE 50 TCK 1.0E-3 SEC ENDSTATE IRPAUSE;\nRUNTEST DRPAUSE 10 TCK "
+      "ENDSTATE IDLE;\nENDDR IDLE;\n";
+  struct Case {
+    std::string svf;
+    std::size_t line;
+    std::string tdo, expected, mask;  // of the scan that fails
+  };
+  const Case cases[] = {
+      {begin + "SDR 32 TDO (12345678);\n", 0, "", "", ""},
+      {begin + "SDR 32 TDO (12345679) MASK (0000FFFE);\nSDR 32 TDO (92345678) MASK (7FFFFFFF);\n",
+       0, "", "", ""},
+      {begin + "SDR 32 TDO (12345678);\nSDR 32 TDO (12345679) MASK (0000FFFF);\nSDR 32;\n", 11,
+       "12345678", "12345679", "0000ffff"},
+      {begin + pauses + "SDR 32 TDO (DEADBEEF) MASK (FFFFFFFF);\n", 17, "7ab6fbbc", "deadbeef",
+       "ffffffff"},
+      {begin + pauses + "SDR 32 TDO (7AB6FBBC) MASK (FFFFFFFF);\n", 0, "", "", ""},
+  };
+  const std::string file = (home() / "file.svf").string();
+  for (const Case& one : cases) {
+    WriteFile(file, one.svf);
+    ASSERT_NO_FATAL_FAILURE(Start("--remote-bitbang"));
+    const std::string said = RunOpenOcd(kDemoTaps, "svf -quiet " + file).err;
+    server.reset();
+    EXPECT_EQ(BitsBehind(said, "READ = "), one.tdo) << said;
+    EXPECT_EQ(BitsBehind(said, "WANT = "), one.expected) << said;
+    EXPECT_EQ(BitsBehind(said, "MASK = "), one.mask) << said;
+    const Finished played = Wfx({"play", "WFX0001", file, "--json"});
+    EXPECT_EQ(played.exit_status, one.line == 0 ? 0 : 1) << played.err;
+    const auto result = nlohmann::json::parse(played.out, nullptr, false);
+    EXPECT_EQ(result.value("line", std::size_t{0}), one.line) << played.out;
+    EXPECT_EQ(result.value("tdo", "0x").substr(2), one.tdo);
+    EXPECT_EQ(result.value("expected", "0x").substr(2), one.expected);
+    EXPECT_EQ(result.value("mask", "0x").substr(2), one.mask);
+  }
+}
+
+// One scan of nearly four million bits.
+TEST_F(Serve, PlayBringsAWholeBitstreamIntoTheFpga) {
+  ASSERT_NO_FATAL_FAILURE(Bring({"--bench", "demo"}));
+  const std::string stream = WriteBitstream(5);
+  std::ostringstream svf;
+  svf << "TIR 4 TDI (F);TDR 1 TDI (0);\nFREQUENCY 4.8E7 HZ;SIR 6 TDI (0B);SIR 6 TDI (05);\nSDR "
+      << stream.size() * 8 << " TDI (" << std::hex << std::setfill('0');
+  for (std::size_t i = stream.size(); i > 0; --i) {
+    unsigned reversed = 0;
+    for (unsigned bit = 0; bit < 8; ++bit) {
+      reversed |= (static_cast<std::uint8_t>(stream[i - 1]) >> bit & 1u) << (7 - bit);
+    }
+    svf << std::setw(2) << reversed << (i % 64 == 0 ? "\n" : "");
+  }
+  WriteFile(home() / "load.svf", svf.str() + ");\nSIR 6 TDI (0C);\nRUNTEST 100 TCK;\n");
+  EXPECT_EQ(Json({"play", "WFX0001", (home() / "load.svf").string()})["steps"], 6);
+  EXPECT_TRUE(IsConfigured());
+  ExpectConfiguration(stream);
+}
+
+// One of the tools' connections.
+class Connection {
+ public:
+  explicit Connection(const std::string& port) : socket_(socket(AF_INET, SOCK_STREAM, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(std::stoi(port)));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const timeval patience{30, 0};
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+  }
+  ~Connection() { close(socket_); }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  bool Send(const std::string& bytes) {
+    return send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+           static_cast<ssize_t>(bytes.size());
+  }
+  void EndSending() { shutdown(socket_, SHUT_WR); }
+  // `size` bytes, or all until the other side ends.
+  std::string Receive(std::size_t size) {
+    std::string bytes(size, '\0');
+    std::size_t at = 0;
+    while (at < size) {
+      const ssize_t count = recv(socket_, bytes.data() + at, size - at, 0);
+      if (count <= 0) break;
+      at += static_cast<std::size_t>(count);
+    }
+    return bytes.substr(0, at);
+  }
+
+ private:
+  const int socket_;
+};
+
+// The ids of the default bench, out of the registers that a reset selects.
+std::string ReadIds(Connection& tool) {
+  // 5 cycles to reset, idle, select, capture, and 64 that shift.
+  const std::string tms("\x5f\0\0\0\0\0\0\0\0\0", 10);
+  EXPECT_TRUE(tool.Send(std::string("shift:\x49\0\0\0", 10) + tms + std::string(10, '\0')));
+  const std::string tdo = tool.Receive(10);
+  std::uint64_t ids = 0;
+  for (int i = 0; i < 64 && tdo.size() == 10; ++i) {
+    const int at = i + 9;
+    ids |=
+        std::uint64_t{static_cast<std::uint8_t>(tdo[static_cast<std::size_t>(at / 8)]) >> at % 8 &
+                      1u}
+        << i;
+  }
+  std::ostringstream text;
+  text << std::hex << ids;
+  return text.str();
+}
+constexpr char kIds[] = "1ba014770684617f";
+
+TEST_F(Serve, AToolThatMisbehavesLosesItsConnectionAndTheNextOneFindsTheChain) {
+  ASSERT_NO_FATAL_FAILURE(Bring({}));
+  ASSERT_NO_FATAL_FAILURE(Start("--xvc"));
+  const std::pair<std::string, std::string> cases[] = {
+      {"GET / HTTP/1.1\r\n",
+       "the tool sent 474554202f204854, which is none of getinfo, settck and "
+       "shift; the connection is closed"},
+      {std::string("shift:\x01\0\x80\0", 10),
+       "the tool wants to shift 8388609 bits at once; the connection is closed"},
+      {std::string("shift:\x10\0\0\0\0\0\0", 13),
+       "the tool left in the middle of a message; the connection is closed"},
+  };
+  for (const auto& [sent, said] : cases) {
+    Connection tool(where);
+    EXPECT_TRUE(tool.Send(sent));
+    tool.EndSending();
+    EXPECT_EQ(tool.Receive(100), "");
+    EXPECT_EQ(Said("problem"), said);
+    Connection next(where);
+    EXPECT_EQ(ReadIds(next), kIds);
+  }
+  // A second tool has its turn when the first has left.
+  {
+    Connection first(where);
+    EXPECT_TRUE(first.Send("getinfo:"));
+    EXPECT_TRUE(first.Receive(20).starts_with("xvcServer_v1.0:"));
+    Connection second(where);
+    EXPECT_EQ(ReadIds(first), kIds);
+  }
+  for (int i = 0; i < 1000; ++i) {
+    Connection tool(where);
+    ASSERT_TRUE(i % 4 != 0 || tool.Send("settck:"));
+  }
+  Connection last(where);
+  EXPECT_EQ(ReadIds(last), kIds);
+}
+
+TEST_F(Serve, AToolThatReadsNothingIsDropped) {
+  ASSERT_NO_FATAL_FAILURE(Bring({}));
+  ASSERT_NO_FATAL_FAILURE(Start("--xvc"));
+  Connection tool(where);
+  std::string questions;
+  for (int i = 0; i < 1 << 20; ++i) questions += "getinfo:";
+  EXPECT_TRUE(tool.Send(questions));
+  EXPECT_EQ(Said("problem"), "the tool does not read its answers; the connection is closed");
+  Connection next(where);
+  EXPECT_EQ(ReadIds(next), kIds);
+}
+
+TEST_F(Serve, AnotherProgramsScanIsToldAndAKilledServerLeavesNothingBehind) {
+  ASSERT_NO_FATAL_FAILURE(Bring({}));
+  ASSERT_NO_FATAL_FAILURE(Start("--xvc"));
+  {
+    Connection tool(where);
+    EXPECT_EQ(ReadIds(tool), kIds);
+    EXPECT_EQ(Wfx({"mode", "WFX0001", "SWD"}).exit_status, 11);
+    EXPECT_EQ(Wfx({"clock", "WFX0001", "FREQ_A_48_0"}).exit_status, 11);
+    EXPECT_EQ(ReadIds(tool), kIds);
+    EXPECT_EQ(Json({"targets", "WFX0001"})["devices"], Words({"1BA014770", "0684617F0"}));
+    EXPECT_TRUE(tool.Send(std::string("shift:\x08\0\0\0\0\0", 12)));
+    EXPECT_EQ(tool.Receive(1), "");
+    EXPECT_EQ(Said("error"), "NOT_ACQUIRED");
+  }
+  Connection next(where);
+  EXPECT_EQ(ReadIds(next), kIds);
+  server->Kill();
+  ASSERT_NO_FATAL_FAILURE(Start("--xvc"));
+  Connection again(where);
+  EXPECT_EQ(ReadIds(again), kIds);
+  server.reset();
+  EXPECT_EQ(Json({"targets", "WFX0001"})["devices"], Words({"1BA014770", "0684617F0"}));
 }
 
 }  // namespace

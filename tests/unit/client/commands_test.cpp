@@ -126,6 +126,9 @@ TEST(Commands, PlayHoldsTheChainSetsItsClockAndNamesFileAndLine) {
           R"("mask":"0x7","problem":)" +
           nlohmann::json(folder.Path("f") + ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)").dump() +
           "}\n" + at + ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)\n= 1\n");
+  // Eight cycles of the reset at 6 MHz, as many of the way to Idle at 3 MHz, and 0.02 s of rest.
+  play("FREQUENCY 3E6 HZ;RUNTEST 0.02 SEC;", " --vcd " + folder.Path("v"));
+  EXPECT_TRUE(folder.Read("v").ends_with("#3833333\n1!\n#20003999999\n0!\n"));
   EXPECT_EQ(play("\nFREQUENCY 199999 HZ;"),
             at + ":2: FREQUENCY: the slowest clock is FREQ_C_00_2 (200000 Hz); --clock sets one "
                  "whatever the file says\n= 2\n");

@@ -13,7 +13,7 @@ namespace {
 std::string Describe(const SvfStep& step) {
   std::ostringstream text;
   text << step.line;
-  const auto name = [](TapState state) { return " " + std::string(SvfStateName(state)); };
+  const auto name = [](TapState state) { return std::string(1, ' ').append(SvfStateName(state)); };
   if (const auto* const scan = std::get_if<SvfScan>(&step.action)) {
     text << name(scan->shift) << ' ' << NumberFromBits(scan->tdi, scan->bits);
     for (const SvfCheck& check : scan->checks) {
@@ -144,10 +144,11 @@ class SvfPlay : public testing::Test {
     SvfPlayer player(bridge, controls, hertz);
     const bool played = player.Play(*program);
     const auto& mismatch = player.mismatch();
-    return story + "| " + std::to_string(player.checked()) +
-           (played     ? ""
-            : mismatch ? " " + std::to_string(mismatch->line) + ": " + mismatch->Text()
-                       : " failed in " + std::to_string(player.line()));
+    std::ostringstream told;
+    told << story << "| " << player.checked();
+    if (mismatch) told << ' ' << mismatch->line << ": " << mismatch->Text();
+    if (!played && !mismatch) told << " failed in " << player.line();
+    return told.str();
   }
 
   void Clock(std::span<const std::uint8_t> packet, Bytes& tdo) {
