@@ -15,7 +15,7 @@ namespace {
 // cycles.
 constexpr std::size_t kGathered = 16376;
 
-constexpr std::size_t kLongestWay = 8;
+constexpr std::size_t kMaxWay = 8;
 
 // As many bits of a long register are shown.
 constexpr std::size_t kShown = 64;
@@ -94,7 +94,7 @@ bool SvfPlayer::Play(const SvfProgram& program) {
 
 bool SvfPlayer::Take(const SvfScan& scan) {
   // What still fits into a packet goes with it.
-  if (bridge_.queued() + scan.bits + 2 * kLongestWay > kGathered && !Flush()) return false;
+  if (bridge_.queued() + scan.bits + 2 * kMaxWay > kGathered && !Flush()) return false;
   MoveTo(scan.shift);
   awaited_.push_back({line_, bridge_.queued(), &scan});
   Bytes tms((scan.bits + 7) / 8);

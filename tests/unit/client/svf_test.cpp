@@ -4,8 +4,8 @@
 #include <sstream>
 
 #include "client/svf/svf_player.h"
-#include "sim/jtag_chain.h"
 #include "sim/jtag_stream.h"
+#include "sim/targets/jtag_chain.h"
 
 namespace client {
 namespace {

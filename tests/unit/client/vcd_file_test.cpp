@@ -10,8 +10,8 @@
 #include "client/jtag_clocks.h"
 #include "client/jtag_scan.h"
 #include "client/serve/tap_state.h"
-#include "sim/jtag_chain.h"
 #include "sim/jtag_stream.h"
+#include "sim/targets/jtag_chain.h"
 
 namespace client {
 namespace {
