@@ -52,14 +52,14 @@ bool OthersHoldUseByte(int descriptor) {
   return LockByte(descriptor, F_OFD_GETLK, F_WRLCK, kUseByte) != 0;
 }
 
-std::string LocksDirectory() { return HomePath(HomeKind::kRuntime) + "/locks"; }
+constexpr char kLocksFolder[] = "locks";
 
-// Any sequence of UTF-16 units as a path below the directory of locks: what is not plain is written
+// Any sequence of UTF-16 units as a path below the runtime directory: what is not plain is written
 // in hexadecimal, and long names continue in directories, which end in a plus sign as no name does.
 std::string FilePath(const std::wstring& name) {
   constexpr std::size_t kPieceSize = 200;
   constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string path = LocksDirectory() + "/";
+  std::string path = std::string(kLocksFolder) + "/";
   std::size_t piece = 0;
   for (const wchar_t unit : name) {
     if (piece >= kPieceSize) {
@@ -94,16 +94,47 @@ DWORD ErrorOf(int error) {
   }
 }
 
-// Only the account that made the file may open it, as with Windows' default security.
-int OpenFile(const std::string& path, bool create) {
-  const std::string directory = path.substr(0, path.rfind('/'));
-  for (bool was_missing = false;;) {
-    if (create && !MakeDirectories(directory, 0700)) return -1;
-    const int file =
-        open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | (create ? O_CREAT : 0), 0600);
-    // Once more when the directory was removed between the two calls.
-    if (file >= 0 || !create || errno != ENOENT || std::exchange(was_missing, true)) return file;
+// The folder of `path`. Root's files may lie in the directory of the service's account, which can
+// put links there: none is followed.
+FileDescriptor OpenFolder(const std::string& path, bool create) {
+  FileDescriptor folder(
+      open(HomePath(HomeKind::kRuntime).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  for (std::size_t at = 0, end; folder.is_open(); at = end + 1) {
+    end = path.find('/', at);
+    if (end == std::string::npos) break;
+    const std::string name = path.substr(at, end - at);
+    if (create) mkdirat(folder.get(), name.c_str(), 0700);
+    folder = FileDescriptor(
+        openat(folder.get(), name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   }
+  return folder;
+}
+
+std::string NameIn(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+FileDescriptor OpenFile(const std::string& path, bool create) {
+  const std::string name = NameIn(path);
+  for (bool was_missing = false;;) {
+    const FileDescriptor folder = OpenFolder(path, create);
+    const int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | (create ? O_CREAT : 0);
+    FileDescriptor file(folder.is_open() ? openat(folder.get(), name.c_str(), flags, 0600) : -1);
+    // Once more when the directory was removed between the two calls.
+    if (file.is_open() || !create || errno != ENOENT || std::exchange(was_missing, true)) {
+      return file;
+    }
+  }
+}
+
+bool Unlink(const std::string& path) {
+  const FileDescriptor folder = OpenFolder(path, false);
+  return folder.is_open() && unlinkat(folder.get(), NameIn(path).c_str(), 0) == 0;
+}
+
+// Only the account that made the file uses it, as with Windows' default security: root could open
+// those of others, too, and would trust what they wrote there. Nor is it a file of this account
+// that another one has linked to.
+bool IsOwnFile(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_uid == geteuid() && status.st_nlink <= 1;
 }
 
 // Whether the file still has its name, which may be another file's otherwise. Under the lock that
@@ -129,22 +160,26 @@ SharedLock* SharedLock::Open(const std::wstring& name, bool create, bool* used_b
   const std::string path = FilePath(name);
   struct stat status = {};
   FileDescriptor file;
-  // Again when the file was removed before it could be locked.
-  do {
-    file.Reset(OpenFile(path, create));
+  bool used = false;
+  // Again when the file was removed before it could be locked; what another account has left goes.
+  for (bool is_in_place = false; !is_in_place;) {
+    file = OpenFile(path, create);
     if (file.get() < 0 || LockByte(file.get(), F_OFD_SETLKW, F_WRLCK, kOpeningByte) != 0 ||
         fstat(file.get(), &status) != 0) {
       SetLastError(ErrorOf(errno));
       return nullptr;
     }
-  } while (status.st_nlink == 0);
-  const bool used = OthersHoldUseByte(file.get());
+    used = OthersHoldUseByte(file.get());
+    is_in_place = status.st_nlink > 0;
+    const bool is_left = create && !used && !IsOwnFile(status);
+    if (is_in_place && is_left && Unlink(path)) is_in_place = false;
+  }
   if (!used && !create) {
     SetLastError(ERROR_FILE_NOT_FOUND);
     return nullptr;
   }
   const bool sound =
-      S_ISREG(status.st_mode) && (!used || status.st_size >= static_cast<off_t>(sizeof(Shared)));
+      IsOwnFile(status) && (!used || status.st_size >= static_cast<off_t>(sizeof(Shared)));
   if (!sound || (!used && ftruncate(file.get(), sizeof(Shared)) != 0)) {
     SetLastError(ERROR_ACCESS_DENIED);
     return nullptr;
@@ -175,26 +210,26 @@ SharedLock::~SharedLock() {
 bool SharedLock::RemoveFile() {
   LockByte(descriptor_, F_OFD_SETLKW, F_WRLCK, kOpeningByte);
   const bool used = OthersHoldUseByte(descriptor_);
-  if (!used && HasItsName(descriptor_)) unlink(path_.c_str());
+  if (!used && HasItsName(descriptor_)) Unlink(path_);
   LockByte(descriptor_, F_OFD_SETLK, F_UNLCK, kOpeningByte);
   return !used;
 }
 
 void SharedLock::RemoveUnusedFiles() {
-  std::vector<std::string> paths = {LocksDirectory()};
+  const std::string home = HomePath(HomeKind::kRuntime) + "/";
+  std::vector<std::string> paths = {kLocksFolder};
   std::error_code error;
-  std::filesystem::recursive_directory_iterator entry(paths[0], error);
+  std::filesystem::recursive_directory_iterator entry(home + paths[0], error);
   for (; !error && entry != std::filesystem::end(entry); entry.increment(error)) {
-    paths.push_back(entry->path());
+    paths.push_back(entry->path().string().substr(home.size()));
   }
   // What lies in a directory comes after it.
-  std::for_each(paths.rbegin(), paths.rend(), [](const std::string& path) {
-    if (rmdir(path.c_str()) == 0 || errno != ENOTDIR) return;
-    FileDescriptor file;
-    file.Reset(OpenFile(path, false));
+  std::for_each(paths.rbegin(), paths.rend(), [&](const std::string& path) {
+    if (rmdir((home + path).c_str()) == 0 || errno != ENOTDIR) return;
+    const FileDescriptor file = OpenFile(path, false);
     if (file.get() >= 0 && LockByte(file.get(), F_OFD_SETLKW, F_WRLCK, kOpeningByte) == 0 &&
         !OthersHoldUseByte(file.get()) && HasItsName(file.get())) {
-      unlink(path.c_str());
+      Unlink(path);
     }
   });
 }

@@ -134,7 +134,10 @@ bool IsUnitName(const std::string& name) {
 std::string UnitText(const UnitDescription& unit) {
   std::string text = kHeading;
   text += "[Unit]\nDescription=" + OneLine(unit.description) + "\n";
-  for (const std::string& needed : unit.needs) {
+  std::vector<std::string> needs = unit.needs;
+  // USB's device files can be named below once the kernel knows of USB.
+  if (unit.is_the_machines) needs.emplace_back("modprobe@usbcore.service");
+  for (const std::string& needed : needs) {
     text += "Wants=" + needed + "\nAfter=" + needed + "\n";
   }
   text += "\n[Service]\nType=notify\n" + ExecStart(unit.command);

@@ -6,6 +6,7 @@
 
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 
@@ -42,6 +43,40 @@ TEST_F(NamedMutexes, AnotherAccountIsRefusedWithError5) {
   });
   EXPECT_EQ(0, stranger.Await());
   CloseHandle(mutex);
+}
+
+// Root's may lie in the directory of the service's account.
+TEST_F(NamedMutexes, NothingThatAnotherAccountPutThereIsUsedOrFollowed) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs the right to be several accounts";
+  namespace fs = std::filesystem;
+  const fs::path locks = home_.Path("run/locks"), elsewhere = home_.Path("elsewhere");
+  const fs::path file = locks / fs::path(name_);
+  fs::create_directories(locks);
+  const int planted = open(file.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+  ASSERT_EQ(0, fchown(planted, 65534, 65534));
+  ASSERT_EQ(4, pwrite(planted, "kept", 4, 0));
+  const HANDLE mutex = CreateMutexW(nullptr, FALSE, name_.c_str());
+  EXPECT_NE(nullptr, mutex);
+  struct stat status;
+  ASSERT_EQ(0, stat(file.c_str(), &status));
+  EXPECT_EQ(geteuid(), status.st_uid);
+  ASSERT_EQ(0, fstat(planted, &status));
+  EXPECT_EQ(4, status.st_size);
+  close(planted);
+
+  fs::rename(locks, elsewhere);
+  fs::create_directory_symlink(elsewhere, locks);
+  EXPECT_EQ(nullptr, CreateMutexW(nullptr, FALSE, (name_ + L"b").c_str()));
+  EXPECT_EQ(5U, GetLastError());
+  EXPECT_EQ(1, std::distance(fs::directory_iterator(elsewhere), {}));
+
+  fs::remove(locks);
+  fs::create_directory(locks);
+  std::ofstream(home_.Path("own")) << "kept";
+  fs::create_hard_link(home_.Path("own"), locks / fs::path(name_ + L"c"));
+  const HANDLE other = CreateMutexW(nullptr, FALSE, (name_ + L"c").c_str());
+  EXPECT_EQ(4U, fs::file_size(home_.Path("own")));
+  for (const HANDLE opened : {mutex, other}) EXPECT_TRUE(CloseHandle(opened));
 }
 
 TEST_F(NamedMutexes, OwnerThatIsKilledLeavesItAbandonedAndUsable) {

@@ -115,6 +115,14 @@ std::string LineOf(const std::string& text, const std::string& key) {
   return text.substr(start + 1, text.find('\n', start + 1) - start - 1);
 }
 
+TEST(RegistrationTexts, TheKernelKnowsOfUsbBeforeTheMachinesUnitNamesItsFiles) {
+  const std::string unit = linux_host::UnitText({.command = {"/s"}, .is_the_machines = true});
+  EXPECT_EQ(LineOf(unit, "Wants"), "Wants=modprobe@usbcore.service");
+  EXPECT_EQ(LineOf(unit, "After"), "After=modprobe@usbcore.service");
+  EXPECT_EQ(LineOf(unit, "DeviceAllow"), "DeviceAllow=char-usb_device rw");
+  EXPECT_EQ(LineOf(linux_host::UnitText({.command = {"/s"}}), "Wants"), "");
+}
+
 TEST(RegistrationTexts, EveryPathComesThroughTheQuoting) {
   const std::pair<const char*, const char*> cases[] = {
       {"/opt/a", R"("/opt/a")"},
