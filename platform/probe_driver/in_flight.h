@@ -25,6 +25,7 @@ class InFlight {
     std::unique_lock lock(mutex_);
     none_.wait(lock, [&] { return count_.load() == 0; });
   }
+  bool IsNone() const { return count_.load() == 0; }
   // False when something is left after `longest`.
   bool AwaitNoneFor(std::chrono::seconds longest) {
     awaited_.store(true);

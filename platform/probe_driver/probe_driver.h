@@ -65,7 +65,7 @@ struct DriverRequest {
   std::uint32_t output_size = 0;
 
   // Called exactly once when Submit returned kSuccess, also from within Submit, on any thread. The
-  // results below are set.
+  // results below are set. When `transfer.kept` is set the buffers must stay for good.
   std::function<void(DriverRequest&)> complete;
 
   DriverError error = kSuccess;
@@ -123,6 +123,9 @@ class ProbeDriver {
 
   // Aborts a request that was submitted and is still alive; without effect when it has completed.
   void Cancel(DriverRequest& request) { device_->Cancel(request.transfer); }
+
+  // As the device's.
+  WaitingWork* Work() { return device_->Work(); }
 
  private:
   friend struct DriverRequest;

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "base/waiting_work.h"
+
 namespace probe_driver {
 
 // How a transfer ended. Payload bytes may have moved in every case (UsbTransfer::actual).
@@ -36,7 +38,8 @@ struct UsbPacket {
   UsbStatus status = UsbStatus::kOk;
 };
 
-// One transfer, owned by its submitter, which keeps it and its buffer alive until `complete` ran.
+// One transfer, owned by its submitter, which keeps it and its buffer alive until `complete` ran;
+// the buffer of one that is `kept` for good.
 struct UsbTransfer {
   std::uint8_t endpoint = 0;  // bEndpointAddress; 0 is the control endpoint
   SetupPacket setup;          // control endpoint only
@@ -52,6 +55,7 @@ struct UsbTransfer {
   std::uint32_t actual = 0;         // payload bytes moved
   std::uint32_t bus_status = 0;     // status words that a driver reports beside the payload;
   std::uint32_t driver_status = 0;  // 0 unless the bus has something to say
+  bool kept = false;                // the host has not given it back, and may write into `data` yet
 
   // Called exactly once for each Submit, on any thread, also from within Submit, never with a lock
   // of the bus held. It must not wait for other transfers.
@@ -78,6 +82,10 @@ class UsbDevice {
   virtual ~UsbDevice() = default;
 
   virtual DriverFacts Facts() = 0;
+
+  // What a thread can do while it waits for the end of a transfer of this device; null: nothing.
+  // Lives as long as the bus.
+  virtual WaitingWork* Work() { return nullptr; }
 
   // Starts a transfer. Transfers of one endpoint run in the order of their submission. After the
   // device has left, the transfer completes with kDisconnected.

@@ -73,7 +73,8 @@ class DeviceFile::Call {
 
 DeviceFile::DeviceFile(std::unique_ptr<probe_driver::UsbDevice> device)
     : KernelObject(kKind),
-      driver_(std::make_unique<probe_driver::ProbeDriver>(std::move(device), Timers())) {}
+      driver_(std::make_unique<probe_driver::ProbeDriver>(std::move(device), Timers())),
+      work_(driver_->Work()) {}
 
 void DeviceFile::LastHandleClosed() {
   std::uint32_t calls = calls_.fetch_or(kClosed, std::memory_order_acq_rel) | kClosed;
@@ -105,7 +106,10 @@ DWORD DeviceFile::Submit(DeviceRequest& request, DWORD& returned) {
 
 DWORD DeviceFile::SubmitToDriver(DeviceRequest& request, DWORD& returned) {
   OVERLAPPED& block = *request.overlapped;
-  if (request.event) request.event->Reset();
+  if (request.event) {
+    request.event->Reset();
+    if (work_) request.event->SetWork(work_);
+  }
   block.InternalHigh = 0;
   Internal(block).store(STATUS_PENDING, std::memory_order_relaxed);
   const DeviceRequest* const outer = std::exchange(t_starting, &request);
@@ -136,7 +140,9 @@ void DeviceFile::Complete(DeviceRequest& request) {
     request.overlapped->InternalHigh = request.driver_request.bytes;
     Internal(*request.overlapped)
         .store(InternalOf(request.driver_request.error) | settled, std::memory_order_release);
-    if (request.event) request.event->Set();
+    if (!request.event) return;
+    if (work_) request.event->SetWork(nullptr);
+    request.event->Set();
   };
   if (t_starting == &request) {
     fill_in(kSettled);
@@ -146,8 +152,9 @@ void DeviceFile::Complete(DeviceRequest& request) {
   const auto of_completion = ObjectRef<DeviceRequest>::Adopt(&request);
   const std::lock_guard lock(mutex_);
   Unlink(request);
-  fill_in(0);
   request.completed = true;
+  // The client then does as with a driver that keeps a request: its memory stays.
+  if (!request.driver_request.transfer.kept) fill_in(0);
 }
 
 bool DeviceFile::Cancel(const std::function<bool(const DeviceRequest&)>& chosen) {

@@ -93,6 +93,7 @@ class DeviceFile : public KernelObject {
   std::atomic<std::uint32_t> calls_ = 0;
 
   std::unique_ptr<probe_driver::ProbeDriver> driver_;
+  WaitingWork* const work_;  // of who waits for a request; null: none
   std::mutex mutex_;  // guards the list, and orders completions with who looks at their blocks
   DeviceRequest* in_flight_ = nullptr;
 };

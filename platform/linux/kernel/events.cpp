@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "platform/linux/kernel/clock.h"
 #include "platform/linux/kernel/handle_table.h"
 #include "platform/linux/kernel/object_names.h"
 
@@ -16,6 +17,20 @@ std::optional<DWORD> Event::TryTake(ThreadRecord&) {
     }
   }
   return std::nullopt;
+}
+
+std::optional<DWORD> Event::TakeAfterWork(ThreadRecord& self, Deadline until) {
+  WaitingWork* const work = work_.load(std::memory_order_acquire);
+  std::optional<DWORD> result;
+  // Work is done in real time.
+  if (!work || TestClockLives()) return result;
+  const auto take = [&] {
+    result = TryTake(self);
+    return result.has_value();
+  };
+  using std::chrono::steady_clock;
+  work->WorkUntil(take, steady_clock::time_point(std::chrono::nanoseconds(until)));
+  return result;
 }
 
 void Event::Set() {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 
+#include "base/waiting_work.h"
 #include "platform/linux/kernel/waits.h"
 
 namespace linux_host {
@@ -22,7 +23,12 @@ class Event : public Waitable {
     }
   }
 
+  // What a thread that waits for the event does meanwhile, from now on; null: it blocks. Lives as
+  // long as anybody may wait.
+  void SetWork(WaitingWork* work) { work_.store(work, std::memory_order_release); }
+
   std::optional<DWORD> TryTake(ThreadRecord& self) override;
+  std::optional<DWORD> TakeAfterWork(ThreadRecord& self, Deadline until) override;
 
  protected:
   void MarkWaiters(bool present) override;
@@ -33,6 +39,7 @@ class Event : public Waitable {
 
   const bool manual_reset_;
   std::atomic<std::uint32_t> state_;
+  std::atomic<WaitingWork*> work_ = nullptr;
 };
 
 }  // namespace linux_host

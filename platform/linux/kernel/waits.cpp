@@ -43,7 +43,8 @@ class Wait {
     std::optional<DWORD> result = TryTakeOne();
     if (!result && timeout_ms != 0) {
       limit.deadline = DeadlineIn(timeout_ms);
-      result = Block(limit.deadline);
+      if (count_ == 1) result = objects_[0]->TakeAfterWork(self_, limit.deadline);
+      if (!result) result = Block(limit.deadline);
     }
     return result ? Finish(*result, limit) : WAIT_TIMEOUT;
   }

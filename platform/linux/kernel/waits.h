@@ -47,6 +47,12 @@ class Waitable : public KernelObject {
   // (with the error set) included.
   virtual DWORD Taken(ThreadRecord& self, DWORD result, const WaitLimit& limit);
 
+  // For a wait for this object alone that would block: works until it can be taken, and takes it.
+  // It may come back earlier, with nothing.
+  virtual std::optional<DWORD> TakeAfterWork(ThreadRecord& /*self*/, Deadline /*until*/) {
+    return std::nullopt;
+  }
+
   // Whether a wait for several objects may include it.
   virtual bool CanBeOneOfMany() const { return true; }
 

@@ -16,6 +16,7 @@
 
 #include "platform/linux/kernel/notices.h"
 #include "platform/linux/usb/attachment.h"
+#include "platform/linux/usb/event_turns.h"
 #include "platform/linux/usb/open_device.h"
 #include "platform/linux/usb/usb_errors.h"
 #include "platform/probe_driver/bus_news.h"
@@ -76,7 +77,8 @@ std::string Refusal(libusb_context*& context) {
 
 class LibusbBus : public probe_driver::UsbBus {
  public:
-  explicit LibusbBus(std::set<UsbIds> probes) : probes_(std::move(probes)) {
+  LibusbBus(std::set<UsbIds> probes, std::chrono::seconds cancel_timeout)
+      : probes_(std::move(probes)), cancel_timeout_(cancel_timeout) {
     Start();
     thread_ = std::thread([this] { Run(); });
   }
@@ -86,8 +88,8 @@ class LibusbBus : public probe_driver::UsbBus {
       const std::lock_guard lock(mutex_);
       ending_ = true;
       changed_.notify_all();
-      if (context_) libusb_interrupt_event_handler(context_);
     }
+    turns_.Interrupt();
     thread_.join();
     entries_.clear();
     events_.clear();
@@ -125,21 +127,23 @@ class LibusbBus : public probe_driver::UsbBus {
   void TryAccess(Entry& entry);
 
   const std::set<UsbIds> probes_;
+  const std::chrono::seconds cancel_timeout_;
 
   // The bus's thread's own, after the start.
   std::string refused_;  // why USB cannot be used, as the journal says already
   bool scans_ = false;   // no events come
   Clock::time_point next_scan_;
-  std::vector<Event> events_;
   std::uint64_t count_ = 0;
 
   probe_driver::BusNews news_;
 
+  EventTurns turns_;
   std::mutex mutex_;
   std::condition_variable changed_;
   libusb_context* context_ = nullptr;
   bool ending_ = false;
   std::vector<Entry> entries_;
+  std::vector<Event> events_;
 
   std::thread thread_;
 };
@@ -154,6 +158,7 @@ void LibusbBus::Start() {
   {
     const std::lock_guard lock(mutex_);
     context_ = context;
+    turns_.Begin(context);
   }
   scans_ = !UdevRuns();
   if (!scans_) {
@@ -184,12 +189,12 @@ void LibusbBus::Run() {
       Start();
     } else {
       lock.unlock();
-      const auto left = std::chrono::duration_cast<std::chrono::microseconds>(
-          std::clamp<Clock::duration>(wake - Clock::now(), Clock::duration::zero(), kMaxSleep));
-      timeval sleep{.tv_sec = left.count() / 1'000'000, .tv_usec = left.count() % 1'000'000};
-      libusb_handle_events_timeout_completed(context_, &sleep, nullptr);
+      turns_.WorkForNobody(wake);
+      lock.lock();
       // It comes back for every transfer that ends; there is seldom something to look at.
-      if (!events_.empty() || Clock::now() >= wake) wake = Look();
+      const bool something_came = !events_.empty();
+      lock.unlock();
+      if (something_came || Clock::now() >= wake) wake = Look();
     }
     news_.Tell();
     lock.lock();
@@ -213,16 +218,26 @@ Clock::time_point LibusbBus::Look() {
   return next;
 }
 
-// The device may not be opened here: libusb's lists are in use. The thread's own loop takes it on.
+// Called by whoever handles events. The device may not be opened here: libusb's lists are in use.
+// The thread's own loop takes it on.
 int LibusbBus::OnHotPlug(libusb_context*, libusb_device* device, libusb_hotplug_event event,
                          void* bus) {
-  static_cast<LibusbBus*>(bus)->events_.push_back(
-      {DeviceRef(device), event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED});
+  auto& self = *static_cast<LibusbBus*>(bus);
+  {
+    const std::lock_guard lock(self.mutex_);
+    self.events_.push_back({DeviceRef(device), event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED});
+  }
+  self.turns_.Interrupt();
   return 0;
 }
 
 void LibusbBus::TakeEvents() {
-  for (const Event& event : std::exchange(events_, {})) {
+  std::vector<Event> events;
+  {
+    const std::lock_guard lock(mutex_);
+    events.swap(events_);
+  }
+  for (const Event& event : events) {
     if (event.arrived) {
       Add(event.device.get(), PlaceOf(event.device.get()));
       continue;
@@ -325,13 +340,14 @@ std::unique_ptr<probe_driver::UsbDevice> LibusbBus::OpenDevice(const std::string
     if (entry == entries_.end()) return nullptr;
     attachment = entry->attachment;
   }
-  return OpenUsbDevice(std::move(attachment));
+  return OpenUsbDevice(std::move(attachment), turns_, cancel_timeout_);
 }
 
 }  // namespace
 
-std::unique_ptr<probe_driver::UsbBus> ConnectUsb(std::set<UsbIds> probes) {
-  return std::make_unique<LibusbBus>(std::move(probes));
+std::unique_ptr<probe_driver::UsbBus> ConnectUsb(std::set<UsbIds> probes,
+                                                 std::chrono::seconds cancel_timeout) {
+  return std::make_unique<LibusbBus>(std::move(probes), cancel_timeout);
 }
 
 }  // namespace linux_host

@@ -1,6 +1,7 @@
 // Real USB as the bus of the probe driver.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <set>
 
@@ -16,8 +17,14 @@ namespace linux_host {
 // A device whose node may not be opened yet is not listed: it is looked at again ten times in two
 // seconds, after that at each ListDevices; the journal says once when it stays closed.
 //
-// Transfers are completed, and listeners called, on the one thread of the bus: neither may wait for
-// a transfer. Devices are closed before the bus is destroyed, and not from within a completion.
-std::unique_ptr<probe_driver::UsbBus> ConnectUsb(std::set<UsbIds> probes);
+// Transfers are completed on the bus's own thread, and on those that do its work while they wait
+// (UsbDevice::Work); listeners are called on the bus's own thread. Neither may wait for a transfer.
+// Devices are closed before the bus is destroyed, and not from within a completion.
+//
+// The system ends a cancelled transfer as soon as the controller gives it back, whatever the device
+// does. One that has not ended `cancel_timeout` after its device was closed is given up; the device
+// stays open then, and the transfer's buffer in use.
+std::unique_ptr<probe_driver::UsbBus> ConnectUsb(
+    std::set<UsbIds> probes, std::chrono::seconds cancel_timeout = std::chrono::seconds(10));
 
 }  // namespace linux_host

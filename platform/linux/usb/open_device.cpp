@@ -23,10 +23,6 @@ using probe_driver::UsbPacket;
 using probe_driver::UsbStatus;
 using probe_driver::UsbTransfer;
 
-// The system ends a cancelled transfer as soon as the controller gives it back, whatever the device
-// does.
-constexpr std::chrono::seconds kCancelTimeout(10);
-
 class Transfers;
 
 // A request to libusb. All but isochronous ones are used again and again, so that no transfer
@@ -59,8 +55,8 @@ class Transfers : public std::enable_shared_from_this<Transfers> {
   template <typename Chosen>
   void Cancel(Chosen chosen);
   // Cancels everything, and waits for the end of it. False when the system has kept something: its
-  // submitters are told that it has ended.
-  bool End();
+  // submitters are told that it has ended, and whether their buffers are in use even so.
+  bool End(EventTurns& turns, std::chrono::seconds timeout);
 
  private:
   static void LIBUSB_CALL Completed(libusb_transfer* usb);
@@ -70,7 +66,7 @@ class Transfers : public std::enable_shared_from_this<Transfers> {
   std::shared_ptr<Request> Take(const UsbTransfer& transfer);
   // Ends the request's use. The transfer that it was for, unless that was given up.
   UsbTransfer* Finish(Request& request);
-  std::vector<UsbTransfer*> GiveUp();
+  bool GiveUp();
 
   const std::shared_ptr<Attachment> attachment_;
   probe_driver::InFlight count_;
@@ -184,7 +180,8 @@ void Transfers::Completed(libusb_transfer* usb) {
   auto& request = *static_cast<Request*>(usb->user_data);
   const std::shared_ptr<Transfers> owner = std::move(request.owner);
   UsbTransfer* const transfer = owner->Finish(request);
-  if (transfer) transfer->complete(*transfer);
+  if (!transfer) return;  // given up, and counted then
+  transfer->complete(*transfer);
   owner->count_.End();
 }
 
@@ -206,32 +203,55 @@ void Transfers::Cancel(Chosen chosen) {
   for (const auto& request : found) --request->cancels;
 }
 
-std::vector<UsbTransfer*> Transfers::GiveUp() {
-  const std::lock_guard lock(mutex_);
+// False when there is nothing to give up any more.
+//
+// What the library still has is written to when it is collected. So these objects stay for good,
+// also when that happens at last: it is within the handling of an event, where no device may be
+// closed. The payload of control transfers, and what was sent, is not the submitter's by now.
+bool Transfers::GiveUp() {
   std::vector<UsbTransfer*> given_up;
-  for (const auto& request : in_flight_) {
-    if (request->transfer) given_up.push_back(std::exchange(request->transfer, nullptr));
+  {
+    const std::lock_guard lock(mutex_);
+    for (const auto& request : in_flight_) {
+      if (request->transfer) given_up.push_back(std::exchange(request->transfer, nullptr));
+    }
   }
-  return given_up;
+  if (given_up.empty()) return false;
+  static std::mutex kept_mutex;
+  static auto& kept = *new std::vector<std::shared_ptr<Transfers>>;
+  {
+    const std::lock_guard lock(kept_mutex);
+    kept.push_back(shared_from_this());
+  }
+  for (UsbTransfer* const transfer : given_up) {
+    transfer->status = UsbStatus::kDisconnected;
+    transfer->kept = transfer->endpoint != 0 && (transfer->endpoint & LIBUSB_ENDPOINT_IN) != 0;
+    transfer->complete(*transfer);
+    count_.End();
+  }
+  return true;
 }
 
-bool Transfers::End() {
+bool Transfers::End(EventTurns& turns, std::chrono::seconds timeout) {
   Cancel([](const UsbTransfer&) { return true; });
-  if (count_.AwaitNoneFor(kCancelTimeout)) return true;
-  for (UsbTransfer* const transfer : GiveUp()) {
-    transfer->status = UsbStatus::kDisconnected;
-    transfer->complete(*transfer);
-  }
-  return false;
+  turns.WorkUntil([&] { return count_.IsNone(); }, EventTurns::Clock::now() + timeout);
+  const bool gave_up = !count_.IsNone() && GiveUp();
+  // For completions that have begun on other threads.
+  count_.AwaitNone();
+  return !gave_up;
 }
 
 class OpenDevice : public probe_driver::UsbDevice {
  public:
-  explicit OpenDevice(std::shared_ptr<Attachment> attachment)
-      : attachment_(std::move(attachment)), transfers_(std::make_shared<Transfers>(attachment_)) {}
+  OpenDevice(std::shared_ptr<Attachment> attachment, EventTurns& turns,
+             std::chrono::seconds cancel_timeout)
+      : attachment_(std::move(attachment)),
+        turns_(turns),
+        cancel_timeout_(cancel_timeout),
+        transfers_(std::make_shared<Transfers>(attachment_)) {}
 
   ~OpenDevice() override {
-    if (transfers_->End()) {
+    if (transfers_->End(turns_, cancel_timeout_)) {
       attachment_->Close();
     } else {
       // The handle stays open: the transfers that the system keeps belong to it.
@@ -241,6 +261,8 @@ class OpenDevice : public probe_driver::UsbDevice {
   }
 
   bool HasIsochronous() const override { return true; }
+
+  WaitingWork* Work() override { return &turns_; }
 
   probe_driver::DriverFacts Facts() override { return attachment_->facts(); }
 
@@ -290,14 +312,18 @@ class OpenDevice : public probe_driver::UsbDevice {
   }
 
   const std::shared_ptr<Attachment> attachment_;
+  EventTurns& turns_;
+  const std::chrono::seconds cancel_timeout_;
   const std::shared_ptr<Transfers> transfers_;
 };
 
 }  // namespace
 
-std::unique_ptr<probe_driver::UsbDevice> OpenUsbDevice(std::shared_ptr<Attachment> attachment) {
+std::unique_ptr<probe_driver::UsbDevice> OpenUsbDevice(std::shared_ptr<Attachment> attachment,
+                                                       EventTurns& turns,
+                                                       std::chrono::seconds cancel_timeout) {
   if (!attachment->Open()) return nullptr;
-  return std::make_unique<OpenDevice>(std::move(attachment));
+  return std::make_unique<OpenDevice>(std::move(attachment), turns, cancel_timeout);
 }
 
 }  // namespace linux_host

@@ -105,6 +105,46 @@ TEST_F(DeviceFile, CancelledRequestsEndWithErrorAndWithoutBytes) {
   }
 }
 
+// Its client has to treat it as one that no driver gives back: its memory is written to.
+TEST_F(DeviceFile, RequestThatTheHostKeepsStaysInFlight) {
+  probe_.answer = [](UsbTransfer& transfer) {
+    transfer.kept = true;
+    return false;
+  };
+  ASSERT_EQ(DWORD{ERROR_IO_PENDING}, StartRead());
+  EXPECT_TRUE(CloseHandle(std::exchange(device_, nullptr)));
+  EXPECT_FALSE(EventIsSet());
+  EXPECT_EQ(DWORD{ERROR_IO_INCOMPLETE}, Result().first);
+}
+
+TEST_F(DeviceFile, WhoWaitsForARequestDoesTheBusesWorkMeanwhile) {
+  class Work : public WaitingWork {
+   public:
+    explicit Work(FakeProbe& probe) : probe_(probe) {}
+    void WorkUntil(const std::function<bool()>& has_ended,
+                   std::chrono::steady_clock::time_point until) override {
+      EXPECT_FALSE(has_ended());
+      EXPECT_GT(until, std::chrono::steady_clock::now());
+      if (++calls == 2) probe_.CompleteAll(UsbStatus::kOk, {1});
+      EXPECT_EQ(calls == 2, has_ended());
+    }
+    int calls = 0;
+
+   private:
+    FakeProbe& probe_;
+  } work(probe_);
+  CloseHandle(device_);
+  probe_.work = &work;
+  device_ = Open();
+  ASSERT_EQ(DWORD{ERROR_IO_PENDING}, StartRead());
+  EXPECT_FALSE(EventIsSet());
+  EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(event_, 1));
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(event_, INFINITE));
+  EXPECT_EQ(Outcome(0, 1), Result());
+  EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(event_, 1));
+  EXPECT_EQ(2, work.calls) << "none for an event of nothing in flight";
+}
+
 // A set that comes after the result was collected would end the wait for the next request.
 TEST_F(DeviceFile, ResultIsCollectedOnlyWhenTheEventIsSetAsWell) {
   CloseHandle(std::exchange(event_, CreateEventW(nullptr, TRUE, FALSE, nullptr)));

@@ -29,6 +29,7 @@ class FakeProbe : public probe_driver::UsbBus {
   std::function<bool(Transfer&)> answer = [](auto&) { return false; };
   probe_driver::DriverFacts facts;
   bool isochronous = false;
+  WaitingWork* work = nullptr;
 
   // What has reached the probe since the last call, a line each.
   std::vector<std::string> TakeLog() {
@@ -57,6 +58,7 @@ class FakeProbe : public probe_driver::UsbBus {
 
     probe_driver::DriverFacts Facts() override { return probe_.facts; }
     bool HasIsochronous() const override { return probe_.isochronous; }
+    WaitingWork* Work() override { return probe_.work; }
     void Submit(Transfer& transfer) override { probe_.Submit(transfer); }
     void Cancel(Transfer& transfer) override {
       probe_.Log("cancel");
