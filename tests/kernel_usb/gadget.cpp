@@ -32,34 +32,39 @@ void WriteFile(const std::string& path, const std::string& text) {
   if (!file) throw std::runtime_error(path + ": refused");
 }
 
-Gadget::Gadget(const std::string& product_id, const std::vector<std::string>& functions)
+Gadget::Gadget(const std::string& product_id, const std::vector<std::string>& functions,
+               const std::vector<std::string>& of_second)
     : product_id_(product_id) {
   fs::create_directory(kGadget);
   WriteFile(kGadget / "idVendor", "0x0f0f");
   WriteFile(kGadget / "idProduct", "0x" + product_id);
-  for (const char* folder : {"strings/0x409", "configs/c.1"})
-    fs::create_directory(kGadget / folder);
+  fs::create_directory(kGadget / "strings/0x409");
   WriteFile(kGadget / "strings/0x409/serialnumber", kSerialNumber);
-  for (const std::string& function : functions) {
-    const std::string name = function + ".0";
-    const fs::path folder = kGadget / "functions" / name;
-    fs::create_directory(folder);
-    if (function == "hid") {
-      WriteFile(folder / "report_length", "8");
-      WriteFile(folder / "report_desc", std::string(std::begin(kReports), std::end(kReports)));
-    }
-    fs::create_directory_symlink(folder, kGadget / "configs/c.1" / name);
-    functions_.push_back(name);
-  }
+  for (const std::string& function : functions) Add(function, "configs/c.1");
+  for (const std::string& function : of_second) Add(function, "configs/c.2");
   Plug();
+}
+
+void Gadget::Add(const std::string& function, const std::string& configuration) {
+  const fs::path folder = kGadget / "functions" / (function + ".0");
+  fs::create_directory(kGadget / configuration);
+  fs::create_directory(folder);
+  if (function == "hid") {
+    WriteFile(folder / "report_length", "8");
+    WriteFile(folder / "report_desc", std::string(std::begin(kReports), std::end(kReports)));
+  }
+  links_.push_back(configuration + "/" + function + ".0");
+  fs::create_directory_symlink(folder, kGadget / links_.back());
 }
 
 Gadget::~Gadget() {
   std::ofstream(kGadget / "UDC") << "\n";
   std::error_code ignored;
-  for (const std::string& name : functions_) fs::remove(kGadget / "configs/c.1" / name, ignored);
-  for (const std::string& name : functions_) fs::remove(kGadget / "functions" / name, ignored);
-  for (const char* folder : {"configs/c.1", "strings/0x409", ""}) {
+  for (const std::string& link : links_) fs::remove(kGadget / link, ignored);
+  for (const std::string& link : links_) {
+    fs::remove(kGadget / "functions" / fs::path(link).filename(), ignored);
+  }
+  for (const char* folder : {"configs/c.1", "configs/c.2", "strings/0x409", ""}) {
     fs::remove(kGadget / folder, ignored);
   }
 }
@@ -81,9 +86,10 @@ std::string Gadget::Node() const {
   return "/dev/" + event.substr(name, event.find('\n', name) - name);
 }
 
-bool Gadget::IsConfigured() const {
+std::string Gadget::Configuration() const {
   const std::string folder = SystemFolder();
-  return !folder.empty() && ReadFile(folder + "bConfigurationValue") == "1\n";
+  const std::string value = folder.empty() ? "" : ReadFile(folder + "bConfigurationValue");
+  return value.substr(0, value.find('\n'));
 }
 
 }  // namespace kernel_usb

@@ -10,8 +10,10 @@ namespace kernel_usb {
 // libcomposite; throws std::runtime_error when the kernel does not do as it is asked.
 class Gadget {
  public:
-  // "SourceSink", "Loopback" or "hid", an interface each, in this order.
-  Gadget(const std::string& product_id, const std::vector<std::string>& functions);
+  // "SourceSink", "Loopback" or "hid", an interface each, in this order; those of a second
+  // configuration, which the host's side prefers to one of a vendor's own interfaces.
+  Gadget(const std::string& product_id, const std::vector<std::string>& functions,
+         const std::vector<std::string>& of_second = {});
   ~Gadget();
   Gadget(const Gadget&) = delete;
   Gadget& operator=(const Gadget&) = delete;
@@ -22,11 +24,13 @@ class Gadget {
   // The kernel's folder of the plugged device, with a slash at its end; empty until it has one.
   std::string SystemFolder() const;
   std::string Node() const;
-  // The host's side is done with it, too.
-  bool IsConfigured() const;
+  // The value of the configuration that the host's side has chosen, when it is done with it, too.
+  std::string Configuration() const;
 
  private:
-  std::vector<std::string> functions_;
+  void Add(const std::string& function, const std::string& configuration);
+
+  std::vector<std::string> links_;
   std::string product_id_;
 };
 

@@ -39,8 +39,9 @@ Bytes Descriptor(std::uint8_t type) {
   if (type == 1) return unit::HexBytes("12 01 00 02 FF 00 00 40 0F 0F 02 20 00 01 00 00 00 01");
   if (type != 2) return {};
   return unit::HexBytes(
-      "09 02 20 00 01 01 00 80 32 09 04 00 00 02 FF 00 00 00 "
-      "07 05 01 01 08 00 01 07 05 81 01 08 00 01");
+      "09 02 37 00 01 01 00 80 32 09 04 00 00 03 FF 00 00 00 "
+      "07 05 01 01 08 00 01 07 05 81 01 08 00 01 07 05 02 02 00 02 00 "
+      "09 04 00 01 01 FF 00 00 00 07 05 02 03 08 00 01");
 }
 
 }  // namespace
@@ -68,7 +69,7 @@ void IsoDevice::Serve() {
     SwapWords(header.data(), sizeof header);
     const bool in = header[kIn] != 0;
     const bool submitted = header[kCommand] == kSubmit;
-    const std::uint32_t count = submitted && header[kEndpoint] != 0 ? header[kPackets] : 0;
+    const std::uint32_t count = submitted && header[kEndpoint] == 1 ? header[kPackets] : 0;
     Bytes data(submitted && !in ? header[kLength] : 0);
     std::vector<Packet> packets(count);
     if (!Receive(socket_, data.data(), data.size())) return;

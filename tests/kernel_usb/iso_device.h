@@ -8,7 +8,8 @@
 namespace kernel_usb {
 
 // 0F0F:2002. Endpoint 0x81 sends packets of 1, 2, 3, ... bytes, packet N filled with N; the second
-// of each transfer fails. Endpoint 0x01 takes everything. Packets of 8 bytes.
+// of each transfer fails. Endpoint 0x01 takes everything. Packets of 8 bytes. So does endpoint
+// 0x02, which is a bulk endpoint, and an interrupt endpoint in a setting that nobody chooses.
 class IsoDevice {
  public:
   IsoDevice();   // throws std::runtime_error when the kernel does not take it
