@@ -4,15 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "api/interface_table.h"
-#include "platform/linux/automation/program_resources.h"
-
 namespace {
-
-// The interface table, which on Windows the registered type library supplies.
-[[gnu::constructor]] void NameInterfaceTable() {
-  linux_host::SetProgramResources({.type_library = &api::kLibrary, .strings = {}});
-}
 
 // A standard stream that the program was started without stays closed for it: its number must not
 // go to the next file or socket, which would get what is printed. What stands in for it fails both

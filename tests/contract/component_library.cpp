@@ -39,6 +39,20 @@ TEST(ComponentLibrary, NothingIsCreatedWithoutInitialisationOrRegistration) {
   }).join();
 }
 
+TEST(ComponentLibrary, AThreadThatHasInitialisedNothingMayCreateWhileTheMultithreadedModelIsKept) {
+  void* object = nullptr;
+  const auto create = [&] {
+    return CoCreateInstance(kUnknownClass, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, &object);
+  };
+  CO_MTA_USAGE_COOKIE first, second;
+  ASSERT_EQ(CoIncrementMTAUsage(&first), S_OK);
+  ASSERT_EQ(CoIncrementMTAUsage(&second), S_OK);
+  EXPECT_EQ(CoDecrementMTAUsage(first), S_OK);
+  EXPECT_EQ(create(), REGDB_E_CLASSNOTREG);
+  EXPECT_EQ(CoDecrementMTAUsage(second), S_OK);
+  EXPECT_EQ(create(), CO_E_NOTINITIALIZED);
+}
+
 TEST(ComponentLibrary, IdentifiersHaveOneText) {
   OLECHAR text[39];
   EXPECT_EQ(StringFromGUID2(kUnknownClass, text, 39), 39);

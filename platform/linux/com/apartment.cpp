@@ -13,7 +13,7 @@ struct ThreadState {
 };
 
 thread_local ThreadState g_thread;
-std::atomic<int> g_multithreaded_threads{0};
+std::atomic<int> g_multithreaded_threads{0};  // and uses that belong to no thread
 std::atomic<bool> g_is_security_settled{false};
 
 }  // namespace
@@ -47,6 +47,20 @@ void CoUninitialize() {
   using linux_host::g_thread;
   if (g_thread.count == 0 || --g_thread.count > 0) return;
   if (g_thread.model == COINIT_MULTITHREADED) --linux_host::g_multithreaded_threads;
+}
+
+HRESULT CoIncrementMTAUsage(CO_MTA_USAGE_COOKIE* cookie) {
+  if (!cookie) return E_INVALIDARG;
+  // One is like the other.
+  *cookie = reinterpret_cast<CO_MTA_USAGE_COOKIE>(&linux_host::g_multithreaded_threads);
+  ++linux_host::g_multithreaded_threads;
+  return S_OK;
+}
+
+HRESULT CoDecrementMTAUsage(CO_MTA_USAGE_COOKIE cookie) {
+  if (!cookie) return E_INVALIDARG;
+  --linux_host::g_multithreaded_threads;
+  return S_OK;
 }
 
 HRESULT CoInitializeSecurity(PSECURITY_DESCRIPTOR descriptor, LONG service_count,

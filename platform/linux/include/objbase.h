@@ -27,6 +27,12 @@ HRESULT CoInitialize(LPVOID reserved);
 HRESULT CoInitializeEx(LPVOID reserved, DWORD model);
 void CoUninitialize();
 
+// Keeps the multithreaded model in use, to which threads belong that have initialised nothing.
+struct CO_MTA_USAGE_COOKIE__;
+using CO_MTA_USAGE_COOKIE = CO_MTA_USAGE_COOKIE__*;
+HRESULT CoIncrementMTAUsage(CO_MTA_USAGE_COOKIE* cookie);
+HRESULT CoDecrementMTAUsage(CO_MTA_USAGE_COOKIE cookie);
+
 // Once per process and before its first object or class: RPC_E_TOO_LATE afterwards. Who may connect
 // is decided on this host by the permissions of the socket's folder, so only the settings that ask
 // for no more are taken: no descriptor, no services, no capabilities, authentication level default

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <sys/auxv.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,10 +10,6 @@
 
 #include "platform/linux/kernel/home.h"
 #include "platform/linux/kernel/text.h"
-
-// The start of the program's image, which is what an instance handle is on Windows. The linker
-// defines it.
-extern "C" const char __executable_start[];
 
 namespace linux_host {
 
@@ -56,7 +53,8 @@ std::string TemporaryDirectory() {
 }  // namespace
 
 HMODULE GetModuleHandleW(LPCWSTR name) {
-  if (!name) return reinterpret_cast<HMODULE>(const_cast<char*>(__executable_start));
+  // Where the program's image is, also for a library that is loaded into it.
+  if (!name) return reinterpret_cast<HMODULE>(getauxval(AT_PHDR));
   SetLastError(ERROR_MOD_NOT_FOUND);
   return nullptr;
 }
