@@ -91,9 +91,6 @@ class Output {
 // What an error code means for who typed the command, and what helps.
 std::string ErrorAdvice(TzErrorCode error);
 
-// Why the service of `host` cannot be reached, or has been lost; of this machine when it is empty.
-std::string UnreachableAdvice(HRESULT status, const std::string& host);
-
 // The outputs of the status record, each field under its name.
 nlohmann::ordered_json StatusOutputs(const TzWFXStatus& status);
 

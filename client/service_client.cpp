@@ -172,6 +172,12 @@ TzErrorCode ServiceClient::RequestSwvPackets(std::int64_t handle, Bytes& result)
   });
 }
 
+TzErrorCode ServiceClient::RequestEtmPackets(std::int64_t handle, Bytes& result) {
+  return RunForBytes(result, [&](SAFEARRAY** array, TzErrorCode* e) {
+    return object_->RequestEtmPackets(handle, array, e);
+  });
+}
+
 TzErrorCode ServiceClient::PortAcquire(const std::string& probe,
                                        const PortAcquireSettings& settings) {
   const Bstr name = MakeBstr(probe);

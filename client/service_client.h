@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "api/tz_wirefox.h"
@@ -27,6 +28,9 @@ class ServiceClient {
   explicit ServiceClient(ITzWirefox_v3* object, Place place = Place::kThisMachine);
 
   HRESULT call_failure() const { return call_failure_; }
+
+  // The same, and calls are made again.
+  HRESULT TakeCallFailure() { return std::exchange(call_failure_, S_OK); }
 
   TzErrorCode GetVersion(std::int32_t& version);
   TzErrorCode GetDevicesChangedLocation(std::string& path);
@@ -58,6 +62,7 @@ class ServiceClient {
   TzErrorCode BulkTransfer(TzWirefoxEndPoint endpoint, std::span<const std::uint8_t> data,
                            bool read, std::int64_t handle, Bytes& result);
   TzErrorCode RequestSwvPackets(std::int64_t handle, Bytes& result);
+  TzErrorCode RequestEtmPackets(std::int64_t handle, Bytes& result);
 
   struct PortAcquireSettings {
     TzProgrammingMode mode = TzProgrammingMode::RESET;

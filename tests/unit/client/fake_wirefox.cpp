@@ -97,7 +97,7 @@ class Recorder final : public RemoteObject {
     const auto put = [&]<typename T>(T value) { *FromWord<T*>(place) = value; };
     if (output == L"error") put(outcome);
     if (output == L"versionNum") put(fake_.version);
-    if (output == L"path") put(BSTR{});
+    if (output == L"path") put(client::MakeBstr(fake_.path).release());
     if (output == L"wirefoxs") put(MakeStrings(fake_.wirefoxs));
     if (output == L"devices") put(MakeStrings(fake_.devices));
     if (output == L"status") put(fake_.status);
@@ -115,6 +115,12 @@ class Recorder final : public RemoteObject {
 
 }  // namespace
 
+std::unique_ptr<client::ServiceClient> ClientOf(FakeService& fake,
+                                                client::ServiceClient::Place place) {
+  return std::make_unique<client::ServiceClient>(
+      new api::TzWirefoxProxy(std::make_unique<Recorder>(fake)), place);
+}
+
 std::string Transcript(FakeService& fake, const std::string& line,
                        const std::string& standard_input, bool closed) {
   using enum client::ServiceClient::Place;
@@ -122,10 +128,7 @@ std::string Transcript(FakeService& fake, const std::string& line,
                                HRESULT& status) -> std::unique_ptr<client::ServiceClient> {
     if (!host.empty()) fake.calls.push_back("connect to " + host);
     status = fake.connection_failure;
-    return FAILED(status) ? nullptr
-                          : std::make_unique<client::ServiceClient>(
-                                new api::TzWirefoxProxy(std::make_unique<Recorder>(fake)),
-                                host.empty() ? kThisMachine : kAnotherMachine);
+    return FAILED(status) ? nullptr : ClientOf(fake, host.empty() ? kThisMachine : kAnotherMachine);
   };
   std::istringstream words(line);
   const std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};

@@ -5,12 +5,14 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "api/tz_wirefox.h"
 #include "client/numbers.h"
+#include "client/service_client.h"
 
 namespace client_test {
 
@@ -27,6 +29,7 @@ struct FakeService {
   // Why there is no service to be had; S_OK: there is.
   HRESULT connection_failure = S_OK;
 
+  std::string path;
   std::vector<std::string> wirefoxs;
   std::vector<std::string> devices;
   TzWFXStatus status{};
@@ -39,6 +42,10 @@ struct FakeService {
   // Answers a transfer's packet; empty: no bytes.
   std::function<client::Bytes(const client::Bytes& packet)> reply;
 };
+
+std::unique_ptr<client::ServiceClient> ClientOf(
+    FakeService& fake,
+    client::ServiceClient::Place place = client::ServiceClient::Place::kThisMachine);
 
 // Runs the client with the words of `line`. Gives the calls that the service received, each with
 // "> " in front, then standard output, standard error, and unless it is 0 the exit status as
