@@ -5,6 +5,7 @@
 #include <array>
 #include <optional>
 #include <sstream>
+#include <thread>
 
 #include "api/interface_table.h"
 #include "bindings/cpp/connection.h"
@@ -141,6 +142,26 @@ TEST(ClientLibrary, ErrorsSayWhetherTheServiceAnsweredAndWhat) {
   fake.acquire_status.reset();
   EXPECT_EQ(Thrown([&] { service.GetPortAcquireStatus("A"); }),
             "GetPortAcquireStatus: WFX_ERROR (error 6) | 6 | 0");
+}
+
+TEST(ClientLibrary, ThreadsCallOneServiceAndEachHearsOfItsOwnFailures) {
+  FakeService fake;  // is not made for two calls at once
+  Service service = ServiceOn(fake);
+  fake.call_failures["SetMode"] = static_cast<HRESULT>(0x8007000E);
+  int wrong_failures = 0;
+  int wrong_successes = 0;
+  std::thread failing([&] {
+    for (int i = 0; i < 500; ++i) {
+      const auto set_mode = [&] { service.SetMode("A", TzTransferMode::JTAG); };
+      if (Thrown(set_mode) == "nothing") ++wrong_successes;
+    }
+  });
+  for (int i = 0; i < 500; ++i) {
+    if (Thrown([&] { service.GetVersion(); }) != "nothing") ++wrong_failures;
+  }
+  failing.join();
+  EXPECT_EQ(std::pair(wrong_failures, wrong_successes), std::pair(0, 0));
+  EXPECT_EQ(fake.calls.size(), 1000u);
 }
 
 TEST(ClientLibrary, ASessionReleasesItsTargetOnceWhoeverHoldsIt) {
