@@ -51,7 +51,7 @@ class WIREFOX_API Session {
 
   // Clocks JTAG: four cycles in a byte, TMS in the high nibble and TDI in the low one, the first
   // cycle in the lowest bit of each. Returns TDO, a bit for each cycle, the first in the lowest bit
-  // of the first byte; nothing unless `read`. The probe takes bytes in pairs.
+  // of the first byte; all zeros unless `read`. The probe takes bytes in pairs.
   Bytes SendJtagPacket(ByteView tdi_tms, bool read = true);
 
   // SWD requests, a header byte each, a write's with its data word (little-endian) behind it. The
@@ -63,7 +63,8 @@ class WIREFOX_API Session {
   // `restart_location` data bytes (0: none). Byte 0 of the reply is the engine's status.
   Bytes SendI2CPacket(ByteView data, std::int32_t restart_location = 0);
 
-  // Moves bytes of an endpoint, in any mode. Reading, it asks for as many bytes as `data` has.
+  // Moves bytes of an endpoint, in any mode: `data` out, or as many in. The reply has the size of
+  // `data`; how many bytes of it have moved is not told.
   Bytes BulkTransfer(TzWirefoxEndPoint endpoint, ByteView data, bool read);
 
   // What has been received since the last call; empty when nothing has.
