@@ -31,33 +31,9 @@ const Record* FindRecord(const Library& library, const wchar_t* name) {
 std::string RecordMembers(const Record& record) {
   std::string members;
   for (const interface_schema::Field& field : record.fields) {
-    members += field.type == FieldType::kUnsigned8 ? 'y' : 'n';
+    members += FieldSignature(field);
   }
   return members;
-}
-
-std::string Signature(const ParameterPlan& parameter) {
-  switch (parameter.type) {
-    case ValueType::kBstr:
-      return "s";
-    case ValueType::kLong:
-    case ValueType::kProcessId:
-    case ValueType::kEnumeration:
-      return "i";
-    case ValueType::kShort:
-      return "n";
-    case ValueType::kChar:
-      return "y";
-    case ValueType::kInt64:
-      return "x";
-    case ValueType::kByteArray:
-      return "ay";
-    case ValueType::kStringArray:
-      return "as";
-    case ValueType::kRecord:
-      return "(" + parameter.record_members + ")";
-  }
-  return "";
 }
 
 // False when calls are not made for such a parameter.
@@ -94,7 +70,36 @@ bool PlanMethod(const Library& library, const Method& source, MethodPlan& plan) 
 
 }  // namespace
 
+char FieldSignature(const interface_schema::Field& field) {
+  return field.type == FieldType::kUnsigned8 ? 'y' : 'n';
+}
+
+std::string Signature(const ParameterPlan& parameter) {
+  switch (parameter.type) {
+    case ValueType::kBstr:
+      return "s";
+    case ValueType::kLong:
+    case ValueType::kProcessId:
+    case ValueType::kEnumeration:
+      return "i";
+    case ValueType::kShort:
+      return "n";
+    case ValueType::kChar:
+      return "y";
+    case ValueType::kInt64:
+      return "x";
+    case ValueType::kByteArray:
+      return "ay";
+    case ValueType::kStringArray:
+      return "as";
+    case ValueType::kRecord:
+      return "(" + parameter.record_members + ")";
+  }
+  return "";
+}
+
 bool ClassPlan::Build(const Library& library) {
+  library_ = &library;
   component_ = library.component;
   const std::string name = WideToUtf8(component_->name);
   bus_name_ = "org.wirefox." + name;

@@ -39,6 +39,10 @@ struct InterfacePlan {
   std::vector<MethodPlan> methods;
 };
 
+// How one value travels.
+std::string Signature(const ParameterPlan& parameter);
+char FieldSignature(const interface_schema::Field& field);
+
 class ClassPlan {
  public:
   // Null when the library has no class, or its class is beyond what calls are made for: records as
@@ -46,6 +50,7 @@ class ClassPlan {
   // process.
   static const ClassPlan* For(const interface_schema::Library& library);
 
+  const interface_schema::Library& library() const { return *library_; }
   const interface_schema::ComponentClass& component() const { return *component_; }
   // From the first version to the class's default interface.
   const std::vector<std::unique_ptr<InterfacePlan>>& interfaces() const { return interfaces_; }
@@ -58,11 +63,14 @@ class ClassPlan {
 
   const std::string& bus_name() const { return bus_name_; }        // org.wirefox.CLASS
   const std::string& object_path() const { return object_path_; }  // /org/wirefox/CLASS
+  // Of the interface that tells of probes, beside those of the class.
+  std::string monitor_name() const { return bus_name_ + "Monitor1"; }
 
  private:
   ClassPlan() = default;
   bool Build(const interface_schema::Library& library);
 
+  const interface_schema::Library* library_ = nullptr;
   const interface_schema::ComponentClass* component_ = nullptr;
   std::vector<std::unique_ptr<InterfacePlan>> interfaces_;
   std::vector<const MethodPlan*> methods_;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 
 #include "base/interface_schema.h"
 
@@ -17,6 +18,9 @@ struct StringResource {
 struct ProgramResources {
   const interface_schema::Library* type_library = nullptr;  // resource TYPELIB 1; null: none
   std::span<const StringResource> strings;
+  // The file in which the program keeps a line with the name of each probe, written anew whenever
+  // probes come or go: the message bus tells of it. Null: there is none.
+  std::string (*probes_file)() = nullptr;
 };
 
 // Call once, first thing in main. The tables live as long as the process.

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "platform/linux/dbus/dbus_link.h"
+#include "platform/linux/dbus/introspection.h"
 
 namespace linux_host {
 namespace {
@@ -93,9 +94,20 @@ int ExportedClass::Offer(sd_bus* bus, CallTarget* target, Bindings& bindings) {
   return status < 0 ? status : 0;
 }
 
+int ExportedClass::OnIntrospect(sd_bus_message* message, const Binding& binding,
+                                sd_bus_error* error) {
+  if (!sd_bus_message_is_empty(message)) return SetWrongArguments(error);
+  const std::string xml = IntrospectionXml(binding.exported->plan_, binding.target->HasMonitor());
+  return sd_bus_reply_method_return(message, "s", xml.c_str());
+}
+
 // Sees every call of the object first. The bus library finds methods by their interface, but a call
-// may come without one.
+// may come without one; and of what the library answers by itself, it would describe the object
+// without our annotations.
 int ExportedClass::OnMessage(sd_bus_message* message, void* bindings, sd_bus_error* error) {
+  if (sd_bus_message_is_method_call(message, "org.freedesktop.DBus.Introspectable", "Introspect")) {
+    return OnIntrospect(message, static_cast<const Bindings*>(bindings)->front(), error);
+  }
   if (sd_bus_message_get_interface(message)) return 0;
   const char* member = sd_bus_message_get_member(message);
   const Binding* found = nullptr;

@@ -41,6 +41,8 @@ class CallTarget {
   // The object for the message's sender, created when it has none. No reference is passed on.
   virtual HRESULT ObjectFor(sd_bus_message* message, IUnknown** object) = 0;
   virtual const MessageLimits& Limits() const = 0;
+  // Whether the interface of ProbeMonitor is offered beside the class's.
+  virtual bool HasMonitor() const = 0;
 
  protected:
   ~CallTarget() = default;
@@ -72,6 +74,7 @@ class ExportedClass {
  private:
   static int OnCall(sd_bus_message* message, void* binding, sd_bus_error* error);
   static int OnMessage(sd_bus_message* message, void* bindings, sd_bus_error* error);
+  static int OnIntrospect(sd_bus_message* message, const Binding& binding, sd_bus_error* error);
   int Serve(sd_bus_message* message, const Binding& binding, sd_bus_error* error);
   int Call(sd_bus_message* message, const Binding& binding, sd_bus_error* error);
   int Reply(sd_bus_message* message, const Binding& binding, sd_bus_error* error);

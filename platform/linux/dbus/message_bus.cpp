@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "platform/linux/automation/program_resources.h"
 #include "platform/linux/kernel/home.h"
 #include "platform/linux/services/service_dispatcher.h"
 
@@ -31,6 +32,10 @@ std::unique_ptr<MessageBus> MessageBus::Open(ExportedClass& exported, IClassFact
 int MessageBus::Start() {
   sd_bus* bus = link_.bus();
   int status = exported_.Offer(bus, this, bindings_);
+  if (const auto probes_file = GetProgramResources().probes_file; probes_file && status >= 0) {
+    monitor_ = std::make_unique<ProbeMonitor>(bus, exported_.plan(), probes_file());
+    status = monitor_->Offer();
+  }
   if (status >= 0) status = sd_bus_add_filter(bus, nullptr, &OnMessage, this);
   if (status >= 0) {
     status = sd_bus_request_name_async(bus, nullptr, exported_.plan().bus_name().c_str(),

@@ -7,6 +7,7 @@
 
 #include "platform/linux/dbus/dbus_link.h"
 #include "platform/linux/dbus/exported_class.h"
+#include "platform/linux/dbus/probe_monitor.h"
 
 namespace linux_host {
 
@@ -24,6 +25,7 @@ class MessageBus final : public CallTarget {
 
   HRESULT ObjectFor(sd_bus_message* message, IUnknown** object) override;
   const MessageLimits& Limits() const override { return kBusLimits; }
+  bool HasMonitor() const override { return monitor_ != nullptr; }
 
  private:
   struct SlotReleaser {
@@ -54,6 +56,7 @@ class MessageBus final : public CallTarget {
   IClassFactory* factory_;
   ExportedClass::Bindings bindings_;
   DBusLink link_;
+  std::unique_ptr<ProbeMonitor> monitor_;  // null when the program keeps no list of probes
   std::map<std::string, Client> clients_;  // their slots go before the connection does
 };
 

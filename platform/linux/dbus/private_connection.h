@@ -24,6 +24,7 @@ class PrivateConnection final : public CallTarget {
 
   HRESULT ObjectFor(sd_bus_message* message, IUnknown** object) override;
   const MessageLimits& Limits() const override { return kPrivateLimits; }
+  bool HasMonitor() const override { return false; }
 
  private:
   PrivateConnection(DBusHandle bus, ExportedClass& exported, IClassFactory* factory)

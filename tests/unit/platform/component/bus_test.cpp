@@ -1,9 +1,15 @@
 // The class as tools of the message bus meet it: on its own socket and on a bus.
 
 #include <poll.h>
+#include <sys/stat.h>
 #include <systemd/sd-bus.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <utility>
 
 #include "platform/linux/dbus/dbus_link.h"
 #include "tests/support/process.h"
@@ -100,7 +106,10 @@ TEST_F(ComponentSocket, IntrospectionShowsEveryVersionWithItsOwnMethods) {
            "  </method>\n"
            " </interface>",
            "<interface name=\"org.wirefox.ISample_v2\">\n  <method name=\"Subtract\">",
-           "<arg type=\"(ynyy)\" name=\"status\" direction=\"out\"/>",
+           "<arg type=\"(ynyy)\" name=\"status\" direction=\"out\">\n"
+           "    <annotation name=\"org.wirefox.Type\" value=\"Status\"/>\n   </arg>",
+           "<annotation name=\"org.wirefox.Enumeration.Colour\" value=\"GREEN=272\"/>",
+           "<annotation name=\"org.wirefox.Record.Status\" value=\"first:y, second:n, third:y, ",
            "<arg type=\"ay\" name=\"RESULT\" direction=\"out\"/>",
        }) {
     EXPECT_NE(xml.find(part), xml.npos) << part;
@@ -204,6 +213,101 @@ TEST_F(ComponentBus, LargeResultsAreRefusedBelowTheBusesOwnLimit) {
   EXPECT_EQ(Call(bus, kName, kV1, "MakeBytes", "x", std::int64_t{(31 << 20) + 1}).error,
             "org.freedesktop.DBus.Error.LimitsExceeded");
   EXPECT_EQ(NumberIn(Call(bus, kName, kV2, "Subtract", "ii", 2, 1)), 1);
+}
+
+// Hears the object's signals, and answers with their members and the names in them.
+class Listener {
+ public:
+  explicit Listener(DBusHandle bus) : bus_(std::move(bus)) {
+    const std::string rule = std::string("type='signal',path='") + kPath + "'";
+    EXPECT_GE(sd_bus_add_match(bus_.get(), nullptr, rule.c_str(), &OnSignal, this), 0);
+  }
+
+  // Everything heard until the last of it is this, which it forgets.
+  std::string HearUntil(const std::string& last) {
+    int status = 1;
+    while (!heard_.ends_with(last) && status > 0) {
+      status = sd_bus_process(bus_.get(), nullptr);
+      if (status == 0) status = sd_bus_wait(bus_.get(), 30'000'000);
+    }
+    return std::exchange(heard_, "");
+  }
+
+ private:
+  static int OnSignal(sd_bus_message* signal, void* self, sd_bus_error*) {
+    std::string& heard = static_cast<Listener*>(self)->heard_;
+    heard += sd_bus_message_get_member(signal);
+    if (sd_bus_message_has_signature(signal, "as") == 0) {
+      sd_bus_message_skip(signal, "s");
+      sd_bus_message_enter_container(signal, 'a', "{sv}");
+      sd_bus_message_enter_container(signal, 'e', "sv");
+      sd_bus_message_skip(signal, "s");
+      sd_bus_message_enter_container(signal, 'v', "as");
+    }
+    const char* name;
+    sd_bus_message_enter_container(signal, 'a', "s");
+    while (sd_bus_message_read_basic(signal, 's', &name) > 0) heard += std::string(" ") + name;
+    heard += ";";
+    return 0;
+  }
+
+  DBusHandle bus_;
+  std::string heard_;
+};
+
+std::string ProbesAsRead(const DBusHandle& bus) {
+  const Reply reply = Call(bus, kName, "org.freedesktop.DBus.Properties", "Get", "ss",
+                           "org.wirefox.SampleMonitor1", "Probes");
+  if (!reply.message) return reply.error + ": " + reply.text;
+  std::string names;
+  const char* name;
+  sd_bus_message_enter_container(reply.message.get(), 'v', "as");
+  sd_bus_message_enter_container(reply.message.get(), 'a', "s");
+  while (sd_bus_message_read_basic(reply.message.get(), 's', &name) > 0) names += name;
+  return names;
+}
+
+// As the product does it: emptied, then line by line.
+void WriteNames(const std::string& file, std::initializer_list<const char*> names) {
+  std::ofstream stream(file, std::ios::binary);
+  for (const char* name : names) stream << name << "\r\n" << std::flush;
+}
+
+TEST_F(ComponentBus, ListenersHearOfProbesWhateverHappensToTheirFile) {
+  const DBusHandle bus = Open();
+  Listener listener(Open());
+  const std::string file = ProbesFile();
+  const std::string unknown =
+      "org.freedesktop.DBus.Error.Failed: The probes are not known: " + file +
+      " is no file that this service can write.";
+  EXPECT_EQ(ProbesAsRead(bus), unknown) << "it is not there yet";
+  WriteNames(file, {"A"});
+  EXPECT_EQ(listener.HearUntil("PropertiesChanged A;"), "Changed A;PropertiesChanged A;");
+  WriteNames(file + ".new", {"B"});
+  std::filesystem::rename(file + ".new", file);
+  EXPECT_EQ(listener.HearUntil("PropertiesChanged B;"), "Changed B;PropertiesChanged B;");
+  for (int i = 0; i < 100; ++i) WriteNames(file, {"B", "C", "D"});
+  const std::string burst = listener.HearUntil("PropertiesChanged B C D;");
+  EXPECT_LT(std::ranges::count(burst, ';'), 50) << "an unfinished list is none: " << burst;
+  EXPECT_EQ(burst.find("Changed;"), burst.npos) << "an unfinished list is none: " << burst;
+  {
+    std::ofstream unfinished(file, std::ios::binary);
+    unfinished << "E\r\n" << std::flush;
+    EXPECT_EQ(ProbesAsRead(bus), "BCD");
+  }
+  EXPECT_EQ(ProbesAsRead(bus), "E") << "who asks gets what has been told";
+  listener.HearUntil("PropertiesChanged E;");
+  std::filesystem::remove(file);
+  EXPECT_EQ(ProbesAsRead(bus), "E") << "no probe has gone with the file";
+  WriteNames(file, {"E"});
+  EXPECT_EQ(listener.HearUntil("Changed E;"), "Changed E;") << "one was put back at once";
+  if (geteuid() == 0) {
+    EXPECT_EQ(chown(file.c_str(), 65534, 65534), 0);
+  } else {
+    EXPECT_EQ(chmod(file.c_str(), 0400), 0);
+  }
+  EXPECT_EQ(ProbesAsRead(bus), unknown) << "it is somebody else's";
+  sample::AwaitObjectCount(1);  // of who has asked; who has listened is no client
 }
 
 }  // namespace

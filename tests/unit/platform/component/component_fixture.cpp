@@ -64,10 +64,12 @@ void ServerThread::Stop() {
   thread_.join();
 }
 
+std::string ProbesFile() { return std::string(getenv("WIREFOX_HOME")) + "/probes"; }
+
 ComponentTest::ComponentTest() {
   unsetenv("DBUS_SESSION_BUS_ADDRESS");
   unsetenv("XDG_RUNTIME_DIR");
-  linux_host::SetProgramResources({&sample::kLibrary, {}});
+  linux_host::SetProgramResources({&sample::kLibrary, {}, &ProbesFile});
   EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
   Register(L"\"/nonexistent/server\"");
 }

@@ -57,6 +57,9 @@ class ServerThread {
   std::thread thread_;
 };
 
+// Where the test's process, as a server, keeps its list of probes.
+std::string ProbesFile();
+
 class ComponentTest : public ::testing::Test {
  protected:
   ComponentTest();
