@@ -66,7 +66,8 @@ class Bench:
         shutil.rmtree(self.home, ignore_errors=True)
 
     def start(self, *command):
-        process = subprocess.Popen(command, env=self.environment, stdout=subprocess.PIPE, text=True)
+        process = subprocess.Popen(command, env=self.environment, stdout=subprocess.PIPE,
+                                   stderr=subprocess.DEVNULL, text=True)
         self.processes.append(process)
         return process
 

@@ -25,6 +25,7 @@ PATH = "/org/wirefox/TzWirefox"
 INTERFACE = "org.wirefox.ITzWirefox_v"
 MONITOR = "org.wirefox.TzWirefoxMonitor1"
 BUS_ERROR = "org.freedesktop.DBus.Error."
+ATTEMPTS = 20
 # The service's name, or its process, is not there.
 GONE = {BUS_ERROR + error for error in ("ServiceUnknown", "NameHasNoOwner", "NoReply", "Disconnected")}
 
@@ -115,7 +116,24 @@ def _order() -> tuple[str, ...]:
 
 
 def connect(which: str | None) -> Bus:
-    """A bus on which the service runs, or else one that starts it."""
+    """A bus on which the service runs and knows us, or else one that starts it."""
+    for attempt in range(ATTEMPTS):
+        found = _find(which)
+        try:
+            # It may just be ending with its last client, as a plain server does.
+            found.call(1, "GetVersion", "")
+            return found
+        except Unreachable:
+            found.close()
+            if attempt == ATTEMPTS - 1:
+                raise
+        except CallError:
+            found.close()
+            raise
+    raise AssertionError
+
+
+def _find(which: str | None) -> Bus:
     buses = [bus for bus in map(_open, [which] if which else _order()) if bus]
     if not buses:
         raise Unreachable("there is no message bus")

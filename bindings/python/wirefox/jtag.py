@@ -5,10 +5,10 @@ from __future__ import annotations
 
 # Five cycles of TMS 1 reach Test-Logic-Reset from anywhere; the sixth stays in Run-Test/Idle.
 TO_IDLE = (1, 1, 1, 1, 1, 0)
-# From Run-Test/Idle into Shift-DR and Shift-IR, and from there back.
+# From Run-Test/Idle into Shift-DR and Shift-IR, and from there back, the first cycle with the last bit.
 TO_SHIFT_DR = (1, 0, 0)
 TO_SHIFT_IR = (1, 1, 0, 0)
-FROM_SHIFT = (1, 0)
+FROM_SHIFT = (1, 1, 0)
 
 
 def pack(tms: list[int], tdi: list[int]) -> bytes:
@@ -27,7 +27,7 @@ def scan(to_shift: tuple[int, ...], bits: int, value: int) -> tuple[bytes, int]:
     if bits < 1:
         raise ValueError("a scan has one bit at least")
     tms = [*to_shift, *[0] * (bits - 1), *FROM_SHIFT]
-    tdi = [0] * len(to_shift) + [value >> i & 1 for i in range(bits)] + [0]
+    tdi = [0] * len(to_shift) + [value >> i & 1 for i in range(bits)] + [0, 0]
     return pack(tms, tdi), len(to_shift)
 
 
