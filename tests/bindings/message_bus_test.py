@@ -261,6 +261,9 @@ class Package(unittest.TestCase):
         expected = "".join(found + "\n" for found in re.findall(r"  # prints (.*)", block))
         return bench.run(sys.executable, "-c", block), expected
 
+    def test_its_version_is_the_programs(self):
+        self.assertEqual(wirefox.__version__, re.search(r"VERSION ([\d.]+)", (SOURCE / "CMakeLists.txt").read_text().split("project(")[1])[1])
+
     def test_its_types_hold(self):
         bench.run("mypy", "--strict", "--cache-dir=/dev/null", str(SOURCE / "bindings/python/wirefox"),
                   str(SOURCE / "bindings/python/examples/scan_chain.py"))
