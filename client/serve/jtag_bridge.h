@@ -12,8 +12,8 @@
 namespace client {
 
 // The probe clocks whole groups of cycles (eight, so that no packet has an odd byte), and a tool
-// may stop after any cycle and wait for TDO. What fills up a group must not change what the tool
-// sees:
+// may stop after any cycle and wait for TDO. Behind each packet the chain waits in Reset, Idle or
+// Pause; what fills up the group must not change what the tool sees:
 //
 //   the tool's cycles end in          what the probe gets            the next run begins with
 //   ─────────────────────────         ───────────────────            ────────────────────────
@@ -26,14 +26,18 @@ namespace client {
 //                                                                    goes on to Update; else
 //                                                                    nothing
 //
-//   elsewhere (Select, Capture,       the whole groups; the rest     the rest, which is answered
-//   Update, Exit2, Exit2 → Shift)     is held back, if none of it    already: TDO floats there
-//                                     shifts; otherwise it is cut
-//                                     behind its last shift cycle,
-//                                     as above
+//   elsewhere (Select, Capture,       what comes before, up to the   the rest, which is answered
+//   Update, Exit2, Exit2 → Shift)     last cycle that ends in one    already: TDO floats there
+//                                     of the states above; the rest
+//                                     (a few cycles) is held back
 //
 // Registers are captured, shifted and updated exactly as often and with the bits as the tool clocks
 // them. Only Idle and Pause may last longer.
+//
+// A scan by another program leaves the chain in Shift-DR. So each packet begins with a group that
+// stays where the chain waits: from Shift-DR it goes back to Reset, and in Idle and Pause its
+// pattern comes back when there is a bypass register instead. (With an id in the chain the scan
+// finds what ends the session.)
 class JtagBridge {
  public:
   // Clocks a packet (four cycles a byte, TMS in the high nibble and TDI in the low one, the first
@@ -54,37 +58,34 @@ class JtagBridge {
   std::size_t queued() const { return tms_.size() - answered_; }
 
   // Clocks them and gives a TDO bit for each. Bits of cycles outside of the Shift states, where TDO
-  // floats, mean nothing. False: a packet failed, and where the chain stands is unknown until
-  // Reset.
+  // floats, mean nothing. False: a packet failed, or somebody else has moved the chain, and where
+  // it stands is unknown until Reset.
   [[nodiscard]] bool Run(Bytes& tdo);
+
+  // Whether somebody else has moved it.
+  bool was_moved() const { return was_moved_; }
 
   // Where the TAP stands, to the tool, after all queued cycles.
   TapState state() const;
 
  private:
-  // What the first cycles of the queue do.
+  // Where the queue leads to.
   struct Walk {
     TapState end;
-    TapState before_last;
-    std::size_t shifted;  // one past the last cycle that shifts; 0: none does
-  };
-  // How much of the queue is clocked, and how it is filled up.
-  struct Plan {
-    std::size_t cycles = 0;
-    std::size_t filling = 0;
-    bool filling_tms = false;
-    bool park = false;
+    std::size_t rests;  // one past the last cycle behind which the chain can wait; 0: there is none
+    TapState rest;      // the tool's state then
   };
 
-  Walk WalkThrough(std::size_t cycles) const;
-  Plan MakePlan() const;
-  // Clocks the whole queue.
+  Walk WalkThrough() const;
+  // Clocks a queue that fits into a packet.
+  bool RunQueue(Bytes& tdo);
   bool Clock(Bytes& replies);
   void LeavePause(bool tms);
 
   const Send send_;
-  TapState state_ = TapState::kReset;  // of the chain, before the first cycle of the queue
-  bool parked_in_exit1_ = false;       // the chain pauses, and to the tool it is in Exit1
+  TapState state_ = TapState::kReset;  // of the chain, which waits: Reset, Idle or Pause
+  bool was_moved_ = false;
+  bool parked_in_exit1_ = false;  // the chain pauses, and to the tool it is in Exit1
   BitQueue tms_;
   BitQueue tdi_;
   std::size_t answered_ = 0;  // at the front: what brings the chain back, and what was held

@@ -110,7 +110,52 @@ TEST(JtagBridge, AToolSeesWhatItWouldSeeOnAnAdapterOfItsOwn) {
     if (longest >= 256) extra = std::max(extra, behind.cycles * 100 / direct.cycles);
   }
   // Nothing worth mention on long runs.
-  EXPECT_LT(extra, 115u);
+  EXPECT_LT(extra, 125u);
+}
+
+// Of a chain of one TAP without an id the service's scan finds what stands for the probe's serial
+// line, and ends no session. It comes before any packet, and ends in Shift-DR.
+TEST(JtagBridge, AnotherProgramsScanOfOneTapWithoutAnIdIsNoticedOrDoesNotMatter) {
+  std::mt19937 random(unit::RandomSeed());
+  const sim::ChainDescription description = {.taps = {{.has_idcode = false, .ir_length = 4}}};
+  std::size_t noticed = 0;
+  for (int sequence = 0; sequence < 500; ++sequence) {
+    Chain direct(description);
+    Chain behind(description);
+    int until_scan = -1;
+    JtagBridge bridge([&](auto packet, Bytes& tdo) {
+      for (int i = 0; until_scan == 0 && i < 16; ++i) behind.Clock(0x2FFF >> i & 1, false);
+      --until_scan;
+      return behind.Packet(packet, tdo);
+    });
+    ASSERT_TRUE(bridge.Reset());
+    until_scan = static_cast<int>(random() % 6);
+    for (int run = 0; run < 8; ++run) {
+      Bytes tms(1 + random() % (random() % 20 == 0 ? 6000 : 4)), tdi(tms.size());
+      for (std::size_t i = 0; i < tms.size(); ++i) {
+        tms[i] = static_cast<std::uint8_t>(random() & random());
+        tdi[i] = static_cast<std::uint8_t>(random());
+      }
+      const std::size_t cycles = 8 * tms.size() - random() % 8;
+      bridge.Add(tms, tdi, cycles);
+      Bytes tdo;
+      const bool scanned_before = until_scan < 0;
+      if (!bridge.Run(tdo)) {
+        EXPECT_TRUE(bridge.was_moved());
+        EXPECT_TRUE(until_scan < 0 && !scanned_before);
+        ++noticed;
+        ASSERT_TRUE(bridge.Reset());
+        break;
+      }
+      for (std::size_t i = 0; i < cycles; ++i) {
+        const bool shifts = direct.shifts();
+        const bool bit = direct.Clock(tms[i / 8] >> i % 8 & 1, tdi[i / 8] >> i % 8 & 1);
+        ASSERT_TRUE(!shifts || bit == ((tdo[i / 8] >> i % 8 & 1) != 0)) << sequence << ' ' << i;
+      }
+      ASSERT_EQ(static_cast<int>(bridge.state()), direct.state());
+    }
+  }
+  EXPECT_GT(noticed, 250u);
 }
 
 TEST(JtagBridge, APacketThatFailsOrIsAnsweredShortFailsTheRun) {
