@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -26,9 +27,14 @@ struct Options {
 // How often it is made sure that the service still lives when no tool has anything to do.
 constexpr DWORD kHeartbeatMs = 2000;
 
-// More than a tool sends before it waits for an answer, and how long it may pause in between.
+// More than a tool sends before it waits for an answer, how long it may pause in between, and what
+// is worked on even if it does not.
 constexpr std::size_t kFlood = 32768;
 constexpr DWORD kFloodPauseMs = 2;
+constexpr std::size_t kMaxGathered = 64u << 20;
+
+// What is worked on before its answers are sent: many packets, and a limit to what they take.
+constexpr std::size_t kPortion = 1u << 20;
 
 class Server {
  public:
@@ -52,9 +58,8 @@ class Server {
                   " tools on " + port_.name() + "; interrupt (Ctrl-C) to end\n";
     const int exit_status = context_.Report(opened);
     if (exit_status != kExitSuccess) return exit_status;
-    const StopSignal stop;
     while (true) {
-      const HANDLE handles[] = {stop.event(), port_.event()};
+      const HANDLE handles[] = {stop_.event(), port_.event()};
       const DWORD woken = WaitForMultipleObjects(2, handles, FALSE, kHeartbeatMs);
       if (woken == WAIT_OBJECT_0) break;
       std::int32_t version = 0;
@@ -73,8 +78,8 @@ class Server {
   // OpenOCD even gives up when it cannot send on. So nothing else is done until it pauses.
   ToolPort::Input Gather() {
     ToolPort::Input input = port_.Take();
-    while (input.bytes.size() >= kFlood && !input.ends &&
-           WaitForSingleObject(port_.event(), kFloodPauseMs) == WAIT_OBJECT_0) {
+    while (input.bytes.size() >= kFlood && input.bytes.size() < kMaxGathered && !input.ends &&
+           !IsStopped() && WaitForSingleObject(port_.event(), kFloodPauseMs) == WAIT_OBJECT_0) {
       const ToolPort::Input more = port_.Take();
       input.bytes.insert(input.bytes.end(), more.bytes.begin(), more.bytes.end());
       input.ends = more.ends;
@@ -82,21 +87,29 @@ class Server {
     return input;
   }
 
+  bool IsStopped() const { return WaitForSingleObject(stop_.event(), 0) == WAIT_OBJECT_0; }
+
   void Serve(const ToolPort::Input& input) {
     if (input.begins && !Begin()) return;
-    if (!protocol_) return;
-    if (!input.bytes.empty()) {
-      Bytes answers;
-      std::string problem;
-      const bool goes_on = protocol_->Work(input.bytes, answers, problem);
-      if (!answers.empty() && !port_.Send(answers) && problem.empty()) {
-        return End("the tool does not read its answers");
-      }
-      if (!goes_on) return End(problem);
+    std::span<const std::uint8_t> rest = input.bytes;
+    while (protocol_ && !rest.empty() && !IsStopped()) {
+      const std::size_t size = std::min(rest.size(), kPortion);
+      ServePortion(rest.first(size));
+      rest = rest.subspan(size);
     }
-    if (input.ends) {
+    if (protocol_ && input.ends && !IsStopped()) {
       End(protocol_->IsBetweenMessages() ? "" : "the tool left in the middle of a message");
     }
+  }
+
+  void ServePortion(std::span<const std::uint8_t> bytes) {
+    Bytes answers;
+    std::string problem;
+    const bool goes_on = protocol_->Work(bytes, answers, problem);
+    if (!answers.empty() && !port_.Send(answers) && problem.empty()) {
+      return End("the tool does not read its answers");
+    }
+    if (!goes_on) End(problem);
   }
 
   // A tool finds the chain in Test-Logic-Reset, whatever the last one, or another program, did.
@@ -114,6 +127,7 @@ class Server {
 
   void End(const std::string& problem) {
     if (chain_.error() != TzErrorCode::SUCCESS) return EndForError(Outcome(chain_.error()));
+    if (bridge_.was_moved()) return EndForError(Outcome(TzErrorCode::NOT_ACQUIRED));
     protocol_ = nullptr;
     port_.Drop();
     if (problem.empty()) return;
@@ -143,6 +157,7 @@ class Server {
   Context& context_;
   ToolPort& port_;
   const bool is_xvc_;
+  const StopSignal stop_;  // from before it is said that the chain is served
   ServedChain chain_;
   JtagBridge bridge_;
   const ProbeControls controls_;

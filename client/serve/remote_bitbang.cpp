@@ -19,6 +19,12 @@ class RemoteBitbang : public ToolProtocol {
  public:
   RemoteBitbang(JtagBridge& bridge, const ProbeControls& controls)
       : bridge_(bridge), controls_(controls) {}
+  // A tool that leaves does not leave the target in reset.
+  ~RemoteBitbang() override {
+    if (target_reset_) controls_.drive_reset(false);
+  }
+  RemoteBitbang(const RemoteBitbang&) = delete;
+  RemoteBitbang& operator=(const RemoteBitbang&) = delete;
 
   bool Work(std::span<const std::uint8_t> input, Bytes& answers, std::string& problem) override {
     for (const std::uint8_t action : input) {
@@ -66,7 +72,7 @@ class RemoteBitbang : public ToolProtocol {
     tdi_ = (levels & 1) != 0;
     if (!rises) return true;
     if (!std::exchange(ran_ahead_, false)) {
-      bridge_.Add(tms_, tdi_);
+      bridge_.Add(tms_ || taps_reset_, tdi_);
       return true;
     }
     if (tms_ == ahead_tms_ && tdi_ == ahead_tdi_) return true;
@@ -76,6 +82,9 @@ class RemoteBitbang : public ToolProtocol {
 
   bool SetResets(bool taps, bool target, std::string& problem) {
     for (int i = 0; taps && i < kResetCycles; ++i) bridge_.Add(true, false);
+    taps_reset_ = taps;
+    // Whatever ran ahead, the edge to come is the first one of or after the reset.
+    if (taps) ran_ahead_ = false;
     if (target == target_reset_) return true;
     target_reset_ = target;
     if (!Run()) return false;
@@ -122,6 +131,7 @@ class RemoteBitbang : public ToolProtocol {
   bool tck_ = false;
   bool tms_ = true;
   bool tdi_ = false;
+  bool taps_reset_ = false;  // which no clock ends
   bool target_reset_ = false;
   std::vector<std::ptrdiff_t>
       reads_;  // the cycles whose TDO bits are wanted; -1: the last run's last

@@ -38,7 +38,8 @@ Result ServedChain::Open() {
       !step(service_.EnumerateDevices(probe_, targets)) ||
       !step(service_.AcquireDevice(probe_, 0, handle_)) ||
       !step(service_.SetMode(probe_, TzTransferMode::JTAG, false)) ||
-      !step(service_.SetJtagClock(probe_, clock_))) {
+      // It may still drive the line.
+      !step(service_.ToggleXres(probe_, false)) || !step(service_.SetJtagClock(probe_, clock_))) {
     if (result.error == TzErrorCode::INVALID_PARAM) result.advice = NoSuchProbe(probe_);
   }
   return result;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <utility>
@@ -24,7 +25,7 @@ constexpr std::size_t kMaxTools = 16;
 // Connections that wait to be taken.
 constexpr int kBacklog = 64;
 
-constexpr int kSendTimeoutMs = 5000;
+constexpr std::chrono::seconds kSendTimeout(5);
 // How often a thread that waits looks whether the port is closed.
 constexpr int kPollMs = 100;
 
@@ -67,11 +68,12 @@ struct Listener {
 void RemoveUnused(const sockaddr_un& address, const std::string& path) {
   const SOCKET probe = socket(AF_UNIX, SOCK_STREAM, 0);
   if (probe == INVALID_SOCKET) return;
-  const bool used =
-      connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  const bool unused =
+      connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
+      WSAGetLastError() == WSAECONNREFUSED;
   closesocket(probe);
   std::error_code error;
-  if (!used && std::filesystem::is_socket(path, error)) std::filesystem::remove(path, error);
+  if (unused && std::filesystem::is_socket(path, error)) std::filesystem::remove(path, error);
 }
 
 Listener ListenLocally(const std::string& path, std::string& problem) {
@@ -89,7 +91,11 @@ Listener ListenLocally(const std::string& path, std::string& problem) {
       bind(listener.socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
     return listener;
   }
-  problem = "cannot listen on " + path + ": " + WhyNot();
+  std::error_code error;
+  const bool is_other =
+      std::filesystem::is_regular_file(path, error) || std::filesystem::is_directory(path, error);
+  problem = "cannot listen on " + path + ": " +
+            (is_other ? "something else than a socket is there" : WhyNot());
   if (listener.socket != INVALID_SOCKET) closesocket(listener.socket);
   return {};
 }
@@ -129,12 +135,13 @@ Listener Listen(const std::string& where, bool local_allowed, std::string& probl
   const std::size_t colon = where.rfind(':');
   const std::string port = colon == std::string::npos ? where : where.substr(colon + 1);
   std::string host = colon == std::string::npos ? "127.0.0.1" : where.substr(0, colon);
-  if (ParseNumber(port, 0, 65535) && !port.starts_with("0x")) {
+  const bool is_path = where.find('/') != std::string::npos;
+  if (!is_path && ParseNumber(port, 0, 65535) && !port.starts_with("0x")) {
     if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
     return ListenOnPort(host, port, problem);
   }
-  if (local_allowed) return ListenLocally(where, problem);
-  problem = "'" + where + "' is no [ADDRESS:]PORT";
+  if (local_allowed && !where.empty()) return ListenLocally(where, problem);
+  problem = "'" + where + "' is no [ADDRESS:]PORT" + (local_allowed ? " or path" : "");
   return {};
 }
 
@@ -248,13 +255,18 @@ bool ToolPort::Send(std::span<const std::uint8_t> bytes) {
     const std::lock_guard lock(mutex_);
     return tools_.front();
   }();
+  const auto deadline = std::chrono::steady_clock::now() + kSendTimeout;
   while (!bytes.empty()) {
     const auto sent = send(tool->socket, reinterpret_cast<const char*>(bytes.data()),
                            static_cast<int>(std::min<std::size_t>(bytes.size(), 1 << 20)), 0);
     if (sent > 0) {
       bytes = bytes.subspan(static_cast<std::size_t>(sent));
-    } else if (WSAGetLastError() != WSAEWOULDBLOCK ||
-               !IsReady(tool->socket, POLLOUT, kSendTimeoutMs)) {
+      continue;
+    }
+    if (WSAGetLastError() != WSAEWOULDBLOCK) return false;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0 || !IsReady(tool->socket, POLLOUT, static_cast<int>(left.count()))) {
       return false;
     }
   }

@@ -44,7 +44,7 @@ class ToolPort {
   };
   Input Take();
 
-  // Sends to the tool whose input was taken. False when it is gone, or reads nothing for ten
+  // Sends to the tool whose input was taken. False when it is gone, or has not read all within five
   // seconds.
   bool Send(std::span<const std::uint8_t> bytes);
 

@@ -4,10 +4,14 @@
 #else
 #include <arpa/inet.h>
 #include <sys/socket.h>
+#include <sys/un.h>
+#include <systemd/sd-bus.h>
 #include <unistd.h>
 #endif
 
+#include <algorithm>
 #include <sstream>
+#include <thread>
 
 #include "tests/system/served_probe.h"
 
@@ -182,6 +186,107 @@ TEST_F(Tool, AnotherProgramsScanIsToldAndAKilledServerLeavesNothingBehind) {
   server.reset();
   EXPECT_EQ(Json({"targets", "WFX0001"})["devices"], Words({"1BA014770", "0684617F0"}));
 }
+
+#ifndef _WIN32
+// What it sends is neither kept without end nor worked on when the server has to go.
+TEST_F(Tool, AToolThatNeverStopsSendingDoesNotKeepTheServer) {
+  ASSERT_NO_FATAL_FAILURE(Bring());
+  ASSERT_NO_FATAL_FAILURE(Start("--remote-bitbang"));
+  Connection tool(where);
+  std::string cycles;
+  for (int i = 0; i < 1 << 20; ++i) cycles += "04";
+  const std::jthread sends([&] {
+    while (tool.Send(cycles)) {
+    }
+  });
+  const auto file = std::filesystem::file_size(capture_path());
+  EXPECT_TRUE(WaitUntil([&] { return std::filesystem::file_size(capture_path()) > file + 10000; }))
+      << "nothing of it is ever clocked";
+  server->Interrupt();
+  EXPECT_EQ(server->Wait(), 0);
+}
+
+TEST_F(Tool, WhereItListensIsCheckedAndFreedAgain) {
+  ASSERT_NO_FATAL_FAILURE(Bring());
+  const std::string at = (home() / "at").string();
+  WriteFile(at, "not ours");
+  sockaddr_un datagrams{AF_UNIX, {}};
+  (at + "d").copy(datagrams.sun_path, sizeof datagrams.sun_path - 1);
+  const int held = socket(AF_UNIX, SOCK_DGRAM, 0);
+  ASSERT_EQ(bind(held, reinterpret_cast<sockaddr*>(&datagrams), sizeof datagrams), 0);
+  const std::pair<Words, std::string> cases[] = {
+      {{"--xvc", ""}, "'' is no [ADDRESS:]PORT or path"},
+      {{"--xvc", at}, "'" + at + "' is no [ADDRESS:]PORT"},
+      {{"--xvc", "[::1]:65536"}, "'[::1]:65536' is no [ADDRESS:]PORT"},
+      {{"--xvc", "nobody.invalid:1"}, "'nobody.invalid' is no address of this computer"},
+      {{"--remote-bitbang", at},
+       "cannot listen on " + at + ": something else than a socket is there"},
+      {{"--remote-bitbang", at + "d"},
+       "cannot listen on " + at + "d: somebody listens there already"},
+      {{"--remote-bitbang", at + std::string(200, 'x')},
+       "the path of a local socket is at most 107 bytes long"},
+  };
+  for (const auto& [words, problem] : cases) {
+    Words command = {"serve", "WFX0001", "--json"};
+    command.insert(command.end(), words.begin(), words.end());
+    const Finished refused = Wfx(command);
+    EXPECT_EQ(refused.exit_status, 2);
+    EXPECT_EQ(nlohmann::json::parse(refused.out, nullptr, false).value("problem", ""), problem);
+  }
+  close(held);
+  // A colon and digits in a path are no port.
+  for (const auto& ends : {&Client::Kill, &Client::Interrupt}) {
+    ASSERT_NO_FATAL_FAILURE(Start("--remote-bitbang", at + ":33"));
+    ((*server).*ends)();
+    server->Wait();
+  }
+  EXPECT_FALSE(std::filesystem::exists(at + ":33"));
+  EXPECT_EQ(ReadFile(at), "not ours");
+}
+
+// Calls of another client that are always waiting: between two of them at most one packet goes out.
+TEST_F(Tool, AnotherClientsCallWaitsForAtMostOnePacket) {
+  ASSERT_NO_FATAL_FAILURE(Bring());
+  ASSERT_NO_FATAL_FAILURE(Start("--xvc"));
+  Connection tool(where);
+  const std::uint32_t bits = 1u << 23;
+  const std::string size{'\0', '\0', '\x80', '\0'};
+  const auto file = std::filesystem::file_size(capture_path());
+  EXPECT_TRUE(tool.Send("shift:" + size + std::string(bits / 4, '\0')));
+  EXPECT_TRUE(WaitUntil([&] { return std::filesystem::file_size(capture_path()) > file + 20000; }));
+  sd_bus* other = nullptr;
+  sd_bus_new(&other);
+  const auto socket = home() / "run" / "org.wirefox.TzWirefox.sock";
+  sd_bus_set_address(other, ("unix:path=" + socket.string()).c_str());
+  ASSERT_GE(sd_bus_start(other), 0);
+  for (int i = 0; i < 200; ++i) {
+    sd_bus_message* call = nullptr;
+    sd_bus_message_new_method_call(other, &call, "org.wirefox.TzWirefox", "/org/wirefox/TzWirefox",
+                                   "org.wirefox.ITzWirefox_v3", "GetHwRevID");
+    sd_bus_message_append(call, "s", "WFX0002");
+    EXPECT_GE(sd_bus_call_async(
+                  other, nullptr, call, [](sd_bus_message*, void*, sd_bus_error*) { return 0; },
+                  nullptr, UINT64_MAX),
+              0);
+    sd_bus_message_unref(call);
+  }
+  sd_bus_flush(other);
+  EXPECT_EQ(tool.Receive(bits / 8).size(), bits / 8);
+  sd_bus_flush_close_unref(other);
+  holder.reset();
+  server.reset();
+  // A 3 for each packet, a 2 for each of those calls.
+  std::string wire = Capture(
+      "usb.urb_type == 'S' && (usb.endpoint_address == 0x02 && usb.transfer_type == 3 || "
+      "usb.setup.bRequest == 0x5c)",
+      {"usb.transfer_type"});
+  std::erase_if(wire, [](char c) { return c != '2' && c != '3'; });
+  ASSERT_EQ(std::ranges::count(wire, '2'), 200);
+  wire = wire.substr(wire.find('2'), wire.rfind('2') - wire.find('2'));
+  EXPECT_EQ(wire.find("33"), std::string::npos) << wire;
+  EXPECT_NE(wire.find('3'), std::string::npos) << "the tool's scan was over before";
+}
+#endif
 
 }  // namespace
 }  // namespace system_test

@@ -85,11 +85,18 @@ TEST_F(ToolProtocols, RemoteBitbangResetsAndEndsAsItIsTold) {
   EXPECT_EQ(asked, " reset release");
   EXPECT_EQ(Work(*bitbang, "04Q"), "|");
   EXPECT_EQ(chain.state(), sim::TapState::kRunTestIdle);
+  // A reset forgets what ran ahead, and no clock ends it.
+  EXPECT_EQ(Work(*bitbang, "2604040Rt040406r04"), "1");
+  EXPECT_EQ(chain.state(), sim::TapState::kRunTestIdle);
   EXPECT_EQ(Work(*bitbang, "x"), "|the tool sent 'x', which is no action of remote_bitbang's JTAG");
   // Into Shift-DR, where a bit is read ahead of an edge that then comes with another TDI.
   EXPECT_EQ(Work(*bitbang, "2604040R"), "1");
   EXPECT_EQ(Work(*bitbang, "15"),
             "|the tool changed TMS or TDI after it had read TDO, before the clock's edge");
+  // A tool that leaves the target in reset.
+  asked.clear();
+  EXPECT_EQ(Work(*MakeRemoteBitbang(bridge, controls), "s"), "");
+  EXPECT_EQ(asked, " reset release");
 }
 
 TEST_F(ToolProtocols, XvcAnswersEachMessageAndGathersShiftsIntoOnePacket) {
