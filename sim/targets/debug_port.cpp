@@ -34,6 +34,7 @@ bool DebugPort::IsFaulting() const { return (sticky_ & kFaulting) != 0; }
 
 std::uint32_t DebugPort::ControlStatus() const {
   std::uint32_t value = control_ | sticky_;
+  if (line_ == DebugLine::kJtag) value &= ~kReadOk;
   if ((control_ & kDebugPowerRequest) != 0) value |= kDebugPowered;
   if ((control_ & kSystemPowerRequest) != 0) value |= kSystemPowered;
   return value;
@@ -90,6 +91,8 @@ std::uint8_t DebugPort::Read(bool access_port, std::uint8_t address, std::uint32
     value = (select_ & 0xF) == 0 ? ControlStatus() : 0;
   } else if (Refuses()) {
     return swd_ack::kFault;
+  } else if (line_ == DebugLine::kJtag && address == kSelectOrResend) {
+    value = select_;
   } else {
     value = address == kReadBuffer ? posted_ : last_read_;
   }

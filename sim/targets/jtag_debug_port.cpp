@@ -7,8 +7,11 @@ namespace {
 constexpr std::uint64_t kAckWait = 0b001;
 constexpr std::uint64_t kAckOkOrFault = 0b010;
 
+constexpr std::uint8_t kReserved = 0x0;
 constexpr std::uint8_t kControlStatus = 0x4;
 constexpr std::uint8_t kReadBuffer = 0xC;
+
+constexpr std::uint64_t kEndAccess = std::uint64_t{1} << 3;  // bit 0 of the register
 
 }  // namespace
 
@@ -33,6 +36,10 @@ void JtagDebugPort::Update(bool access_port, std::uint64_t scan) {
   }
 }
 
+void JtagDebugPort::Abort(std::uint64_t scan) {
+  if ((scan & kEndAccess) != 0) waits_left_ = 0;
+}
+
 // The next scan brings the result itself, so the read buffer, where a scan ends a series, is empty.
 std::uint32_t JtagDebugPort::Read(bool access_port, std::uint8_t address) {
   if (!access_port && address == kReadBuffer) return 0;
@@ -42,6 +49,8 @@ std::uint32_t JtagDebugPort::Read(bool access_port, std::uint8_t address) {
 }
 
 void JtagDebugPort::Write(bool access_port, std::uint8_t address, std::uint32_t value) {
+  // Aborting has an instruction of its own.
+  if (!access_port && address == kReserved) return;
   // Sticky flags are cleared where they are read.
   if (!access_port && address == kControlStatus) port_.ClearSticky(value);
   port_.Write(access_port, address, value);

@@ -19,6 +19,8 @@ class JtagDebugPort {
   std::uint64_t Capture();
   // RnW in bit 0, the register's address in bits 1 and 2, data above.
   void Update(bool access_port, std::uint64_t scan);
+  // A scan of the abort register: DAPABORT ends what is still under way.
+  void Abort(std::uint64_t scan);
 
  private:
   std::uint32_t Read(bool access_port, std::uint8_t address);

@@ -5,6 +5,7 @@ namespace sim {
 namespace {
 
 // ADIv5, of the instructions with four bits.
+constexpr std::uint32_t kAbort = 0x8;
 constexpr std::uint32_t kDpAccess = 0xA;
 constexpr std::uint32_t kApAccess = 0xB;
 
@@ -36,6 +37,7 @@ JtagTap::Register JtagTap::SelectedRegister() const {
   if (description_.has_idcode && instruction_ == description_.idcode_instruction) {
     return Register::kIdcode;
   }
+  if (debug_port_ && instruction_ == kAbort) return Register::kAbort;
   if (debug_port_ && instruction_ == kDpAccess) return Register::kDpAccess;
   if (debug_port_ && instruction_ == kApAccess) return Register::kApAccess;
   if (fpga && instruction_ == fpga->instruction) return Register::kConfiguration;
@@ -65,6 +67,8 @@ void JtagTap::CaptureDr() {
     case Register::kDpAccess:
     case Register::kApAccess:
       return Load(debug_port_->Capture(), JtagDebugPort::kScanBits);
+    case Register::kAbort:
+      return Load(0, JtagDebugPort::kScanBits);
     case Register::kBoundary:
       return Load(Pins(), description_.boundary->bits);
     default:
@@ -84,6 +88,7 @@ void JtagTap::CaptureIr() {
 void JtagTap::UpdateDr() {
   if (selected_ == Register::kScratch) scratch_ = shift_;
   if (selected_ == Register::kBoundary) boundary_ = shift_;
+  if (selected_ == Register::kAbort) debug_port_->Abort(shift_);
   if (selected_ == Register::kDpAccess || selected_ == Register::kApAccess) {
     debug_port_->Update(selected_ == Register::kApAccess, shift_);
   }

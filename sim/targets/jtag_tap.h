@@ -44,6 +44,7 @@ class JtagTap {
     kScratch,
     kDpAccess,
     kApAccess,
+    kAbort,
     kConfiguration,
     kBoundary
   };

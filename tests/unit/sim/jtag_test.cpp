@@ -114,7 +114,7 @@ TEST(JtagChain, ADebugPortReachesMemoryAndMakesScansWait) {
   EXPECT_EQ(scan("B", 0, 0xC, true), "2");          // DRW
   EXPECT_EQ(scan("A", 0, 0xC, true), "1");
   EXPECT_EQ(scan("A", 0, 4, true), "657F5D5F2");    // the word, and OK
-  EXPECT_EQ(scan("A", 0, 0xC, true), "780000202");  // the port has power, the read was good
+  EXPECT_EQ(scan("A", 0, 0xC, true), "780000002");  // the port has power
   EXPECT_EQ(scan("B", 0x30000000, 4, false), "2");
   EXPECT_EQ(scan("A", 0, 0xC, true), "1");
   EXPECT_EQ(scan("B", 0, 0xC, true), "2");  // nothing is there
@@ -122,7 +122,12 @@ TEST(JtagChain, ADebugPortReachesMemoryAndMakesScansWait) {
   EXPECT_EQ(scan("A", 0, 4, true), "2");
   EXPECT_EQ(scan("A", 0x50000020, 4, false), "780000102");  // the sticky error, which this clears
   EXPECT_EQ(scan("A", 0, 4, true), "780000102");
-  EXPECT_EQ(scan("A", 0, 0xC, true), "780000002");
+  EXPECT_EQ(scan("A", 0xF0, 8, false), "780000002");  // SELECT, which reads back
+  EXPECT_EQ(scan("A", 0, 8, true), "780000002");
+  EXPECT_EQ(scan("B", 0, 0xC, true), "782");
+  // ABORT ends the wait, and nothing but that: the port's register 0 is none.
+  EXPECT_EQ(scan("8", 1, 0, false), "0");
+  EXPECT_EQ(scan("A", 0, 0, false), "22");
 }
 
 }  // namespace
