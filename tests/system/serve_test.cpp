@@ -132,7 +132,7 @@ TEST_F(Serve, OpenOcdPlaysASvfAndUsesTheDebugPortWhileAnotherClientWorks) {
 
   // A scan of 32 bits waits for the one before it, which makes 18 KiB/s: the whole memory goes
   // once, the rest of the fifty rounds are shorter.
-  WriteFile(home() / "part", memory.substr(1000, 2000));
+  WriteFile(home() / "part", memory.substr(1000, 1000));
   const std::string part = (home() / "part").string();
   const auto other = StartWfx({"script", "-", "--json"}, [] {
     std::string lines = "mode WFX0002 SWD\n";
@@ -143,7 +143,7 @@ TEST_F(Serve, OpenOcdPlaysASvfAndUsesTheDebugPortWhileAnotherClientWorks) {
   const std::string at = " [expr {0x20000000 + 4 * $i}] ";
   EXPECT_EQ(OpenOcd(kDemoTaps, "for {set i 1} {$i < 50} {incr i} { svf -quiet " + played +
                                    "; load_image " + part + at + "bin; dump_image " + read + "$i" +
-                                   at + "2000 }; svf -quiet " + played + "; load_image " +
+                                   at + "1000 }; svf -quiet " + played + "; load_image " +
                                    (home() / "memory").string() + " 0x20000000 bin; dump_image " +
                                    read + " 0x20000000 32768; echo \"= $i rounds\""),
             "50 rounds\n");
