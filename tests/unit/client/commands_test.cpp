@@ -1,4 +1,5 @@
 // The commands of the client, against a service that answers as a test says.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -111,31 +112,31 @@ TEST(Commands, PlayHoldsTheChainSetsItsClockAndNamesFileAndLine) {
   };
   const std::string held =
       "> EnumerateWirefoxs\n> SetMode P 272 0 1\n> EnumerateDevices P\n> AcquireDevice P 0 1\n"
-      "> SetMode P 1 0 1\n> SetJtagClock P ";
-  const std::string reset = "> SendJtagPacket 1 260 f0f0\n";
+      "> SetMode P 1 0 1\n> ToggleXres P 0\n> SetJtagClock P ";
+  const std::string reset = "> SendJtagPacket 1 260 f0f0f0f0\n";
   const std::string end = "> ReleaseDevice 260\n> EnumerateDevices P\n";
   const std::string at = "wfx: " + folder.Path("f");
   EXPECT_EQ(play("FREQUENCY 2E6 HZ;FREQUENCY;\nSDR 3 TDI (5) TDO (0);"),
             held + "96 1\n" + reset + "> SetJtagClock P 152 1\n> SetJtagClock P 96 1\n" +
-                "> SendJtagPacket 1 260 20c50000\n" + end +
+                "> SendJtagPacket 1 260 f0f020c50000\n" + end +
                 "3 steps played, the TDO bits of 1 scans are as they should be\n");
   EXPECT_EQ(
       play("FREQUENCY 1 HZ;\nSDR 3 TDI (5) TDO (2);", " --clock FREQ_B_24_0 --json"),
-      held + "1 1\n" + reset + "> SendJtagPacket 1 260 20c50000\n" + end +
+      held + "1 1\n" + reset + "> SendJtagPacket 1 260 f0f020c50000\n" + end +
           R"({"error":"SUCCESS","line":2,"scan":"SDR","bits":3,"tdo":"0x0","expected":"0x2",)" +
           R"("mask":"0x7","problem":)" +
           nlohmann::json(folder.Path("f") + ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)").dump() +
           "}\n" + at + ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)\n= 1\n");
-  // Eight cycles of the reset at 6 MHz, as many of the way to Idle at 3 MHz, and 0.02 s of rest.
+  // Sixteen cycles of the reset at 6 MHz, as many of the way to Idle at 3 MHz, and 0.02 s of rest.
   play("FREQUENCY 3E6 HZ;RUNTEST 0.02 SEC;", " --vcd " + folder.Path("v"));
-  EXPECT_TRUE(folder.Read("v").ends_with("#3833333\n1!\n#20003999999\n0!\n"));
+  EXPECT_THAT(folder.Read("v"), testing::EndsWith("#7833332\n1!\n#20007999999\n0!\n"));
   EXPECT_EQ(play("\nFREQUENCY 199999 HZ;"),
             at + ":2: FREQUENCY: the slowest clock is FREQ_C_00_2 (200000 Hz); --clock sets one "
                  "whatever the file says\n= 2\n");
   EXPECT_EQ(play("\nPIO (H);"), at + ":2: PIO: the probe has no parallel pins\n= 2\n");
   fake.outcomes["SendJtagPacket"] = {TzErrorCode::SUCCESS, TzErrorCode::NOT_ACQUIRED};
   EXPECT_EQ(play("STATE IDLE;"),
-            held + "96 1\n" + reset + "> SendJtagPacket 1 260 0000\n" + end +
+            held + "96 1\n" + reset + "> SendJtagPacket 1 260 f0f00000\n" + end +
                 "wfx: NOT_ACQUIRED (error 2): " + folder.Path("f") +
                 ":1: another program has looked for targets, which moves the chain (or the probe "
                 "was unplugged)\n= 12\n");

@@ -127,7 +127,7 @@ TEST(JtagChain, ADebugPortReachesMemoryAndMakesScansWait) {
   EXPECT_EQ(scan("B", 0, 0xC, true), "782");
   // ABORT ends the wait, and nothing but that: the port's register 0 is none.
   EXPECT_EQ(scan("8", 1, 0, false), "0");
-  EXPECT_EQ(scan("A", 0, 0, false), "22");
+  EXPECT_EQ(scan("A", 0, 0, false), "123B8008A");  // what the access port is
 }
 
 }  // namespace
