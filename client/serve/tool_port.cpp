@@ -185,15 +185,15 @@ ToolPort::~ToolPort() {
   if (!local_path_.empty()) std::remove(local_path_.c_str());
 }
 
-bool ToolPort::WaitForInput(SOCKET socket) {
-  while (!stops_) {
+bool ToolPort::WaitForInput(SOCKET socket, const std::atomic<bool>& ended) const {
+  while (!stops_ && !ended) {
     if (IsReady(socket, POLLIN, kPollMs)) return true;
   }
   return false;
 }
 
 void ToolPort::Run() {
-  while (WaitForInput(listener_)) {
+  while (WaitForInput(listener_, stops_)) {
     const SOCKET accepted = accept(listener_, nullptr, nullptr);
     if (accepted == INVALID_SOCKET) continue;
     const auto tool = std::make_shared<Tool>(accepted);
@@ -216,7 +216,7 @@ void ToolPort::Receive(Tool& tool) {
   while (true) {
     const auto size = recv(tool.socket, buffer.data(), buffer.size(), 0);
     if (size < 0 && (WSAGetLastError() == WSAEWOULDBLOCK || WSAGetLastError() == WSAEINTR)) {
-      if (!WaitForInput(tool.socket)) return;
+      if (!WaitForInput(tool.socket, tool.dropped)) return;
       continue;
     }
     // A tool that waits for an acknowledgement before it sends the rest is not kept waiting for

@@ -60,7 +60,7 @@ class ToolPort {
 
     const SOCKET socket;
     Input input{.begins = true};  // not taken yet
-    bool dropped = false;
+    std::atomic<bool> dropped = false;
   };
 
   ToolPort(SOCKET listener, std::string name, std::string local_path);
@@ -69,7 +69,9 @@ class ToolPort {
   void Receive(Tool& tool);
   // Adds to what waits to be taken. False: nothing more is wanted.
   bool Keep(Tool& tool, std::span<const char> bytes);
-  bool WaitForInput(SOCKET socket);
+  // False when nothing is wanted any more. A connection that this side has ended wakes nobody on
+  // some hosts.
+  bool WaitForInput(SOCKET socket, const std::atomic<bool>& ended) const;
 
   const SOCKET listener_;
   const std::string name_;
