@@ -47,10 +47,14 @@ rm "$scratch/bench/sim.socket" 2>/dev/null || true
 "$bin/bin/wfxsim" --bench demo --socket "$scratch/bench/sim.socket" >/dev/null &
 bench_pid=$!
 until "$bin/bin/wfxsim" ctl --socket "$scratch/bench/sim.socket" list >/dev/null 2>&1; do sleep 0.1; done
+"$bin/bin/wfx" hold >/dev/null &
+hold_pid=$!
+until "$bin/bin/wfx" list 2>/dev/null | grep -qx WFX0001; do sleep 0.1; done
 coproc serve { exec "$bin/bin/wfx" serve WFX0001 --clock FREQ_A_48_0 --xvc 0 --json; }
 read -r listening <&"${serve[0]}"
 port=$(sed -n 's/.*127\.0\.0\.1:\([0-9]*\).*/\1/p' <<<"$listening")
 "$bin/bench/wirefox_bench" xvc "$port" || status=1
 kill -INT "$serve_PID"
 wait "$serve_PID" || status=1
+kill -INT "$hold_pid"
 exit $status
