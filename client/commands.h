@@ -5,16 +5,16 @@
 
 namespace client {
 
-// commands_list.cpp
+// commands/commands_list.cpp
 Action DefineList(CLI::App& app);
 Action DefineTargets(CLI::App& app);
 Action DefineVersion(CLI::App& app);
 
-// commands_wait.cpp
+// commands/commands_wait.cpp
 Action DefineWatch(CLI::App& app);
 Action DefineHold(CLI::App& app);
 
-// commands_probe.cpp
+// commands/commands_probe.cpp
 Action DefineStatus(CLI::App& app);
 Action DefineMode(CLI::App& app);
 Action DefineVTarg(CLI::App& app);
@@ -26,25 +26,25 @@ Action DefineXres(CLI::App& app);
 Action DefineSwvSetup(CLI::App& app);
 Action DefineHwRev(CLI::App& app);
 
-// commands_jtag.cpp, commands_swd.cpp, commands_i2c.cpp
+// commands/commands_jtag.cpp, commands_swd.cpp, commands_i2c.cpp
 Action DefineJtag(CLI::App& app);
 Action DefineSwd(CLI::App& app);
 Action DefineI2c(CLI::App& app);
 
-// commands_bulk.cpp
+// commands/commands_bulk.cpp
 Action DefineBulk(CLI::App& app);
 Action DefineSwv(CLI::App& app);
 
-// commands_port.cpp
+// commands/commands_port.cpp
 Action DefineAcquirePort(CLI::App& app);
 
-// commands_serve.cpp
+// serve/commands_serve.cpp
 Action DefineServe(CLI::App& app);
 
-// commands_play.cpp
+// svf/commands_play.cpp
 Action DefinePlay(CLI::App& app);
 
-// commands_script.cpp
+// commands/commands_script.cpp
 Action DefineAcquire(CLI::App& app);
 Action DefineRelease(CLI::App& app);
 Action DefineScript(CLI::App& app);
