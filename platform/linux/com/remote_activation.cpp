@@ -13,6 +13,11 @@ namespace {
 constexpr char kDaemonName[] = "org.freedesktop.DBus";
 constexpr char kDaemonPath[] = "/org/freedesktop/DBus";
 
+HRESULT ConnectionStatus(int error_number, const sd_bus_error& error = SD_BUS_ERROR_NULL) {
+  const HRESULT status = StatusOfError(error_number, error);
+  return status == RPC_E_SERVERFAULT ? CO_E_SERVER_EXEC_FAILURE : status;
+}
+
 // One question to the bus itself, about a name on it.
 class Question {
  public:
@@ -27,14 +32,16 @@ class Question {
   Question(const Question&) = delete;
   Question& operator=(const Question&) = delete;
 
-  sd_bus_message* call() const { return call_.get(); }
+  void Add(std::uint32_t value) {
+    if (result_ >= 0) result_ = sd_bus_message_append(call_.get(), "u", value);
+  }
 
   // Reads the answer into `value`. Waits without limit: ssh may ask for a password first. It gives
   // up by itself on a machine that does not answer, and the bus on a server that does not start.
   template <typename Value>
   HRESULT Ask(sd_bus* bus, const char* type, Value& value) {
     sd_bus_message* received = nullptr;
-    if (result_ >= 0) result_ = sd_bus_call(bus, call(), UINT64_MAX, &error_, &received);
+    if (result_ >= 0) result_ = sd_bus_call(bus, call_.get(), UINT64_MAX, &error_, &received);
     reply_.reset(received);
     if (result_ >= 0) result_ = sd_bus_message_read(received, type, &value);
     return result_ < 0 ? Status() : S_OK;
@@ -45,8 +52,7 @@ class Question {
     for (const char* name : {SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER}) {
       if (sd_bus_error_has_name(&error_, name)) return REGDB_E_CLASSNOTREG;
     }
-    const HRESULT status = StatusOfError(result_, error_);
-    return status == RPC_E_SERVERFAULT ? CO_E_SERVER_EXEC_FAILURE : status;
+    return ConnectionStatus(result_, error_);
   }
 
   int result_;
@@ -69,7 +75,7 @@ HRESULT FindServer(sd_bus* bus, const std::string& service, std::string& name) {
   HRESULT status = FindOwner(bus, service, name);
   if (status != REGDB_E_CLASSNOTREG) return status;
   Question start(bus, "StartServiceByName", service);
-  if (sd_bus_message_append(start.call(), "u", 0) < 0) return E_OUTOFMEMORY;
+  start.Add(0);
   std::uint32_t started = 0;
   status = start.Ask(bus, "u", started);
   return FAILED(status) ? status : FindOwner(bus, service, name);
@@ -79,7 +85,8 @@ HRESULT FindServer(sd_bus* bus, const std::string& service, std::string& name) {
 // connection does.
 HRESULT FindStandIn(sd_bus* bus, std::int32_t& process) {
   const char* own_name = nullptr;
-  if (sd_bus_get_unique_name(bus, &own_name) < 0) return E_OUTOFMEMORY;
+  const int result = sd_bus_get_unique_name(bus, &own_name);
+  if (result < 0) return ConnectionStatus(result);
   std::uint32_t id = 0;
   Question question(bus, "GetConnectionUnixProcessID", own_name);
   const HRESULT status = question.Ask(bus, "u", id);
@@ -93,7 +100,7 @@ HRESULT ActivateRemotely(const wchar_t* host, const ClassPlan& plan, DBusHandle&
                          CallRoute& route) {
   sd_bus* opened = nullptr;
   const int result = sd_bus_open_system_remote(&opened, WideToUtf8(host).c_str());
-  if (result < 0) return result == -EINVAL ? E_INVALIDARG : E_OUTOFMEMORY;
+  if (result < 0) return result == -EINVAL ? E_INVALIDARG : ConnectionStatus(result);
   connection.reset(opened);
   route.limits = kBusLimits;
   const HRESULT status = FindServer(opened, plan.bus_name(), route.destination);
