@@ -5,6 +5,7 @@
 #include "device/device_status.h"
 #include "device/failure_log.h"
 #include "device/stream_pipe.h"
+#include "device/timeouts.h"
 #include "support/log.h"
 #include "usb/device_interface_guid.h"
 #include "usb/usb_device.h"

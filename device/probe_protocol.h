@@ -17,13 +17,6 @@ inline constexpr std::uint8_t kEndpointStreamOut = 0x02;  // JTAG, SWD, port acq
 inline constexpr std::uint8_t kEndpointStreamIn = 0x84;   // JTAG and SWD replies, port acquire
 inline constexpr std::uint8_t kEndpointSwvIn = 0x86;      // SWV data
 
-// Time-outs that a probe in use starts with.
-inline constexpr std::uint32_t kSerialOutTimeoutMs = 2000;
-inline constexpr std::uint32_t kSerialInTimeoutMs = 1000;
-inline constexpr std::uint32_t kStreamOutTimeoutMs = 1000;
-inline constexpr std::uint32_t kStreamInTimeoutMs = 2000;
-inline constexpr std::uint32_t kSwvInTimeoutMs = 100;
-
 // Direction of a vendor request. Commands travel "in" too: the probe answers each with a short
 // reply whose first byte is its status.
 inline constexpr std::uint32_t kHostToProbe = 0;

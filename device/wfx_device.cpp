@@ -7,12 +7,11 @@
 #include "base/little_endian.h"
 #include "device/device_status.h"
 #include "device/failure_log.h"
+#include "device/timeouts.h"
 #include "support/log.h"
 
 namespace {
 
-constexpr std::uint32_t kI2cInTimeoutMs = 1500;
-constexpr std::uint32_t kI2cOutTimeoutMs = 2000;
 constexpr std::int32_t kPowerCheckIntervalMs = 1000;
 
 }  // namespace
@@ -42,10 +41,10 @@ std::uint32_t CTzWfxDevice::PrepareI2C() {
 
   // Time-outs and the drain are the best that can be done: a probe without these endpoints shows it
   // at the first transfer.
-  static_cast<void>(SetTimeout(probe::kEndpointSerialIn, kDrainTimeoutMs));
+  static_cast<void>(SetTimeout(probe::kEndpointSerialIn, probe::kDrainTimeoutMs));
   DrainReplies();
-  static_cast<void>(SetTimeout(probe::kEndpointSerialIn, kI2cInTimeoutMs));
-  static_cast<void>(SetTimeout(probe::kEndpointSerialOut, kI2cOutTimeoutMs));
+  static_cast<void>(SetTimeout(probe::kEndpointSerialIn, probe::kI2cInTimeoutMs));
+  static_cast<void>(SetTimeout(probe::kEndpointSerialOut, probe::kI2cOutTimeoutMs));
   return status;
 }
 

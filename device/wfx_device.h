@@ -61,8 +61,6 @@ class CTzWfxDevice : public CTzDevice {
                                                std::uint32_t& len);
 
  private:
-  // How long it is waited for a reply that is not wanted.
-  static constexpr std::uint32_t kDrainTimeoutMs = 50;
   // No reply in the older format is longer: the engine takes packets of at most 64 bytes or so.
   // Clients that offer a larger buffer get this much of it filled.
   static constexpr std::uint32_t kMaxReplyBytes = 70;

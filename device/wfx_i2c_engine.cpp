@@ -4,6 +4,7 @@
 #include "device/device_status.h"
 #include "device/failure_log.h"
 #include "device/stream_pipe.h"
+#include "device/timeouts.h"
 #include "device/wfx_device.h"
 #include "support/log.h"
 #include "usb/usb_endpoint.h"
@@ -62,7 +63,7 @@ bool CTzWfxDevice::DrainLateReply() {
   CTzUSBEndPoint* const endpoint = GetEndPoint(probe::kEndpointStreamIn);
   if (!endpoint) return false;
   const std::uint32_t timeout_ms = endpoint->TimeoutMs();
-  endpoint->SetTimeoutMs(kDrainTimeoutMs);
+  endpoint->SetTimeoutMs(probe::kDrainTimeoutMs);
   const ReplyBuffer scrap(endpoint->MaxPacketSize());
   auto length = static_cast<std::uint32_t>(scrap.Size());
   static_cast<void>(I2CInXfer(length, scrap.Data()));

@@ -7,6 +7,7 @@
 #include "support/handle.h"
 #include "usb/driver_file.h"
 #include "usb/kept_memory.h"
+#include "usb/timeouts.h"
 
 namespace {
 

@@ -8,12 +8,6 @@
 
 class DriverFile;
 
-// How long a driver may take to answer what needs no transfer, and to end a control transfer whose
-// record gives it this time. Every wait beyond a transfer's own time-out has one of these bounds.
-inline constexpr DWORD kDriverAnswerMs = 5000;
-// How long it may take to end what it was told to end.
-inline constexpr DWORD kDriverReleaseMs = 2000;
-
 // True when the driver ended the request well; `returned` is then the number of bytes in `output`,
 // otherwise 0. The spans may be empty; both begin with the same bytes, or one is empty. A request
 // that takes longer than kDriverAnswerMs is cancelled; when the driver does not let go of it even

@@ -4,11 +4,11 @@
 
 #include "base/little_endian.h"
 #include "usb/driver_call.h"
+#include "usb/timeouts.h"
 #include "usb/usb_device.h"
 
 namespace {
 
-constexpr std::uint32_t kTimeoutSeconds = 5;
 constexpr std::uint32_t kStringHeaderBytes = 2;
 // First bytes of every descriptor: bLength and bDescriptorType.
 constexpr std::uint16_t kDescriptorHeaderBytes = 2;
@@ -25,7 +25,7 @@ std::vector<std::uint8_t> CTzUSBDevice::ReadDescriptor(std::uint8_t type, std::u
   StoreLe16(bytes + request_record::kValue, static_cast<std::uint16_t>(type << 8 | index));
   StoreLe16(bytes + request_record::kIndex, language);
   StoreLe16(bytes + request_record::kLength, length);
-  StoreLe32(bytes + request_record::kTimeout, kTimeoutSeconds);
+  StoreLe32(bytes + request_record::kTimeout, kDescriptorTimeoutSeconds);
   StoreLe32(bytes + request_record::kPayloadOffset, request_record::kHeaderBytes);
   StoreLe32(bytes + request_record::kPayloadLength, length);
 

@@ -9,6 +9,7 @@
 #include "support/handle.h"
 #include "usb/driver_call.h"
 #include "usb/kept_memory.h"
+#include "usb/timeouts.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include "support/handle.h"
 #include "usb/driver_file.h"
 #include "usb/request_record.h"
+#include "usb/timeouts.h"
 
 // The record of a transfer in flight, with the block that the system keeps its state in: all that
 // the driver works on, but for the caller's buffer and event. Belongs to its endpoint; callers only
@@ -152,7 +153,7 @@ class CTzUSBEndPoint {
   std::uint16_t max_packet_size_ = 0;  // bytes per (micro)frame
   std::uint16_t packets_per_microframe_ = 0;
   std::uint8_t interval_ = 0;
-  std::uint32_t timeout_ms_ = 10000;
+  std::uint32_t timeout_ms_ = kDefaultTransferTimeoutMs;
   std::uint32_t bus_status_ = 0;
   std::uint32_t driver_status_ = 0;
   std::uint32_t bytes_transferred_ = 0;
