@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "bench/bare_probe.h"
+#include "bench/baselines.h"
 #include "bench/client_session.h"
 
 namespace {
@@ -23,8 +24,10 @@ double Seconds(const std::function<void()>& call) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// A line for each pair of calls, with their seconds: the service's and the bare one's.
+// A line for each turn with its seconds: the service's call, the bare program's, and those of as
+// many bytes to another process and back, which no service can do without.
 int Jtag(std::size_t size, int least_pairs, double least_seconds) {
+  bench::SocketEcho echo;
   bench::ClientSession client(L"WFX0001", TzTransferMode::JTAG);
   bench::BareProbe bare(kVendor, kTwinProduct);
   bare.SetJtagMode();
@@ -40,7 +43,8 @@ int Jtag(std::size_t size, int least_pairs, double least_seconds) {
       if (is_services) through = Seconds([&] { client.SendJtagPacket(packet); });
       if (!is_services) direct = Seconds([&] { bare.SendJtag(cycles, reply); });
     }
-    std::printf("%.6f %.6f\n", through, direct);
+    const double between = Seconds([&] { echo.Call(cycles, reply); });
+    std::printf("%.6f %.6f %.6f\n", through, direct, between);
     spent += through + direct;
   }
   SafeArrayDestroy(packet);
