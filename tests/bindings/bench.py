@@ -27,7 +27,7 @@ class Bench:
         self.home = pathlib.Path(tempfile.mkdtemp(prefix="wirefox.", dir="/tmp"))
         self.programs = pathlib.Path(programs)
         self.processes = []
-        self.socket = self.home / "bench"
+        self.socket = self.home / "run/wfxsim.sock"  # where it listens by itself
         self.environment = {name: value for name, value in os.environ.items()
                             if name in ("PATH", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS")}
         self.environment |= {
@@ -53,7 +53,7 @@ class Bench:
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = daemon.stdout.readline().strip()
         # Clients of this process connect to the same bus.
         os.environ.update(self.environment)
-        self.start("wfxsim", "--socket", str(self.socket)).stdout.readline()
+        self.start("wfxsim").stdout.readline()
         return self
 
     def __exit__(self, *error):
@@ -77,7 +77,7 @@ class Bench:
         return done.stdout
 
     def ctl(self, *words):
-        return self.run("wfxsim", "ctl", "--socket", str(self.socket), *words)
+        return self.run("wfxsim", "ctl", *words)
 
     def services(self):
         found = []
