@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """The message bus as other programs meet it: what the object says of itself, as tools that are not ours
-read it; its signals; the Python package, every method of it, its example, and what the documentation shows.
+read it; its signals; the Python package, every method of it, and its example.
 
 usage: message_bus_test.py PROGRAMS [UNITTEST ARGUMENT...]     PROGRAMS: the folder with those of a build
 """
@@ -240,26 +240,6 @@ class Package(unittest.TestCase):
     def test_the_example_prints_the_chain(self):
         example = str(SOURCE / "bindings/python/examples/scan_chain.py")
         self.assertEqual(bench.run(sys.executable, example, "WFX0001"), "0 0x1BA01477\n1 0x0684617F\n")
-
-    def test_what_the_documents_show_is_what_comes(self):
-        for page in ("dbus.md", "clients.md"):
-            blocks = re.findall(r"```(console|python)\n(.*?)```", (SOURCE / "docs" / page).read_text(), re.S)
-            self.assertGreater(len(blocks), 0, page)
-            for kind, block in blocks:
-                with self.subTest(page=page, block=block):
-                    self.assertEqual(*(self.shown if kind == "console" else self.printed)(block))
-
-    def shown(self, block):
-        """What a shell prints for the lines after prompts, and what stands below them."""
-        script, expected = [], []
-        for line in block.splitlines():
-            (script if line.startswith(("$ ", "> ")) else expected).append(line.removeprefix("$ ").removeprefix("> "))
-        return bench.run("bash", "-c", "\n".join(script)), "\n".join(expected) + "\n"
-
-    def printed(self, block):
-        """What a program prints, and what its comments say of that."""
-        expected = "".join(found + "\n" for found in re.findall(r"  # prints (.*)", block))
-        return bench.run(sys.executable, "-c", block), expected
 
     def test_its_version_is_the_programs(self):
         self.assertEqual(wirefox.__version__, re.search(r"VERSION ([\d.]+)", (SOURCE / "CMakeLists.txt").read_text().split("project(")[1])[1])
