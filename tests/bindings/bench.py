@@ -37,7 +37,7 @@ class Bench:
             "WIREFOX_BUS": f"sim:{self.socket}",
             "XDG_DATA_HOME": str(self.home),  # where a bus looks for what it may start
             "DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={self.home}/no-bus",
-            "PYTHONPATH": str(SOURCE / "bindings/python"),
+            "PYTHONPATH": ":".join(f"{SOURCE}/{folder}" for folder in ("bindings/python", "bindings/labgrid", "tests/bindings")),
             "PYTHONDONTWRITEBYTECODE": "1",
         }
 
@@ -75,6 +75,14 @@ class Bench:
         done = subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=PATIENCE)
         assert done.returncode == 0, f"{command}: {done.stdout}{done.stderr}"
         return done.stdout
+
+    def play_ssh(self):
+        """Whatever host ssh is asked for, it is this one."""
+        ssh = self.home / "tools/ssh"
+        ssh.parent.mkdir()
+        ssh.write_text(f"#!/bin/sh\nexec systemd-stdio-bridge -p '{self.environment['DBUS_SESSION_BUS_ADDRESS']}'\n")
+        ssh.chmod(0o700)
+        os.environ["PATH"] = self.environment["PATH"] = f"{ssh.parent}:{self.environment['PATH']}"
 
     def ctl(self, *words):
         return self.run("wfxsim", "ctl", *words)

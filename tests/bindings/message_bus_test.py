@@ -241,6 +241,29 @@ class Package(unittest.TestCase):
         example = str(SOURCE / "bindings/python/examples/scan_chain.py")
         self.assertEqual(bench.run(sys.executable, example, "WFX0001"), "0 0x1BA01477\n1 0x0684617F\n")
 
+    def test_another_machines_targets_are_held_by_who_asks_there(self):
+        bench.play_ssh()
+        there = self.enterContext(wirefox.connect(host="me@lab:2222"))
+        there.set_mode("WFX0001", wirefox.TransferMode.JTAG)
+        there.acquire("WFX0001")
+        with self.fails(wirefox.ErrorCode.IN_USE):
+            self.service.acquire("WFX0001")
+        there.close()
+        self.service.acquire("WFX0001").release()
+        with tempfile.NamedTemporaryFile("w", suffix=".yaml") as place:
+            examples = SOURCE / "bindings/labgrid/examples"
+            lines = (examples / "board.yaml").read_text().splitlines(keepends=True)
+            place.writelines("      RemotePlace: {name: board}\n" if "name: chain, probe" in line else line
+                             for line in lines if "name: core, probe" not in line)
+            place.flush()
+            # Without a bus of its own it has no other way than ssh.
+            bench.run("env", "-u", "DBUS_SESSION_BUS_ADDRESS", "pytest-3", "-q", "-p", "no:cacheprovider",
+                      "-p", "played_coordinator", "--lg-env", place.name, str(examples))
+            ssh = bench.home / "tools/ssh"
+            ssh.write_text("#!/bin/sh\nexit 255\n")
+            with self.assertRaisesRegex(wirefox.Unreachable, "lab does not answer"):
+                wirefox.connect(host="lab")
+
     def test_its_version_is_the_programs(self):
         self.assertEqual(wirefox.__version__, re.search(r"VERSION ([\d.]+)", (SOURCE / "CMakeLists.txt").read_text().split("project(")[1])[1])
 

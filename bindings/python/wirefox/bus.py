@@ -3,6 +3,8 @@
 from __future__ import annotations
 
 import os
+import socket
+import subprocess
 from collections import deque
 from typing import Any, Iterator
 
@@ -16,6 +18,7 @@ from jeepney import (  # type: ignore[import]
     message_bus,
     new_method_call,
 )
+from jeepney.auth import BEGIN, make_auth_anonymous  # type: ignore[import]
 from jeepney.io.blocking import DBusConnection, open_dbus_connection  # type: ignore[import]
 
 from .types import CallError, Unreachable
@@ -33,11 +36,17 @@ GONE = {BUS_ERROR + error for error in ("ServiceUnknown", "NameHasNoOwner", "NoR
 class Bus:
     """A connection to a bus on which the service has its name."""
 
-    def __init__(self, connection: Any) -> None:
+    def __init__(self, connection: Any, ssh: subprocess.Popen[bytes] | None = None) -> None:
         self._connection = connection
+        self._ssh = ssh
+        self.pid = os.getpid()  # who owns what is acquired here, as the service's machine numbers it
+        if ssh:
+            (self.pid,) = self.ask(message_bus.GetConnectionUnixProcessID(connection.unique_name))
 
     def close(self) -> None:
         self._connection.close()
+        if self._ssh:
+            self._ssh.wait()
 
     def ask(self, message: Any) -> tuple[Any, ...]:
         try:
@@ -109,16 +118,45 @@ def _open(which: str) -> Bus | None:
         return None
 
 
+def _through_ssh(host: str) -> Bus:
+    """The system bus of another machine. ssh's end over there stands for this process."""
+    ours, theirs = socket.socketpair()
+    name, _, port = host.partition(":")
+    options = ["-p", port] if port else []
+    try:
+        command = ["ssh", "-xT", *options, "--", name, "systemd-stdio-bridge"]
+        ssh = subprocess.Popen(command, stdin=theirs.fileno(), stdout=theirs.fileno())
+    except OSError as missing:
+        ours.close()
+        raise Unreachable(f"ssh cannot be started: {missing}") from missing
+    finally:
+        theirs.close()
+    try:
+        ours.sendall(b"\0" + make_auth_anonymous())
+        answer = b""
+        while not answer.endswith(b"\r\n"):
+            received = ours.recv(1)
+            if not received:
+                raise ConnectionError("it ended")
+            answer += received
+        ours.sendall(BEGIN)
+        return Bus(DBusConnection(ours), ssh)
+    except OSError as lost:
+        ours.close()
+        ssh.wait()
+        raise Unreachable(f"{host} does not answer, see whether ssh reaches it: {lost}") from lost
+
+
 def _order() -> tuple[str, ...]:
     """Root's own service is the machine's, unless it is an installation's."""
     is_machines = os.geteuid() == 0 and not os.environ.get("WIREFOX_HOME")
     return ("system", "session") if is_machines else ("session", "system")
 
 
-def connect(which: str | None) -> Bus:
+def connect(which: str | None, host: str | None = None) -> Bus:
     """A bus on which the service runs and knows us, or else one that starts it."""
     for attempt in range(ATTEMPTS):
-        found = _find(which)
+        found = _find(which, host)
         try:
             # It may just be ending with its last client, as a plain server does.
             found.call(1, "GetVersion", "")
@@ -133,8 +171,9 @@ def connect(which: str | None) -> Bus:
     raise AssertionError
 
 
-def _find(which: str | None) -> Bus:
-    buses = [bus for bus in map(_open, [which] if which else _order()) if bus]
+def _find(which: str | None, host: str | None) -> Bus:
+    names = [which] if which else _order()
+    buses = [_through_ssh(host)] if host else [bus for bus in map(_open, names) if bus]
     if not buses:
         raise Unreachable("there is no message bus")
     found: Bus | None = None

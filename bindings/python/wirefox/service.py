@@ -2,11 +2,10 @@
 
 from __future__ import annotations
 
-import os
 from types import TracebackType
 from typing import Any, Iterator, Sequence
 
-from . import bus, jtag
+from . import bus, jtag, swd
 from .types import (
     EndPoint,
     Error,
@@ -62,6 +61,9 @@ class Service:
             raise Error(self.code, method)
         return outputs
 
+    def _owner(self, owner: int | None) -> int:
+        return self._bus.pid if owner is None else owner
+
     # Of the service and its probes.
 
     def version(self) -> tuple[int, int, int, int]:
@@ -103,21 +105,21 @@ class Service:
         self, probe: str, mode: TransferMode, port10: bool = False, owner: int | None = None
     ) -> None:
         """The port counts in the SWD modes: 10 or else 5."""
-        self._call("SetMode", "siyi", probe, int(mode), int(port10), _pid(owner))
+        self._call("SetMode", "siyi", probe, int(mode), int(port10), self._owner(owner))
 
     def set_voltage(
         self, probe: str, voltage: VTargVoltage, supply: bool = True, owner: int | None = None
     ) -> None:
-        self._call("SetVTarg", "siyi", probe, int(voltage), int(supply), _pid(owner))
+        self._call("SetVTarg", "siyi", probe, int(voltage), int(supply), self._owner(owner))
 
     def set_clock(self, probe: str, clock: JtagClock, owner: int | None = None) -> None:
-        self._call("SetJtagClock", "sii", probe, int(clock), _pid(owner))
+        self._call("SetJtagClock", "sii", probe, int(clock), self._owner(owner))
 
     def set_timeout(
         self, probe: str, endpoint: EndPoint | int, milliseconds: int, owner: int | None = None
     ) -> None:
         """Endpoints that read go by their USB address: 0x81, 0x84, 0x86."""
-        self._call("SetTimeOut", "siii", probe, int(endpoint), milliseconds, _pid(owner))
+        self._call("SetTimeOut", "siii", probe, int(endpoint), milliseconds, self._owner(owner))
 
     def set_led(self, probe: str, led: Led, state: LedState) -> None:
         self._call("SetLedState", "sii", probe, int(led), int(state))
@@ -156,7 +158,7 @@ class Service:
         raises, self.raises = self.raises, False
         try:
             for attempt in range(2):
-                (handle,) = self._call("AcquireDevice", "sii", probe, target, _pid(owner))
+                (handle,) = self._call("AcquireDevice", "sii", probe, target, self._owner(owner))
                 if attempt or self.code != ErrorCode.INVALID_DEVICE:
                     break
                 self._call("EnumerateDevices", "s", probe)
@@ -165,10 +167,6 @@ class Service:
         if raises and self.code != ErrorCode.SUCCESS:
             raise Error(self.code, "AcquireDevice")
         return Session(self, handle)
-
-
-def _pid(owner: int | None) -> int:
-    return os.getpid() if owner is None else owner
 
 
 def _port_arguments(
@@ -253,6 +251,14 @@ class Session:
     def etm(self) -> bytes:
         return self._transfer("RequestEtmPackets", "x", self.handle)
 
+    def read_memory(self, address: int, count: int, access_port: int = 0) -> list[int]:
+        """32-bit words of the target's memory, through an ADIv5 access port. The mode is an SWD one, and
+        `targets` has found the target. TargetError when it does not answer well."""
+        return swd.read_memory(self.swd, address, count, access_port)
+
+    def write_memory(self, address: int, words: Sequence[int], access_port: int = 0) -> None:
+        swd.write_memory(self.swd, address, words, access_port)
+
     def bulk_write(self, endpoint: EndPoint, data: bytes) -> None:
         self._transfer("BulkTransfer", "iayyx", int(endpoint), data, 0, self.handle)
 
@@ -268,11 +274,15 @@ class Session:
         self._service._call("PortAcquire", "iiyiiix", *arguments, self.handle, version=3)
 
 
-def connect(which: str | None = None, *, raises: bool = True) -> Service:
+def connect(
+    which: str | None = None, *, host: str | None = None, raises: bool = True
+) -> Service:
     """Connects to the service, which the bus starts if need be.
+
+    `host`, [USER@]HOST[:PORT], is another machine, whose service is reached through ssh as `wfx -H` does.
 
     `which` is "session", "system" or a bus's address. Without it the service is looked for as `wfx`
     does: on the session's bus and then the system's, for root the other way about; running before one
     that would have to be started.
     """
-    return Service(bus.connect(which), raises)
+    return Service(bus.connect(which, host), raises)

@@ -140,6 +140,10 @@ class Error(Exception):
         self.method = method
 
 
+class TargetError(Exception):
+    """The service did its part, and the target did not answer well."""
+
+
 class CallError(Exception):
     """The message bus or the service refused the call itself; `name` is the bus's error."""
 
