@@ -1,4 +1,4 @@
-// What clients get to see: log lines, errors, large data, and the message bus.
+// What clients get to see: notes, versions, errors, and trace data.
 #include "tests/system/harness.h"
 
 namespace system_test {
@@ -76,26 +76,6 @@ TEST_F(SystemTest, EachProgramTellsItsVersionAndHelpsWithoutBeginningToWork) {
       << refused.err;
 }
 
-// What a newcomer pastes, on the programs of this build.
-TEST_F(SystemTest, TheFirstStepsOfTheReadmeRunAsTheyStand) {
-  const std::string readme = ReadFile(std::filesystem::path(WIREFOX_SOURCE_DIR) / "README.md");
-  const std::string begin = "./build.sh\n";
-  const std::size_t start = readme.find("```\n" + begin, readme.find("\n## Talk to it\n"));
-  ASSERT_NE(start, std::string::npos);
-  const std::size_t first = start + 4 + begin.size();
-  std::string block = readme.substr(first, readme.find("```", first) - first);
-  const std::string bin_folder = "$PWD/build/release/bin";
-  const std::size_t at = block.find(bin_folder);
-  ASSERT_NE(at, std::string::npos);
-  block.replace(at, bin_folder.size(), WIREFOX_BIN_DIR);
-  const Finished finished = Run({"/bin/bash", "-ec", block + "wait\nrm -r \"$WIREFOX_HOME\"\n"});
-  EXPECT_EQ(finished.exit_status, 0) << finished.err;
-  for (const char* shown :
-       {"\nWFX0002\n", "0  0x2BA01477  free\n", "read-dp 0x00000000  0x2ba01477\n"}) {
-    EXPECT_NE(finished.out.find(shown), std::string::npos) << finished.out;
-  }
-}
-
 TEST_F(Clients, ErrorsOfTheServiceAreExitStatuses) {
   EXPECT_EQ(Wfx({"status", "nobody"}).exit_status, 15);
   EXPECT_EQ(Wfx({"status", "wfx0001"}).exit_status, 15);
@@ -138,29 +118,6 @@ TEST_F(Clients, TraceDataArrivesAsItWasSent) {
   ASSERT_EQ(Ctl({"swv", "WFX0002", "010203fffe"}).exit_status, 0);
   EXPECT_EQ(Json({"swv", "WFX0002"})["RESULT"], "010203fffe");
   EXPECT_EQ(Wfx({"swv", "WFX0002"}).exit_status, 16);  // nothing waits in the probe
-}
-
-TEST_F(SystemTest, AnyToolOfTheMessageBusCanCallTheService) {
-  StartMessageBus();
-  ASSERT_NO_FATAL_FAILURE(Begin());
-  const auto call = [&](Words arguments) {
-    Words command = {"/usr/bin/busctl", "--user", "call", "org.wirefox.TzWirefox",
-                     "/org/wirefox/TzWirefox"};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    const Finished finished = Run(command);
-    EXPECT_EQ(finished.exit_status, 0) << finished.err;
-    return finished.out;
-  };
-  EXPECT_EQ(call({"org.wirefox.ITzWirefox_v1", "GetVersion"}), "i 33554944\n");
-  EXPECT_EQ(call({"org.wirefox.ITzWirefox_v1", "GetDevicesChangedLocation"}),
-            std::string("s \"") + devices_changed_path().string() + "\"\n");
-  EXPECT_EQ(call({"org.wirefox.ITzWirefox_v1", "SetLedState", "sii", "WFX0001", "2", "3"}),
-            "i 0\n");
-  EXPECT_EQ(call({"org.wirefox.ITzWirefox_v1", "EnumerateDevices", "s", "nobody"}), "asi 0 5\n");
-  EXPECT_EQ(call({"org.wirefox.ITzWirefox_v3", "GetHwRevID", "s", "nobody"}), "ii 0 5\n");
-  EXPECT_EQ(
-      call({"org.wirefox.ITzWirefox_v2", "SendI2CPacket", "ayxi", "2", "160", "16", "0", "0"}),
-      "ayi 0 2\n");
 }
 
 }  // namespace
