@@ -4,6 +4,7 @@ example becomes the resources of a RemotePlace."""
 import asyncio
 import types
 
+import wirefox
 import yaml
 from labgrid.remote.common import ResourceEntry
 from labgrid.remote.exporter import ExporterSession
@@ -12,11 +13,25 @@ from labgrid.resource.remote import RemotePlaceManager
 from bench import SOURCE
 
 
+driven = []  # how the reset line was driven
+set_reset = wirefox.Service.set_reset
+
+
+def recorded(service, probe, active):
+    driven.append(active)
+    set_reset(service, probe, active)
+
+
 async def nothing(*_):
     pass
 
 
+def pytest_sessionfinish():
+    assert driven == [True, False]
+
+
 def pytest_configure():
+    wirefox.Service.set_reset = recorded
     exporter = types.SimpleNamespace(groups={}, isolated=False, hostname="lab", update_resource=nothing)
     described = yaml.safe_load((SOURCE / "bindings/labgrid/examples/exporter.yaml").read_text())
     for name, parameters in described["board"].items():

@@ -24,15 +24,19 @@ def test_both_devices_are_in_the_chain(chain):
 
 def test_power_comes_and_goes(core):
     assert core.status().wfx_flags_vtarg_on
+    assert core.status().vtarg_set == wirefox.VTargVoltage.VTARG_3_3
     core.off()
     assert not core.status().wfx_flags_vtarg_on
 
 
 def test_memory_holds_what_is_written(core):
     words = [0x600DCAFE + number for number in range(300)]  # over several bursts
-    core.write_memory(0x20000100, words)
-    assert core.read_memory(0x20000100, len(words)) == words
-    assert core.read_memory(0x200000FC, 2) == [0, 0x600DCAFE]
+    core.write_memory(0x20000110, words)
+    assert core.read_memory(0x20000110, len(words)) == words
+    assert core.read_memory(0x2000010C, 2) == [0, words[0]]
+    assert core.read_memory(0x20000400, 4) == words[188:192]
+    with core.session() as session:  # there is no second port, which reads as zeros
+        assert session.read_memory(0x20000110, 1, access_port=1) == [0]
 
 
 def test_no_memory_is_told_apart(core):
