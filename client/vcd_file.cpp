@@ -46,9 +46,13 @@ void VcdFile::PassHalfCycle() {
 void VcdFile::Set(Line& line, char level) {
   if (line.level == level) return;
   line.level = level;
+  AddTime();
+  text_ += {level, line.id, '\n'};
+}
+
+void VcdFile::AddTime() {
   if (now_ps_ != written_ps_) text_ += '#' + std::to_string(now_ps_) + '\n';
   written_ps_ = now_ps_;
-  text_ += {level, line.id, '\n'};
 }
 
 void VcdFile::Add(std::span<const std::uint8_t> packet, std::span<const std::uint8_t> tdo) {
@@ -66,8 +70,14 @@ void VcdFile::Add(std::span<const std::uint8_t> packet, std::span<const std::uin
   Write();
 }
 
+void VcdFile::Rest(double seconds) {
+  Set(tck_, '0');
+  now_ps_ += static_cast<std::uint64_t>(seconds * kPicosecondsPerSecond);
+}
+
 bool VcdFile::End() {
   Set(tck_, '0');
+  AddTime();
   Write();
   return out_.flush().good();
 }

@@ -23,21 +23,20 @@ class VcdFile {
   // From the next cycle on.
   void SetClock(std::uint32_t hertz);
 
-  // The lines stay as they are for so long.
-  void Rest(double seconds) { now_ps_ += static_cast<std::uint64_t>(seconds * kPicoseconds); }
+  // TCK falls, and the lines stay as they are for so long.
+  void Rest(double seconds);
 
-  // TCK falls for the last time. False: the file could not be written whole.
+  // TCK falls for the last time, and the time is written. False: the file could not be written whole.
   bool End();
 
  private:
-  static constexpr double kPicoseconds = 1e12;
-
   struct Line {
     char id;
     char level;
   };
 
   void Set(Line& line, char level);
+  void AddTime();
   void PassHalfCycle();
   void Write();
 

@@ -15,6 +15,8 @@ constexpr std::size_t kGroup = 8;
 constexpr std::size_t kMaxCycles = 0x4000 - kGroup;
 // Besides the group at the packet's begin, and one that fills it up.
 constexpr std::size_t kMaxQueue = kMaxCycles - 2 * kGroup;
+// What a run has in front of its cycles fits into a group.
+static_assert(JtagBridge::kMaxInAPacket == kMaxQueue - kGroup);
 
 // No level that stays, and not what it gives when it is late by a cycle.
 constexpr std::uint8_t kPattern = 0x69;

@@ -54,6 +54,9 @@ class JtagBridge {
   void Add(std::span<const std::uint8_t> tms, std::span<const std::uint8_t> tdi,
            std::size_t cycles);
 
+  // So many cycles of a run always go in one packet; more go in several.
+  static constexpr std::size_t kMaxInAPacket = 16352;
+
   // Cycles queued since the last run.
   std::size_t queued() const { return tms_.size() - answered_; }
 

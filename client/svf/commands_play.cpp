@@ -90,7 +90,7 @@ class Play {
   }
 
   Result Failed(const SvfPlayer& player) {
-    Result result = Outcome(chain_.error());
+    Result result = Outcome(bridge_.was_moved() ? TzErrorCode::NOT_ACQUIRED : chain_.error());
     const auto& mismatch = player.mismatch();
     const std::size_t line = mismatch ? mismatch->line : player.line();
     result.outputs["line"] = line;

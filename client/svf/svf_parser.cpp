@@ -165,6 +165,8 @@ struct Register {
 
 class Parser {
  public:
+  explicit Parser(std::uint64_t max_bits) : bits_left_(max_bits) {}
+
   void Take(const SvfStatement& statement) {
     Words words(statement.words);
     const std::string name = words.Take("statement");
@@ -202,6 +204,9 @@ class Parser {
   void AddScan(std::size_t line, Register& reg, Words& words) {
     Renew(reg.body, words);
     if (reg.body.bits == 0) throw Fault("there is nothing to scan");
+    const std::size_t bits = reg.header.bits + reg.body.bits + reg.trailer.bits;
+    if (bits > bits_left_) throw Fault("the file's scans are too long to be held");
+    bits_left_ -= bits;
     SvfScan scan{.shift = reg.shift, .bits = 0, .tdi = {}, .checks = {}, .end = reg.end};
     BitQueue tdi;
     for (const Pattern* const part : {&reg.header, &reg.body, &reg.trailer}) {
@@ -296,6 +301,7 @@ class Parser {
   TapState run_state_ = TapState::kIdle;
   TapState run_end_ = TapState::kIdle;
   TapState state_ = TapState::kReset;
+  std::uint64_t bits_left_;
 };
 
 const Parser::Other Parser::kOthers[] = {
@@ -310,10 +316,11 @@ std::string_view SvfStateName(TapState state) {
   return kStateNames[static_cast<std::size_t>(state)];
 }
 
-std::optional<SvfProgram> ParseSvf(std::string_view text, SvfProblem& problem) {
+std::optional<SvfProgram> ParseSvf(std::string_view text, SvfProblem& problem,
+                                   std::uint64_t max_bits) {
   problem = {};
   SvfStatements statements(text);
-  Parser parser;
+  Parser parser(max_bits);
   while (const auto statement = statements.Next(problem)) {
     if (statement->words.empty()) continue;
     try {

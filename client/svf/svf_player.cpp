@@ -13,7 +13,7 @@ namespace {
 
 // A packet's worth: what is gathered before it is clocked, and the longest wait that is made of
 // cycles.
-constexpr std::size_t kGathered = 16376;
+constexpr std::size_t kGathered = JtagBridge::kMaxInAPacket;
 
 constexpr std::size_t kMaxWay = 8;
 

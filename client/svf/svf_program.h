@@ -65,8 +65,12 @@ using SvfProgram = std::vector<SvfStep>;
 // By its name in the format: "DRPAUSE".
 std::string_view SvfStateName(TapState state);
 
+// Of all scans together. A few words of a file may ask for more than a computer can hold.
+inline constexpr std::uint64_t kMaxSvfBits = std::uint64_t{1} << 32;
+
 // Nothing, with the first problem, when the text is not well formed or needs what a probe does not
 // have.
-std::optional<SvfProgram> ParseSvf(std::string_view text, SvfProblem& problem);
+std::optional<SvfProgram> ParseSvf(std::string_view text, SvfProblem& problem,
+                                   std::uint64_t max_bits = kMaxSvfBits);
 
 }  // namespace client

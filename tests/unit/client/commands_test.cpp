@@ -129,7 +129,7 @@ TEST(Commands, PlayHoldsTheChainSetsItsClockAndNamesFileAndLine) {
           "}\n" + at + ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)\n= 1\n");
   // Sixteen cycles of the reset at 6 MHz, as many of the way to Idle at 3 MHz, and 0.02 s of rest.
   play("FREQUENCY 3E6 HZ;RUNTEST 0.02 SEC;", " --vcd " + folder.Path("v"));
-  EXPECT_THAT(folder.Read("v"), testing::EndsWith("#7833332\n1!\n#20007999999\n0!\n"));
+  EXPECT_THAT(folder.Read("v"), testing::EndsWith("#7833332\n1!\n#7999999\n0!\n#20007999999\n"));
   EXPECT_EQ(play("\nFREQUENCY 199999 HZ;"),
             at + ":2: FREQUENCY: the slowest clock is FREQ_C_00_2 (200000 Hz); --clock sets one "
                  "whatever the file says\n= 2\n");
@@ -140,6 +140,11 @@ TEST(Commands, PlayHoldsTheChainSetsItsClockAndNamesFileAndLine) {
                 "wfx: NOT_ACQUIRED (error 2): " + folder.Path("f") +
                 ":1: another program has looked for targets, which moves the chain (or the probe "
                 "was unplugged)\n= 12\n");
+  // What each packet looks for first is a bypass register where the chain should wait.
+  fake.reply = [](const client::Bytes& packet) { return client::Bytes(packet.size() / 2, 0xD2); };
+  EXPECT_THAT(play("STATE IDLE;FREQUENCY;\nSTATE IDLE;"),
+              testing::EndsWith(":2: another program has looked for targets, which moves the chain "
+                                "(or the probe was unplugged)\n= 12\n"));
   fake.outcomes["SetJtagClock"] = {TzErrorCode::SUCCESS, TzErrorCode::WFX_ERROR};
   EXPECT_TRUE(play("\nFREQUENCY 2E5 HZ;").ends_with("plug the probe in again\n= 16\n"));
   const std::string nowhere = " --vcd " + folder.Path("no/file");
