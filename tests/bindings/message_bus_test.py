@@ -11,6 +11,7 @@ import re
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
 import xml.etree.ElementTree as ElementTree
 
@@ -129,7 +130,7 @@ class Signals(unittest.TestCase):
             bench.ctl("plug", "WFX0002")
             self.assertEqual(sorted(next(seen)), ALL)
             self.assertEqual(len(list(service.watch(timeout=0))), 1)
-            seen.close()
+        seen.close()  # has nothing to say to a connection that is closed
         self.assertTrue(wait_until(lambda: not bench.services()), "the listener keeps it")
         monitor.kill()
 
@@ -137,14 +138,31 @@ class Signals(unittest.TestCase):
         with wirefox.connect() as service:
             seen = service.watch()
             next(seen)
+            bench.run("dbus-send", "--session", "--type=signal", PATH, f"{bus.MONITOR}.Changed", "array:string:NOBODY")
             for pid in bench.services():
                 subprocess.run(["kill", "-9", str(pid)], check=True)
             with self.assertRaises(wirefox.Unreachable):
-                for _ in seen:
-                    pass
-            with self.assertRaises(wirefox.Unreachable):
+                for names in seen:
+                    self.assertNotIn("NOBODY", names, "it is not the service that says so")
+            # The next service may give another client the handle that was ours.
+            with wirefox.connect(), self.assertRaises(wirefox.Unreachable):
                 service.probes()
         self.assertTrue(wait_until(lambda: not bench.services()))
+
+
+    def test_each_thread_wants_a_connection_of_its_own(self):
+        with wirefox.connect() as service:
+            self.assertTrue(wait_until(lambda: sorted(service.listed_probes()) == ALL))
+            seen = service.watch()
+            next(seen)
+            waiting = threading.Thread(target=lambda: next(names for names in seen if "WFX0002" not in names))
+            waiting.start()
+            self.assertTrue(wait_until(service._bus._in_use.locked))
+            self.assertRaisesRegex(RuntimeError, "another thread", service.version)
+            bench.ctl("unplug", "WFX0002")
+            waiting.join()
+            bench.ctl("plug", "WFX0002")
+            self.assertEqual(service.version()[0], 2)
 
 
 class Package(unittest.TestCase):
@@ -233,7 +251,7 @@ class Package(unittest.TestCase):
     def test_what_the_bus_refuses_is_told_apart(self):
         with self.assertRaisesRegex(wirefox.CallError, "UnknownMethod"):
             self.service._bus.call(1, "VendorRequest", "")
-        for which in ("system", "unix:path=/nowhere"):
+        for which in ("system", "unix:path=/nowhere", "nonsense"):
             with self.assertRaisesRegex(wirefox.Unreachable, "no message bus"):
                 wirefox.connect(which)
 

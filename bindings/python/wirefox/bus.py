@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
+import contextlib
 import os
+import threading
 from collections import deque
 from typing import Any, Iterator
 
@@ -10,7 +12,6 @@ from jeepney import (  # type: ignore[import]
     DBusAddress,
     HeaderFields,
     MatchRule,
-    MessageFlag,
     MessageType,
     Properties,
     message_bus,
@@ -31,44 +32,63 @@ GONE = {BUS_ERROR + error for error in ("ServiceUnknown", "NameHasNoOwner", "NoR
 
 
 class Bus:
-    """A connection to a bus on which the service has its name."""
+    """A connection to a bus on which the service has its name, and the service there. It goes by the service's own
+    name on the bus: the next one that is started knows none of our sessions, and may give others their handles."""
 
     def __init__(self, connection: Any) -> None:
         self._connection = connection
+        self._service = NAME
+        self._in_use = threading.Lock()
+
+    def find_service(self) -> None:
+        """Raises Unreachable when it does not run."""
+        self._service = str(self.ask(message_bus.GetNameOwner(NAME))[0])
 
     def close(self) -> None:
         self._connection.close()
 
-    def ask(self, message: Any) -> tuple[Any, ...]:
+    @contextlib.contextmanager
+    def _alone(self) -> Iterator[None]:
+        """Two threads would take each other's replies, and wait for ever."""
+        if not self._in_use.acquire(blocking=False):
+            raise RuntimeError("another thread uses this connection: let each connect")
         try:
-            reply = self._connection.send_and_get_reply(message)
+            yield
+        except TimeoutError:
+            raise
         except OSError as lost:
             raise Unreachable(f"the message bus has gone: {lost}") from lost
+        finally:
+            self._in_use.release()
+
+    def ask(self, message: Any) -> tuple[Any, ...]:
+        with self._alone():
+            reply = self._connection.send_and_get_reply(message)
         if reply.header.message_type is not MessageType.error:
             return tuple(reply.body)
         name = str(reply.header.fields.get(HeaderFields.error_name))
         text = str(reply.body[0]) if reply.body else ""
-        raise Unreachable(text or name) if name in GONE else CallError(name, text)
+        if name not in GONE:
+            raise CallError(name, text)
+        raise Unreachable(text or name if self._service == NAME else "the service has ended")
 
     def call(self, version: int, method: str, signature: str, *values: Any) -> tuple[Any, ...]:
         """Calls a method that this version of the interface added."""
-        address = DBusAddress(PATH, bus_name=NAME, interface=INTERFACE + str(version))
-        message = new_method_call(address, method, signature or None, values)
-        # A service that has ended has forgotten every session: that must not go unnoticed.
-        message.header.flags |= MessageFlag.no_auto_start
-        return self.ask(message)
+        address = DBusAddress(PATH, bus_name=self._service, interface=INTERFACE + str(version))
+        return self.ask(new_method_call(address, method, signature or None, values))
 
     def monitored(self) -> list[str]:
         """The property Probes."""
-        address = DBusAddress(PATH, bus_name=NAME, interface=MONITOR)
+        address = DBusAddress(PATH, bus_name=self._service, interface=MONITOR)
         kind, names = self.ask(Properties(address).get("Probes"))[0]
         return list(names)
 
     def changes(self, timeout: float | None) -> Iterator[list[str]]:
         """The names at once, and those of every signal Changed."""
-        changed = MatchRule(type="signal", path=PATH, interface=MONITOR, member="Changed")
-        owner = MatchRule(type="signal", interface="org.freedesktop.DBus", member="NameOwnerChanged")
-        owner.add_arg_condition(0, NAME)
+        changed = MatchRule(type="signal", sender=self._service, path=PATH, interface=MONITOR, member="Changed")
+        owner = MatchRule(type="signal", sender=message_bus.bus_name, interface=message_bus.interface,
+                          member="NameOwnerChanged")
+        owner.add_arg_condition(0, self._service)
         heard: deque[Any] = deque()
         with self._connection.filter(changed, queue=heard), self._connection.filter(owner, queue=heard):
             for rule in (changed, owner):
@@ -84,15 +104,16 @@ class Bus:
                     yield list(signal.body[0])
             finally:
                 for rule in (changed, owner):
-                    self.ask(message_bus.RemoveMatch(rule))
+                    # The connection may be closed, and a bus forgets rules about who has left it.
+                    with contextlib.suppress(Unreachable, CallError):
+                        self.ask(message_bus.RemoveMatch(rule))
 
     def _next(self, heard: deque[Any], timeout: float | None) -> Any:
         try:
-            return self._connection.recv_until_filtered(heard, timeout=timeout)
+            with self._alone():
+                return self._connection.recv_until_filtered(heard, timeout=timeout)
         except TimeoutError:
             return None
-        except OSError as lost:
-            raise Unreachable(f"the message bus has gone: {lost}") from lost
 
 
 def _open(which: str) -> Bus | None:
@@ -105,7 +126,7 @@ def _open(which: str) -> Bus | None:
     address = which.upper() if which in ("session", "system") else which
     try:
         return Bus(open_dbus_connection(address, auth_timeout=10.0))
-    except (OSError, RuntimeError, KeyError):
+    except (OSError, RuntimeError, KeyError, ValueError):
         return None
 
 
@@ -121,6 +142,7 @@ def connect(which: str | None) -> Bus:
         found = _find(which)
         try:
             # It may just be ending with its last client, as a plain server does.
+            found.find_service()
             found.call(1, "GetVersion", "")
             return found
         except Unreachable:
