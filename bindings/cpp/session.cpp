@@ -13,13 +13,13 @@ Session::Session(std::shared_ptr<Connection> connection, std::int64_t handle) no
     : connection_(std::move(connection)), handle_(handle) {}
 
 Session::Session(Session&& other) noexcept
-    : connection_(std::move(other.connection_)), handle_(std::exchange(other.handle_, 0)) {}
+    : connection_(std::move(other.connection_)), handle_(other.handle_.exchange(0)) {}
 
 Session& Session::operator=(Session&& other) noexcept {
   if (this == &other) return *this;
   LetGo();
   connection_ = std::move(other.connection_);
-  handle_ = std::exchange(other.handle_, 0);
+  handle_ = other.handle_.exchange(0);
   return *this;
 }
 
@@ -27,17 +27,19 @@ Session::~Session() { LetGo(); }
 
 void Session::LetGo() noexcept {
   try {
-    if (connection_) ReleaseDevice();
+    if (handle_ != 0) ReleaseDevice();
   } catch (const std::exception&) {
     // The service has taken it back already, or is gone; or the list of probes will tell.
   }
 }
 
-// Calls `call` with the client and throws unless it succeeds.
+// Calls `call` with the client and throws unless it succeeds. Other threads may release the target
+// meanwhile, but not during the call.
 template <typename Call>
 void Session::OnTarget(const char* method, Call call) {
   if (!connection_) Connection::ThrowOutcome(method, TzErrorCode::NOT_ACQUIRED);
-  connection_->Run(method, call);
+  connection_->Run(
+      method, [&](ServiceClient& c) { return handle_ != 0 ? call(c) : TzErrorCode::NOT_ACQUIRED; });
 }
 
 Bytes Session::SendJtagPacket(ByteView tdi_tms, bool read) {
@@ -92,10 +94,7 @@ void Session::PortAcquire(const PortAcquireSettings& settings) {
 
 void Session::ReleaseDevice() {
   // Once: whatever the answer, the session has ended.
-  const std::shared_ptr<Connection> connection = std::move(connection_);
-  const std::int64_t handle = std::exchange(handle_, 0);
-  if (!connection) Connection::ThrowOutcome("ReleaseDevice", TzErrorCode::NOT_ACQUIRED);
-  connection->Run("ReleaseDevice", [&](ServiceClient& c) { return c.ReleaseDevice(handle); });
+  OnTarget("ReleaseDevice", [&](ServiceClient& c) { return c.ReleaseDevice(handle_.exchange(0)); });
 }
 
 }  // namespace wirefox

@@ -17,6 +17,7 @@
 #include <wirefox/export.h>
 #include <wirefox/types.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -38,7 +39,8 @@ struct PortAcquireSettings {
 
 // A target that this process has acquired, and nobody else can until it is released. Made by
 // Service::AcquireDevice, whose connection it shares: it may outlive the Service. After a release,
-// and once it has been moved from, its calls throw NOT_ACQUIRED.
+// and once it has been moved from, its calls throw NOT_ACQUIRED. A process that acquires a target
+// twice has one session with it: both objects have its handle, and the first release ends it.
 class WIREFOX_API Session {
  public:
   Session(Session&& other) noexcept;
@@ -74,7 +76,7 @@ class WIREFOX_API Session {
   // Begins to catch the part in its test mode. Service::GetPortAcquireStatus tells how it went.
   void PortAcquire(const PortAcquireSettings& settings);
 
-  // Does now what the destructor would.
+  // Does now what the destructor would, and tells what fails. The connection stays.
   void ReleaseDevice();
 
  private:
@@ -85,7 +87,7 @@ class WIREFOX_API Session {
   WIREFOX_NO_EXPORT void LetGo() noexcept;
 
   std::shared_ptr<Connection> connection_;
-  std::int64_t handle_ = 0;
+  std::atomic<std::int64_t> handle_ = 0;
 };
 
 // A connection to the service. Probes are named by their serial numbers; letter case counts. Once

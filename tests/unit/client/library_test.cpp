@@ -164,6 +164,22 @@ TEST(ClientLibrary, ThreadsCallOneServiceAndEachHearsOfItsOwnFailures) {
   EXPECT_EQ(fake.calls.size(), 1000u);
 }
 
+TEST(ClientLibrary, AThreadMayReleaseWhatAnotherUses) {
+  FakeService fake;
+  Service service = ServiceOn(fake);
+  Session session = service.AcquireDevice("A");
+  std::string ended;
+  std::thread using_it([&] {
+    ended = Thrown([&] {
+      while (true) session.RequestSwvPackets();
+    });
+  });
+  session.ReleaseDevice();
+  using_it.join();
+  EXPECT_EQ(ended, "RequestSwvPackets: NOT_ACQUIRED (error 2) | 2 | 0");
+  EXPECT_EQ(fake.calls.back(), "ReleaseDevice 260");
+}
+
 TEST(ClientLibrary, ASessionReleasesItsTargetOnceWhoeverHoldsIt) {
   FakeService fake;
   std::optional<Service> service(ServiceOn(fake));
