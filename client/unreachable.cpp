@@ -12,6 +12,7 @@ constexpr HRESULT kServerUnavailable = static_cast<HRESULT>(0x800706BA);
 constexpr HRESULT kCallFailed = static_cast<HRESULT>(0x800706BE);
 constexpr HRESULT kAccessDenied = static_cast<HRESULT>(0x80070005);
 constexpr HRESULT kOutOfMemory = static_cast<HRESULT>(0x8007000E);
+constexpr HRESULT kInvalidArgument = static_cast<HRESULT>(0x80070057);
 
 }  // namespace
 
@@ -19,6 +20,9 @@ std::string UnreachableAdvice(HRESULT status, const std::string& host) {
   const std::string code = " (" + HexWord(static_cast<std::uint32_t>(status)) + ")";
   if (!host.empty() && status == kClassNotRegistered) return "it is not installed there" + code;
   if (!host.empty() && status == kServerExecFailure) return "it could not be started there" + code;
+  if (!host.empty() && status == kInvalidArgument) {
+    return "a machine is named [USER@]HOST[:PORT]" + code;
+  }
   if (!host.empty() && status == kServerUnavailable) {
     return "the connection was not made, or is lost; see whether ssh reaches that machine" + code;
   }

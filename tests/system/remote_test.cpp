@@ -93,6 +93,16 @@ TEST_F(AnotherMachine, IsNamedWhenItCannotBeReached) {
   ASSERT_TRUE(ServiceEnds());
   EXPECT_EQ(Wfx({"-H", "lab", "list"}).err, cannot + "it is not installed there (0x80040154)\n");
   WriteFile(home() / "ssh", "#!/bin/sh\nexit 255\n");
+  // Neither ssh, a shell on its way, nor a container gets what is no machine's name.
+  for (const char* name :
+       {"a b", "a;b", "`b`", "me@-oNo", "@a", "me@", ":22", "a:", "a:b", "a:-1", "a/b", "::1"}) {
+    const std::string there = std::string("wfx: cannot reach TzWirefoxService on ") + name;
+    EXPECT_EQ(Wfx({"-H", name, "list"}).err,
+              there + ": a machine is named [USER@]HOST[:PORT] (0x80070057)\n");
+  }
+  for (const char* name : {"me@[::1]:22", "[::1]", "D\\me@lab-2.x_y"}) {
+    EXPECT_NE(Wfx({"-H", name, "list"}).err.find("0x800706ba"), std::string::npos) << name;
+  }
   EXPECT_EQ(Wfx({"-H", "lab", "list"}).err, lost);
   EXPECT_EQ(Wfx({"-H", "a", "-H", "b", "list"}).exit_status, 3);
 }

@@ -2,7 +2,9 @@
 
 #include <objbase.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <string_view>
 
 #include "platform/linux/com/dbus_proxy.h"
 #include "platform/linux/kernel/text.h"
@@ -16,6 +18,22 @@ constexpr char kDaemonPath[] = "/org/freedesktop/DBus";
 HRESULT ConnectionStatus(int error_number, const sd_bus_error& error = SD_BUS_ERROR_NULL) {
   const HRESULT status = StatusOfError(error_number, error);
   return status == RPC_E_SERVERFAULT ? CO_E_SERVER_EXEC_FAILURE : status;
+}
+
+// [USER@]HOST[:PORT], and nothing that a shell on ssh's way could take for more. The bus library
+// would look for a container behind a slash, and behind a colon without a number.
+bool NamesMachine(std::string_view text) {
+  const auto is_foreign = [](char c) {
+    constexpr std::string_view kShells = "'`\"$;&<>|(){}/,\x7F";
+    return (c >= 0 && c <= ' ') || kShells.find(c) != kShells.npos;
+  };
+  if (std::ranges::any_of(text, is_foreign) || text.starts_with('@')) return false;
+  const std::string_view machine = text.substr(text.rfind('@') + 1);
+  if (machine.empty() || machine[0] == '-' || machine[0] == ':') return false;
+  const std::size_t colon = machine.rfind(':');
+  if (colon == machine.npos || machine.ends_with(']')) return true;
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+  return !machine.ends_with(':') && std::ranges::all_of(machine.substr(colon + 1), is_digit);
 }
 
 // One question to the bus itself, about a name on it.
@@ -98,8 +116,10 @@ HRESULT FindStandIn(sd_bus* bus, std::int32_t& process) {
 
 HRESULT ActivateRemotely(const wchar_t* host, const ClassPlan& plan, DBusHandle& connection,
                          CallRoute& route) {
+  const std::string name = WideToUtf8(host);
+  if (!NamesMachine(name)) return E_INVALIDARG;
   sd_bus* opened = nullptr;
-  const int result = sd_bus_open_system_remote(&opened, WideToUtf8(host).c_str());
+  const int result = sd_bus_open_system_remote(&opened, name.c_str());
   if (result < 0) return result == -EINVAL ? E_INVALIDARG : ConnectionStatus(result);
   connection.reset(opened);
   route.limits = kBusLimits;

@@ -11,7 +11,8 @@
 namespace linux_host {
 
 // A connection to the bus of `host` ([USER@]HOST[:PORT]), and the way to the server there, which
-// that bus starts when it does not run. Statuses as of CoCreateInstanceEx.
+// that bus starts when it does not run. Statuses as of CoCreateInstanceEx; E_INVALIDARG: that is no
+// machine's name.
 HRESULT ActivateRemotely(const wchar_t* host, const ClassPlan& plan, DBusHandle& connection,
                          CallRoute& route);
 
