@@ -6,13 +6,16 @@ usage: message_bus_test.py PROGRAMS [UNITTEST ARGUMENT...]     PROGRAMS: the fol
 """
 
 import faulthandler
+import os
 import pathlib
+import pickle
 import re
 import subprocess
 import sys
 import tempfile
 import threading
 import unittest
+from unittest import mock
 import xml.etree.ElementTree as ElementTree
 
 from bench import SOURCE, Bench, wait_until
@@ -20,7 +23,7 @@ from bench import SOURCE, Bench, wait_until
 sys.path.insert(0, str(SOURCE / "bindings/python"))
 sys.dont_write_bytecode = True
 import wirefox  # noqa: E402
-from wirefox import bus, types  # noqa: E402
+from wirefox import bus, jtag, types  # noqa: E402
 
 NAME, PATH = "org.wirefox.TzWirefox", "/org/wirefox/TzWirefox"
 ALL = ["EVK0001", "WFX0001", "WFX0002"]
@@ -139,8 +142,12 @@ class Signals(unittest.TestCase):
             seen = service.watch()
             next(seen)
             bench.run("dbus-send", "--session", "--type=signal", PATH, f"{bus.MONITOR}.Changed", "array:string:NOBODY")
-            for pid in bench.services():
-                subprocess.run(["kill", "-9", str(pid)], check=True)
+            self.assertTrue(wait_until(lambda: "WFX0002" in service.listed_probes()))
+            service.set_mode("WFX0002", wirefox.TransferMode.SWD)
+            with self.assertRaises(KeyError), service.acquire("WFX0002"):
+                for pid in bench.services():
+                    subprocess.run(["kill", "-9", str(pid)], check=True)
+                raise KeyError  # and not what releasing then says
             with self.assertRaises(wirefox.Unreachable):
                 for names in seen:
                     self.assertNotIn("NOBODY", names, "it is not the service that says so")
@@ -174,11 +181,13 @@ class Package(unittest.TestCase):
         return self.assertRaisesRegex(wirefox.Error, code.name)
 
     def test_every_method_reaches_the_probes(self):
-        called, call = set(), bus.Bus.call
+        called, ports, call = set(), [], bus.Bus.call
         self.addCleanup(setattr, bus.Bus, "call", call)
 
         def recorded(self, version, method, signature, *values):
             called.add((f"org.wirefox.ITzWirefox_v{version}", method, signature))
+            if method == "PortAcquire":
+                ports.append(values)
             return call(self, version, method, signature, *values)
 
         bus.Bus.call = recorded
@@ -207,9 +216,11 @@ class Package(unittest.TestCase):
                 session.etm()
             with self.fails(w.ErrorCode.IN_USE):
                 s.acquire("WFX0002", owner=1)
-            session.port_acquire(w.ProgrammingMode.RESET, 3, test_key=(0x11223344, 0xAABBCCDD))
+            session.port_acquire(w.ProgrammingMode.RESET, 3, test_key=(0x11223344, 0x80000000))
+            s._call("ReleaseDevice", "x", session.handle)  # as an end of its chain would
         self.assertTrue(s.port_acquire_status("WFX0002"))
-        s.port_acquire("WFX0002", w.ProgrammingMode.RESET, 3)
+        s.port_acquire("WFX0002", w.ProgrammingMode.POWER_CYCLE, 3)
+        self.assertEqual((ports[0][:6], ports[1][1:]), ((0, 0, 1, 0x11223344, -0x80000000, 3), (1, 0, 0, 0, 0, 3)))
         s.set_mode("WFX0002", w.TransferMode.SWD_SWV)
         s.setup_swv("WFX0002", 2_000_000)
         with s.acquire("WFX0002") as session:
@@ -222,6 +233,7 @@ class Package(unittest.TestCase):
         with s.acquire("WFX0002") as session:
             session.bulk_write(w.EndPoint.EP1, b"hello")
             self.assertEqual(session.bulk_read(w.EndPoint.EP1, 5), b"hello")
+        self.assertFalse(session)
         with self.fails(w.ErrorCode.NOT_ACQUIRED):
             session.jtag(b"\0")
         every = {(part.get("name"), method.get("name"), types_of(method, "in"))
@@ -236,6 +248,7 @@ class Package(unittest.TestCase):
             length = 8 * 4
             session.scan_ir(length, (1 << length) - 1)  # bypass, however long the registers are
             self.assertEqual(session.scan_dr(8, 0b101101) >> 2, 0b101101)
+            self.assertEqual(jtag.pack([1], [1]), b"\x11\0", "whole pairs")
             for bits in range(1, 18):
                 self.assertEqual(session.scan_dr(bits + 2, 0x15555 >> 17 - bits) >> 2, 0x15555 >> 17 - bits)
 
@@ -245,6 +258,7 @@ class Package(unittest.TestCase):
             with service.acquire("nobody") as session:
                 self.assertFalse(session)
                 self.assertEqual(service.code, wirefox.ErrorCode.INVALID_DEVICE)
+            self.assertFalse(service.acquire("nobody"), "nor later")
             service.set_led("WFX0001", wirefox.Led.LED_1_RED, wirefox.LedState.OFF)
             self.assertEqual(service.code, wirefox.ErrorCode.SUCCESS)
 
@@ -254,6 +268,21 @@ class Package(unittest.TestCase):
         for which in ("system", "unix:path=/nowhere", "nonsense"):
             with self.assertRaisesRegex(wirefox.Unreachable, "no message bus"):
                 wirefox.connect(which)
+
+    def test_the_bus_is_found_where_it_is(self):
+        def descriptors():
+            return len(list(pathlib.Path("/proc/self/fd").iterdir()))
+
+        address = os.environ["DBUS_SESSION_BUS_ADDRESS"]
+        pathlib.Path(bench.home, "bus").symlink_to(re.search("path=([^,]*)", address)[1])
+        with mock.patch.dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=address, XDG_RUNTIME_DIR=str(bench.home)):
+            del os.environ["DBUS_SESSION_BUS_ADDRESS"]
+            before = descriptors()
+            wirefox.connect("session").close()
+            wirefox.connect().close()
+            self.assertEqual(descriptors(), before, "the other bus is kept open")
+            del os.environ["WIREFOX_HOME"]
+            self.assertEqual(bus._order()[0], "session" if os.geteuid() else "system")
 
     def test_the_example_prints_the_chain(self):
         example = str(SOURCE / "bindings/python/examples/scan_chain.py")
@@ -281,6 +310,10 @@ class Package(unittest.TestCase):
 
     def test_its_version_is_the_programs(self):
         self.assertEqual(wirefox.__version__, re.search(r"VERSION ([\d.]+)", (SOURCE / "CMakeLists.txt").read_text().split("project(")[1])[1])
+
+    def test_errors_pass_from_process_to_process(self):
+        for error in (wirefox.Error(wirefox.ErrorCode.IN_USE, "SetMode"), wirefox.CallError("a.b", "text")):
+            self.assertEqual(str(pickle.loads(pickle.dumps(error))), str(error))
 
     def test_its_types_hold(self):
         bench.run("mypy", "--strict", "--cache-dir=/dev/null", str(SOURCE / "bindings/python/wirefox"),

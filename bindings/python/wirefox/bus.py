@@ -94,7 +94,9 @@ class Bus:
             for rule in (changed, owner):
                 self.ask(message_bus.AddMatch(rule))
             try:
-                yield self.monitored()
+                names = self.monitored()
+                heard.clear()  # of what was before
+                yield names
                 while True:
                     signal = self._next(heard, timeout)
                     if signal is None:

@@ -135,18 +135,24 @@ class Error(Exception):
     """The service carried out a call and answered with a code other than SUCCESS."""
 
     def __init__(self, code: ErrorCode, method: str) -> None:
-        super().__init__(f"{method}: {code.name}")
+        super().__init__(code, method)
         self.code = code
         self.method = method
+
+    def __str__(self) -> str:
+        return f"{self.method}: {self.code.name}"
 
 
 class CallError(Exception):
     """The message bus or the service refused the call itself; `name` is the bus's error."""
 
     def __init__(self, name: str, text: str) -> None:
-        super().__init__(f"{name}: {text}")
+        super().__init__(name, text)
         self.name = name
         self.text = text
+
+    def __str__(self) -> str:
+        return f"{self.name}: {self.text}"
 
 
 class Unreachable(ConnectionError):
