@@ -31,8 +31,9 @@ struct Options {
   }
 };
 
+// The line is 0 before the first statement.
 std::string Place(const Options& options, std::size_t line) {
-  return options.path + ":" + std::to_string(line) + ": ";
+  return options.path + (line == 0 ? "" : ":" + std::to_string(line)) + ": ";
 }
 
 // A frequency that no clock can be set to, when the file is asked for it.

@@ -15,7 +15,8 @@ class AnotherMachine : public SystemTest {
     ASSERT_NO_FATAL_FAILURE(Begin());
     there_ = environment;
     WriteFile(home() / "ssh", "#!/bin/sh\necho \"$$ $@\" >>" + (home() / "ssh.log").string() +
-                                  "\nexec systemd-stdio-bridge -p '" + address + "'\n");
+                                  "\n[ $3 != gone ] || exit 255\nexec systemd-stdio-bridge -p '" +
+                                  address + "'\n");
     std::filesystem::permissions(home() / "ssh", std::filesystem::perms::owner_all);
     // Here nothing is registered, and no bus is known.
     here_["WIREFOX_HOME"] = home() / "here";
@@ -57,6 +58,7 @@ TEST_F(AnotherMachine, OffersItsProbes) {
       Sorted(Wfx({"-H", "a", "--json", "-H", "b", "list"}).out),
       (Words{R"({"error":"SUCCESS","wirefoxs":["EVK0001","WFX0001","WFX0002"],"host":"a"})",
              R"({"error":"SUCCESS","wirefoxs":["EVK0001","WFX0001","WFX0002"],"host":"b"})"}));
+  EXPECT_EQ(Wfx({"-H", "a", "-H", "gone", "list"}).exit_status, 3);
   auto watch = StartWfx({"-H", "a", "watch"});
   EXPECT_EQ(watch->ReadLine(), "3 probes: EVK0001, WFX0001, WFX0002");
   EXPECT_EQ(Ctl({"unplug", "EVK0001"}).exit_status, 0);

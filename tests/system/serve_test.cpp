@@ -255,6 +255,28 @@ TEST_F(Serve, OpenOcdAndPlayFindTheSameInAnSvf) {
   }
 }
 
+TEST_F(Serve, PlayThatIsInterruptedGivesTheChainBack) {
+  ASSERT_NO_FATAL_FAILURE(Bring());
+  const std::string file = (home() / "file.svf").string();
+  // What the clock is set to shows how far it is.
+  const std::pair<const char*, int> cases[] = {
+      {"FREQUENCY 1.6E6 HZ;\nRUNTEST 4000000000 TCK;", 152},
+      {"FREQUENCY 1.5E6 HZ;\nRUNTEST 80000 SEC;", 192}};
+  for (const auto& [svf, clock] : cases) {
+    WriteFile(file, svf);
+    auto play = StartWfx({"play", "WFX0001", file, "--json"});
+    EXPECT_TRUE(WaitUntil([&] {
+      return Json({"status", "WFX0001"})["status"]["CLOCK_FREQUENCY"] == clock;
+    })) << svf;
+    EXPECT_EQ(Wfx({"mode", "WFX0001", "JTAG"}).exit_status, 11);
+    play->Interrupt();
+    EXPECT_EQ(play->ReadLine(), R"({"error":"SUCCESS","line":2,"problem":)" +
+                                    nlohmann::json(file + ":2: interrupted").dump() + "}");
+    EXPECT_EQ(play->Wait(), 1);
+    EXPECT_EQ(Wfx({"mode", "WFX0001", "JTAG"}).exit_status, 0);
+  }
+}
+
 // One scan of nearly four million bits.
 TEST_F(Serve, PlayBringsAWholeBitstreamIntoTheFpga) {
   ASSERT_NO_FATAL_FAILURE(Bring({"--bench", "demo"}));

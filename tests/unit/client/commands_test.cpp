@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -121,18 +123,29 @@ TEST(Commands, PlayHoldsTheChainSetsItsClockAndNamesFileAndLine) {
                 "> SendJtagPacket 1 260 f0f020c50000\n" + end +
                 "3 steps played, the TDO bits of 1 scans are as they should be\n");
   EXPECT_EQ(
-      play("FREQUENCY 1 HZ;\nSDR 3 TDI (5) TDO (2);", " --clock FREQ_B_24_0 --json"),
+      play("FREQUENCY 1 HZ;FREQUENCY 2E6 HZ;\nSDR 3 TDI (5) TDO (2);",
+           " --clock FREQ_B_24_0 --json"),
       held + "1 1\n" + reset + "> SendJtagPacket 1 260 f0f020c50000\n" + end +
           R"({"error":"SUCCESS","line":2,"scan":"SDR","bits":3,"tdo":"0x0","expected":"0x2",)" +
           R"("mask":"0x7","problem":)" +
           nlohmann::json(folder.Path("f") + ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)").dump() +
           "}\n" + at + ":2: SDR 3: TDO is 0x0, not 0x2 (mask 0x7)\n= 1\n");
   // Sixteen cycles of the reset at 6 MHz, as many of the way to Idle at 3 MHz, and 0.02 s of rest.
+  const auto begin = std::chrono::steady_clock::now();
   play("FREQUENCY 3E6 HZ;RUNTEST 0.02 SEC;", " --vcd " + folder.Path("v"));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(20));
   EXPECT_THAT(folder.Read("v"), testing::EndsWith("#7833332\n1!\n#7999999\n0!\n#20007999999\n"));
+  if (std::filesystem::exists("/dev/full")) {
+    EXPECT_THAT(play("STATE IDLE;", " --vcd /dev/full"),
+                testing::EndsWith("wfx: cannot write /dev/full\n= 2\n"));
+  }
   EXPECT_EQ(play("\nFREQUENCY 199999 HZ;"),
             at + ":2: FREQUENCY: the slowest clock is FREQ_C_00_2 (200000 Hz); --clock sets one "
                  "whatever the file says\n= 2\n");
+  fake.outcomes["SendJtagPacket"] = {TzErrorCode::WFX_ERROR};
+  EXPECT_THAT(play("STATE IDLE;"),
+              testing::HasSubstr("WFX_ERROR (error 6): " + folder.Path("f: the probe")))
+      << "before its first line";
   EXPECT_EQ(play("\nPIO (H);"), at + ":2: PIO: the probe has no parallel pins\n= 2\n");
   fake.outcomes["SendJtagPacket"] = {TzErrorCode::SUCCESS, TzErrorCode::NOT_ACQUIRED};
   EXPECT_EQ(play("STATE IDLE;"),

@@ -299,14 +299,24 @@ TEST_F(ComponentBus, ListenersHearOfProbesWhateverHappensToTheirFile) {
   listener.HearUntil("PropertiesChanged E;");
   std::filesystem::remove(file);
   EXPECT_EQ(ProbesAsRead(bus), "E") << "no probe has gone with the file";
-  WriteNames(file, {"E"});
+  WriteNames(file + ".new", {"E"});
+  std::filesystem::rename(file + ".new", file);
   EXPECT_EQ(listener.HearUntil("Changed E;"), "Changed E;") << "one was put back at once";
+  std::filesystem::rename(file, file + ".old");
+  WriteNames(file, {"F"});
+  EXPECT_EQ(listener.HearUntil("PropertiesChanged F;"), "Changed F;PropertiesChanged F;");
   if (geteuid() == 0) {
     EXPECT_EQ(chown(file.c_str(), 65534, 65534), 0);
   } else {
     EXPECT_EQ(chmod(file.c_str(), 0400), 0);
   }
   EXPECT_EQ(ProbesAsRead(bus), unknown) << "it is somebody else's";
+  std::filesystem::remove(file);
+  WriteNames(file, {"G"});
+  EXPECT_EQ(ProbesAsRead(bus), "G");
+  std::filesystem::remove(file);
+  EXPECT_EQ(mkfifo(file.c_str(), 0600), 0);
+  EXPECT_EQ(ProbesAsRead(bus), unknown) << "it is no file";
   sample::AwaitObjectCount(1);  // of who has asked; who has listened is no client
 }
 
