@@ -1,3 +1,5 @@
+#include "platform/linux/kernel/processes.h"
+
 #include <windows.h>
 
 #include <dirent.h>
@@ -11,18 +13,17 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/linux/kernel/file_descriptor.h"
 
 namespace {
 
 constexpr unsigned long kKernelThread = 0x00200000;  // PF_KTHREAD in the kernel's task flags
 
-struct Process {
-  std::uint32_t id;
-  std::uint64_t start_time;  // in clock ticks since the system started
-};
+using linux_host::RunningProcess;
 
 // Field `index` of a line of fields separated by blanks; empty when there are fewer.
 std::string_view Field(std::string_view line, int index) {
@@ -43,7 +44,7 @@ std::optional<Number> ParseNumber(std::string_view text) {
 }
 
 // Nothing when the entry is no process, or is a kernel thread, or has ended.
-std::optional<Process> ReadProcess(int proc, const char* entry) {
+std::optional<RunningProcess> ReadProcess(int proc, const char* entry) {
   const auto id = ParseNumber<std::uint32_t>(entry);
   if (!id) return std::nullopt;
   char path[32];
@@ -66,17 +67,18 @@ std::optional<Process> ReadProcess(int proc, const char* entry) {
   line.remove_prefix(name_end + 2);
   const std::string_view state = Field(line, 0);
   const auto flags = ParseNumber<unsigned long>(Field(line, 6));
-  const auto start_time = ParseNumber<std::uint64_t>(Field(line, 19));
+  const auto ticks = [&](int field) { return ParseNumber<std::uint64_t>(Field(line, field)); };
+  const auto start_time = ticks(19);
   if (state == "Z" || state == "X" || !flags || *flags & kKernelThread || !start_time) {
     return std::nullopt;
   }
-  return Process{*id, *start_time};
+  return RunningProcess{*id, *start_time, ticks(11).value_or(0), ticks(12).value_or(0)};
 }
 
-std::optional<std::vector<Process>> ListProcesses() {
+std::optional<std::vector<RunningProcess>> ListProcesses() {
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc"), closedir);
   if (!directory) return std::nullopt;
-  std::vector<Process> processes;
+  std::vector<RunningProcess> processes;
   while (const dirent* entry = readdir(directory.get())) {
     if (entry->d_name[0] < '1' || entry->d_name[0] > '9') continue;
     if (const auto process = ReadProcess(dirfd(directory.get()), entry->d_name)) {
@@ -90,6 +92,12 @@ std::optional<std::vector<Process>> ListProcesses() {
 
 }  // namespace
 
+std::optional<RunningProcess> linux_host::FindProcess(std::uint32_t id) {
+  const FileDescriptor proc(open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!proc.is_open()) return std::nullopt;
+  return ReadProcess(proc.get(), std::to_string(id).c_str());
+}
+
 BOOL EnumProcesses(DWORD* ids, DWORD size, DWORD* filled) {
   if (!filled || (!ids && size >= sizeof(DWORD))) {
     SetLastError(ERROR_INVALID_PARAMETER);
@@ -102,9 +110,10 @@ BOOL EnumProcesses(DWORD* ids, DWORD size, DWORD* filled) {
   }
   // The caller's room may end before the processes do: then the clients of the service, which are
   // younger than most, are the ones to keep.
-  std::sort(processes->begin(), processes->end(), [](const Process& a, const Process& b) {
-    return a.start_time != b.start_time ? a.start_time > b.start_time : a.id > b.id;
-  });
+  std::sort(processes->begin(), processes->end(),
+            [](const RunningProcess& a, const RunningProcess& b) {
+              return a.start_time != b.start_time ? a.start_time > b.start_time : a.id > b.id;
+            });
   const std::size_t room = size / sizeof(DWORD);
   std::size_t count = 0;
   if (count < room) ids[count++] = 0;
