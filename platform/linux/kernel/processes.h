@@ -14,6 +14,10 @@ struct RunningProcess {
   std::uint64_t kernel_time;
 };
 
+// Of an entry of the process file system, whose open descriptor is `proc`. Nothing when it is no
+// process, or a kernel thread, or has ended.
+std::optional<RunningProcess> ReadProcess(int proc, const char* entry);
+
 // Nothing when no user process has that id, or it has ended and is not yet waited for.
 std::optional<RunningProcess> FindProcess(std::uint32_t id);
 
