@@ -10,6 +10,7 @@
 #include "api/automation_arrays.h"
 #include "api/owner_sweep.h"
 #include "api/tz_wirefox.h"
+#include "config/activity_file.h"
 #include "config/device_table.h"
 #include "support/log.h"
 
@@ -62,7 +63,9 @@ template <typename Work>
 HRESULT RunOnProbe(const char* source, const wchar_t* wirefox, TzErrorCode* error, Work&& work) {
   return RunMethod(source, error, [&] {
     ProbeEntry* probe = FindProbe(wirefox);
-    return probe ? work(*probe) : TzErrorCode::INVALID_PARAM;
+    if (!probe) return TzErrorCode::INVALID_PARAM;
+    const ShownCall shown(*probe);
+    return work(*probe);
   });
 }
 
@@ -80,7 +83,9 @@ template <typename Work>
 HRESULT RunOnSession(const char* source, std::int64_t handle, TzErrorCode* error, Work&& work) {
   return RunMethod(source, error, [&] {
     ProbeEntry* probe = FindProbeByHandle(handle);
-    return probe && probe->device ? work(*probe) : TzErrorCode::NOT_ACQUIRED;
+    if (!probe || !probe->device) return TzErrorCode::NOT_ACQUIRED;
+    const ShownCall shown(*probe);
+    return work(*probe);
   });
 }
 

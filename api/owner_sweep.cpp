@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "config/activity_file.h"
+
 namespace api {
 
 ProcessSnapshot::ProcessSnapshot() {
@@ -27,6 +29,7 @@ void SweepDeadOwners(const ProcessSnapshot& running) {
     for (TargetRecord& target : probe->targets) {
       if (target.ownerPID != 0 && !running.Lists(target.ownerPID)) EndSession(*probe, target);
     }
+    ShowProbe(*probe);
   }
 }
 

@@ -95,6 +95,7 @@ HRESULT CTzWirefox::SetVTarg(BSTR wirefox, TzVTargVoltage voltage, CHAR supplyVo
   return api::RunOnOwnProbe("CTzWirefox::SetVTarg", wirefox, ownerPID, error,
                             [&](ProbeEntry& entry) {
                               std::uint32_t result = entry.device->SetVTargVal(Code(voltage));
+                              if (result == 0) entry.voltage = Code(voltage);
                               if (result == 0)
                                 result = entry.device->TargetPowerOn(supplyVoltage != 0);
                               return api::OutcomeOf(result);

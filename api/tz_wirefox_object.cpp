@@ -5,6 +5,7 @@
 #include "api/devices_changed_location.h"
 #include "api/interface_table.h"
 #include "api/method_frame.h"
+#include "config/activity_file.h"
 
 HRESULT CTzWirefox::Create(api::ModuleLock& module, IUnknown* outer, REFIID riid, void** object) {
   *object = nullptr;
@@ -27,6 +28,7 @@ CTzWirefox::CTzWirefox(api::ModuleLock& module, IUnknown* outer)
   DeviceTableGuard lock;
   api::LogEntry("CTzWirefox::CTzWirefox");
   api::RememberDevicesChangedLocation();
+  StartActivityFile(api::DevicesChangedLocation());
   module_.Lock();
 }
 

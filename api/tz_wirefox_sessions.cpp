@@ -6,6 +6,7 @@
 #include "api/devices_changed_location.h"
 #include "api/method_frame.h"
 #include "api/tz_wirefox_object.h"
+#include "config/activity_file.h"
 #include "config/device_discovery.h"
 
 namespace {
@@ -72,6 +73,7 @@ HRESULT CTzWirefox::AcquireDevice(BSTR wirefox, LONG deviceNum, LONG ownerPID,
     ProbeEntry* probe = api::FindProbe(wirefox);
     const auto index = static_cast<std::uint32_t>(deviceNum);
     if (!probe || index >= probe->targets.size()) return TzErrorCode::INVALID_DEVICE;
+    const ShownCall shown(*probe);
     TargetRecord& target = probe->targets[index];
     if (target.ownerPID != 0 && target.ownerPID != owner) return TzErrorCode::IN_USE;
 

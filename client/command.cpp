@@ -1,6 +1,9 @@
 #include "client/command.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "client/holders.h"
 
 namespace client {
 
@@ -31,7 +34,9 @@ bool Context::Connect(int& exit_status) {
   return false;
 }
 
-int Context::Report(const Result& result) {
+int Context::Report(Result result) {
+  // The processes of another machine are not known here.
+  if (result.error == TzErrorCode::IN_USE && host.empty()) NameHolders(*service_, result);
   if (FAILED(service_->call_failure())) {
     return output.ReportUnreachable(service_->call_failure(), host);
   }

@@ -41,9 +41,10 @@ class Context {
   // Makes the connection unless it stands. False after having reported that it cannot be made.
   bool Connect(int& exit_status);
 
-  // Prints the result, unless the connection broke on the way to it, which is then what is printed.
+  // Prints the result, with who holds the probe when that is why it failed, unless the connection
+  // broke on the way to it, which is then what is printed.
   // Returns the exit status.
-  int Report(const Result& result);
+  int Report(Result result);
 
   // Gives up the sessions that a script still holds.
   void ReleaseSessions();

@@ -53,6 +53,7 @@ bool TakeOptions(std::vector<std::string>& words, std::vector<std::string>& host
 int RunCommandLine(const std::vector<std::string>& arguments, const Connector& connector,
                    const Streams& streams) {
   Output output(streams.out, streams.err, streams.err_is_terminal);
+  output.UseTerminal(streams.out_is_terminal);
   std::vector<std::string> words = arguments;
   // Known before the words are parsed: also what is wrong with them is told as JSON.
   output.UseJson(std::ranges::count(words, "--json") > 0);

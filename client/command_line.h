@@ -15,6 +15,7 @@ struct Streams {
   std::ostream& out;
   std::ostream& err;
   bool err_is_terminal;
+  bool out_is_terminal = false;
 };
 
 // `arguments` are UTF-8, without the program's name. The connector is asked only when a command has

@@ -10,6 +10,8 @@ std::span<const Command> AllCommands() {
       {"list", "Name the probes", kEverywhere, DefineList, true, true},
       {"watch", "Name the probes now and whenever they change", kCommandLineOnly, DefineWatch, true,
        true},
+      {"top", "Show who holds what and how busy the probes are", kCommandLineOnly, DefineTop,
+       false},
       {"version", "Print the service's version", kEverywhere, DefineVersion},
       {"hold", "Keep the service running until interrupted", kCommandLineOnly, DefineHold},
       {"status", "Print what a probe says of itself", kEverywhere, DefineStatus},

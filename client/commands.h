@@ -14,6 +14,9 @@ Action DefineVersion(CLI::App& app);
 Action DefineWatch(CLI::App& app);
 Action DefineHold(CLI::App& app);
 
+// commands/commands_top.cpp
+Action DefineTop(CLI::App& app);
+
 // commands/commands_probe.cpp
 Action DefineStatus(CLI::App& app);
 Action DefineMode(CLI::App& app);

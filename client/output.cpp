@@ -12,6 +12,11 @@ namespace {
 
 constexpr std::chrono::milliseconds kProgressInterval{100};
 
+// What terminals of both hosts understand (ECMA-48).
+constexpr char kToTopLeft[] = "\x1b[H";
+constexpr char kClearRestOfLine[] = "\x1b[K";
+constexpr char kClearRestOfScreen[] = "\x1b[J";
+
 constexpr HRESULT kOutOfMemory = static_cast<HRESULT>(0x8007000E);
 
 }  // namespace
@@ -74,6 +79,16 @@ int Output::Report(const Result& result) {
   if (result.target_problem.empty()) return Finish(kExitSuccess);
   Complain(result.target_problem);
   return Finish(kExitTargetFailed);
+}
+
+int Output::ReportFrame(Result result) {
+  if (!terminal_ || json_) return Report(result);
+  // Line by line over what is there, so that nothing flickers.
+  std::string text = kToTopLeft;
+  for (const char c : result.text)
+    text += c == '\n' ? kClearRestOfLine + std::string("\n") : std::string(1, c);
+  result.text = text + kClearRestOfScreen;
+  return Report(result);
 }
 
 int Output::ReportUsage(const std::string& problem) { return Fail("USAGE", problem, kExitUsage); }

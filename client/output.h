@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -28,8 +29,10 @@ struct Result {
   nlohmann::ordered_json outputs = nlohmann::ordered_json::object();
   std::string text;            // for people, with its line ends; may be empty
   std::string target_problem;  // not empty: how the target failed although the service did not
-  std::string advice;          // what the error means here, when more is known than its name says
-  std::string note;            // for people: why there is nothing to show, and what helps
+  std::string probe;           // the one that the command was for, when it was for one
+  std::optional<std::size_t> target;  // and its target, when that alone counts
+  std::string advice;  // what the error means here, when more is known than its name says
+  std::string note;    // for people: why there is nothing to show, and what helps
 };
 
 inline Result Outcome(TzErrorCode error) {
@@ -48,6 +51,9 @@ class Output {
   void UseJson(bool json) { json_ = json; }
   bool json() const { return json_; }
 
+  // Standard output is a terminal, which heeds the usual sequences.
+  void UseTerminal(bool terminal) { terminal_ = terminal; }
+
   // Put before each problem, such as a script's line; empty for none.
   void SetPlace(const std::string& place) { place_ = place; }
 
@@ -57,6 +63,10 @@ class Output {
 
   // Prints the result, and for a failure what it means and what to do. Returns the exit status.
   int Report(const Result& result);
+
+  // The same for a result that takes the place of the one before it, on a terminal; elsewhere it
+  // follows that.
+  int ReportFrame(Result result);
 
   // Each reports a failure of the client's own and returns its exit status. With JSON the object on
   // standard output names the error USAGE or UNREACHABLE.
@@ -82,6 +92,7 @@ class Output {
   std::ostream& err_;
   bool progress_;
   bool json_ = false;
+  bool terminal_ = false;
   std::string place_;
   std::string host_;
   std::size_t progress_width_ = 0;

@@ -1,6 +1,7 @@
 #include "client/probe_advice.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "client/interface_names.h"
 
@@ -53,7 +54,8 @@ int ReportOnProbe(Context& context, Result result, const std::string& probe) {
     result.advice = missing ? NoSuchProbe(probe)
                             : "a value is out of its range; the probe " + probe + " is there";
   }
-  return context.Report(result);
+  result.probe = probe;
+  return context.Report(std::move(result));
 }
 
 }  // namespace client

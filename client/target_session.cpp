@@ -9,6 +9,8 @@ Result AcquireTarget(ServiceClient& service, const TransferTarget& target, Modes
   TzWFXStatus status{};
   const TzErrorCode asked = service.GetWirefoxStatus(target.probe, status);
   Result result = Outcome(service.AcquireDevice(target.probe, number, handle));
+  result.probe = target.probe;
+  result.target = static_cast<std::size_t>(target.target);
   if (result.error != TzErrorCode::INVALID_DEVICE) return result;
   std::vector<std::string> devices;
   service.EnumerateDevices(target.probe, devices);

@@ -33,6 +33,18 @@ std::string Utf8FromArgument(std::string_view argument) {
   return Utf8FromWide(ToWide(CP_ACP, argument));
 }
 
+std::string Printable(std::string_view utf8) {
+  std::string text;
+  for (std::size_t i = 0; i < utf8.size(); ++i) {
+    // Those above ASCII begin with 0xC2.
+    const bool is_long = utf8[i] == '\xC2' && i + 1 < utf8.size() && utf8[i + 1] < '\xA0';
+    const auto byte = static_cast<std::uint8_t>(utf8[i]);
+    if (is_long) ++i;
+    text += is_long || byte < 0x20 || byte == 0x7F ? '?' : utf8[i];
+  }
+  return text;
+}
+
 std::string LowerCase(std::string_view text) {
   std::string lower(text);
   for (char& c : lower) {

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "config/activity_file.h"
 #include "config/device_table.h"
 #include "config/evk_configure.h"
 #include "config/wfx_configure.h"
@@ -163,8 +164,10 @@ void MarkWhatLeft() {
   }
 }
 
-// A pass that changed the table makes clients look at the file.
+// A pass that changed the table makes clients look at the file. What else has changed in the table,
+// other programs see as well.
 bool Announce(bool changed) {
+  ShowDeviceTable();
   if (changed) WriteDevicesChangedFile();
   return changed;
 }

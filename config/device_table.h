@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,9 @@ struct ProbeEntry {
   std::uint32_t mode = 0;  // transfer mode as last set or reported
   // The attachment has ended, even when its path is listed: the next removal pass disposes of it.
   bool left = false;
+  std::optional<std::uint32_t> voltage;    // the target's, by its code, once a client has set it
+  std::uint64_t calls = 0;                 // of clients
+  std::uint8_t* activityRecord = nullptr;  // where config/activity_file.h shows the probe
 };
 
 class CTzDeviceConfigure;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "config/activity_file.h"
 #include "config/device_discovery.h"
 #include "config/device_table.h"
 #include "service/self_description.h"
@@ -60,6 +61,6 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR arguments, int) {
   // file. More is not worth waiting for: a download, or another process, may hold the lock for
   // minutes, and the service has said that it stopped. A probe whose download ends here is loaded
   // again by the next start.
-  static_cast<void>(TryLockDeviceTable(kExitTimeoutMs));
+  if (TryLockDeviceTable(kExitTimeoutMs)) EndActivityFile();
   return result;
 }

@@ -3,6 +3,9 @@
 
 #include <windows.h>
 
+#include <atomic>
+#include <cstdint>
+
 // Not locked, as the objects that share it.
 class DriverFile {
  public:
@@ -35,8 +38,20 @@ class DriverFile {
   // everything that is asked of this device fails at once. Logged when it begins.
   void GiveUp();
 
+  // The payload bytes that transfers have moved, either way. They are shown at `place` as well, a
+  // 64-bit number of which others may read, as it grows; null: nowhere.
+  std::uint64_t BytesMoved() const { return bytes_moved_; }
+  void ShowBytesMoved(std::uint64_t* place) { shown_bytes_ = place; }
+  void CountBytes(std::uint32_t count) {
+    bytes_moved_ += count;
+    if (!shown_bytes_) return;
+    std::atomic_ref(*shown_bytes_).store(bytes_moved_, std::memory_order_release);
+  }
+
  private:
   HANDLE handle_ = INVALID_HANDLE_VALUE;
   const char* path_ = "";
   bool given_up_ = false;
+  std::uint64_t bytes_moved_ = 0;
+  std::uint64_t* shown_bytes_ = nullptr;
 };

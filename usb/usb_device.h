@@ -52,6 +52,10 @@ class CTzUSBDevice {
 
   bool IsOpen() const { return driver_.IsOpen(); }
 
+  // Of this object's endpoints, as DriverFile counts them.
+  std::uint64_t BytesMoved() const { return driver_.BytesMoved(); }
+  void ShowBytesMoved(std::uint64_t* place) { driver_.ShowBytesMoved(place); }
+
   // The control endpoint and the data endpoints of the current setting: 0 when closed or without a
   // setting, at most 16.
   std::uint8_t EndPointCount() const;

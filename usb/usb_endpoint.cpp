@@ -170,6 +170,7 @@ bool CTzUSBEndPoint::CompleteTransfer(std::uint8_t* buffer, std::uint32_t& lengt
     length = std::min<std::uint32_t>(count - record->payload_offset_, record->RequestedLength());
   }
   bytes_transferred_ = length;
+  driver_.CountBytes(length);
   bus_status_ = LoadLe32(bytes + request_record::kBusStatus);
   driver_status_ = LoadLe32(bytes + request_record::kDriverStatus);
   if (is_in_ && record->payload_offset_ != 0 && length > 0) {

@@ -1,11 +1,14 @@
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "client/activity.h"
 #include "client/commands.h"
 #include "client/no_probes.h"
 #include "client/options.h"
 #include "client/probe_advice.h"
+#include "client/probe_table.h"
 
 namespace client {
 
@@ -32,15 +35,53 @@ std::string NoTargetsNote(Context& context, const std::string& probe) {
                                        : "no target answers; the probe does not tell its mode";
 }
 
+// Who holds a probe has set its mode; of others it is asked for, since a service that was just
+// started has recorded none.
+ShownProbe LookAt(Context& context, const std::string& name, const TableActivity* table) {
+  ShownProbe shown = {name, {}, {}};
+  if (const ProbeActivity* found = table ? FindProbe(*table, name) : nullptr) {
+    shown.activity = *found;
+    shown.mode = found->mode;
+    if (IsHeld(*found)) return shown;
+  }
+  TzWFXStatus status{};
+  if (context.service().GetWirefoxStatus(name, status) == TzErrorCode::SUCCESS) {
+    shown.mode = status.ACTIVE_INTERFACE;
+  }
+  return shown;
+}
+
+void TellAll(Context& context, const std::vector<std::string>& names, Result& result) {
+  std::optional<TableActivity> table;
+  if (context.host.empty()) table = AskActivity(context.service());
+  std::vector<ShownProbe> probes;
+  result.outputs["probes"] = nlohmann::ordered_json::array();
+  for (const std::string& name : names) {
+    probes.push_back(LookAt(context, name, table ? &*table : nullptr));
+    result.outputs["probes"].push_back(ProbeOutputs(probes.back()));
+  }
+  if (names.empty()) return;
+  result.text = ProbeTable(probes);
+  if (table) return;
+  result.note = context.host.empty() ? "the service does not show who holds what"
+                                     : "who holds what is known on that machine alone";
+}
+
 }  // namespace
 
-Action DefineList(CLI::App&) {
-  return [](Context& context) {
+Action DefineList(CLI::App& app) {
+  auto is_long = std::make_shared<bool>(false);
+  app.add_flag("--long", *is_long, "With mode, voltage, targets and who holds them");
+  return [is_long](Context& context) {
     Result result;
     std::vector<std::string> names;
     result.error = context.service().EnumerateWirefoxs(names);
     result.outputs["wirefoxs"] = names;
-    for (const std::string& name : names) result.text += name + "\n";
+    if (*is_long) {
+      TellAll(context, names, result);
+    } else {
+      for (const std::string& name : names) result.text += name + "\n";
+    }
     if (names.empty() && !context.output.json()) {
       result.note =
           context.host.empty() ? NoProbesNote(LookForProbes()) : "no probe is ready there";

@@ -28,6 +28,7 @@ Result ServedChain::Open() {
   std::vector<std::string> names;
   Result result = Outcome(service_.EnumerateWirefoxs(names));
   if (result.error != TzErrorCode::SUCCESS) return result;
+  result.probe = probe_;
   // The clock comes before the first cycle: setting it takes the probe out of its mode and back.
   std::vector<std::string> targets;
   const auto step = [&](TzErrorCode error) {

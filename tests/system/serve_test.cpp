@@ -158,7 +158,8 @@ TEST_F(Serve, OpenOcdPlaysASvfAndUsesTheDebugPortWhileAnotherClientWorks) {
     good += line.find("0x2ba01477") != std::string::npos;
   }
   EXPECT_EQ(good, 3000);
-  EXPECT_EQ(last, R"({"error":"IN_USE"})");
+  EXPECT_EQ(last, R"({"error":"IN_USE","holders":[{"target":0,"pid":)" +
+                      std::to_string(server->id()) + R"(,"program":"wfx"}]})");
 
   // The same memory from the serial-wire side, once the chain is given back.
   server.reset();

@@ -4,6 +4,7 @@
 
 #include "platform/linux/devices/bus_selection.h"
 #include "platform/linux/devices/driver_timers.h"
+#include "platform/linux/kernel/file_mapping.h"
 #include "platform/linux/kernel/handle_table.h"
 
 namespace linux_host {
@@ -173,10 +174,12 @@ bool DeviceFile::Cancel(const std::function<bool(const DeviceRequest&)>& chosen)
 
 using namespace linux_host;
 
-HANDLE CreateFileW(LPCWSTR path, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD disposition,
+HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWORD disposition,
                    DWORD flags, HANDLE) {
-  const bool modelled = path && disposition == OPEN_EXISTING && (flags & FILE_FLAG_OVERLAPPED);
-  if (!modelled) {
+  if (path && !(flags & FILE_FLAG_OVERLAPPED)) {
+    return OpenOrdinaryFile(path, access, disposition, flags);
+  }
+  if (!path || disposition != OPEN_EXISTING) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return INVALID_HANDLE_VALUE;
   }

@@ -31,9 +31,20 @@
 #define GENERIC_WRITE 0x40000000U
 #define FILE_SHARE_READ 0x00000001
 #define FILE_SHARE_WRITE 0x00000002
+#define FILE_SHARE_DELETE 0x00000004
 #define FILE_ATTRIBUTE_NORMAL 0x00000080
 #define FILE_FLAG_OVERLAPPED 0x40000000
+#define FILE_FLAG_DELETE_ON_CLOSE 0x04000000
+#define FILE_FLAG_OPEN_REPARSE_POINT 0x00200000
+#define CREATE_NEW 1
 #define OPEN_EXISTING 3
+
+#define PAGE_READONLY 0x02
+#define PAGE_READWRITE 0x04
+#define FILE_MAP_WRITE 0x0002
+#define FILE_MAP_READ 0x0004
+
+#define PROCESS_QUERY_LIMITED_INFORMATION 0x1000
 
 struct OVERLAPPED {
   ULONG_PTR Internal;      // STATUS_PENDING while in flight
@@ -109,8 +120,15 @@ DWORD WINAPI GetTickCount(void);
 ULONGLONG WINAPI GetTickCount64(void);
 void WINAPI GetLocalTime(LPSYSTEMTIME time);
 
-// Opens a device of the probe driver by the path that enumeration gave; there are no other files
-// (error 2). `disposition` is OPEN_EXISTING and `flags` hold FILE_FLAG_OVERLAPPED (else error 87).
+// With FILE_FLAG_OVERLAPPED opens a device of the probe driver by the path that enumeration gave
+// (error 2 for any other); `disposition` is then OPEN_EXISTING (else error 87).
+//
+// Without that flag opens an ordinary file, to be mapped: it cannot be read from or written to. A
+// link is never followed (with or without FILE_FLAG_OPEN_REPARSE_POINT), and what others keep in a
+// folder that all share is not read: CREATE_NEW makes the file (error 80 when something stands
+// there), OPEN_EXISTING opens one for reading alone that belongs to this account, to root or to the
+// machine's service (error 5 for any other). FILE_FLAG_DELETE_ON_CLOSE takes the file away when its
+// handle is closed; one of a process that ended without that stays.
 HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes,
                           DWORD disposition, DWORD flags, HANDLE template_file);
 // `overlapped` is required (error 87); its event, which may be null, is reset before the request
@@ -128,6 +146,33 @@ BOOL WINAPI GetOverlappedResult(HANDLE device, LPOVERLAPPED overlapped, LPDWORD 
 // Aborts the calling thread's requests; all, or the one with `overlapped` (error 1168 when there is
 // none). They complete with error 995 and no bytes, possibly later.
 BOOL WINAPI CancelIoEx(HANDLE device, LPOVERLAPPED overlapped);
+
+// Removes a file, or a link and not what it leads to. Errors 2 and 5.
+BOOL WINAPI DeleteFileW(LPCWSTR path);
+
+// `protection` is PAGE_READWRITE, which makes the file as long as `size` says, with room on the
+// disk for all of it (error 112 when there is none); or PAGE_READONLY, for a file that is as long
+// as that (error 8 when it is not). The upper half of the size is 0, and `name` null (else 87).
+HANDLE WINAPI CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES attributes, DWORD protection,
+                                 DWORD size_high, DWORD size, LPCWSTR name);
+// `access` is FILE_MAP_READ, alone or with FILE_MAP_WRITE; the offset is 0 and `size` that of the
+// mapping (else error 87). The view stays when the handles are closed. Null on failure.
+LPVOID WINAPI MapViewOfFile(HANDLE mapping, DWORD access, DWORD offset_high, DWORD offset,
+                            SIZE_T size);
+// Error 487 for what is no view.
+BOOL WINAPI UnmapViewOfFile(LPCVOID view);
+
+// A handle that knows the process, also when its id is used again. `access` is
+// PROCESS_QUERY_LIMITED_INFORMATION. Null with error 87 when no process has that id.
+HANDLE WINAPI OpenProcess(DWORD access, BOOL inherit_handle, DWORD id);
+// `created` counts from the system's start, whose clock may be set later: it tells processes apart.
+// `exited` becomes 0. FALSE with error 31 when the process has ended.
+BOOL WINAPI GetProcessTimes(HANDLE process, LPFILETIME created, LPFILETIME exited,
+                            LPFILETIME kernel, LPFILETIME user);
+// The program's path, or where the system keeps that from this account what the process calls
+// itself, in at most 15 characters. `flags` is 0. `size` goes in as the room and comes out as the
+// length, without the NUL. FALSE with error 31 when the process has ended, 122 without room.
+BOOL WINAPI QueryFullProcessImageNameW(HANDLE process, DWORD flags, LPWSTR path, LPDWORD size);
 
 // A pipe is a local socket here, and its name the socket's path. TRUE when somebody listens on it,
 // who is told of a connection that ends at once. Otherwise FALSE with error 2, or 5 when the

@@ -26,6 +26,14 @@ BOOL GetConsoleMode(HANDLE stream, LPDWORD mode) {
     SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
   }
-  *mode = 0;
+  *mode = ENABLE_VIRTUAL_TERMINAL_PROCESSING;
   return TRUE;
+}
+
+BOOL SetConsoleMode(HANDLE stream, DWORD mode) {
+  DWORD only = 0;
+  if (!GetConsoleMode(stream, &only)) return FALSE;
+  if (mode == only) return TRUE;
+  SetLastError(ERROR_INVALID_PARAMETER);
+  return FALSE;
 }

@@ -7,7 +7,16 @@
 
 namespace linux_host {
 
-enum class ObjectKind : std::uint8_t { kEvent, kMutex, kThread, kDeviceFile, kDeviceSet };
+enum class ObjectKind : std::uint8_t {
+  kEvent,
+  kMutex,
+  kThread,  // the last that can be waited for
+  kDeviceFile,
+  kDeviceSet,
+  kFile,
+  kFileMapping,
+  kProcess,
+};
 
 // Shared by its handles, by the calls that work on it, and by what it takes part in. Any thread.
 class KernelObject {

@@ -1,85 +1,25 @@
 #include <windows.h>
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <psapi.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
-#include <cstdint>
-#include <cstring>
 #include <memory>
-#include <optional>
-#include <string_view>
 #include <vector>
+
+#include "platform/linux/kernel/processes.h"
 
 namespace {
 
-constexpr unsigned long kKernelThread = 0x00200000;  // PF_KTHREAD in the kernel's task flags
+using linux_host::RunningProcess;
 
-struct Process {
-  std::uint32_t id;
-  std::uint64_t start_time;  // in clock ticks since the system started
-};
-
-// Field `index` of a line of fields separated by blanks; empty when there are fewer.
-std::string_view Field(std::string_view line, int index) {
-  for (; index > 0; --index) {
-    const auto blank = line.find(' ');
-    if (blank == line.npos) return {};
-    line.remove_prefix(blank + 1);
-  }
-  return line.substr(0, line.find(' '));
-}
-
-template <typename Number>
-std::optional<Number> ParseNumber(std::string_view text) {
-  Number number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
-}
-
-// Nothing when the entry is no process, or is a kernel thread, or has ended.
-std::optional<Process> ReadProcess(int proc, const char* entry) {
-  const auto id = ParseNumber<std::uint32_t>(entry);
-  if (!id) return std::nullopt;
-  char path[32];
-  const auto name_length = std::strlen(entry);
-  if (name_length + sizeof("/stat") > sizeof(path)) return std::nullopt;
-  std::memcpy(path, entry, name_length);
-  std::memcpy(path + name_length, "/stat", sizeof("/stat"));
-
-  const int file = openat(proc, path, O_RDONLY | O_CLOEXEC);
-  if (file < 0) return std::nullopt;
-  std::array<char, 1024> buffer;
-  const ssize_t length = read(file, buffer.data(), buffer.size());
-  close(file);
-  if (length <= 0) return std::nullopt;
-
-  // The program's name, in parentheses, may hold anything, further parentheses too.
-  std::string_view line(buffer.data(), static_cast<std::size_t>(length));
-  const auto name_end = line.rfind(") ");
-  if (name_end == line.npos) return std::nullopt;
-  line.remove_prefix(name_end + 2);
-  const std::string_view state = Field(line, 0);
-  const auto flags = ParseNumber<unsigned long>(Field(line, 6));
-  const auto start_time = ParseNumber<std::uint64_t>(Field(line, 19));
-  if (state == "Z" || state == "X" || !flags || *flags & kKernelThread || !start_time) {
-    return std::nullopt;
-  }
-  return Process{*id, *start_time};
-}
-
-std::optional<std::vector<Process>> ListProcesses() {
+std::optional<std::vector<RunningProcess>> ListProcesses() {
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc"), closedir);
   if (!directory) return std::nullopt;
-  std::vector<Process> processes;
+  std::vector<RunningProcess> processes;
   while (const dirent* entry = readdir(directory.get())) {
     if (entry->d_name[0] < '1' || entry->d_name[0] > '9') continue;
-    if (const auto process = ReadProcess(dirfd(directory.get()), entry->d_name)) {
+    if (const auto process = linux_host::ReadProcess(dirfd(directory.get()), entry->d_name)) {
       processes.push_back(*process);
     }
   }
@@ -102,9 +42,10 @@ BOOL EnumProcesses(DWORD* ids, DWORD size, DWORD* filled) {
   }
   // The caller's room may end before the processes do: then the clients of the service, which are
   // younger than most, are the ones to keep.
-  std::sort(processes->begin(), processes->end(), [](const Process& a, const Process& b) {
-    return a.start_time != b.start_time ? a.start_time > b.start_time : a.id > b.id;
-  });
+  std::sort(processes->begin(), processes->end(),
+            [](const RunningProcess& a, const RunningProcess& b) {
+              return a.start_time != b.start_time ? a.start_time > b.start_time : a.id > b.id;
+            });
   const std::size_t room = size / sizeof(DWORD);
   std::size_t count = 0;
   if (count < room) ids[count++] = 0;

@@ -29,6 +29,22 @@ TEST_F(TwoTaps, ChainIsListedFromTdiToTdoAndShiftedThroughASessionByAsManyCycles
   EXPECT_EQ(TakeLog(), Lines{});
 }
 
+// Two registers announce the cycles, each written by a request with a reply of 16 bytes.
+TEST_F(TwoTaps, ThePayloadOfEveryTransferIsCountedWhereOthersSeeItGrow) {
+  EXPECT_EQ(Targets(L"P1"), kBoth);
+  EXPECT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
+  CTzUSBDevice& device = *FindProbeByName(L"P1")->device->GetUSBDevice();
+  std::uint64_t shown = 0;
+  device.ShowBytesMoved(&shown);
+  Jtag(Bytes(20, 0), 1);
+  const std::uint64_t first = shown;
+  Jtag(Bytes(40, 0), 1);
+  EXPECT_EQ(shown - first, 2 * 16 + 40 + 20);
+  EXPECT_EQ(device.BytesMoved(), shown);
+  device.ShowBytesMoved(nullptr);
+  Release(handle_);
+}
+
 TEST_F(TwoTaps, ChainsOfAllKindsAreListedAndAFaultEmptiesTheList) {
   const std::pair<std::string, Strings> kCases[] = {
       {R"({"tdo": "stuck-high"})", {}},

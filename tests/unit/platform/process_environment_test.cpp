@@ -3,9 +3,11 @@
 #include <windows.h>
 
 #include <psapi.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -39,6 +41,39 @@ TEST(ProcessList, BeginsWithIdZeroAndTheNewestAndLeavesOutWhatHasEnded) {
   waitid(P_PID, id, &info, WEXITED | WNOWAIT);
   const auto later = ListProcesses();
   EXPECT_EQ(0, std::count(later.begin(), later.end(), id)) << "nobody has waited for it";
+}
+
+// Files are readable and folders open, so that only whose they are counts.
+TEST(OtherAccounts, TheirFilesAreNotReadAndTheirProgramsKnownByTheirOwnName) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs the right to be several accounts";
+  const ScratchHome home;
+  const std::filesystem::path file = home.directory() / "file";
+  const auto error_of_opening = [&] {
+    const HANDLE opened =
+        CreateFileW(file.wstring().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                    FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    return opened == INVALID_HANDLE_VALUE ? GetLastError() : !CloseHandle(opened);
+  };
+  std::ofstream(file) << "planted";
+  EXPECT_EQ(0U, error_of_opening());
+  ASSERT_EQ(0, chown(file.c_str(), 65534, 65534));
+  EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, error_of_opening());
+  ASSERT_EQ(0, chown(file.c_str(), 0, 0));
+  std::filesystem::create_symlink(file, home.directory() / "link");
+  EXPECT_EQ(INVALID_HANDLE_VALUE, CreateFileW((home.directory() / "link").wstring().c_str(),
+                                              GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  chmod(home.directory().c_str(), 0755);
+  const auto parent = static_cast<DWORD>(getpid());
+  ChildProcess stranger([&] {
+    if (setuid(65534) != 0) return 1;
+    wchar_t name[64];
+    DWORD size = 64;
+    const HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, parent);
+    if (!QueryFullProcessImageNameW(process, 0, name, &size)) return 2;
+    if (name != std::wstring(L"unit_platform")) return 3;
+    return error_of_opening() == 0 ? 0 : 4;  // root's are read
+  });
+  EXPECT_EQ(0, stranger.Await());
 }
 
 TEST(TemporaryPath, LiesBelowTheInstallationsHome) {
