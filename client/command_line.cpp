@@ -37,7 +37,7 @@ std::string Overview() {
       "the probes are those of another machine (`list` and `watch` take several). --wait has the\n"
       "command wait for its probe to arrive and for targets that others hold, -v (--verbose) "
       "shows\n"
-      "what the service wrote into its log meanwhile.\n"
+      "what the service wrote into its log meanwhile. When something does not work: `wfx doctor`.\n"
       "\n"
       "Exit status: 0 success, 1 the target did not answer well, 2 usage, 3 the service cannot be\n"
       "reached, 4 the output cannot be written, 10 + N the service answered with error N.\n";
