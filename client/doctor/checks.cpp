@@ -94,12 +94,11 @@ std::optional<std::string> Between(std::string_view line, std::string_view befor
   return std::string(rest.substr(0, end));
 }
 
-// A device's path has its serial number behind the second number sign.
+// A device's path has its serial number between the second number sign and the third.
 std::string NameIn(const std::string& path) {
-  const auto name = Between(path.substr(std::min(path.find('#'), path.size())), "#", "{");
-  if (!name) return path;
-  const std::size_t begin = name->find('#');
-  return begin == name->npos ? path : name->substr(begin + 1, name->rfind('#') - begin - 1);
+  const auto rest = Between(path + "#", "#", "#");
+  const auto name = rest ? Between(path + "#", "#" + *rest + "#", "#") : rest;
+  return name.value_or(path);
 }
 
 // What the log's last word about each device is, by its name in small letters.

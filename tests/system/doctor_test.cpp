@@ -16,7 +16,7 @@ class Doctor : public ManagerTest {
     const Finished finished = Wfx(words);
     std::string text = finished.out + finished.err + "= " + std::to_string(finished.exit_status);
     for (std::size_t at; (at = text.find(home().string())) != text.npos;) {
-      text.replace(at, home().string().size(), "@");
+      text = text.substr(0, at) + "@" + text.substr(at + home().string().size());
     }
     return text;
   }
@@ -133,7 +133,7 @@ TEST_F(Doctor, AVerboseCallShowsWhatTheServiceLoggedMeanwhile) {
     std::istringstream lines(Wfx(arguments).err);
     std::string told;
     for (std::string line; std::getline(lines, line);) {
-      if (line.starts_with("log: ")) line.replace(5, line.find('[') - 5, "");  // the time
+      if (line.starts_with("log: ")) line.erase(5, line.find('[') - 5);  // the time
       told += line + "\n";
     }
     return told;

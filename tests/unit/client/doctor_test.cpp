@@ -22,13 +22,14 @@ std::string Shown(const client::Checks& checks, const unit::ScratchFolder& folde
         std::to_string(static_cast<int>(check.health)) + " " + check.name + " " + check.text + "\n";
   }
   const std::string here = client::Utf8FromPath(folder.directory());
-  for (std::size_t at; (at = shown.find(here)) != shown.npos;) shown.replace(at, here.size(), "@");
+  for (std::size_t at; (at = shown.find(here)) != shown.npos;) {
+    shown = shown.substr(0, at) + "@" + shown.substr(at + here.size());
+  }
   std::ranges::replace(shown, '\\', '/');
   return shown;
 }
 
-client::Installation InstalledIn(const unit::ScratchFolder& folder,
-                                 const client::SettingsTable& values) {
+client::Installation InstalledIn(const unit::ScratchFolder& folder, const SettingsTable& values) {
   client::Installation installed;
   installed.program = client::Utf8FromPath(folder.directory() / "server");
   installed.settings = client::Utf8FromPath(folder.directory() / "wfxusb.ini");
@@ -148,10 +149,10 @@ TEST(Doctor, TellsWhatAttachedProbesWaitFor) {
     if (!serial.empty()) folder.Write(here + "serial", serial + "\n");
     if (has_node) folder.Write("dev/bus/usb/001/00" + number, "");
   };
-  const client::SettingsTable settings = {{"0F0F_1001_KX7", "CONFIGURED"},
-                                          {"0F0F_1001_WFXDEVICE", "UNCONFIGURED"},
-                                          {"0F0F_1002_FPGA", "CONFIGURED"},
-                                          {"0F0F_100A_WFXDEVICE", "CONFIGURED"}};
+  const SettingsTable settings = {{"0F0F_1001_KX7", "CONFIGURED"},
+                                  {"0F0F_1001_WFXDEVICE", "UNCONFIGURED"},
+                                  {"0F0F_1002_FPGA", "CONFIGURED"},
+                                  {"0F0F_100A_WFXDEVICE", "CONFIGURED"}};
   EXPECT_FALSE(FindAttachedDevices(settings, folder.directory()).has_usb);
   attach("1-1", "0f0f", "1001", "", true);
   attach("1-2", "0f0f", "100a", "WFX0002", true);
@@ -166,7 +167,7 @@ TEST(Doctor, TellsWhatAttachedProbesWaitFor) {
       "Wed [CTzWfxConfigure::ProgramKX7]Error 2 programming device \\\\?\\usb#vid_0f0f&pid_1001#f"
       "#{g}, with file a.hex.\n"
       "Wed [CTzWfxConfigure::ProgramFPGA]Error 3 programming device \\\\?\\usb#vid_0f0f&pid_100a#"
-      "wfx0005#{g}, with file wirefox.fpga.\n"
+      "wfx0005#6b07-6, with file wirefox.fpga.\n"
       "Wed [CTzWfxConfigure::UpdateState]Unable to open device \\\\?\\usb#vid_0f0f&pid_100a#wfx0002"
       "#{g}. Skipping\n"
       "Wed [CTzEvkConfigure::UpdateState]Unable to open device \\\\?\\usb#v#evk0001#{g}. "
