@@ -153,7 +153,7 @@ TEST(Doctor, TellsWhatAttachedProbesWaitFor) {
                                   {"0F0F_1001_WFXDEVICE", "UNCONFIGURED"},
                                   {"0F0F_1002_FPGA", "CONFIGURED"},
                                   {"0F0F_100A_WFXDEVICE", "CONFIGURED"}};
-  EXPECT_FALSE(FindAttachedDevices(settings, folder.directory()).has_usb);
+  EXPECT_FALSE(client::FindAttachedDevices(settings, folder.directory()).has_usb);
   attach("1-1", "0f0f", "1001", "", true);
   attach("1-2", "0f0f", "100a", "WFX0002", true);
   attach("1-3", "0f0f", "100a", "WFX0003", false);
@@ -161,7 +161,7 @@ TEST(Doctor, TellsWhatAttachedProbesWaitFor) {
   attach("1-5", "0f0f", "100a", "WFX0005", true);
   attach("1-6", "0f0f", "1002", "OTHER", true);
   attach("1-7", "", "1001", "INTERFACE", true);
-  const auto devices = FindAttachedDevices(settings, folder.directory());
+  const auto devices = client::FindAttachedDevices(settings, folder.directory());
   EXPECT_TRUE(devices.has_usb);
   const std::string log =
       "Wed [CTzWfxConfigure::ProgramKX7]Error 2 programming device \\\\?\\usb#vid_0f0f&pid_1001#f"
@@ -212,7 +212,11 @@ TEST(Doctor, OfAnotherMachineAsksItsServiceAndNothingHere) {
           "wfx: the service's log is on its own machine\n= 1\n");
   fake.wirefoxs = {"P"};
   fake.status = {1, 11, -2, 12, 1, 0x0102, 0x0304, 200, -32768, 3, 0, 1, 0, 1, 1, 1, 224};
-  EXPECT_EQ(Transcript(fake, "-H lab doctor"), begin + "> GetWirefoxStatus P\n" + answers + "?");
+  EXPECT_EQ(Transcript(fake, "-H lab doctor"),
+            begin + "> GetWirefoxStatus P\n" + answers +
+                "warning  probes        P is ready, in mode SWD_SWV, FPGA mailbox error, Vorn I2C "
+                "error, status request answered 1, a fault of the target's supply; `wfx status P` "
+                "tells more\n= 1\n");
   fake.wirefoxs = {};
   EXPECT_EQ(Transcript(fake, "-H lab doctor --json"),
             begin + R"({"error":"SUCCESS","state":"warning","checks":[)"
