@@ -5,6 +5,8 @@
 
 #include "client/holders.h"
 
+#include "client/waiting.h"
+
 namespace client {
 
 namespace {
@@ -25,10 +27,14 @@ std::string CommandNames(bool in_script) {
 
 }  // namespace
 
-bool Context::Connect(int& exit_status) {
-  if (service_) return true;
+HRESULT Context::TryConnect() {
   HRESULT status = S_OK;
-  service_ = connector_(host, status);
+  if (!service_) service_ = connector_(host, status);
+  return status;
+}
+
+bool Context::Connect(int& exit_status) {
+  const HRESULT status = TryConnect();
   if (service_) return true;
   exit_status = output.ReportUnreachable(status, host);
   return false;
@@ -84,9 +90,15 @@ ParsedCommand ParseCommand(std::span<const std::string> words, bool in_script) {
     parsed.problem = std::string(command->name) + ": " + error.what();
     return parsed;
   }
-  parsed.action = [action, command](Context& context) {
+  parsed.takes_several_hosts = command->takes_several_hosts;
+  const CLI::Option* const named = app.get_option_no_throw("PROBE");
+  parsed.may_wait = named || command->waits_within;
+  parsed.action = [action, command,
+                   probe = named ? named->as<std::string>() : ""](Context& context) {
     int exit_status = kExitSuccess;
-    if (command->needs_service && !context.Connect(exit_status)) return exit_status;
+    if (!command->needs_service) return action(context);
+    if (!context.Connect(exit_status)) return exit_status;
+    const Waiting waiting(context, probe);
     return action(context);
   };
   return parsed;

@@ -30,15 +30,18 @@ class Context {
       : output(output), input(input), host(std::move(host)), connector_(std::move(connector)) {}
 
   Output& output;
-  std::istream* input;     // standard input; null when the script itself comes from there
-  const std::string host;  // whose service it is; empty for this machine's
+  std::istream* input;            // standard input; null when the script itself comes from there
+  const std::string host;         // whose service it is; empty for this machine's
+  std::int64_t wait_seconds = 0;  // how long a command may wait for its probe or target
   std::map<std::string, Session> sessions;
   std::string assign_to;  // the variable in front of the command that runs, or empty
 
   // Valid while a command runs.
   ServiceClient& service() { return *service_; }
 
-  // Makes the connection unless it stands. False after having reported that it cannot be made.
+  // Makes the connection unless it stands.
+  HRESULT TryConnect();
+  // The same. False after having reported that it cannot be made.
   bool Connect(int& exit_status);
 
   // Prints the result, with who holds the probe when that is why it failed, unless the connection
@@ -68,6 +71,7 @@ struct Command {
   Action (*define)(CLI::App& app);
   bool needs_service = true;         // false: the action connects when it needs to
   bool takes_several_hosts = false;  // it may run for several machines at once
+  bool waits_within = false;         // the commands in it may wait for probes
 };
 
 // In the order of the overview; null for an unknown name.
@@ -78,6 +82,8 @@ struct ParsedCommand {
   Action action;        // empty when there is nothing to run
   std::string problem;  // a usage error
   std::string help;     // what --help asked for
+  bool takes_several_hosts = false;
+  bool may_wait = false;  // it names a probe, or its commands do
 };
 
 // Parses the words of one command, its name first.

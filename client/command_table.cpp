@@ -33,7 +33,10 @@ std::span<const Command> AllCommands() {
       {"acquire-port", "Catch a target in its test mode", kEverywhere, DefineAcquirePort},
       {"play", "Play an SVF file through a JTAG chain", kEverywhere, DefinePlay},
       {"serve", "Let OpenOCD and other tools use a JTAG chain", kCommandLineOnly, DefineServe},
-      {"script", "Run commands from a file, in one process", kCommandLineOnly, DefineScript, false},
+      {"doctor", "Find out what does not work, and what to do", kCommandLineOnly, DefineDoctor,
+       false},
+      {"script", "Run commands from a file, in one process", kCommandLineOnly, DefineScript, false,
+       false, true},
       {"acquire", "Hold a target: NAME = acquire PROBE", kScriptOnly, DefineAcquire},
       {"release", "Let a session go", kScriptOnly, DefineRelease},
   };

@@ -47,6 +47,9 @@ Action DefineServe(CLI::App& app);
 // svf/commands_play.cpp
 Action DefinePlay(CLI::App& app);
 
+// doctor/commands_doctor.cpp
+Action DefineDoctor(CLI::App& app);
+
 // commands/commands_script.cpp
 Action DefineAcquire(CLI::App& app);
 Action DefineRelease(CLI::App& app);

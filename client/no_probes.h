@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "client/installation.h"
+
 namespace client {
 
 // What the probes depend on. Texts are UTF-8; an empty one is not known or not set.
@@ -17,7 +19,12 @@ struct ProbeSources {
   bool bench_listens = false;  // at the socket that it names
 };
 
-ProbeSources LookForProbes();
+ProbeSources LookForProbes(const Installation& installation);
+
+// Each is one reason, and what to do about it.
+std::string MissingSettings(const std::string& settings);
+// Of the bus that WIREFOX_BUS names; empty when there is none to see.
+std::string BusProblem(const ProbeSources& sources);
 
 // The most likely reason, and what to do about it.
 std::string NoProbesNote(const ProbeSources& sources);

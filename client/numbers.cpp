@@ -132,6 +132,12 @@ std::string HexWord(std::uint32_t value) {
   return text.data();
 }
 
+std::string VersionText(std::int32_t version) {
+  const auto bits = static_cast<std::uint32_t>(version);
+  return std::to_string(bits >> 24) + "." + std::to_string(bits >> 16 & 0xFF) + "." +
+         std::to_string(bits >> 8 & 0xFF) + "." + std::to_string(bits & 0xFF);
+}
+
 std::string HexDump(std::span<const std::uint8_t> bytes, std::uint64_t first_address) {
   static constexpr std::size_t kBytesPerLine = 16;
   std::string dump;

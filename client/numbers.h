@@ -37,6 +37,9 @@ std::string NumberFromBits(std::span<const std::uint8_t> bytes, std::uint32_t bi
 // "0x" and eight digits.
 std::string HexWord(std::uint32_t value);
 
+// The four numbers of a version, which are its bytes, the highest first.
+std::string VersionText(std::int32_t version);
+
 // A dump for people: address, sixteen bytes and their ASCII characters on each line.
 std::string HexDump(std::span<const std::uint8_t> bytes, std::uint64_t first_address = 0);
 

@@ -106,6 +106,11 @@ int Output::Print(const std::string& text) {
   return Finish(kExitSuccess);
 }
 
+void Output::Mention(const std::string& text, const char* begin) {
+  EndProgress();
+  err_ << begin << text << std::endl;
+}
+
 void Output::ShowProgress(const std::string& text) {
   const auto now = std::chrono::steady_clock::now();
   if (!progress_ || now < next_progress_) return;

@@ -76,6 +76,9 @@ class Output {
   // Prints what is no result, such as help. Returns the exit status.
   int Print(const std::string& text);
 
+  // A line beside the results, on standard error.
+  void Mention(const std::string& text, const char* begin = "wfx: ");
+
   // A line that the next one replaces. One that comes too soon to be read is left out.
   void ShowProgress(const std::string& text);
   void EndProgress();

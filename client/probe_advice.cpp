@@ -46,6 +46,16 @@ std::string NoTargets(const std::string& probe, const TzWFXStatus& status) {
          " 3.3 --supply on`)";
 }
 
+std::vector<std::string> ProblemsIn(const TzWFXStatus& status) {
+  std::vector<std::string> problems;
+  if (status.WFX_FLAGS_FPGA_MBX_ERR != 0) problems.emplace_back("FPGA mailbox error");
+  if (status.WFX_FLAGS_VORN_I2C_ERR != 0) problems.emplace_back("Vorn I2C error");
+  if (status.RESULT != 0) {
+    problems.push_back("status request answered " + std::to_string(status.RESULT));
+  }
+  return problems;
+}
+
 int ReportOnProbe(Context& context, Result result, const std::string& probe) {
   if (result.error == TzErrorCode::INVALID_PARAM) {
     TzWFXStatus status{};

@@ -3,6 +3,7 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 #include "client/command.h"
 
@@ -27,6 +28,9 @@ std::string WrongMode(const std::string& probe, const TzWFXStatus& status, Modes
 
 // Why the service finds no target behind the probe.
 std::string NoTargets(const std::string& probe, const TzWFXStatus& status);
+
+// What the probe's own record complains of.
+std::vector<std::string> ProblemsIn(const TzWFXStatus& status);
 
 // Reports a result of a method that takes the probe's name. INVALID_PARAM may be about the name or
 // about a value: the probe's status, which takes nothing but the name, tells which.

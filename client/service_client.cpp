@@ -20,10 +20,18 @@ TzErrorCode ServiceClient::Run(Call call) {
   return TzErrorCode::UNKNOWN;
 }
 
+template <typename Call>
+TzErrorCode ServiceClient::RunUntilFree(Call call) {
+  TzErrorCode error = Run(call);
+  while (error == TzErrorCode::IN_USE && retry_ && retry_()) error = Run(call);
+  return error;
+}
+
 template <typename Method, typename... Values>
 TzErrorCode ServiceClient::RunOnProbe(Method method, const std::string& probe, Values... values) {
   const Bstr name = MakeBstr(probe);
-  return Run([&](TzErrorCode* e) { return (object_.get()->*method)(name.get(), values..., e); });
+  return RunUntilFree(
+      [&](TzErrorCode* e) { return (object_.get()->*method)(name.get(), values..., e); });
 }
 
 template <typename Call>

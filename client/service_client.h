@@ -32,6 +32,9 @@ class ServiceClient {
   // The same, and calls are made again.
   HRESULT TakeCallFailure() { return std::exchange(call_failure_, S_OK); }
 
+  // Asked when a method that names a probe answers IN_USE: true to call it again. None at first.
+  void SetRetry(std::function<bool()> retry) { retry_ = std::move(retry); }
+
   TzErrorCode GetVersion(std::int32_t& version);
   TzErrorCode GetDevicesChangedLocation(std::string& path);
   TzErrorCode EnumerateWirefoxs(std::vector<std::string>& names);
@@ -87,6 +90,10 @@ class ServiceClient {
   template <typename Call>
   TzErrorCode Run(Call call);
 
+  // The same, again and again while it is IN_USE and there is patience.
+  template <typename Call>
+  TzErrorCode RunUntilFree(Call call);
+
   // The same of a method that names a probe.
   template <typename Method, typename... Values>
   TzErrorCode RunOnProbe(Method method, const std::string& probe, Values... values);
@@ -97,6 +104,7 @@ class ServiceClient {
 
   std::unique_ptr<ITzWirefox_v3, Release> object_;
   HRESULT call_failure_ = S_OK;
+  std::function<bool()> retry_;
   Place place_;
   LONG process_id_;
 };

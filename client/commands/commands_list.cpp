@@ -6,6 +6,7 @@
 #include "client/activity.h"
 #include "client/commands.h"
 #include "client/no_probes.h"
+#include "client/numbers.h"
 #include "client/options.h"
 #include "client/probe_advice.h"
 #include "client/probe_table.h"
@@ -83,8 +84,8 @@ Action DefineList(CLI::App& app) {
       for (const std::string& name : names) result.text += name + "\n";
     }
     if (names.empty() && !context.output.json()) {
-      result.note =
-          context.host.empty() ? NoProbesNote(LookForProbes()) : "no probe is ready there";
+      result.note = context.host.empty() ? NoProbesNote(LookForProbes(FindInstallation()))
+                                         : "no probe is ready there";
     }
     return context.Report(result);
   };
@@ -112,10 +113,7 @@ Action DefineVersion(CLI::App&) {
     std::int32_t version = 0;
     result.error = context.service().GetVersion(version);
     result.outputs["versionNum"] = version;
-    const auto bits = static_cast<std::uint32_t>(version);
-    result.text = "TzWirefoxService " + std::to_string(bits >> 24) + "." +
-                  std::to_string(bits >> 16 & 0xFF) + "." + std::to_string(bits >> 8 & 0xFF) + "." +
-                  std::to_string(bits & 0xFF) + "\n";
+    result.text = "TzWirefoxService " + VersionText(version) + "\n";
     return context.Report(result);
   };
 }

@@ -45,10 +45,7 @@ std::string StatusText(const std::string& probe, const TzWFXStatus& status) {
                   std::to_string(status.WFX_FLAGS_FPGA_POWER_STATE));
   add("software valid", yes_no(status.WFX_FLAGS_SW_VALID));
   add("1.3 V supply on", yes_no(status.WFX_FLAGS_VCC1_3_ON));
-  if (status.WFX_FLAGS_FPGA_MBX_ERR != 0) add("problem", "FPGA mailbox error");
-  if (status.WFX_FLAGS_VORN_I2C_ERR != 0) add("problem", "Vorn I2C error");
-  if (status.RESULT != 0)
-    add("problem", "status request answered " + std::to_string(status.RESULT));
+  for (const std::string& problem : ProblemsIn(status)) add("problem", problem);
   return text;
 }
 

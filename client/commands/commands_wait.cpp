@@ -1,15 +1,12 @@
 #include <windows.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "client/commands.h"
+#include "client/probe_changes.h"
 #include "client/stop_signal.h"
-#include "client/text.h"
 
 namespace client {
 
@@ -17,60 +14,6 @@ namespace {
 
 // How often a command that only waits makes sure that the service still lives.
 constexpr DWORD kHeartbeatMs = 2000;
-
-// The devices-changed file as it was looked at; it is written anew at each change. The directory
-// around it is one for temporary files, where much else happens.
-struct FileStamp {
-  std::string content;
-  std::filesystem::file_time_type written;
-
-  bool operator==(const FileStamp&) const = default;
-};
-
-FileStamp StampOf(const std::filesystem::path& path) {
-  FileStamp stamp;
-  std::ifstream file(path, std::ios::binary);
-  stamp.content.assign(std::istreambuf_iterator<char>(file), {});
-  std::error_code missing;
-  stamp.written = std::filesystem::last_write_time(path, missing);
-  return stamp;
-}
-
-// The changes of a directory's files.
-class ChangeNotification {
- public:
-  explicit ChangeNotification(const std::filesystem::path& directory)
-      : handle_(FindFirstChangeNotificationW(WideOf(directory).c_str(), FALSE,
-                                             FILE_NOTIFY_CHANGE_FILE_NAME |
-                                                 FILE_NOTIFY_CHANGE_SIZE |
-                                                 FILE_NOTIFY_CHANGE_LAST_WRITE)) {}
-  ~ChangeNotification() {
-    if (valid()) FindCloseChangeNotification(handle_);
-  }
-  ChangeNotification(const ChangeNotification&) = delete;
-  ChangeNotification& operator=(const ChangeNotification&) = delete;
-
-  bool valid() const { return handle_ != INVALID_HANDLE_VALUE; }
-
-  enum class Event { kStopped, kChanged, kNothing };
-
-  Event Wait(const StopSignal& stop, DWORD timeout_ms) {
-    const HANDLE handles[] = {stop.event(), handle_};
-    const DWORD woken = WaitForMultipleObjects(2, handles, FALSE, timeout_ms);
-    if (woken == WAIT_OBJECT_0) return Event::kStopped;
-    if (woken != WAIT_OBJECT_0 + 1) return Event::kNothing;
-    FindNextChangeNotification(handle_);
-    return Event::kChanged;
-  }
-
- private:
-  static std::wstring WideOf(const std::filesystem::path& path) {
-    const std::u8string text = path.u8string();
-    return WideFromUtf8(std::string(text.begin(), text.end()));
-  }
-
-  HANDLE handle_;
-};
 
 bool ServiceLives(Context& context) {
   std::int32_t version = 0;
@@ -110,27 +53,23 @@ int Watch(Context& context) {
   if (!context.host.empty()) return WatchFromAfar(context);
   std::string location;
   context.service().GetDevicesChangedLocation(location);
-  const std::filesystem::path file(std::u8string(location.begin(), location.end()));
   const StopSignal stop;
-  ChangeNotification changes(file.parent_path());
+  ProbeChanges changes(location);
   if (!changes.valid()) {
     if (FAILED(context.service().call_failure())) return context.Report(Result());
     return context.output.ReportUsage("cannot watch the folder of " + location);
   }
   std::optional<std::vector<std::string>> shown;
-  for (int exit_status = kExitSuccess;;) {
-    // The stamp is taken before the question, so that no change falls between the two. The question
-    // itself may find a change and have the file written.
-    const FileStamp stamp = StampOf(file);
+  int exit_status = kExitSuccess;
+  using Event = ProbeChanges::Event;
+  for (auto event = Event::kChanged; event != Event::kStopped;
+       event = changes.Wait(stop, kHeartbeatMs)) {
+    if (event == Event::kNothing && !ServiceLives(context)) return context.Report(Result());
+    if (event != Event::kChanged) continue;
+    changes.Mark();
     if (!ShowList(context, shown, exit_status)) return exit_status;
-    while (StampOf(file) == stamp) {
-      const auto event = changes.Wait(stop, kHeartbeatMs);
-      if (event == ChangeNotification::Event::kStopped) return kExitSuccess;
-      if (event == ChangeNotification::Event::kNothing && !ServiceLives(context)) {
-        return context.Report(Result());
-      }
-    }
   }
+  return kExitSuccess;
 }
 
 }  // namespace

@@ -7,10 +7,10 @@ _wfx() {
   local word=${COMP_WORDS[COMP_CWORD]} command='' i
   COMPREPLY=()
   for ((i = 1; i < COMP_CWORD; i++)); do
-    [[ ${COMP_WORDS[i]} == -* || ${COMP_WORDS[i - 1]} == @(-H|--host) ]] || { command=${COMP_WORDS[i]}; break; }
+    [[ ${COMP_WORDS[i]} == -* || ${COMP_WORDS[i - 1]} == @(-H|--host|--wait) ]] || { command=${COMP_WORDS[i]}; break; }
   done
   if [[ -z $command ]]; then
-    mapfile -t COMPREPLY < <(compgen -W "$(_wfx_commands) --json --host --help --version" -- "$word")
+    mapfile -t COMPREPLY < <(compgen -W "$(_wfx_commands) --json --host --wait --verbose --help --version" -- "$word")
   elif [[ $word == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$(wfx "$command" --help 2>/dev/null |
       grep -o -e '--[a-z][a-z-]*')" -- "$word")

@@ -103,10 +103,17 @@ TEST_F(Clients, AHeldTargetIsInUseForOthersUntilItsOwnerEnds) {
     return Json({"targets", "WFX0002"})["devices"] == Words({"2BA014771"});
   }));
   EXPECT_EQ(Wfx({"swd", "WFX0002", "a5"}).exit_status, 11);
-  EXPECT_EQ(Wfx({"mode", "WFX0002", "SWD"}).exit_status, 11);
+  const Finished refused = Wfx({"mode", "WFX0002", "SWD"});
+  EXPECT_EQ(refused.exit_status, 11);
+  const auto waits = StartWfx({"--wait", "60", "swd", "WFX0002", "a5"});
+  const Finished expired = Wfx({"--wait", "1", "mode", "WFX0002", "SWD"});
+  EXPECT_EQ(expired.exit_status, 11);
+  EXPECT_EQ(expired.err, refused.err);
+  EXPECT_TRUE(waits->IsRunning());
   EXPECT_EQ(Wfx({"led", "WFX0002", "0", "on"}).exit_status, 0);
   owner->Interrupt();  // ends the fetching, and with it the script
   EXPECT_EQ(owner->Wait(), 0);
+  EXPECT_EQ(waits->Wait(), 0);
   EXPECT_EQ(Wfx({"swd", "WFX0002", "a5"}).exit_status, 0);
 }
 

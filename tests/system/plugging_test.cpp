@@ -54,6 +54,22 @@ class Transferring {
   std::thread reader_;
 };
 
+TEST_F(Plugging, ACommandWithPatienceGetsTheProbeThatComes) {
+  ASSERT_EQ(Ctl({"unplug", "WFX0001"}).exit_status, 0);
+  ASSERT_TRUE(ProbesBecome({"EVK0001", "WFX0002"}));
+  const auto waits = StartWfx({"--wait", "60", "hwrev", "WFX0001"});
+  const auto interrupted = StartWfx({"--wait", "100000", "hwrev", "WFX0001"});
+  const Finished at_once = Wfx({"hwrev", "WFX0001"});
+  const Finished expired = Wfx({"--wait", "1", "hwrev", "WFX0001"});
+  EXPECT_EQ(expired.exit_status, 15);
+  EXPECT_EQ(expired.err, at_once.err);
+  EXPECT_TRUE(waits->IsRunning());
+  interrupted->Interrupt();
+  EXPECT_NE(interrupted->Wait(), support::kRuns);
+  ASSERT_EQ(Ctl({"plug", "WFX0001"}).exit_status, 0);
+  EXPECT_EQ(waits->Wait(), 0);
+}
+
 TEST_F(Plugging, EachChangeIsWrittenIntoTheFileAndSeenByAWatcher) {
   const auto watch = StartWfx({"watch", "--json"});
   const auto next = [&] {

@@ -84,6 +84,7 @@ extern "C" {
 SC_HANDLE OpenSCManagerW(LPCWSTR machine, LPCWSTR database, DWORD access);
 
 // Null on failure: 6, 5 (of the manager, or as above), 123 for a name that no unit can have, 1060.
+// With SERVICE_QUERY_STATUS alone the machine's services are found behind this account's own.
 SC_HANDLE OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access);
 
 // Writes the unit, with the present values of WIREFOX_HOME and WIREFOX_BUS for its environment.
@@ -99,6 +100,9 @@ SC_HANDLE CreateServiceW(SC_HANDLE manager, LPCWSTR name, LPCWSTR display_name, 
 // when it does not run, 1061 while it starts or stops, 1052 for other controls than stop. Other
 // errors: 6, 5, 87 without a status.
 BOOL ControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status);
+
+// The state as systemd tells it; stopped where none runs. Errors: 6, 5, 87 without a status.
+BOOL QueryServiceStatus(SC_HANDLE service, LPSERVICE_STATUS status);
 
 // Removes the unit at once; a service that runs goes on until it has stopped. Errors: 6, 5, 1072
 // when it has been removed already.

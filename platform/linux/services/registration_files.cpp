@@ -57,6 +57,15 @@ std::string FolderOf(RegistrationFolder folder) {
   return UserFolder(places.user_variable, places.user_default) + places.below_user_folder;
 }
 
+std::vector<std::string> UnitFolders() {
+  std::vector<std::string> folders = {FolderOf(RegistrationFolder::kUnit)};
+  if (!InstallationHome().empty()) return folders;
+  for (const char* folder : {"/etc/systemd/system", "/usr/lib/systemd/system"}) {
+    if (folder != folders[0]) folders.emplace_back(folder);
+  }
+  return folders;
+}
+
 bool ServicesAreTheMachines() { return geteuid() == 0; }
 
 std::vector<std::pair<std::string, std::string>> InstallationVariables() {

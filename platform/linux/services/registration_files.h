@@ -31,6 +31,10 @@ enum class RegistrationFolder {
 // services are not the machine's.
 std::string FolderOf(RegistrationFolder folder);
 
+// The folders of the units that this account may ask for: its own, and the machine's, a package's
+// among them, unless $WIREFOX_HOME confines it.
+std::vector<std::string> UnitFolders();
+
 // Whether this account's services belong to the machine: to the system's manager and bus instead of
 // the session's.
 bool ServicesAreTheMachines();

@@ -82,11 +82,22 @@ bool Exists(const std::string& path) {
 
 bool MayChangeServices() { return MayWriteTo(FolderOf(RegistrationFolder::kUnit)); }
 
+std::string FileName(const std::string& unit) { return "/" + unit + ".service"; }
+
 // Empty when no service can have the name.
 std::string UnitFileOf(LPCWSTR name) {
   const std::string text = name ? WideToUtf8(name) : "";
   if (!IsUnitName(text)) return "";
-  return FolderOf(RegistrationFolder::kUnit) + "/" + text + ".service";
+  return FolderOf(RegistrationFolder::kUnit) + FileName(text);
+}
+
+// The machine's service of that name, for who only asks for its state. Empty when there is none.
+std::string UnitFileToAsk(LPCWSTR name) {
+  for (const std::string& folder : UnitFolders()) {
+    std::string unit_file = folder + FileName(WideToUtf8(name));
+    if (Exists(unit_file)) return unit_file;
+  }
+  return "";
 }
 
 // The units in place of the services in a list, whose names each end with a zero. False for a
@@ -138,8 +149,10 @@ SC_HANDLE OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access) {
   if (!LookUp(manager, true, SC_MANAGER_CONNECT)) return nullptr;
   std::string unit_file = UnitFileOf(name);
   if (unit_file.empty()) return FailToOpen(ERROR_INVALID_NAME);
-  if (!Exists(unit_file)) return FailToOpen(ERROR_SERVICE_DOES_NOT_EXIST);
   constexpr DWORD kForAll = SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS;
+  // Whether there is one to install or to remove goes by this account's own.
+  if (access == SERVICE_QUERY_STATUS) unit_file = UnitFileToAsk(name);
+  if (!Exists(unit_file)) return FailToOpen(ERROR_SERVICE_DOES_NOT_EXIST);
   if ((access & ~kForAll) != 0 && !MayChangeServices()) return FailToOpen(ERROR_ACCESS_DENIED);
   return AddHandle({std::move(unit_file), access});
 }
@@ -179,6 +192,14 @@ BOOL ControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status) {
   }
   const DWORD error = StopService(opened->unit_file, *status);
   return error == ERROR_SUCCESS ? TRUE : Fail(error);
+}
+
+BOOL QueryServiceStatus(SC_HANDLE service, LPSERVICE_STATUS status) {
+  const auto opened = LookUp(service, false, SERVICE_QUERY_STATUS);
+  if (!opened) return FALSE;
+  if (!status) return Fail(ERROR_INVALID_PARAMETER);
+  *status = StatusOf(AskUnitState(opened->unit_file));
+  return TRUE;
 }
 
 BOOL DeleteService(SC_HANDLE service) {

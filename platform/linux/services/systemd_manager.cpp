@@ -12,8 +12,8 @@ namespace {
 
 constexpr char kSystemd[] = "org.freedesktop.systemd1";
 
-DBusHandle OpenSystemdsBus() {
-  return OpenDBus(ServicesAreTheMachines() ? &sd_bus_open_system : &sd_bus_open_user);
+DBusHandle OpenSystemdsBus(bool of_machine = ServicesAreTheMachines()) {
+  return OpenDBus(of_machine ? &sd_bus_open_system : &sd_bus_open_user);
 }
 
 // The manager's answer; null when it refuses, does not answer in the library's time, or is not
@@ -51,7 +51,8 @@ bool IsSameFile(const std::string& a, const std::string& b) {
 }  // namespace
 
 UnitState AskUnitState(const std::string& unit_file) {
-  const DBusHandle bus = OpenSystemdsBus();
+  const bool is_own = unit_file.starts_with(FolderOf(RegistrationFolder::kUnit) + "/");
+  const DBusHandle bus = OpenSystemdsBus(!is_own || ServicesAreTheMachines());
   // Refused when no such unit is loaded; one that runs is.
   const MessageHandle found = Call(bus.get(), "GetUnit", "s", UnitNameOf(unit_file).c_str());
   const char* unit = nullptr;

@@ -8,7 +8,8 @@ namespace linux_host {
 
 enum class UnitState { kStopped, kStarting, kRunning, kStopping };
 
-// The state of the unit that was loaded from this file. Stopped also where no systemd runs or
+// The state of the unit that was loaded from this file, by this account's systemd or, for a file
+// that is not in this account's folder, by the machine's. Stopped also where no systemd runs or
 // answers, and when the unit of that name is another's: two installations may have one each.
 UnitState AskUnitState(const std::string& unit_file);
 

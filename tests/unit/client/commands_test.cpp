@@ -11,7 +11,7 @@
 #include <sstream>
 #include <utility>
 
-#include "client/no_probes.h"
+#include "client/doctor/checks.h"
 #include "tests/unit/client/fake_wirefox.h"
 #include "tests/unit/scratch_folder.h"
 

@@ -54,6 +54,8 @@ TEST_F(ServiceManager, AServiceIsItsUnitFile) {
 
   const SC_HANDLE opened = OpenServiceW(manager_, kName, SERVICE_STOP | DELETE);
   SERVICE_STATUS status = {};
+  EXPECT_TRUE(QueryServiceStatus(created, &status));
+  EXPECT_EQ(status.dwCurrentState, DWORD{SERVICE_STOPPED});
   EXPECT_FALSE(ControlService(opened, SERVICE_CONTROL_STOP, &status));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_SERVICE_NOT_ACTIVE});
   EXPECT_EQ(status.dwServiceType, DWORD{SERVICE_WIN32_OWN_PROCESS});
@@ -96,6 +98,7 @@ TEST_F(ServiceManager, RefusalsHaveTheManagersOwnErrors) {
       {"an account", [&] { return create(manager_, L"B", 3, L"/b", L"\0", L"guest"); }, 87},
       {"may not stop", [&] { return ControlService(service, 1, &status) != FALSE; }, 5},
       {"not a stop", [&] { return ControlService(service, 2, &status) != FALSE; }, 1052},
+      {"may not ask", [&] { return QueryServiceStatus(service, &status) != FALSE; }, 5},
       {"may not delete", [&] { return DeleteService(service) != FALSE; }, 5},
       {"a manager for a service", [&] { return DeleteService(manager_) != FALSE; }, 6},
   };
