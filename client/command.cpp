@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "client/similar.h"
+
 namespace client {
 
 namespace {
@@ -10,14 +12,44 @@ CommandPlace WrongPlace(bool in_script) {
   return in_script ? CommandPlace::kCommandLineOnly : CommandPlace::kScriptOnly;
 }
 
-std::string CommandNames(bool in_script) {
-  std::string names;
+std::vector<std::string> CommandNames(bool in_script) {
+  std::vector<std::string> names;
   for (const Command& command : AllCommands()) {
-    if (command.place == WrongPlace(in_script)) continue;
-    if (!names.empty()) names += ", ";
-    names += command.name;
+    if (command.place != WrongPlace(in_script)) names.emplace_back(command.name);
   }
   return names;
+}
+
+std::string Joined(std::span<const std::string> words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+  return text;
+}
+
+std::string UnknownCommand(std::span<const std::string> words, bool in_script) {
+  const auto names = CommandNames(in_script);
+  if (words.empty()) return "no command given; the commands are " + Joined(names);
+  static const std::vector<std::string> options(std::begin(kGlobalOptions),
+                                                std::end(kGlobalOptions));
+  const bool is_option = !in_script && words[0].starts_with('-');
+  const std::string offer = DidYouMean(words[0], is_option ? options : names);
+  return "unknown command '" + words[0] + "'" +
+         (offer.empty() ? "; the commands are " + Joined(names) : offer);
+}
+
+// For the first option that the command does not know. The parser names only what was wrong first.
+std::string OptionOffer(const CLI::App& app, std::span<const std::string> words) {
+  std::vector<std::string> names;
+  for (const CLI::Option* known : OptionsOf(app)) {
+    for (const std::string& name : known->get_lnames()) names.push_back("--" + name);
+  }
+  for (const std::string& word : words) {
+    const std::string option = word.substr(0, word.find('='));
+    if (option.starts_with('-') && std::ranges::find(names, option) == names.end()) {
+      return DidYouMean(option, names);
+    }
+  }
+  return "";
 }
 
 }  // namespace
@@ -50,12 +82,20 @@ const Command* FindCommand(const std::string& name) {
   return found == commands.end() ? nullptr : &*found;
 }
 
+std::vector<const CLI::Option*> OptionsOf(const CLI::App& app) {
+  auto options = app.get_options();
+  for (const CLI::App* group : app.get_subcommands([](const CLI::App*) { return true; })) {
+    const auto grouped = group->get_options();
+    options.insert(options.end(), grouped.begin(), grouped.end());
+  }
+  return options;
+}
+
 ParsedCommand ParseCommand(std::span<const std::string> words, bool in_script) {
   ParsedCommand parsed;
   const Command* command = words.empty() ? nullptr : FindCommand(words[0]);
   if (!command) {
-    parsed.problem = words.empty() ? "no command given" : "unknown command '" + words[0] + "'";
-    parsed.problem += "; the commands are " + CommandNames(in_script);
+    parsed.problem = UnknownCommand(words, in_script);
     return parsed;
   }
   if (command->place == WrongPlace(in_script)) {
@@ -76,7 +116,7 @@ ParsedCommand ParseCommand(std::span<const std::string> words, bool in_script) {
     parsed.help = app.help();
     return parsed;
   } catch (const CLI::ParseError& error) {
-    parsed.problem = std::string(command->name) + ": " + error.what();
+    parsed.problem = std::string(command->name) + ": " + error.what() + OptionOffer(app, words);
     return parsed;
   }
   parsed.action = [action, command](Context& context) {

@@ -69,9 +69,15 @@ struct Command {
   bool takes_several_hosts = false;  // it may run for several machines at once
 };
 
+// What may stand before a command on the command line.
+inline constexpr const char* kGlobalOptions[] = {"--json", "--host", "--help", "--version"};
+
 // In the order of the overview; null for an unknown name.
 std::span<const Command> AllCommands();
 const Command* FindCommand(const std::string& name);
+
+// All of a command's options and arguments, with those that stand in groups.
+std::vector<const CLI::Option*> OptionsOf(const CLI::App& app);
 
 struct ParsedCommand {
   Action action;        // empty when there is nothing to run

@@ -75,10 +75,12 @@ std::string Replayed(const std::string& transcript) {
 }
 
 TEST(Commands, GoAsTheTranscriptHasThem) {
-  const std::string path = WIREFOX_SOURCE_DIR "/tests/unit/client/commands.txt";
-  std::ifstream file(path, std::ios::binary);
-  const std::string text(std::istreambuf_iterator<char>(file), {});
-  EXPECT_EQ(Replayed(text), text);
+  for (const char* name : {"commands.txt", "mistyped.txt"}) {
+    std::ifstream file(std::string(WIREFOX_SOURCE_DIR "/tests/unit/client/") + name,
+                       std::ios::binary);
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    EXPECT_EQ(Replayed(text), text);
+  }
 }
 
 TEST(Commands, ReadTheirBytesFromFilesAndWriteThemThere) {
