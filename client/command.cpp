@@ -8,14 +8,15 @@ namespace client {
 
 namespace {
 
-CommandPlace WrongPlace(bool in_script) {
-  return in_script ? CommandPlace::kCommandLineOnly : CommandPlace::kScriptOnly;
+bool Fits(const Command& command, bool in_script) {
+  return command.place == CommandPlace::kEverywhere ||
+         (command.place == CommandPlace::kScriptOnly) == in_script;
 }
 
 std::vector<std::string> CommandNames(bool in_script) {
   std::vector<std::string> names;
   for (const Command& command : AllCommands()) {
-    if (command.place != WrongPlace(in_script)) names.emplace_back(command.name);
+    if (IsListed(command, in_script)) names.emplace_back(command.name);
   }
   return names;
 }
@@ -29,8 +30,8 @@ std::string Joined(std::span<const std::string> words) {
 std::string UnknownCommand(std::span<const std::string> words, bool in_script) {
   const auto names = CommandNames(in_script);
   if (words.empty()) return "no command given; the commands are " + Joined(names);
-  static const std::vector<std::string> options(std::begin(kGlobalOptions),
-                                                std::end(kGlobalOptions));
+  std::vector<std::string> options;
+  for (const GlobalOption& option : kGlobalOptions) options.emplace_back(option.name);
   const bool is_option = !in_script && words[0].starts_with('-');
   const std::string offer = DidYouMean(words[0], is_option ? options : names);
   return "unknown command '" + words[0] + "'" +
@@ -38,9 +39,9 @@ std::string UnknownCommand(std::span<const std::string> words, bool in_script) {
 }
 
 // For the first option that the command does not know. The parser names only what was wrong first.
-std::string OptionOffer(const CLI::App& app, std::span<const std::string> words) {
+std::string OptionOffer(CLI::App& app, std::span<const std::string> words) {
   std::vector<std::string> names;
-  for (const CLI::Option* known : OptionsOf(app)) {
+  for (CLI::Option* known : OptionsOf(app)) {
     for (const std::string& name : known->get_lnames()) names.push_back("--" + name);
   }
   for (const std::string& word : words) {
@@ -55,9 +56,15 @@ std::string OptionOffer(const CLI::App& app, std::span<const std::string> words)
 }  // namespace
 
 bool Context::Connect(int& exit_status) {
+  const std::string waiting = "waiting for TzWirefoxService" + (host.empty() ? "" : " on " + host);
+  output.ShowProgress(waiting);
   if (service_) return true;
+  // On the way to another machine ssh may ask for a password.
+  output.ShowProgress(host.empty() ? "starting TzWirefoxService" : "");
   HRESULT status = S_OK;
   service_ = connector_(host, status);
+  // Its first answer comes when the firmware and FPGA of every probe that needs it are loaded.
+  output.ShowProgress(waiting + ", which loads probes that need it first");
   if (service_) return true;
   exit_status = output.ReportUnreachable(status, host);
   return false;
@@ -82,9 +89,23 @@ const Command* FindCommand(const std::string& name) {
   return found == commands.end() ? nullptr : &*found;
 }
 
-std::vector<const CLI::Option*> OptionsOf(const CLI::App& app) {
+bool IsListed(const Command& command, bool in_script) {
+  return Fits(command, in_script) && command.place != CommandPlace::kUnlisted;
+}
+
+std::unique_ptr<CLI::App> DefineApp(const Command& command, bool in_script, Action& action) {
+  auto app = std::make_unique<CLI::App>(command.summary,
+                                        std::string(in_script ? "" : "wfx ") + command.name);
+  // Paths begin with a slash on both hosts.
+  app->allow_windows_style_options(false);
+  if (!in_script) app->add_flag("--json")->description("Print one JSON object per result");
+  action = command.define(*app);
+  return app;
+}
+
+std::vector<CLI::Option*> OptionsOf(CLI::App& app) {
   auto options = app.get_options();
-  for (const CLI::App* group : app.get_subcommands([](const CLI::App*) { return true; })) {
+  for (CLI::App* group : app.get_subcommands([](CLI::App*) { return true; })) {
     const auto grouped = group->get_options();
     options.insert(options.end(), grouped.begin(), grouped.end());
   }
@@ -98,29 +119,27 @@ ParsedCommand ParseCommand(std::span<const std::string> words, bool in_script) {
     parsed.problem = UnknownCommand(words, in_script);
     return parsed;
   }
-  if (command->place == WrongPlace(in_script)) {
+  if (!Fits(*command, in_script)) {
     parsed.problem = std::string("'") + command->name +
                      (in_script ? "' cannot be used in a script" : "' is for scripts only");
     return parsed;
   }
-  CLI::App app(command->summary, std::string(in_script ? "" : "wfx ") + command->name);
-  // Paths begin with a slash on both hosts.
-  app.allow_windows_style_options(false);
-  if (!in_script) app.add_flag("--json")->description("Print one JSON object per result");
-  const Action action = command->define(app);
+  Action action;
+  const auto app = DefineApp(*command, in_script, action);
   // CLI11 takes the words from the back.
   std::vector<std::string> rest(words.rbegin(), std::prev(words.rend()));
   try {
-    app.parse(rest);
+    app->parse(rest);
   } catch (const CLI::CallForHelp&) {
-    parsed.help = app.help();
+    parsed.help = app->help();
     return parsed;
   } catch (const CLI::ParseError& error) {
-    parsed.problem = std::string(command->name) + ": " + error.what() + OptionOffer(app, words);
+    parsed.problem = std::string(command->name) + ": " + error.what() + OptionOffer(*app, words);
     return parsed;
   }
   parsed.action = [action, command](Context& context) {
     int exit_status = kExitSuccess;
+    context.output.BeginProgress();
     if (command->needs_service && !context.Connect(exit_status)) return exit_status;
     return action(context);
   };

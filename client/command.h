@@ -56,7 +56,8 @@ class Context {
 // Returns the exit status.
 using Action = std::function<int(Context&)>;
 
-enum class CommandPlace { kEverywhere, kCommandLineOnly, kScriptOnly };
+// An unlisted command is for the command line, and told nowhere but in the documents.
+enum class CommandPlace { kEverywhere, kCommandLineOnly, kScriptOnly, kUnlisted };
 
 struct Command {
   const char* name;
@@ -69,15 +70,44 @@ struct Command {
   bool takes_several_hosts = false;  // it may run for several machines at once
 };
 
-// What may stand before a command on the command line.
-inline constexpr const char* kGlobalOptions[] = {"--json", "--host", "--help", "--version"};
+// What may stand before a command on the command line, or in its place.
+struct GlobalOption {
+  const char* name;
+  const char* value;   // null: it takes none
+  const char* offers;  // for its value
+  const char* help;
+};
+inline constexpr GlobalOption kGlobalOptions[] = {
+    {"--json", nullptr, "", "Print one JSON object per result; may also stand behind the command"},
+    {"--host", "[USER@]HOST", "",
+     "Use the probes of another machine, through ssh; also -H. `list` and `watch` take several"},
+    {"--color", "WHEN", "auto always never",
+     "Whether to colour: always, never, or auto, which is on a terminal unless NO_COLOR is set"},
+    {"--help", nullptr, "", "Print help; behind a command its own"},
+    {"--version", nullptr, "", "Print the client's version"},
+};
+
+inline constexpr const char* kFirstSteps =
+    "First steps: `wfx list` names the probes, `wfx mode PROBE JTAG` chooses how to talk to the\n"
+    "targets, `wfx targets PROBE` finds them. With --json each result is one line of JSON, with "
+    "-H\n"
+    "the probes are those of another machine (`list` and `watch` take several).\n";
+inline constexpr const char* kExitStatusHelp =
+    "Exit status: 0 success, 1 the target did not answer well, 2 usage, 3 the service cannot be\n"
+    "reached, 4 the output cannot be written, 10 + N the service answered with error N.\n";
 
 // In the order of the overview; null for an unknown name.
 std::span<const Command> AllCommands();
 const Command* FindCommand(const std::string& name);
 
+// Whether the overview names it.
+bool IsListed(const Command& command, bool in_script);
+
+// The command's parser, and the action that holds what is parsed.
+std::unique_ptr<CLI::App> DefineApp(const Command& command, bool in_script, Action& action);
+
 // All of a command's options and arguments, with those that stand in groups.
-std::vector<const CLI::Option*> OptionsOf(const CLI::App& app);
+std::vector<CLI::Option*> OptionsOf(CLI::App& app);
 
 struct ParsedCommand {
   Action action;        // empty when there is nothing to run

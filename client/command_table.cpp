@@ -6,6 +6,7 @@ std::span<const Command> AllCommands() {
   static constexpr auto kEverywhere = CommandPlace::kEverywhere;
   static constexpr auto kCommandLineOnly = CommandPlace::kCommandLineOnly;
   static constexpr auto kScriptOnly = CommandPlace::kScriptOnly;
+  static constexpr auto kUnlisted = CommandPlace::kUnlisted;
   static constexpr Command kCommands[] = {
       {"list", "Name the probes", kEverywhere, DefineList, true, true},
       {"watch", "Name the probes now and whenever they change", kCommandLineOnly, DefineWatch, true,
@@ -34,6 +35,9 @@ std::span<const Command> AllCommands() {
       {"script", "Run commands from a file, in one process", kCommandLineOnly, DefineScript, false},
       {"acquire", "Hold a target: NAME = acquire PROBE", kScriptOnly, DefineAcquire},
       {"release", "Let a session go", kScriptOnly, DefineRelease},
+      {"completion", "Print what a shell needs to complete wfx", kUnlisted, DefineCompletion,
+       false},
+      {"manual", "Print the manual page", kUnlisted, DefineManual, false},
   };
   return kCommands;
 }

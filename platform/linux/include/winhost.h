@@ -99,11 +99,11 @@ int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR title, UINT type);
 // SIGINT, with FALSE heed it again. FALSE with error 87 when the handler to remove was never added.
 BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL add);
 
-// A standard stream, for GetConsoleMode alone: it is in no handle table and is not closed.
+// A standard stream, for console modes alone: it is in no handle table and is not closed.
 // INVALID_HANDLE_VALUE with error 87 for any other number.
 HANDLE GetStdHandle(DWORD stream);
-// TRUE when the stream is a terminal (`mode` becomes 0: it has none of a console's modes here);
-// otherwise FALSE with error 6.
+// TRUE when the stream is a terminal, with its modes as <wincon.h> has them; otherwise FALSE with
+// error 6.
 BOOL GetConsoleMode(HANDLE stream, LPDWORD mode);
 
 // A handle that becomes signalled when an entry of the directory `path` changes in a way that
