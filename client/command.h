@@ -60,7 +60,8 @@ class Context {
 // Returns the exit status.
 using Action = std::function<int(Context&)>;
 
-enum class CommandPlace { kEverywhere, kCommandLineOnly, kScriptOnly };
+// An unlisted command is for the command line, and told nowhere but in the documents.
+enum class CommandPlace { kEverywhere, kCommandLineOnly, kScriptOnly, kUnlisted };
 
 struct Command {
   const char* name;
@@ -74,9 +75,50 @@ struct Command {
   bool waits_within = false;         // the commands in it may wait for probes
 };
 
+// What may stand before a command on the command line, or in its place.
+struct GlobalOption {
+  const char* name;
+  const char* value;   // null: it takes none
+  const char* offers;  // for its value
+  const char* help;
+};
+inline constexpr GlobalOption kGlobalOptions[] = {
+    {"--json", nullptr, "", "Print one JSON object per result; may also stand behind the command"},
+    {"--host", "[USER@]HOST", "",
+     "Use the probes of another machine, through ssh; also -H. `list` and `watch` take several"},
+    {"--wait", "SECONDS", "",
+     "Wait so long for the command's probe to arrive, and for targets that others hold"},
+    {"--verbose", nullptr, "",
+     "Show what the service wrote into its log during the command; also -v"},
+    {"--color", "WHEN", "auto always never",
+     "Whether to colour: always, never, or auto, which is on a terminal unless NO_COLOR is set"},
+    {"--help", nullptr, "", "Print help; behind a command its own"},
+    {"--version", nullptr, "", "Print the client's version"},
+};
+
+inline constexpr const char* kFirstSteps =
+    "First steps: `wfx list` names the probes, `wfx mode PROBE JTAG` chooses how to talk to the\n"
+    "targets, `wfx targets PROBE` finds them. With --json each result is one line of JSON, with "
+    "-H\n"
+    "the probes are those of another machine (`list` and `watch` take several). --wait has the\n"
+    "command wait for its probe to arrive and for targets that others hold, -v (--verbose) shows\n"
+    "what the service wrote into its log meanwhile. When something does not work: `wfx doctor`.\n";
+inline constexpr const char* kExitStatusHelp =
+    "Exit status: 0 success, 1 the target did not answer well, 2 usage, 3 the service cannot be\n"
+    "reached, 4 the output cannot be written, 10 + N the service answered with error N.\n";
+
 // In the order of the overview; null for an unknown name.
 std::span<const Command> AllCommands();
 const Command* FindCommand(const std::string& name);
+
+// Whether the overview names it.
+bool IsListed(const Command& command, bool in_script);
+
+// The command's parser, and the action that holds what is parsed.
+std::unique_ptr<CLI::App> DefineApp(const Command& command, bool in_script, Action& action);
+
+// All of a command's options and arguments, with those that stand in groups.
+std::vector<CLI::Option*> OptionsOf(CLI::App& app);
 
 struct ParsedCommand {
   Action action;        // empty when there is nothing to run

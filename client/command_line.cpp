@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <optional>
+#include <span>
 #include <sstream>
+#include <string_view>
 
-#include "client/command.h"
+#include "client/commands.h"
 #include "client/numbers.h"
 #include "client/service_log.h"
 #include "client/service_state.h"
@@ -14,33 +16,26 @@ namespace client {
 
 namespace {
 
+// A word that only the shells' completion says.
+constexpr const char* kComplete = "__complete";
+
 std::string Overview() {
   static constexpr std::size_t kColumn = 14;
   std::string text =
       "wfx: talks to USB debug probes through TzWirefoxService\n"
       "\n"
-      "Usage: wfx [--json] [-v] [--wait SECONDS] [-H [USER@]HOST]... COMMAND [ARGUMENTS]\n"
+      "Usage: wfx [--json] [-v] [--wait SECONDS] [--color WHEN] [-H [USER@]HOST]... COMMAND "
+      "[ARGUMENTS]\n"
       "       wfx COMMAND --help\n"
       "       wfx --version\n"
       "\n"
       "Commands:\n";
   for (const Command& command : AllCommands()) {
-    if (command.place == CommandPlace::kScriptOnly) continue;
+    if (!IsListed(command, false)) continue;
     const std::string name = command.name;
     text += "  " + name + std::string(kColumn - name.size(), ' ') + command.summary + "\n";
   }
-  text +=
-      "\n"
-      "First steps: `wfx list` names the probes, `wfx mode PROBE JTAG` chooses how to talk to the\n"
-      "targets, `wfx targets PROBE` finds them. With --json each result is one line of JSON, with "
-      "-H\n"
-      "the probes are those of another machine (`list` and `watch` take several). --wait has the\n"
-      "command wait for its probe to arrive and for targets that others hold, -v (--verbose) "
-      "shows\n"
-      "what the service wrote into its log meanwhile. When something does not work: `wfx doctor`.\n"
-      "\n"
-      "Exit status: 0 success, 1 the target did not answer well, 2 usage, 3 the service cannot be\n"
-      "reached, 4 the output cannot be written, 10 + N the service answered with error N.\n";
+  text.append("\n").append(kFirstSteps).append("\n").append(kExitStatusHelp);
   return text;
 }
 
@@ -49,37 +44,59 @@ constexpr std::int64_t kMaxWaitSeconds = 1'000'000;
 // What stands before the command.
 struct GlobalOptions {
   std::vector<std::string> hosts;
+  std::string colours = "auto";
   std::int64_t wait_seconds = 0;
   bool verbose = false;
 };
 
-// Takes them from the words. False, with the reason, when what one of them wants is missing.
-bool TakeOptions(std::vector<std::string>& words, GlobalOptions& options, std::string& problem) {
-  std::size_t at = 0;
-  for (; at < words.size(); ++at) {
-    const std::string& option = words[at];
-    if (option == "--json") continue;
-    if (option == "-v" || option == "--verbose") {
-      options.verbose = true;
-    } else if (option == "-H" || option == "--host") {
-      if (++at == words.size() || words[at].empty() || words[at].starts_with('-')) {
-        problem = "-H wants a machine, [USER@]HOST";
-        return false;
-      }
-      options.hosts.push_back(words[at]);
-    } else if (option == "--wait") {
-      const auto seconds = ParseNumber(++at < words.size() ? words[at] : "", 0, kMaxWaitSeconds);
-      if (!seconds) {
-        problem = "--wait wants a number of seconds";
-        return false;
-      }
-      options.wait_seconds = *seconds;
-    } else {
-      break;
+bool IsOption(const std::string& word, std::string_view name) {
+  return word == name || (word.starts_with(name) && word[name.size()] == '=');
+}
+
+// Takes an option's value, which stands behind it or behind its '='.
+std::string TakeValue(std::span<const std::string> words, std::size_t& at) {
+  const std::size_t equals = words[at].find('=');
+  if (equals != std::string::npos) return words[at].substr(equals + 1);
+  return ++at < words.size() ? words[at] : "";
+}
+
+// Takes the option that stands there, whose value makes it go on. False: there is none.
+bool TakeOption(std::span<const std::string> words, std::size_t& at, GlobalOptions& options,
+                std::string& problem) {
+  const std::string& word = words[at];
+  if (word == "--json") return true;
+  if (word == "-v" || word == "--verbose") {
+    options.verbose = true;
+  } else if (word == "-H" || IsOption(word, "--host")) {
+    const std::string host = TakeValue(words, at);
+    if (host.empty() || host.starts_with('-')) problem = "-H wants a machine, [USER@]HOST";
+    options.hosts.push_back(host);
+  } else if (IsOption(word, "--wait")) {
+    const auto seconds = ParseNumber(TakeValue(words, at), 0, kMaxWaitSeconds);
+    if (!seconds) problem = "--wait wants a number of seconds";
+    options.wait_seconds = seconds.value_or(0);
+  } else if (IsOption(word, "--color")) {
+    options.colours = TakeValue(words, at);
+    static constexpr std::string_view kColours[] = {"auto", "always", "never"};
+    if (std::ranges::find(kColours, options.colours) == std::end(kColours)) {
+      problem = "--color wants auto, always or never";
     }
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// Takes what stands before the command; what is wrong with it, or nothing.
+std::string TakeOptions(std::vector<std::string>& words, GlobalOptions& options) {
+  std::string problem;
+  std::size_t at = 0;
+  while (at < words.size() && TakeOption(words, at, options, problem)) {
+    if (!problem.empty()) return problem;
+    ++at;
   }
   words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(at));
-  return true;
+  return "";
 }
 
 // What the options make of the command that was found; empty when they go together.
@@ -130,22 +147,26 @@ int Run(const Action& action, const GlobalOptions& options, const Connector& con
 }  // namespace
 
 int RunCommandLine(const std::vector<std::string>& arguments, const Connector& connector,
-                   const Streams& streams) {
-  Output output(streams.out, streams.err, streams.err_is_terminal);
-  output.UseTerminal(streams.out_is_terminal);
-  std::vector<std::string> words = arguments;
-  // Known before the words are parsed: also what is wrong with them is told as JSON.
-  output.UseJson(std::ranges::count(words, "--json") > 0);
-  GlobalOptions options;
-  std::string problem;
-  if (!TakeOptions(words, options, problem)) {
-    return output.ReportUsage(problem + "; `wfx --help` tells more");
+                   const Streams& given) {
+  if (!arguments.empty() && arguments[0] == kComplete) {
+    return Complete(std::span(arguments).subspan(1), connector, given.out);
   }
+  std::vector<std::string> words = arguments;
+  GlobalOptions options;
+  std::string problem = TakeOptions(words, options);
+  Streams streams = given;
+  if (options.colours != "auto") {
+    streams.out_terminal.colours = streams.err_terminal.colours = options.colours == "always";
+  }
+  Output output(streams.out, streams.err, streams.out_terminal, streams.err_terminal);
+  // Known before the words are parsed: also what is wrong with them is told as JSON.
+  output.UseJson(std::ranges::count(arguments, "--json") > 0);
+  if (!problem.empty()) return output.ReportUsage(problem + "; `wfx --help` tells more");
   if (words.size() == 1 && words[0] == "--version")
     return output.Print("wfx " WIREFOX_VERSION "\n");
   if (!words.empty() && (words[0] == "--help" || words[0] == "-h" || words[0] == "help")) {
     if (words.size() == 1) {
-      return output.Print(Overview());
+      return output.PrintHelp(Overview());
     }
     words = {words[1], "--help"};
   }
@@ -155,7 +176,7 @@ int RunCommandLine(const std::vector<std::string>& arguments, const Connector& c
     const std::string more = known ? words[0] + " --help`" : "--help`";
     return output.ReportUsage(command.problem + "; `wfx " + more + " tells more");
   }
-  if (!command.help.empty()) return output.Print(command.help);
+  if (!command.help.empty()) return output.PrintHelp(command.help);
   problem = Mismatch(options, command);
   if (!problem.empty()) return output.ReportUsage(problem);
   return Run(command.action, options, connector, streams, output);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client/service_client.h"
+#include "client/terminal.h"
 
 namespace client {
 
@@ -14,8 +15,8 @@ struct Streams {
   std::istream& in;
   std::ostream& out;
   std::ostream& err;
-  bool err_is_terminal;
-  bool out_is_terminal = false;
+  Terminal out_terminal{};
+  Terminal err_terminal{};
 };
 
 // `arguments` are UTF-8, without the program's name. The connector is asked only when a command has

@@ -6,6 +6,7 @@ std::span<const Command> AllCommands() {
   static constexpr auto kEverywhere = CommandPlace::kEverywhere;
   static constexpr auto kCommandLineOnly = CommandPlace::kCommandLineOnly;
   static constexpr auto kScriptOnly = CommandPlace::kScriptOnly;
+  static constexpr auto kUnlisted = CommandPlace::kUnlisted;
   static constexpr Command kCommands[] = {
       {"list", "Name the probes", kEverywhere, DefineList, true, true},
       {"watch", "Name the probes now and whenever they change", kCommandLineOnly, DefineWatch, true,
@@ -39,6 +40,9 @@ std::span<const Command> AllCommands() {
        false, true},
       {"acquire", "Hold a target: NAME = acquire PROBE", kScriptOnly, DefineAcquire},
       {"release", "Let a session go", kScriptOnly, DefineRelease},
+      {"completion", "Print what a shell needs to complete wfx", kUnlisted, DefineCompletion,
+       false},
+      {"manual", "Print the manual page", kUnlisted, DefineManual, false},
   };
   return kCommands;
 }

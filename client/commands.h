@@ -55,4 +55,12 @@ Action DefineAcquire(CLI::App& app);
 Action DefineRelease(CLI::App& app);
 Action DefineScript(CLI::App& app);
 
+// shell/
+Action DefineCompletion(CLI::App& app);
+Action DefineManual(CLI::App& app);
+// For a shell's completion: prints what may stand where the cursor is, a line each, and behind a
+// tabulator what it means. `words` are the one at the cursor with a '=' in front, and those before
+// it. A line ":files" asks for paths; behind its tabulator stands what of the word is no path.
+int Complete(std::span<const std::string> words, const Connector& connector, std::ostream& out);
+
 }  // namespace client

@@ -53,8 +53,12 @@ CLI::Option* AddNamed(CLI::App& app, const std::string& name, std::int64_t& valu
     }
     value = *number;
   };
-  return app.add_option_function<std::string>(name, parse,
-                                              help + ": " + AllNames(set) + ", or a number");
+  const std::string names = AllNames(set);
+  auto* const option =
+      app.add_option_function<std::string>(name, parse, help + ": " + names + ", or a number");
+  std::string words = names;
+  std::erase(words, ',');
+  return Offer(option, words);
 }
 
 CLI::Option* AddOnOff(CLI::App& app, const std::string& name, bool& value,
@@ -66,21 +70,24 @@ CLI::Option* AddOnOff(CLI::App& app, const std::string& name, bool& value,
     }
     value = word == "on";
   };
-  return app.add_option_function<std::string>(name, parse, help + ": on or off");
+  return Offer(app.add_option_function<std::string>(name, parse, help + ": on or off"), "on off");
 }
 
 CLI::Option* AddProbe(CLI::App& app, std::string& probe) {
-  return app.add_option("PROBE", probe, "The probe's name, as `wfx list` gives it")->required();
+  const char* const help = "The probe's name, as `wfx list` gives it";
+  return Offer(app.add_option("PROBE", probe, help), kProbeOffer)->required();
 }
 
 void AddTransferTarget(CLI::App& app, TransferTarget& target) {
-  app.add_option("PROBE", target.probe, "The probe's name; in a script also $SESSION")->required();
+  const char* const help = "The probe's name; in a script also $SESSION";
+  Offer(app.add_option("PROBE", target.probe, help), kProbeOffer)->required();
   AddNumber(app, "--target", target.target, 0, INT32_MAX,
             "Number of the target behind the probe (default 0, the first)");
 }
 
 void AddVcd(CLI::App& app, std::string& path) {
-  app.add_option("--vcd", path, "Write TCK, TMS, TDI and TDO to this file, a Value Change Dump");
+  const char* const help = "Write TCK, TMS, TDI and TDO to this file, a Value Change Dump";
+  Offer(app.add_option("--vcd", path, help), kFileOffer);
 }
 
 std::optional<std::string> ReadWholeFile(const std::string& path, std::string& problem) {

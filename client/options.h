@@ -13,6 +13,7 @@
 #include "client/command.h"
 #include "client/interface_names.h"
 #include "client/numbers.h"
+#include "client/offers.h"
 
 namespace client {
 

@@ -1,5 +1,6 @@
 #include "client/output.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "client/interface_names.h"
@@ -10,14 +11,28 @@ namespace client {
 
 namespace {
 
-constexpr std::chrono::milliseconds kProgressInterval{100};
-
 // What terminals of both hosts understand (ECMA-48).
 constexpr char kToTopLeft[] = "\x1b[H";
 constexpr char kClearRestOfLine[] = "\x1b[K";
 constexpr char kClearRestOfScreen[] = "\x1b[J";
 
 constexpr HRESULT kOutOfMemory = static_cast<HRESULT>(0x8007000E);
+
+std::string InColour(bool colours, Colour colour, std::string_view text) {
+  static constexpr const char* kSequences[] = {"\033[1m", "\033[32m", "\033[33m", "\033[1;31m"};
+  if (!colours) return std::string(text);
+  return kSequences[static_cast<std::size_t>(colour)] + std::string(text) + "\033[0m";
+}
+
+// How much of a line is a heading: nothing, or from a capital letter to a colon behind few words.
+std::size_t HeadingLength(std::string_view line) {
+  const std::size_t colon = line.find(':');
+  if (colon == std::string_view::npos || line[0] < 'A' || line[0] > 'Z') return 0;
+  const auto belongs = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == ' ' || c == ',';
+  };
+  return std::ranges::all_of(line.substr(0, colon), belongs) ? colon + 1 : 0;
+}
 
 }  // namespace
 
@@ -75,14 +90,14 @@ int Output::Report(const Result& result) {
     out_.flush();
     return kExitFirstError + code;
   }
-  if (!json_ && !result.note.empty()) Complain(result.note);
+  if (!json_ && !result.note.empty()) Complain(result.note, Colour::kCaution);
   if (result.target_problem.empty()) return Finish(kExitSuccess);
   Complain(result.target_problem);
   return Finish(kExitTargetFailed);
 }
 
 int Output::ReportFrame(Result result) {
-  if (!terminal_ || json_) return Report(result);
+  if (!out_terminal_.redraws || json_) return Report(result);
   // Line by line over what is there, so that nothing flickers.
   std::string text = kToTopLeft;
   for (const char c : result.text)
@@ -102,6 +117,7 @@ int Output::ReportUnreachable(HRESULT status, const std::string& host) {
 }
 
 int Output::Print(const std::string& text) {
+  EndProgress();
   out_ << text;
   return Finish(kExitSuccess);
 }
@@ -111,20 +127,34 @@ void Output::Mention(const std::string& text, const char* begin) {
   err_ << begin << text << std::endl;
 }
 
+int Output::PrintHelp(const std::string& text) {
+  std::string shown;
+  for (std::string_view rest = text; !rest.empty();) {
+    const std::string_view line = rest.substr(0, rest.find('\n') + 1);
+    const std::size_t heading = HeadingLength(line);
+    if (heading > 0) shown += Coloured(Colour::kHeading, line.substr(0, heading));
+    shown += line.substr(heading);
+    rest.remove_prefix(line.size());
+  }
+  return Print(shown);
+}
+
+std::string Output::Coloured(Colour colour, std::string_view text) const {
+  return InColour(out_terminal_.colours, colour, text);
+}
+
+void Output::BeginProgress() {
+  if (json_ || !err_terminal_.redraws) return;
+  if (!progress_) progress_.emplace(err_);
+  progress_->Begin();
+}
+
 void Output::ShowProgress(const std::string& text) {
-  const auto now = std::chrono::steady_clock::now();
-  if (!progress_ || now < next_progress_) return;
-  next_progress_ = now + kProgressInterval;
-  std::string line = text;
-  if (line.size() < progress_width_) line.append(progress_width_ - line.size(), ' ');
-  progress_width_ = text.size();
-  err_ << '\r' << line << std::flush;
+  if (progress_) progress_->Show(text);
 }
 
 void Output::EndProgress() {
-  if (progress_width_ == 0) return;
-  err_ << '\r' << std::string(progress_width_, ' ') << '\r' << std::flush;
-  progress_width_ = 0;
+  if (progress_) progress_->End();
 }
 
 void Output::PrintText(const std::string& text) {
@@ -154,9 +184,10 @@ int Output::Finish(int exit_status) {
   return kExitOutput;
 }
 
-void Output::Complain(const std::string& problem) {
+void Output::Complain(const std::string& problem, Colour colour) {
   EndProgress();
-  err_ << "wfx: " << (host_.empty() ? "" : host_ + ": ") << place_ << problem << std::endl;
+  err_ << InColour(err_terminal_.colours, colour, "wfx:") << ' '
+       << (host_.empty() ? "" : host_ + ": ") << place_ << problem << std::endl;
 }
 
 }  // namespace client

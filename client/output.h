@@ -3,13 +3,15 @@
 
 #include <windows.h>
 
-#include <chrono>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 #include "api/tz_wirefox.h"
+#include "client/progress_line.h"
+#include "client/terminal.h"
 
 namespace client {
 
@@ -41,18 +43,20 @@ inline Result Outcome(TzErrorCode error) {
   return result;
 }
 
+enum class Colour { kHeading, kGood, kCaution, kBad };
+
 class Output {
  public:
-  // The streams outlive this object. Progress shows only when `progress` is set, which is for an
-  // error stream that is a terminal.
-  Output(std::ostream& out, std::ostream& err, bool progress)
-      : out_(out), err_(err), progress_(progress) {}
+  // The streams outlive this object.
+  Output(std::ostream& out, std::ostream& err, const Terminal& out_terminal,
+         const Terminal& err_terminal)
+      : out_(out), err_(err), out_terminal_(out_terminal), err_terminal_(err_terminal) {}
+  ~Output() { EndProgress(); }
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
 
   void UseJson(bool json) { json_ = json; }
   bool json() const { return json_; }
-
-  // Standard output is a terminal, which heeds the usual sequences.
-  void UseTerminal(bool terminal) { terminal_ = terminal; }
 
   // Put before each problem, such as a script's line; empty for none.
   void SetPlace(const std::string& place) { place_ = place; }
@@ -73,13 +77,20 @@ class Output {
   int ReportUsage(const std::string& problem);
   int ReportUnreachable(HRESULT status, const std::string& host = "");
 
-  // Prints what is no result, such as help. Returns the exit status.
+  // Prints what is no result. Returns the exit status.
   int Print(const std::string& text);
+  // The same for help, whose headings stand at the begin of their lines and end with a colon.
+  int PrintHelp(const std::string& text);
 
   // A line beside the results, on standard error.
   void Mention(const std::string& text, const char* begin = "wfx: ");
 
-  // A line that the next one replaces. One that comes too soon to be read is left out.
+  // The text as it goes into a result's.
+  std::string Coloured(Colour colour, std::string_view text) const;
+
+  // From here on a terminal is told what the command waits for, once that takes a second; until the
+  // next result or problem. With JSON nothing is told.
+  void BeginProgress();
   void ShowProgress(const std::string& text);
   void EndProgress();
 
@@ -89,17 +100,16 @@ class Output {
   int Fail(const char* name, const std::string& problem, int exit_status);
   // Returns `exit_status`, unless what was printed has not arrived.
   int Finish(int exit_status);
-  void Complain(const std::string& problem);
+  void Complain(const std::string& problem, Colour colour = Colour::kBad);
 
   std::ostream& out_;
   std::ostream& err_;
-  bool progress_;
+  const Terminal out_terminal_;
+  const Terminal err_terminal_;
   bool json_ = false;
-  bool terminal_ = false;
   std::string place_;
   std::string host_;
-  std::size_t progress_width_ = 0;
-  std::chrono::steady_clock::time_point next_progress_{};
+  std::optional<ProgressLine> progress_;
 };
 
 // What an error code means for who typed the command, and what helps.

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "client/interface_names.h"
+#include "client/similar.h"
 
 namespace client {
 
@@ -28,8 +29,15 @@ std::string NamesOf(Modes modes) {
 
 }  // namespace
 
-std::string NoSuchProbe(const std::string& probe) {
-  return "there is no probe '" + probe + "'; `wfx list` names the probes, letter case counts";
+std::string NoSuchProbe(const std::string& probe, std::span<const std::string> names) {
+  return "there is no probe '" + probe + "'" + DidYouMean(probe, names) +
+         "; `wfx list` names the probes, letter case counts";
+}
+
+std::string NoSuchProbe(ServiceClient& service, const std::string& probe) {
+  std::vector<std::string> names;
+  service.EnumerateWirefoxs(names);
+  return NoSuchProbe(probe, names);
 }
 
 std::string WrongMode(const std::string& probe, const TzWFXStatus& status, Modes wanted) {
@@ -61,7 +69,7 @@ int ReportOnProbe(Context& context, Result result, const std::string& probe) {
     TzWFXStatus status{};
     const bool missing =
         context.service().GetWirefoxStatus(probe, status) == TzErrorCode::INVALID_PARAM;
-    result.advice = missing ? NoSuchProbe(probe)
+    result.advice = missing ? NoSuchProbe(context.service(), probe)
                             : "a value is out of its range; the probe " + probe + " is there";
   }
   result.probe = probe;

@@ -20,7 +20,10 @@ inline constexpr TzTransferMode kTargetModes[] = {TzTransferMode::JTAG, TzTransf
                                                   TzTransferMode::SWD_SWV, TzTransferMode::I2C,
                                                   TzTransferMode::VSER};
 
-std::string NoSuchProbe(const std::string& probe);
+// With the nearest of those that are there.
+std::string NoSuchProbe(const std::string& probe, std::span<const std::string> names);
+// The same, asking for them.
+std::string NoSuchProbe(ServiceClient& service, const std::string& probe);
 
 // Names the mode that the probe is in and those that are wanted; the first of them is what to type.
 // Empty when it is in one of them.

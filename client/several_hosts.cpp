@@ -17,7 +17,8 @@ int RunOnHosts(const std::vector<std::string>& hosts, const Action& action,
       // A result ends with a flush.
       out << std::emit_on_flush;
       err << std::emit_on_flush;
-      Output output(out, err, false);
+      // Several lines of progress would be in each other's way.
+      Output output(out, err, streams.out_terminal, {false, streams.err_terminal.colours});
       output.UseJson(json);
       output.SetHost(hosts[i]);
       Context context(output, nullptr, connector, hosts[i]);

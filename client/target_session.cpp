@@ -15,7 +15,7 @@ Result AcquireTarget(ServiceClient& service, const TransferTarget& target, Modes
   std::vector<std::string> devices;
   service.EnumerateDevices(target.probe, devices);
   result.error = service.AcquireDevice(target.probe, number, handle);
-  if (asked == TzErrorCode::INVALID_PARAM) result.advice = NoSuchProbe(target.probe);
+  if (asked == TzErrorCode::INVALID_PARAM) result.advice = NoSuchProbe(service, target.probe);
   if (asked != TzErrorCode::SUCCESS) return result;
   result.advice = WrongMode(target.probe, status, modes);
   if (!result.advice.empty()) return result;

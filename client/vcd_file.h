@@ -26,7 +26,8 @@ class VcdFile {
   // TCK falls, and the lines stay as they are for so long.
   void Rest(double seconds);
 
-  // TCK falls for the last time, and the time is written. False: the file could not be written whole.
+  // TCK falls for the last time, and the time is written. False: the file could not be written
+  // whole.
   bool End();
 
  private:

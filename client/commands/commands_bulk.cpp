@@ -41,6 +41,8 @@ int RunBulk(Context& context, const BulkOptions& options) {
   TargetSession session(context, kTargetModes);
   int exit_status = kExitSuccess;
   if (!session.Open(options.target, exit_status)) return exit_status;
+  context.output.ShowProgress((read ? "reading " : "writing ") + std::to_string(data.size()) +
+                              " bytes");
   Result result;
   Bytes reply;
   result.error = context.service().BulkTransfer(static_cast<TzWirefoxEndPoint>(options.endpoint),
@@ -102,13 +104,15 @@ Action DefineBulk(CLI::App& app) {
   auto options = std::make_shared<BulkOptions>();
   AddTransferTarget(app, options->target);
   AddNamed(app, "EP", options->endpoint, kEndPoints, INT32_MAX, "The endpoint")->required();
-  app.add_option("DIRECTION", options->direction, "read or write")
+  Offer(app.add_option("DIRECTION", options->direction, "read or write"), "read write")
       ->required()
       ->check(CLI::IsMember({"read", "write"}, CLI::ignore_case));
-  app.add_option("WORDS", options->words,
-                 std::string("read: the number of bytes; write: ") + kBytesHelp)
+  Offer(app.add_option("WORDS", options->words,
+                       std::string("read: the number of bytes; write: ") + kBytesHelp),
+        kAtFileOffer)
       ->required();
-  app.add_option("--out", options->out_file, "Write what is read to this file, too");
+  Offer(app.add_option("--out", options->out_file, "Write what is read to this file, too"),
+        kFileOffer);
   app.add_flag("--text", options->text, "@FILE holds hexadecimal text");
   return [options](Context& context) { return RunBulk(context, *options); };
 }
@@ -118,7 +122,7 @@ Action DefineSwv(CLI::App& app) {
   AddTransferTarget(app, options->target);
   AddNumber(app, "--seconds", options->seconds, 1, 86400,
             "Fetch again and again for so long, or until interrupted (default: once)");
-  app.add_option("--out", options->out_file, "Write the data to this file, too");
+  Offer(app.add_option("--out", options->out_file, "Write the data to this file, too"), kFileOffer);
   return [options](Context& context) { return RunSwv(context, *options); };
 }
 

@@ -147,7 +147,9 @@ int RunScan(Context& context, const Options& options) {
 Action DefineI2c(CLI::App& app) {
   auto options = std::make_shared<Options>();
   AddTransferTarget(app, options->target);
-  app.add_option("WORDS", options->words, "A transaction, or a packet; see below")->required();
+  Offer(app.add_option("WORDS", options->words, "A transaction, or a packet; see below"),
+        std::string("write read scan ") + kAtFileOffer)
+      ->required();
   app.add_option("--after", options->after,
                  "read only: bytes to write first, before a repeated start (a register's number)");
   AddNumber(app, "--restart", options->restart, INT32_MIN, INT32_MAX,

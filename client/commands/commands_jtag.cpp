@@ -40,6 +40,7 @@ class Transfer {
     if (!session_.Open(options_.target, exit_status)) return false;
     std::uint32_t hertz = 0;
     if (file.is_open()) hertz = AskForClock();
+    context_.output.ShowProgress("clocking " + std::to_string(packet.size() * 4) + " cycles");
     result.error = context_.service().SendJtagPacket(packet, read, session_.handle(), reply);
     result.outputs["RESULT"] = HexFromBytes(reply);
     if (!file.is_open() || result.error != TzErrorCode::SUCCESS) return true;
@@ -119,7 +120,9 @@ int RunPacket(Context& context, const Options& options) {
 Action DefineJtag(CLI::App& app) {
   auto options = std::make_shared<Options>();
   AddTransferTarget(app, options->target);
-  app.add_option("WORDS", options->words, "Cycles, or a program of scans; see below")->required();
+  Offer(app.add_option("WORDS", options->words, "Cycles, or a program of scans; see below"),
+        std::string("reset idle ir dr ") + kAtFileOffer)
+      ->required();
   app.add_flag("--no-read", options->no_read, "Cycles only: do not fetch TDO");
   app.add_flag("--from-idle", options->from_idle,
                "Scans only: the TAPs are in Run-Test/Idle already, do not reset them first");

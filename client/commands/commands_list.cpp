@@ -18,12 +18,15 @@ namespace {
 // A target as the interface lists it: eight hexadecimal digits of id, and '1' when it is acquired.
 constexpr std::size_t kIdLength = 8;
 
-std::string TargetLines(const std::vector<std::string>& devices) {
+std::string TargetLines(const Output& output, const std::vector<std::string>& devices) {
   std::string text;
   for (std::size_t i = 0; i < devices.size(); ++i) {
     const std::string id = devices[i].substr(0, kIdLength);
     const bool acquired = devices[i].substr(id.size()) == "1";
-    text += std::to_string(i) + "  0x" + id + (acquired ? "  acquired" : "  free") + "\n";
+    text += std::to_string(i) + "  0x" + id + "  " +
+            (acquired ? output.Coloured(Colour::kCaution, "acquired")
+                      : output.Coloured(Colour::kGood, "free")) +
+            "\n";
   }
   return text;
 }
@@ -100,7 +103,7 @@ Action DefineTargets(CLI::App& app) {
     result.error = context.service().EnumerateDevices(*probe, devices);
     result.outputs["devices"] = devices;
     if (result.error == TzErrorCode::SUCCESS) {
-      result.text = TargetLines(devices);
+      result.text = TargetLines(context.output, devices);
       if (devices.empty() && !context.output.json()) result.note = NoTargetsNote(context, *probe);
     }
     return ReportOnProbe(context, result, *probe);

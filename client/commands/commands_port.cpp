@@ -104,7 +104,8 @@ int Run(Context& context, const Options& options) {
 
 Action DefineAcquirePort(CLI::App& app) {
   auto options = std::make_shared<Options>();
-  app.add_option("PROBE", options->probe, "The probe's name; in a script also $SESSION")
+  Offer(app.add_option("PROBE", options->probe, "The probe's name; in a script also $SESSION"),
+        kProbeOffer)
       ->required();
   AddNumber(app, "--target", options->target, 0, INT32_MAX,
             "Acquire this target first, and go by its session");

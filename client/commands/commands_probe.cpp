@@ -17,7 +17,7 @@ constexpr std::int64_t kMaxCode = INT32_MAX;
 
 // What the flag bits 0 and 1 leave open stays a number, as do the voltages: their units are the
 // firmware's own.
-std::string StatusText(const std::string& probe, const TzWFXStatus& status) {
+std::string StatusText(const Output& output, const std::string& probe, const TzWFXStatus& status) {
   const auto yes_no = [](std::uint8_t flag) { return flag != 0 ? "yes" : "no"; };
   const auto version = [](std::int16_t value) {
     std::array<char, 16> text{};
@@ -34,8 +34,9 @@ std::string StatusText(const std::string& probe, const TzWFXStatus& status) {
               : status.ACTIVE_PORT == 1 ? "10"
                                         : "code " + std::to_string(status.ACTIVE_PORT));
   add("JTAG clock", NameOfValue(kJtagClocks, status.CLOCK_FREQUENCY));
-  add("target supply", std::string(status.WFX_FLAGS_VTARG_ON != 0 ? "on" : "off") +
-                           (status.WFX_FLAGS_VTARG_FAULT != 0 ? ", FAULT" : ""));
+  add("target supply",
+      std::string(status.WFX_FLAGS_VTARG_ON != 0 ? "on" : "off") +
+          (status.WFX_FLAGS_VTARG_FAULT != 0 ? ", " + output.Coloured(Colour::kBad, "FAULT") : ""));
   add("target voltage", NameOfValue(kVoltages, status.VTARG_SET) + ", measured " +
                             std::to_string(status.VTARG_MEASURED));
   add("firmware", version(status.WFX_VERSION));
@@ -45,7 +46,9 @@ std::string StatusText(const std::string& probe, const TzWFXStatus& status) {
                   std::to_string(status.WFX_FLAGS_FPGA_POWER_STATE));
   add("software valid", yes_no(status.WFX_FLAGS_SW_VALID));
   add("1.3 V supply on", yes_no(status.WFX_FLAGS_VCC1_3_ON));
-  for (const std::string& problem : ProblemsIn(status)) add("problem", problem);
+  for (const std::string& problem : ProblemsIn(status)) {
+    add("problem", output.Coloured(Colour::kBad, problem));
+  }
   return text;
 }
 
@@ -73,7 +76,8 @@ Action DefineStatus(CLI::App& app) {
     TzWFXStatus status{};
     result.error = context.service().GetWirefoxStatus(*probe, status);
     result.outputs["status"] = StatusOutputs(status);
-    if (result.error == TzErrorCode::SUCCESS) result.text = StatusText(*probe, status);
+    if (result.error == TzErrorCode::SUCCESS)
+      result.text = StatusText(context.output, *probe, status);
     return ReportOnProbe(context, result, *probe);
   };
 }
@@ -87,7 +91,8 @@ Action DefineMode(CLI::App& app) {
   auto options = std::make_shared<Options>();
   AddProbe(app, options->probe);
   AddNamed(app, "MODE", options->mode, kTransferModes, kMaxCode, "The mode")->required();
-  app.add_option("--port", options->port, "The connector of the SWD modes (default 5)")
+  Offer(app.add_option("--port", options->port, "The connector of the SWD modes (default 5)"),
+        "5 10")
       ->check(CLI::IsMember({5, 10}));
   return Call<Options>(options, [](ServiceClient& service, const Options& given) {
     return service.SetMode(given.probe, static_cast<TzTransferMode>(given.mode), given.port == 10);
@@ -109,7 +114,9 @@ Action DefineVTarg(CLI::App& app) {
     }
     options->voltage = *code;
   };
-  app.add_option_function<std::string>("VOLTS", parse, "1.8, 2.5, 3.3 or 5.0")->required();
+  Offer(app.add_option_function<std::string>("VOLTS", parse, "1.8, 2.5, 3.3 or 5.0"),
+        "1.8 2.5 3.3 5.0")
+      ->required();
   AddOnOff(app, "--supply", options->supply, "Whether the probe supplies it (default off)");
   return Call<Options>(options, [](ServiceClient& service, const Options& given) {
     return service.SetVTarg(given.probe, static_cast<TzVTargVoltage>(given.voltage), given.supply);

@@ -42,7 +42,8 @@ Action DefineRelease(CLI::App& app) {
 
 Action DefineScript(CLI::App& app) {
   auto path = std::make_shared<std::string>();
-  app.add_option("FILE", *path, "The script, or - for standard input")->required();
+  Offer(app.add_option("FILE", *path, "The script, or - for standard input"), kFileOffer)
+      ->required();
   app.footer(
       "Each line is a command as on the command line, without wfx.\n"
       "  NAME = acquire PROBE [--target N]   holds a target; $NAME stands for it in the commands\n"

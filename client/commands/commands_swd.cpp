@@ -262,10 +262,16 @@ int RunPacket(Context& context, const Options& options) {
 Action DefineSwd(CLI::App& app) {
   auto options = std::make_shared<Options>();
   AddTransferTarget(app, options->target);
-  app.add_option("WORDS", options->words, "Requests, or operations; see below")->required();
+  std::string operations;
+  for (const OperationKind& kind : kOperationKinds) operations.append(kind.name).append(" ");
+  Offer(app.add_option("WORDS", options->words, "Requests, or operations; see below"),
+        operations + kAtFileOffer)
+      ->required();
   AddNumber(app, "--ap", options->access_port, 0, 255,
             "Number of the access port for read-ap, write-ap and memory (default 0)");
-  app.add_option("--out", options->out_file, "Write the memory that is read to this file, too");
+  Offer(
+      app.add_option("--out", options->out_file, "Write the memory that is read to this file, too"),
+      kFileOffer);
   app.add_flag("--text", options->text, "@FILE holds hexadecimal text");
   app.footer(
       std::string("Requests: each a header and for a write its word, lowest byte first, as ") +

@@ -41,7 +41,7 @@ Result ServedChain::Open() {
       !step(service_.SetMode(probe_, TzTransferMode::JTAG, false)) ||
       // It may still drive the line.
       !step(service_.ToggleXres(probe_, false)) || !step(service_.SetJtagClock(probe_, clock_))) {
-    if (result.error == TzErrorCode::INVALID_PARAM) result.advice = NoSuchProbe(probe_);
+    if (result.error == TzErrorCode::INVALID_PARAM) result.advice = NoSuchProbe(probe_, names);
   }
   return result;
 }

@@ -63,9 +63,11 @@ class Play {
         controls_{[this](std::optional<double> most_hertz, std::uint32_t& hertz) {
                     return SetClock(most_hertz, hertz);
                   },
-                  [this](double seconds) { return Wait(seconds); }} {}
+                  [this](double seconds) { return Wait(seconds); },
+                  [this](std::size_t line) { ShowLine(line); }} {}
 
   int Run(const SvfProgram& program) {
+    if (!program.empty()) last_line_ = program.back().line;
     std::ofstream file;
     if (!options_.vcd_path.empty() && !OpenToWrite(options_.vcd_path, file)) return ReportNoFile();
     const Result opened = chain_.Open();
@@ -140,8 +142,15 @@ class Play {
     return !stop_.Wait(static_cast<DWORD>(seconds * 1000) + 1);
   }
 
+  void ShowLine(std::size_t line) {
+    context_.output.ShowProgress("line " + std::to_string(line) + " of " +
+                                 std::to_string(last_line_) + " (" +
+                                 std::to_string(100 * line / last_line_) + " %)");
+  }
+
   Context& context_;
   const Options& options_;
+  std::size_t last_line_ = 1;  // that does something
   const StopSignal stop_;
   ServedChain chain_;
   JtagBridge bridge_;
@@ -168,8 +177,8 @@ int Run(Context& context, const Options& options) {
 Action DefinePlay(CLI::App& app) {
   auto options = std::make_shared<Options>();
   AddProbe(app, options->probe);
-  app.add_option("FILE", options->path, "The file, in the Serial Vector Format (revision E)")
-      ->required();
+  const char* const help = "The file, in the Serial Vector Format (revision E)";
+  Offer(app.add_option("FILE", options->path, help), kFileOffer)->required();
   AddNamed(app, "--clock", options->clock, kJtagClocks, INT32_MAX,
            "The JTAG clock, whatever FREQUENCY says (default FREQ_A_06_0 until it says so)");
   AddVcd(app, options->vcd_path);

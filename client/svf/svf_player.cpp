@@ -165,6 +165,7 @@ bool SvfPlayer::Idle(std::uint64_t cycles) {
 
 bool SvfPlayer::Flush() {
   if (bridge_.queued() == 0) return true;
+  if (controls_.come_to) controls_.come_to(line_);
   Bytes tdo;
   if (!bridge_.Run(tdo)) return false;
   for (const Awaited& awaited : awaited_) {

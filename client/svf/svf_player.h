@@ -19,6 +19,8 @@ struct SvfControls {
   std::function<bool(std::optional<double> most_hertz, std::uint32_t& hertz)> set_clock;
   // Comes back when the time is over. Nothing is clocked meanwhile.
   std::function<bool(double seconds)> wait;
+  // The play has come to that line; may be empty.
+  std::function<void(std::size_t line)> come_to{};
 };
 
 // A scan that did not bring what it should have.

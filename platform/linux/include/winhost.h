@@ -36,8 +36,6 @@
 #define STD_OUTPUT_HANDLE ((DWORD)-11)
 #define STD_ERROR_HANDLE ((DWORD)-12)
 
-#define ENABLE_VIRTUAL_TERMINAL_PROCESSING 0x0004
-
 #define CTRL_C_EVENT 0
 #define CTRL_BREAK_EVENT 1
 #define CTRL_CLOSE_EVENT 2
@@ -101,14 +99,12 @@ int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR title, UINT type);
 // SIGINT, with FALSE heed it again. FALSE with error 87 when the handler to remove was never added.
 BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL add);
 
-// A standard stream, for GetConsoleMode alone: it is in no handle table and is not closed.
+// A standard stream, for console modes alone: it is in no handle table and is not closed.
 // INVALID_HANDLE_VALUE with error 87 for any other number.
 HANDLE GetStdHandle(DWORD stream);
-// TRUE when the stream is a terminal (`mode` becomes what it always does: it heeds sequences);
-// otherwise FALSE with error 6.
+// TRUE when the stream is a terminal, with its modes as <wincon.h> has them; otherwise FALSE with
+// error 6.
 BOOL GetConsoleMode(HANDLE stream, LPDWORD mode);
-// TRUE for that mode alone; any other cannot be had (error 87).
-BOOL SetConsoleMode(HANDLE stream, DWORD mode);
 
 // A handle that becomes signalled when an entry of the directory `path` changes in a way that
 // `filter` names, and stays so until FindNextChangeNotification. INVALID_HANDLE_VALUE with error 2

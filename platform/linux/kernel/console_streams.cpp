@@ -1,4 +1,5 @@
 #include <unistd.h>
+#include <wincon.h>
 #include <windows.h>
 
 namespace {
@@ -6,6 +7,16 @@ namespace {
 // Values of the handle table are small; these lie at the other end, as pseudo-handles do.
 HANDLE StreamHandle(DWORD stream) {
   return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(static_cast<LONG>(stream)));
+}
+
+// With error 6 when it is not.
+bool IsTerminal(HANDLE stream) {
+  int descriptor = -1;
+  if (stream == StreamHandle(STD_OUTPUT_HANDLE)) descriptor = STDOUT_FILENO;
+  if (stream == StreamHandle(STD_ERROR_HANDLE)) descriptor = STDERR_FILENO;
+  if (descriptor >= 0 && isatty(descriptor) != 0) return true;
+  SetLastError(ERROR_INVALID_HANDLE);
+  return false;
 }
 
 }  // namespace
@@ -19,21 +30,14 @@ HANDLE GetStdHandle(DWORD stream) {
 }
 
 BOOL GetConsoleMode(HANDLE stream, LPDWORD mode) {
-  int descriptor = -1;
-  if (stream == StreamHandle(STD_OUTPUT_HANDLE)) descriptor = STDOUT_FILENO;
-  if (stream == StreamHandle(STD_ERROR_HANDLE)) descriptor = STDERR_FILENO;
-  if (descriptor < 0 || isatty(descriptor) == 0) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
-  }
+  if (!IsTerminal(stream)) return FALSE;
   *mode = ENABLE_VIRTUAL_TERMINAL_PROCESSING;
   return TRUE;
 }
 
 BOOL SetConsoleMode(HANDLE stream, DWORD mode) {
-  DWORD only = 0;
-  if (!GetConsoleMode(stream, &only)) return FALSE;
-  if (mode == only) return TRUE;
+  if (!IsTerminal(stream)) return FALSE;
+  if (mode == ENABLE_VIRTUAL_TERMINAL_PROCESSING) return TRUE;
   SetLastError(ERROR_INVALID_PARAMETER);
   return FALSE;
 }

@@ -2,12 +2,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 #include <utility>
 
@@ -31,6 +33,7 @@ struct Setting {
     if (name == "outcomes" || name == "failure") in >> method;
     const std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
     if (name == "closed") closed = true;
+    if (name == "colours") fake.colours = true;
     if (name == "wirefoxs") fake.wirefoxs = words;
     if (name == "devices") fake.devices = words;
     if (name == "status") {
@@ -77,10 +80,12 @@ std::string Replayed(const std::string& transcript) {
 }
 
 TEST(Commands, GoAsTheTranscriptHasThem) {
-  const std::string path = WIREFOX_SOURCE_DIR "/tests/unit/client/commands.txt";
-  std::ifstream file(path, std::ios::binary);
-  const std::string text(std::istreambuf_iterator<char>(file), {});
-  EXPECT_EQ(Replayed(text), text);
+  for (const char* name : {"commands.txt", "mistyped.txt", "terminal.txt"}) {
+    std::ifstream file(std::string(WIREFOX_SOURCE_DIR "/tests/unit/client/") + name,
+                       std::ios::binary);
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    EXPECT_EQ(Replayed(text), text) << name;
+  }
 }
 
 TEST(Commands, ReadTheirBytesFromFilesAndWriteThemThere) {
@@ -199,6 +204,17 @@ TEST(Commands, AreDescribedByTheirHelp) {
   for (const char* summary :
        {"  list          Name the probes\n", "  acquire-port  Catch a target"})
     EXPECT_NE(overview.find(summary), std::string::npos) << overview;
+  const std::string colours = Transcript(none, "--color=always --help");
+  for (const char* heading : {"\n^[[1mUsage:^[[0m wfx [", "\n^[[1mCommands:^[[0m\n"})
+    EXPECT_NE(colours.find(heading), std::string::npos) << colours;
+  EXPECT_EQ(std::regex_replace(colours, std::regex(R"(\^\[\[[01]m)"), ""), overview);
+  // Nothing runs it here: it is well formed as far as brackets go, and asks in the common way.
+  const std::string script = Transcript(none, "completion powershell");
+  for (const auto& [open, close] : {std::pair('{', '}'), std::pair('(', ')'), std::pair('[', ']')})
+    EXPECT_EQ(std::ranges::count(script, open), std::ranges::count(script, close)) << script;
+  for (const char* part : {"-Native -CommandName wfx, wfx.exe -ScriptBlock {\n",
+                           "& $program __complete \"=$wordToComplete\" @before 2>$null |"})
+    EXPECT_NE(script.find(part), std::string::npos) << script;
 }
 
 TEST(Advice, AProbeThatIsNotThereIsLookedForInEveryPlaceThatCouldHideIt) {

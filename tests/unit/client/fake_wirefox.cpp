@@ -137,10 +137,13 @@ std::string Transcript(FakeService& fake, const std::string& line,
   std::ostringstream err;
   if (closed) out.setstate(std::ios::badbit);
   fake.calls.clear();
-  const int exit_status = client::RunCommandLine(arguments, connect, {in, out, err, false});
+  const int exit_status = client::RunCommandLine(
+      arguments, connect, {in, out, err, {false, fake.colours}, {false, fake.colours}});
   std::string transcript;
   for (const std::string& call : fake.calls) transcript += "> " + call + "\n";
-  transcript += out.str() + err.str();
+  for (const char c : out.str() + err.str()) {
+    transcript += c == '\033' ? std::string("^[") : std::string(1, c);
+  }
   if (exit_status != 0) transcript += "= " + std::to_string(exit_status) + "\n";
   return transcript;
 }

@@ -26,6 +26,8 @@ struct FakeService {
   // A status that the calls of a method fail with.
   std::map<std::string, HRESULT> call_failures;
 
+  bool colours = false;  // whether the streams go to a terminal that has them
+
   // Why there is no service to be had; S_OK: there is.
   HRESULT connection_failure = S_OK;
 
@@ -49,7 +51,7 @@ std::unique_ptr<client::ServiceClient> ClientOf(
 
 // Runs the client with the words of `line`. Gives the calls that the service received, each with
 // "> " in front, then standard output, standard error, and unless it is 0 the exit status as
-// "= STATUS". A standard output that is `closed` takes nothing.
+// "= STATUS". Escape is shown as "^[". A standard output that is `closed` takes nothing.
 std::string Transcript(FakeService& fake, const std::string& line,
                        const std::string& standard_input = "", bool closed = false);
 
