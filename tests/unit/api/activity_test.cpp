@@ -1,5 +1,6 @@
 // What other programs see of the device table, as the client reads it.
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <thread>
@@ -116,8 +117,14 @@ TEST_F(Activity, AReaderNeverSeesHalfOfAChange) {
   SetTargets(probe, std::vector<std::uint32_t>(activity::kMaxTargets, 0));
   Probes();
   std::atomic<bool> read_enough = false;
+  std::atomic<bool> met_a_change = false;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
   std::thread reader([&] {
     const activity::View view(path_.wstring().c_str());
+    const std::uint8_t* const sequence = view.bytes() + activity::kSequenceAt;
+    while (!met_a_change && std::chrono::steady_clock::now() < end) {
+      met_a_change = activity::Load<std::uint32_t>(sequence) % 2 != 0;
+    }
     for (int i = 0; i < 2000; ++i) {
       const auto table = client::ReadActivity(view);
       if (!table) continue;  // the writer was kept from running in the middle of a change
@@ -133,6 +140,7 @@ TEST_F(Activity, AReaderNeverSeesHalfOfAChange) {
     ShowProbe(probe);
   }
   reader.join();
+  EXPECT_TRUE(met_a_change);
 }
 
 // What stands at the place when the file is to be made.
@@ -146,16 +154,20 @@ TEST_F(Activity, TheFileIsMadeThroughNoLinkAndInNoRunningServicesPlace) {
   end();
   EXPECT_FALSE(view.IsAlive());
   EXPECT_FALSE(std::filesystem::exists(path_));
-  const auto file_of = [&](std::uint64_t start) {
+  const auto file_of = [&](std::uint64_t start, std::uint32_t sequence = 0) {
     std::string bytes(activity::kFileBytes, '\0');
     auto* const place = reinterpret_cast<std::uint8_t*>(bytes.data());
     activity::Store(place + activity::kMagicAt, activity::kMagic);
+    activity::Store(place + activity::kSequenceAt, sequence);
     activity::Store(place + activity::kVersionAt, activity::kVersion);
     activity::Store(place + activity::kServicePidAt, std::uint32_t{GetCurrentProcessId()});
     activity::Store(place + activity::kServiceStartAt, start);
     return bytes;
   };
   const std::uint64_t own_start = StartOfProcess(GetCurrentProcessId()).value();
+  // Its writer was ended in the middle of a change.
+  folder_.Write("wfx.log.activity", file_of(own_start, 1));
+  EXPECT_EQ(Shown(), "nothing");
   const std::string running = file_of(own_start);
   folder_.Write("wfx.log.activity", running);
   AddProbe(L"A");

@@ -32,7 +32,7 @@ TEST_F(TwoTaps, ChainIsListedFromTdiToTdoAndShiftedThroughASessionByAsManyCycles
 // Two registers announce the cycles, each written by a request with a reply of 16 bytes.
 TEST_F(TwoTaps, ThePayloadOfEveryTransferIsCountedWhereOthersSeeItGrow) {
   EXPECT_EQ(Targets(L"P1"), kBoth);
-  EXPECT_EQ(Acquire(L"P1"), TzErrorCode::SUCCESS);
+  EXPECT_EQ(Acquire(L"P1", 1), TzErrorCode::SUCCESS);
   CTzUSBDevice& device = *FindProbeByName(L"P1")->device->GetUSBDevice();
   std::uint64_t shown = 0;
   device.ShowBytesMoved(&shown);
@@ -42,7 +42,6 @@ TEST_F(TwoTaps, ThePayloadOfEveryTransferIsCountedWhereOthersSeeItGrow) {
   EXPECT_EQ(shown - first, 2 * 16 + 40 + 20);
   EXPECT_EQ(device.BytesMoved(), shown);
   device.ShowBytesMoved(nullptr);
-  Release(handle_);
 }
 
 TEST_F(TwoTaps, ChainsOfAllKindsAreListedAndAFaultEmptiesTheList) {
