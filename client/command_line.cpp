@@ -11,6 +11,7 @@
 #include "client/service_log.h"
 #include "client/service_state.h"
 #include "client/several_hosts.h"
+#include "client/text.h"
 
 namespace client {
 
@@ -119,7 +120,7 @@ class LogWatch {
     if (!problem.empty()) output_.Mention(problem);
     if (!problem.empty()) return;
     std::istringstream lines(log_.NewLines());
-    for (std::string line; std::getline(lines, line);) output_.Mention(line, "log: ");
+    for (std::string line; std::getline(lines, line);) output_.Mention(Printable(line), "log: ");
   }
   LogWatch(const LogWatch&) = delete;
   LogWatch& operator=(const LogWatch&) = delete;
@@ -162,8 +163,7 @@ int RunCommandLine(const std::vector<std::string>& arguments, const Connector& c
   // Known before the words are parsed: also what is wrong with them is told as JSON.
   output.UseJson(std::ranges::count(arguments, "--json") > 0);
   if (!problem.empty()) return output.ReportUsage(problem + "; `wfx --help` tells more");
-  if (words.size() == 1 && words[0] == "--version")
-    return output.Print("wfx " WIREFOX_VERSION "\n");
+  if (!words.empty() && words[0] == "--version") return output.Print("wfx " WIREFOX_VERSION "\n");
   if (!words.empty() && (words[0] == "--help" || words[0] == "-h" || words[0] == "help")) {
     if (words.size() == 1) {
       return output.PrintHelp(Overview());

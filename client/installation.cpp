@@ -64,12 +64,15 @@ bool IsMissing(const std::filesystem::path& path) {
 }
 
 bool IsReadable(const std::filesystem::path& path) {
-  return std::ifstream(path, std::ios::binary).good();
+  // One without a writer would be waited for.
+  std::error_code unknown;
+  return !std::filesystem::is_fifo(path, unknown) && std::ifstream(path, std::ios::binary).good();
 }
 
 std::filesystem::path FileOf(const Installation& installation, const std::string& name) {
-  if (IsAbsoluteName(name)) return name;
-  return PathFromUtf8(installation.program).replace_filename(name);
+  const std::filesystem::path file = PathFromUtf8(Utf8FromArgument(name));
+  if (IsAbsoluteName(name)) return file;
+  return PathFromUtf8(installation.program).replace_filename(file);
 }
 
 Installation FindInstallation() {

@@ -5,12 +5,17 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "client/text.h"
+
 namespace client {
 
 namespace {
 
 // A line's time and what follows it tell one run of the service from another.
 constexpr std::uintmax_t kKnownAgainBytes = 256;
+
+// Of a longer text the end is taken, from within a line.
+constexpr std::uintmax_t kMaxTextBytes = 16 << 20;
 
 std::string ValueOf(const SettingsTable& values, std::string_view key) {
   const auto found = values.find(key);
@@ -25,7 +30,7 @@ ServiceLog::ServiceLog(const Installation& installation, bool service_runs) {
   level_ = std::atoi(ValueOf(*installation.values, "LOGLEVEL").c_str());
   file_ = ValueOf(*installation.values, "LOGFILE");
   // A relative one lies where the service was started: a plain server perhaps here.
-  path_ = file_;
+  path_ = PathFromUtf8(Utf8FromArgument(file_));
   if (!service_runs && level_ > 0) return;
   std::error_code missing;
   begin_ = std::filesystem::file_size(path_, missing);
@@ -62,10 +67,13 @@ std::string ServiceLog::Before(std::uintmax_t offset) const {
 
 std::string ServiceLog::TextFrom(std::uintmax_t offset) const {
   std::string text;
+  std::error_code missing;
+  const std::uintmax_t size = std::filesystem::file_size(path_, missing);
+  if (!missing && size > kMaxTextBytes) offset = std::max(offset, size - kMaxTextBytes);
   std::ifstream file(path_, std::ios::binary);
   file.seekg(static_cast<std::streamoff>(offset));
   std::array<char, 65536> block;
-  while (file) {
+  while (file && text.size() <= kMaxTextBytes) {
     file.read(block.data(), block.size());
     text.append(block.data(), static_cast<std::size_t>(file.gcount()));
   }

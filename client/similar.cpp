@@ -41,7 +41,7 @@ std::string DidYouMean(std::string_view word, std::span<const std::string> candi
   std::vector<std::string_view> offers;
   for (const std::string& candidate : candidates) {
     const std::size_t distance = Distance(typed, LowerCase(candidate));
-    if (distance > nearest) continue;
+    if (distance > nearest || candidate == word) continue;
     if (distance < nearest) offers.clear();
     nearest = distance;
     if (offers.size() < kMaxOffers) offers.push_back(candidate);

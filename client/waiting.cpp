@@ -57,7 +57,8 @@ void Waiting::AwaitProbe(const std::string& probe) {
     end_ = Clock::now();
     break;
   }
-  context_.output.EndProgress();
+  // What comes next has its own line.
+  context_.output.BeginProgress();
 }
 
 bool Waiting::Pause() {

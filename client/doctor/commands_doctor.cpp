@@ -10,6 +10,7 @@
 #include "client/probe_advice.h"
 #include "client/service_log.h"
 #include "client/service_state.h"
+#include "client/text.h"
 #include "client/unreachable.h"
 
 namespace client {
@@ -139,7 +140,7 @@ class Doctor {
       line.resize(kLabelWidth, ' ');
       line += check.name;
       line.resize(kLabelWidth + kNameWidth, ' ');
-      result.text += line + check.text + "\n";
+      result.text += line + Printable(check.text) + "\n";
     }
     const int printed = context_.output.Report(result);
     return printed == kExitSuccess ? static_cast<int>(Worst()) : printed;

@@ -145,7 +145,10 @@ class CommandPlaceFinder {
   void AddOptions(Candidates& candidates) const {
     for (const CLI::Option* option : options_) {
       if (std::ranges::find(given_, option) != given_.end()) continue;
-      candidates.words.push_back({"--" + option->get_lnames().front(), option->get_description()});
+      const auto& names = option->get_lnames();
+      const std::string name =
+          names.empty() ? "-" + option->get_snames().front() : "--" + names.front();
+      candidates.words.push_back({name, option->get_description()});
     }
   }
 

@@ -15,7 +15,15 @@ namespace client {
 namespace {
 
 // Nobody waits longer for a tabulator, and the service may be loading a probe.
-constexpr std::chrono::seconds kMaxWait{1};
+constexpr std::chrono::seconds kMaxWait{2};
+
+// A name comes from a probe, and shells take some characters for commands.
+bool IsPlain(const std::string& name) {
+  return std::ranges::all_of(name, [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' ||
+           c == '_' || c == '.';
+  });
+}
 
 // Nothing when the service does not answer in time. The thread that still asks for it is left
 // alone then.
@@ -50,7 +58,7 @@ int Complete(std::span<const std::string> words, const Connector& connector, std
     });
     probes = is_here ? ProbeNames(connector) : std::vector<std::string>();
     for (const std::string& name : probes.value_or(std::vector<std::string>())) {
-      candidates.words.push_back({name, "probe"});
+      if (IsPlain(name)) candidates.words.push_back({name, "probe"});
     }
   }
   for (const Candidate& candidate : candidates.words) {

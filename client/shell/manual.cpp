@@ -63,8 +63,10 @@ std::string Item(const std::string& name, const std::string& value, const std::s
 
 std::string OptionNames(const CLI::Option& option) {
   std::string names;
-  for (const std::string& name : option.get_snames()) names += "-" + name + ", ";
-  return names + "--" + option.get_lnames().front();
+  const auto add = [&](const std::string& name) { names += (names.empty() ? "" : ", ") + name; };
+  for (const std::string& name : option.get_snames()) add("-" + name);
+  for (const std::string& name : option.get_lnames()) add("--" + name);
+  return names;
 }
 
 // Behind a command's name: what it wants.
@@ -105,7 +107,8 @@ std::string Page() {
   text +=
       ".SH NAME\nwfx \\- talk to USB debug probes\n"
       ".SH SYNOPSIS\n"
-      "\\fBwfx\\fR [\\fB\\-\\-json\\fR] [\\fB\\-\\-color\\fR \\fIWHEN\\fR] "
+      "\\fBwfx\\fR [\\fB\\-\\-json\\fR] [\\fB\\-v\\fR] [\\fB\\-\\-wait\\fR \\fISECONDS\\fR] "
+      "[\\fB\\-\\-color\\fR \\fIWHEN\\fR] "
       "[\\fB\\-H\\fR [\\fIUSER\\fR@]\\fIHOST\\fR]... \\fICOMMAND\\fR [\\fIARGUMENTS\\fR]\n"
       ".SH DESCRIPTION\nTalks to USB debug probes through TzWirefoxService.\n";
   text += Paragraph(kFirstSteps) + ".SH OPTIONS\n";

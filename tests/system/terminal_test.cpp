@@ -87,20 +87,27 @@ TEST_F(OnTerminal, IsCompletedByBashAndZsh) {
         std::pair("zsh -f", "autoload -U compinit; compinit -u -D; ")}) {
     environment["PS4"] = "+ ";
     const std::string name = std::string(shell).substr(0, std::string(shell).find(' '));
-    std::string shown = Shown(shell, load + ("source <(wfx completion " + name + "); ") + typed);
-    // One of them quotes words with an equals sign when it shows them.
-    std::erase(shown, '\'');
-    EXPECT_THAT(shown, AllOf(ran("wfx hwrev WFX0002"), ran("wfx mode WFX0002 SWD_SWV"),
-                             ran("wfx mode WFX0002 SWD --port 5"), ran("wfx --color never version"),
-                             ran("wfx jtag EVK0001 @play.svf"), ran("wfx --color=never version"),
-                             ran("wfx jtag EVK0001 --vcd=play.svf 00")))
-        << shell;
+    std::string shown;
+    const auto all = AllOf(ran("wfx hwrev WFX0002"), ran("wfx mode WFX0002 SWD_SWV"),
+                           ran("wfx mode WFX0002 SWD --port 5"), ran("wfx --color never version"),
+                           ran("wfx jtag EVK0001 @play.svf"), ran("wfx --color=never version"),
+                           ran("wfx jtag EVK0001 --vcd=play.svf 00"));
+    // The probes are named when the service answers soon enough.
+    EXPECT_TRUE(WaitUntil([&] {
+      shown = Shown(shell, load + ("source <(wfx completion " + name + "); ") + typed);
+      // One of them quotes words with an equals sign when it shows them.
+      std::erase(shown, '\'');
+      return testing::Value(shown, all);
+    })) << shell
+        << shown;
   }
 }
 
 TEST_F(OnTerminal, CompletesSilentlyAndSoonWhenTheServiceDoesNotAnswer) {
-  EXPECT_EQ(Wfx({"__complete", "=", "status"}).out,
-            "EVK0001\tprobe\nWFX0001\tprobe\nWFX0002\tprobe\n");
+  EXPECT_TRUE(WaitUntil([&] {
+    return Wfx({"__complete", "=", "status"}).out ==
+           "EVK0001\tprobe\nWFX0001\tprobe\nWFX0002\tprobe\n";
+  }));
   EXPECT_EQ(Ctl({"fault", "WFX0001", "delay", "--endpoint", "0", "--value", "4000"}).exit_status,
             0);
   auto busy = StartWfx({"status", "WFX0001"});

@@ -54,7 +54,7 @@ class Bus:
     def close(self) -> None:
         self._connection.close()
         if self._ssh:
-            self._ssh.wait()
+            _end(self._ssh)
 
     @contextlib.contextmanager
     def _alone(self) -> Iterator[None]:
@@ -141,6 +141,15 @@ def _open(which: str) -> Bus | None:
         return None
 
 
+def _end(ssh: subprocess.Popen[bytes]) -> None:
+    """With its connection closed it ends by itself, unless the way to its machine is lost."""
+    try:
+        ssh.wait(timeout=5)
+    except subprocess.TimeoutExpired:
+        ssh.kill()
+        ssh.wait()
+
+
 def _through_ssh(host: str) -> Bus:
     """The system bus of another machine. ssh's end over there stands for this process."""
     ours, theirs = socket.socketpair()
@@ -164,9 +173,13 @@ def _through_ssh(host: str) -> Bus:
             answer += received
         ours.sendall(BEGIN)
         return Bus(DBusConnection(ours), ssh)
+    except CallError:
+        ours.close()
+        _end(ssh)
+        raise
     except OSError as lost:
         ours.close()
-        ssh.wait()
+        _end(ssh)
         raise Unreachable(f"{host} does not answer, see whether ssh reaches it: {lost}") from lost
 
 

@@ -19,7 +19,8 @@
 namespace linux_host {
 namespace {
 
-constexpr mode_t kFileMode = 0644;
+// Who made it goes on writing; a redirection of his to it would cut off what is mapped.
+constexpr mode_t kFileMode = 0444;
 
 class File : public KernelObject {
  public:
