@@ -149,7 +149,7 @@ TEST(Commands, PlayHoldsTheChainSetsItsClockAndNamesFileAndLine) {
                  "whatever the file says\n= 2\n");
   fake.outcomes["SendJtagPacket"] = {TzErrorCode::WFX_ERROR};
   EXPECT_THAT(play("STATE IDLE;"),
-              testing::HasSubstr("WFX_ERROR (error 6): " + folder.Path("f: the probe")))
+              testing::HasSubstr("WFX_ERROR (error 6): " + folder.Path("f") + ": the probe"))
       << "before its first line";
   EXPECT_EQ(play("\nPIO (H);"), at + ":2: PIO: the probe has no parallel pins\n= 2\n");
   fake.outcomes["SendJtagPacket"] = {TzErrorCode::SUCCESS, TzErrorCode::NOT_ACQUIRED};
